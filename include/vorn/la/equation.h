@@ -1,0 +1,89 @@
+#pragma once
+
+// Equation: one linear equation  Σ coeff·var = 0  over its entries, where variable 0 stands for
+// the constant 1. It is the record the tableau keeps as a row.
+//
+// `basic_` is a tagged word. Variable form (bit 0 clear): 2·(v + 1) for the basic variable v,
+// so the word 0 means "no basic variable" (v = -1). Number form (bit 0 set): the address of a
+// heap QNumber owned by this equation, plus 1; such an equation carries a constant instead of a
+// basic variable and is never entered into a tableau.
+//
+// `coeffs_` holds the entries, the basic variable's own entry included. The operations below keep
+// three properties, and the constructors establish them: entries are sorted by ascending
+// variable, no variable has two entries, and no coefficient is zero (a zero entry would still
+// count as a mention in the tableau's column index). Equations assembled by hand through the
+// public fields may be unsorted; the operations sort them before use.
+//
+// Normalization: `change_basic_var(v)` scales the equation so that v's coefficient is -1, which
+// makes the row read  v = Σ (other coeff)·other.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vorn/numbers/qnumber.h"
+
+namespace vorn::la {
+
+class Equation {
+  public:
+    struct VarCoeff {
+        int var;
+        QNumber coeff;
+    };
+
+    std::uint64_t basic_;
+    std::vector<VarCoeff> coeffs_;
+
+    Equation() noexcept : basic_(0) {}
+    // Entries are sorted, duplicate variables summed and zero coefficients dropped.
+    Equation(int basic, std::vector<VarCoeff> entries);
+    // The number form: no basic variable, `value` kept beside the entries.
+    static Equation with_number(const QNumber& value, std::vector<VarCoeff> entries = {});
+
+    Equation(const Equation& other);
+    Equation(Equation&& other) noexcept : basic_(other.basic_), coeffs_(std::move(other.coeffs_)) {
+        other.basic_ = 0;
+    }
+    Equation& operator=(const Equation& other);
+    Equation& operator=(Equation&& other) noexcept;
+    ~Equation();
+
+    static constexpr std::uint64_t encode_var(int v) {
+        return static_cast<std::uint64_t>(static_cast<std::int64_t>(v) + 1) << 1;
+    }
+    int get_basic_var() const {
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(basic_ >> 1)) - 1;
+    }
+    bool has_number() const { return (basic_ & 1) != 0; }
+    // The number of the number form, or null in the variable form.
+    const QNumber* number() const {
+        return has_number() ? reinterpret_cast<const QNumber*>(basic_ - 1) : nullptr;
+    }
+    // The coefficient of `var`, or null when the equation has no entry for it.
+    const QNumber* coeff_of(int var) const;
+
+    // Solves the equation for `v` (which it mentions): v becomes the basic variable with
+    // coefficient -1.
+    void change_basic_var(int v);
+    // row ← row − (row[x] / def[x])·def, with cancelled entries removed. Appends to `dropped`
+    // (when not null) every variable other than x that def mentions and the row no longer does.
+    // `scratch` is a work buffer lent by the caller so that the steady state allocates nothing;
+    // its contents afterwards are unspecified.
+    void substitute_var(int x, const Equation& def, std::vector<int>* dropped,
+                        std::vector<VarCoeff>& scratch);
+    void substitute_var(int x, const Equation& def, std::vector<int>* dropped);
+    // raw == false: the solved form "x3 = 2*x1 - 1/3*x4 + 5" (other variables ascending, the
+    // constant last; "x3 = 0" when nothing else remains). raw == true, or an equation without a
+    // usable basic variable: the stored entries as "2*x1 - x3 + 5 = 0", prefixed by "[number] "
+    // in the number form.
+    std::string to_str(bool raw) const;
+
+    // Sorts the entries by variable when they are not sorted already.
+    void sort_entries();
+
+  private:
+    QNumber* owned_number() const { return reinterpret_cast<QNumber*>(basic_ - 1); }
+};
+
+}  // namespace vorn::la

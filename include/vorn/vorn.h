@@ -1,0 +1,14 @@
+#pragma once
+
+// Everything public in one include.
+
+#include "vorn/hsh/hashtable.h"
+#include "vorn/la/equation.h"
+#include "vorn/la/tableau.h"
+#include "vorn/la/varhashmap.h"
+#include "vorn/la/varmap.h"
+#include "vorn/la/varset.h"
+#include "vorn/numbers/qnumber.h"
+#include "vorn/util/array_growth.h"
+#include "vorn/util/memory_pool.h"
+#include "vorn/util/sort.h"

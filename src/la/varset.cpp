@@ -1,0 +1,92 @@
+#include "vorn/la/varset.h"
+
+#include "vorn/util/array_growth.h"
+
+namespace vorn::la {
+
+std::size_t VarSet::lower_bound(int v) const {
+    std::size_t lo = 0;
+    std::size_t hi = entries_.size();
+    while (lo < hi) {
+        std::size_t mid = lo + (hi - lo) / 2;
+        if (entries_[mid].var() < v)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    return lo;
+}
+
+bool VarSet::contains(int v) const {
+    std::size_t pos = lower_bound(v);
+    return pos < entries_.size() && entries_[pos].var() == v && !entries_[pos].removed();
+}
+
+std::pair<VarSet::const_iterator, bool> VarSet::insert(int v) {
+    std::size_t pos = lower_bound(v);
+    if (pos < entries_.size() && entries_[pos].var() == v) {
+        bool revived = entries_[pos].removed();
+        if (revived) {
+            entries_[pos].clear_mark();
+            ++count_;
+        }
+        return {const_iterator(data_begin() + pos, data_end()), revived};
+    }
+    util::grow_for(entries_, entries_.size() + 1);
+    entries_.insert(entries_.begin() + static_cast<std::ptrdiff_t>(pos), VarFlag::of(v));
+    ++count_;
+    return {const_iterator(data_begin() + pos, data_end()), true};
+}
+
+void VarSet::insert(const VarSet& other) {
+    std::vector<VarFlag> merged;
+    util::reserve_exact(merged, count_ + other.count_);
+    auto append = [&merged](VarFlag f) {
+        util::grow_for(merged, merged.size() + 1);
+        merged.push_back(f);
+    };
+    const VarFlag* a = data_begin();
+    const VarFlag* a_end = data_end();
+    const VarFlag* b = other.data_begin();
+    const VarFlag* b_end = other.data_end();
+    while (true) {
+        while (a != a_end && a->removed())
+            ++a;
+        while (b != b_end && b->removed())
+            ++b;
+        if (a == a_end || b == b_end) break;
+        if (a->raw() < b->raw()) {
+            append(*a++);
+        } else if (b->raw() < a->raw()) {
+            append(*b++);
+        } else {
+            append(*a++);
+            ++b;
+        }
+    }
+    for (; a != a_end; ++a)
+        if (!a->removed()) append(*a);
+    for (; b != b_end; ++b)
+        if (!b->removed()) append(*b);
+    entries_.swap(merged);
+    count_ = entries_.size();
+}
+
+void VarSet::compact() {
+    if (4 * count_ >= entries_.size()) return;
+    std::vector<VarFlag> live;
+    util::reserve_exact(live, count_);
+    for (VarFlag f : entries_)
+        if (!f.removed()) live.push_back(f);
+    entries_.swap(live);
+}
+
+void VarSet::erase(int v) {
+    std::size_t pos = lower_bound(v);
+    if (pos == entries_.size() || entries_[pos].var() != v || entries_[pos].removed()) return;
+    entries_[pos].mark_removed();
+    --count_;
+    compact();
+}
+
+}  // namespace vorn::la
