@@ -1,0 +1,122 @@
+// QNumber arithmetic against GMP's own rationals, with operands around every 64-bit overflow
+// boundary, in both forms. Every result must be exact, normalized, and small when it fits.
+
+#include <gmpxx.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "support/random_rational.h"
+
+using vorn::QNumber;
+
+namespace {
+
+mpq_class to_mpq(const QNumber& q) {
+    mpq_class r;
+    q.get_mpq(r.get_mpq_t());
+    return r;
+}
+
+bool fits_small(const mpq_class& q) {
+    return q.get_num().fits_slong_p() && q.get_den().fits_slong_p();
+}
+
+::testing::AssertionResult matches(const QNumber& got, const mpq_class& want) {
+    if (to_mpq(got) != want)
+        return ::testing::AssertionFailure() << "got " << got << ", want " << want.get_str();
+    if (fits_small(want) == got.is_big())
+        return ::testing::AssertionFailure()
+               << want.get_str() << " came out " << (got.is_big() ? "big" : "small");
+    if (!got.is_big() && (got.den_word() <= 0 || want.get_den() != got.den_word()))
+        return ::testing::AssertionFailure()
+               << "not normalized: " << got.num_word() << "/" << got.den_word();
+    return ::testing::AssertionSuccess();
+}
+
+}  // namespace
+
+TEST(QNumberArith, RandomOperationsMatchGmp) {
+    const unsigned seed = 20261123;
+    std::mt19937_64 rng(seed);
+    for (int i = 0; i < 40000; ++i) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + " step " + std::to_string(i));
+        QNumber a = vorn::test::random_rational(rng);
+        QNumber b = vorn::test::random_rational(rng);
+        mpq_class qa = to_mpq(a), qb = to_mpq(b);
+        ASSERT_TRUE(matches(a + b, qa + qb));
+        ASSERT_TRUE(matches(a - b, qa - qb));
+        ASSERT_TRUE(matches(a * b, qa * qb));
+        ASSERT_TRUE(matches(-a, -qa));
+        if (!b.is_zero()) {
+            ASSERT_TRUE(matches(a / b, qa / qb));
+        }
+        ASSERT_EQ(a == b, qa == qb);
+        ASSERT_EQ(a < b, qa < qb);
+        ASSERT_EQ(a.sign(), sgn(qa));
+        ASSERT_EQ(a.is_integer(), qa.get_den() == 1);
+
+        QNumber acc = vorn::test::random_rational(rng);
+        mpq_class qacc = to_mpq(acc);
+        acc.add_product(a, b);
+        ASSERT_TRUE(matches(acc, qacc + qa * qb));
+        QNumber c = a;
+        c -= b;
+        ASSERT_TRUE(matches(c, qa - qb));
+        c *= b;
+        ASSERT_TRUE(matches(c, (qa - qb) * qb));
+        if (!b.is_zero()) {
+            c /= b;
+            ASSERT_TRUE(matches(c, qa - qb));
+        } else {
+            c = a - b;
+        }
+        c += a;
+        ASSERT_TRUE(matches(c, 2 * qa - qb));
+    }
+}
+
+TEST(QNumberArith, OverflowBoundariesFallBackAndComeBack) {
+    const QNumber max(INT64_MAX), min(INT64_MIN);
+    QNumber over = max + QNumber(1);
+    EXPECT_TRUE(over.is_big());
+    EXPECT_EQ(over.to_string(), "9223372036854775808");
+    QNumber back = over - QNumber(1);
+    EXPECT_FALSE(back.is_big());  // a result that fits is small again
+    EXPECT_EQ(back, max);
+    EXPECT_TRUE((-min).is_big());
+    EXPECT_FALSE((min + QNumber(0)).is_big());
+    EXPECT_TRUE((min * QNumber(-1)).is_big());
+    EXPECT_TRUE((min / QNumber(-1)).is_big());
+    const QNumber two32(std::int64_t{1} << 32);
+    EXPECT_TRUE((two32 * two32).is_big());
+    EXPECT_FALSE((two32 * QNumber(std::int64_t{1} << 30)).is_big());
+    // Cross-cancellation keeps products of large coprime parts small.
+    EXPECT_EQ(QNumber(INT64_MAX, 3) * QNumber(3, INT64_MAX), QNumber(1));
+    EXPECT_FALSE((QNumber(INT64_MAX, 3) * QNumber(3, INT64_MAX)).is_big());
+}
+
+TEST(QNumberArith, BigOperandsHoldingSmallValuesGiveSmallResults) {
+    QNumber a = QNumber::make_big(QNumber(3, 4));
+    QNumber b = QNumber::make_big(QNumber(1, 4));
+    QNumber sum = a + b;
+    EXPECT_FALSE(sum.is_big());
+    EXPECT_EQ(sum, QNumber(1));
+    a += b;
+    EXPECT_FALSE(a.is_big());
+    EXPECT_EQ(a, QNumber(1));
+    QNumber n = QNumber::make_big(QNumber(5));
+    n.negate();
+    EXPECT_FALSE(n.is_big());
+    EXPECT_EQ(n, QNumber(-5));
+}
+
+TEST(QNumberArith, OrderingIsTotalAcrossForms) {
+    QNumber small(1, 3);
+    QNumber big = QNumber::make_big(QNumber(1, 3));
+    EXPECT_EQ(small, big);
+    EXPECT_TRUE(QNumber(1, 4) < big);
+    EXPECT_TRUE(big <= small);
+    EXPECT_TRUE(QNumber::from_string("100000000000000000000") > QNumber(INT64_MAX));
+    EXPECT_TRUE(QNumber(-1, INT64_MAX) > QNumber(-1, INT64_MAX - 1));
+}
