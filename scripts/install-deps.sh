@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs what building, testing and benchmarking vorn needs, if it is missing (Debian 12).
+set -euo pipefail
+
+packages=(cmake ninja-build g++ pkg-config libgmp-dev libgtest-dev libbenchmark-dev
+          libcli11-dev nlohmann-json3-dev)
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}" >&2
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq "${missing[@]}" >/dev/null
