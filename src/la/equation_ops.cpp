@@ -1,10 +1,11 @@
 // The arithmetic the tableau calls on its rows: change of basic variable and substitution.
 // Entries are kept sorted by variable, so a substitution is one linear merge of the row with the
-// definition, written into the caller's scratch buffer and moved back into the row's storage.
+// definition, done in the row's own storage: no buffer is needed and nothing is allocated unless
+// the row outgrows its capacity.
 
 #include <algorithm>
 #include <cassert>
-#include <iterator>
+#include <memory>
 
 #include "vorn/la/equation.h"
 
@@ -37,30 +38,69 @@ void report_absent(const Entries& row, const Entries& def, int x, std::vector<in
         if (e.var != x && find_entry(row, e.var) == row.end()) dropped->push_back(e.var);
 }
 
-// row + factor·def without x, merged into `out` (empty on entry).
-void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor,
-                  std::vector<int>* dropped, Entries& out) {
+// Number of entries of `def`, other than x, for variables the row does not mention.
+std::size_t count_new_vars(const Entries& row, const Entries& def, int x) {
+    std::size_t extra = 0;
     auto r = row.begin();
-    auto d = def.begin();
-    while (r != row.end() || d != def.end()) {
-        if (d == def.end() || (r != row.end() && r->var < d->var)) {
-            if (r->var != x) out.push_back(std::move(*r));
+    for (const auto& e : def) {
+        if (e.var == x) continue;
+        while (r != row.end() && r->var < e.var)
             ++r;
-        } else if (r == row.end() || d->var < r->var) {
-            if (d->var != x) out.push_back({d->var, factor * d->coeff});
-            ++d;
-        } else {
-            if (r->var != x) {
-                r->coeff.add_product(factor, d->coeff);
-                if (!r->coeff.is_zero())
-                    out.push_back(std::move(*r));
-                else if (dropped != nullptr)
-                    dropped->push_back(r->var);
-            }
-            ++r;
-            ++d;
-        }
+        if (r == row.end() || r->var != e.var) ++extra;
     }
+    return extra;
+}
+
+// Replaces a slot whatever form its old coefficient has (assignment would keep a big slot big).
+void overwrite(QNumber& slot, QNumber&& value) {
+    std::destroy_at(&slot);
+    std::construct_at(&slot, std::move(value));
+}
+
+// row ← row + factor·def without x, merged in place from the back: the row is first widened by
+// the number of new variables, and every entry is moved at most once (writes never overtake the
+// unread part of the row). Gaps left by x and by cancellations are closed at the end.
+void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor,
+                  std::vector<int>* dropped) {
+    const auto n = static_cast<std::ptrdiff_t>(row.size());
+    row.resize(row.size() + count_new_vars(row, def, x));
+    Equation::VarCoeff* base = row.data();
+    std::ptrdiff_t r = n - 1;
+    auto w = static_cast<std::ptrdiff_t>(row.size());  // one past the next write
+    auto place = [&](std::ptrdiff_t from) {
+        if (--w == from) return;
+        base[w].var = base[from].var;
+        overwrite(base[w].coeff, std::move(base[from].coeff));
+    };
+    for (auto d = def.rbegin(); d != def.rend(); ++d) {
+        while (r >= 0 && base[r].var > d->var)
+            place(r--);
+        if (d->var == x) {
+            if (r >= 0 && base[r].var == x) --r;
+            continue;
+        }
+        if (r >= 0 && base[r].var == d->var) {
+            base[r].coeff.add_product(factor, d->coeff);
+            if (!base[r].coeff.is_zero())
+                place(r);
+            else if (dropped != nullptr)
+                dropped->push_back(d->var);
+            --r;
+            continue;
+        }
+        --w;
+        base[w].var = d->var;
+        base[w].coeff.set_product(factor, d->coeff);
+    }
+    if (w == r + 1) return;  // no gap: the unread prefix is already in place
+    while (r >= 0)
+        place(r--);
+    const auto size = static_cast<std::ptrdiff_t>(row.size());
+    for (std::ptrdiff_t i = w; i < size; ++i) {
+        base[i - w].var = base[i].var;
+        overwrite(base[i - w].coeff, std::move(base[i].coeff));
+    }
+    row.resize(static_cast<std::size_t>(size - w));
 }
 
 }  // namespace
@@ -101,21 +141,12 @@ void Equation::substitute_var(int x, const Equation& def, std::vector<int>* drop
     assert(dx != def.coeffs_.end() && "substitute_var: the definition does not mention x");
     QNumber factor = rx->coeff / dx->coeff;
     factor.negate();
-
-    scratch.clear();
-    scratch.reserve(coeffs_.size() + def.coeffs_.size());
-    merge_scaled(coeffs_, def.coeffs_, x, factor, dropped, scratch);
-    // Moving back keeps the row's storage and the scratch buffer's capacity, so neither is
-    // reallocated once both have reached their working sizes.
-    coeffs_.clear();
-    coeffs_.insert(coeffs_.end(), std::make_move_iterator(scratch.begin()),
-                   std::make_move_iterator(scratch.end()));
+    merge_scaled(coeffs_, def.coeffs_, x, factor, dropped);
 }
 
 void Equation::substitute_var(int x, const Equation& def, std::vector<int>* dropped) {
-    thread_local Entries scratch;
-    substitute_var(x, def, dropped, scratch);
-    scratch.clear();
+    Entries unused;
+    substitute_var(x, def, dropped, unused);
 }
 
 }  // namespace vorn::la

@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "gmp_holder.h"
-#include "small_arith.h"
+#include "vorn/numbers/small_arith.h"
 
 namespace vorn {
 

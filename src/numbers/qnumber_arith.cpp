@@ -4,8 +4,8 @@
 #include <cassert>
 
 #include "gmp_holder.h"
-#include "small_arith.h"
 #include "vorn/numbers/qnumber.h"
+#include "vorn/numbers/small_arith.h"
 
 namespace vorn {
 
@@ -142,20 +142,16 @@ QNumber& QNumber::operator/=(const QNumber& other) {
     return *this;
 }
 
-void QNumber::add_product(const QNumber& a, const QNumber& b) {
-    std::int64_t pn, pd, n, d;
-    if (!is_big() && both_small(a, b) &&
-        detail::small_mul(a.num_, a.den_, b.num_, b.den_, pn, pd) &&
-        detail::small_add(num_, den_, pn, pd, 1, n, d)) {
-        num_ = n;
-        den_ = d;
-        return;
-    }
+void QNumber::add_product_slow(const QNumber& a, const QNumber& b) {
     MpqView va(a), vb(b), self(*this);
     detail::Mpq result;
     mpq_mul(result.get(), va.get(), vb.get());
     mpq_add(result.get(), result.get(), self.get());
     take(A::computed(result.release()));
+}
+
+void QNumber::set_product_slow(const QNumber& a, const QNumber& b) {
+    take(a * b);
 }
 
 void QNumber::negate() {

@@ -68,8 +68,8 @@ class Equation {
     void change_basic_var(int v);
     // row ← row − (row[x] / def[x])·def, with cancelled entries removed. Appends to `dropped`
     // (when not null) every variable other than x that def mentions and the row no longer does.
-    // `scratch` is a work buffer lent by the caller so that the steady state allocates nothing;
-    // its contents afterwards are unspecified.
+    // `scratch` is a work buffer the caller lends; the merge works in the row's own storage and
+    // leaves it untouched. Nothing is allocated unless the row outgrows its capacity.
     void substitute_var(int x, const Equation& def, std::vector<int>* dropped,
                         std::vector<VarCoeff>& scratch);
     void substitute_var(int x, const Equation& def, std::vector<int>* dropped);

@@ -26,6 +26,8 @@
 #include <string>
 #include <string_view>
 
+#include "vorn/numbers/small_arith.h"
+
 namespace vorn {
 
 class QNumber {
@@ -81,8 +83,29 @@ class QNumber {
     QNumber& operator*=(const QNumber& other);
     QNumber& operator/=(const QNumber& other);
     void negate();
-    // *this += a * b, the inner step of every substitution.
-    void add_product(const QNumber& a, const QNumber& b);
+    // *this += a * b and *this = a * b: the inner steps of every substitution, inline while
+    // all three numbers are small.
+    void add_product(const QNumber& a, const QNumber& b) {
+        std::int64_t pn, pd, n, d;
+        if (!is_big() && !a.is_big() && !b.is_big() &&
+            detail::small_mul(a.num_, a.den_, b.num_, b.den_, pn, pd) &&
+            detail::small_add(num_, den_, pn, pd, 1, n, d)) {
+            num_ = n;
+            den_ = d;
+            return;
+        }
+        add_product_slow(a, b);
+    }
+    void set_product(const QNumber& a, const QNumber& b) {
+        std::int64_t n, d;
+        if (!is_big() && !a.is_big() && !b.is_big() &&
+            detail::small_mul(a.num_, a.den_, b.num_, b.den_, n, d)) {
+            num_ = n;
+            den_ = d;
+            return;
+        }
+        set_product_slow(a, b);
+    }
 
     friend QNumber operator+(const QNumber& a, const QNumber& b);
     friend QNumber operator-(const QNumber& a, const QNumber& b);
@@ -96,6 +119,8 @@ class QNumber {
         return reinterpret_cast<mpq_ptr>(static_cast<std::uintptr_t>(num_));
     }
     void release_big() noexcept;
+    void add_product_slow(const QNumber& a, const QNumber& b);
+    void set_product_slow(const QNumber& a, const QNumber& b);
     bool slow_is_one() const noexcept;
     bool slow_is_minus_one() const noexcept;
     // Replaces the value with an arithmetic result (whose form then counts, unlike assignment).
