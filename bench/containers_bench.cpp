@@ -18,7 +18,8 @@ namespace {
 std::vector<int> random_keys(std::size_t n, unsigned seed) {
     std::mt19937 rng(seed);
     std::vector<int> keys(n);
-    for (auto& k : keys) k = static_cast<int>(rng() % (4 * n));
+    for (auto& k : keys)
+        k = static_cast<int>(rng() % (4 * n));
     return keys;
 }
 
@@ -28,10 +29,13 @@ void churn(benchmark::State& state) {
     auto keys = random_keys(static_cast<std::size_t>(state.range(0)), 7);
     Map map;
     for (auto _ : state) {
-        for (int k : keys) map[k] = 1;
+        for (int k : keys)
+            map[k] = 1;
         std::size_t found = 0;
-        for (int k : keys) found += map.find(k) != decltype(map.find(k)){};
-        for (int k : keys) map.erase(k);
+        for (int k : keys)
+            found += map.find(k) != decltype(map.find(k)){};
+        for (int k : keys)
+            map.erase(k);
         benchmark::DoNotOptimize(found);
     }
     state.SetItemsProcessed(state.iterations() * 3 * state.range(0));
@@ -39,11 +43,17 @@ void churn(benchmark::State& state) {
 
 struct VornMap : vorn::hsh::HashMap<int, unsigned long> {};
 struct StdMap : std::unordered_map<int, unsigned long> {
-    auto find(int k) { return std::unordered_map<int, unsigned long>::find(k) == end() ? nullptr : this; }
+    auto find(int k) {
+        return std::unordered_map<int, unsigned long>::find(k) == end() ? nullptr : this;
+    }
 };
 
-void BM_HashMapChurn_vorn(benchmark::State& s) { churn<VornMap>(s); }
-void BM_HashMapChurn_std(benchmark::State& s) { churn<StdMap>(s); }
+void BM_HashMapChurn_vorn(benchmark::State& s) {
+    churn<VornMap>(s);
+}
+void BM_HashMapChurn_std(benchmark::State& s) {
+    churn<StdMap>(s);
+}
 BENCHMARK(BM_HashMapChurn_vorn)->Arg(1000)->Arg(100000);
 BENCHMARK(BM_HashMapChurn_std)->Arg(1000)->Arg(100000);
 
@@ -53,9 +63,12 @@ void BM_VarSetColumn_vorn(benchmark::State& state) {
     auto keys = random_keys(2 * k, 3);
     for (auto _ : state) {
         vorn::la::VarSet a, b;
-        for (std::size_t i = 0; i < k; ++i) a.insert(keys[i]);
-        for (std::size_t i = k; i < 2 * k; ++i) b.insert(keys[i]);
-        for (std::size_t i = 0; i < k; i += 2) a.erase(keys[i]);
+        for (std::size_t i = 0; i < k; ++i)
+            a.insert(keys[i]);
+        for (std::size_t i = k; i < 2 * k; ++i)
+            b.insert(keys[i]);
+        for (std::size_t i = 0; i < k; i += 2)
+            a.erase(keys[i]);
         a.insert(b);
         benchmark::DoNotOptimize(a.size());
     }
@@ -66,9 +79,12 @@ void BM_VarSetColumn_stdset(benchmark::State& state) {
     auto keys = random_keys(2 * k, 3);
     for (auto _ : state) {
         std::set<int> a, b;
-        for (std::size_t i = 0; i < k; ++i) a.insert(keys[i]);
-        for (std::size_t i = k; i < 2 * k; ++i) b.insert(keys[i]);
-        for (std::size_t i = 0; i < k; i += 2) a.erase(keys[i]);
+        for (std::size_t i = 0; i < k; ++i)
+            a.insert(keys[i]);
+        for (std::size_t i = k; i < 2 * k; ++i)
+            b.insert(keys[i]);
+        for (std::size_t i = 0; i < k; i += 2)
+            a.erase(keys[i]);
         a.insert(b.begin(), b.end());
         benchmark::DoNotOptimize(a.size());
     }
@@ -83,8 +99,10 @@ void BM_VarSetColumn_sortedvector(benchmark::State& state) {
     };
     for (auto _ : state) {
         std::vector<int> a, b;
-        for (std::size_t i = 0; i < k; ++i) insert(a, keys[i]);
-        for (std::size_t i = k; i < 2 * k; ++i) insert(b, keys[i]);
+        for (std::size_t i = 0; i < k; ++i)
+            insert(a, keys[i]);
+        for (std::size_t i = k; i < 2 * k; ++i)
+            insert(b, keys[i]);
         for (std::size_t i = 0; i < k; i += 2) {
             auto it = std::lower_bound(a.begin(), a.end(), keys[i]);
             if (it != a.end() && *it == keys[i]) a.erase(it);
@@ -114,8 +132,12 @@ void sort_bench(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-void BM_Sort_vorn(benchmark::State& s) { sort_bench<true>(s); }
-void BM_Sort_std(benchmark::State& s) { sort_bench<false>(s); }
+void BM_Sort_vorn(benchmark::State& s) {
+    sort_bench<true>(s);
+}
+void BM_Sort_std(benchmark::State& s) {
+    sort_bench<false>(s);
+}
 BENCHMARK(BM_Sort_vorn)->Arg(10)->Arg(100)->Arg(10000);
 BENCHMARK(BM_Sort_std)->Arg(10)->Arg(100)->Arg(10000);
 

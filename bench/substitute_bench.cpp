@@ -34,7 +34,8 @@ QNumber coefficient(std::mt19937_64& rng, bool big) {
 Workload make_workload(bool big) {
     std::mt19937_64 rng(42);
     std::vector<Equation::VarCoeff> row{{kX, coefficient(rng, big)}, {100, QNumber(-1)}};
-    for (int v = 10; v < 28; ++v) row.push_back({v, coefficient(rng, big)});
+    for (int v = 10; v < 28; ++v)
+        row.push_back({v, coefficient(rng, big)});
     std::vector<Equation::VarCoeff> fwd{{kX, QNumber(-1)}, {kY, QNumber(1)}};
     std::vector<Equation::VarCoeff> bwd{{kX, QNumber(1)}, {kY, QNumber(-1)}};
     for (int v = 20; v < 38; ++v) {
@@ -42,7 +43,8 @@ Workload make_workload(bool big) {
         fwd.push_back({v, a});
         bwd.push_back({v, -a});
     }
-    return {Equation(100, std::move(row)), Equation(kX, std::move(fwd)), Equation(kY, std::move(bwd))};
+    return {Equation(100, std::move(row)), Equation(kX, std::move(fwd)),
+            Equation(kY, std::move(bwd))};
 }
 
 void BM_EquationSubstitute(benchmark::State& state) {
@@ -65,7 +67,8 @@ using MapRow = std::map<int, mpq_class>;
 
 MapRow to_map(const Equation& e) {
     MapRow m;
-    for (const auto& entry : e.coeffs_) entry.coeff.get_mpq(m[entry.var].get_mpq_t());
+    for (const auto& entry : e.coeffs_)
+        entry.coeff.get_mpq(m[entry.var].get_mpq_t());
     return m;
 }
 

@@ -1,0 +1,108 @@
+// Eliminating k of the structural variables of a 10 000-row sparse tableau in one
+// eliminate_variables call, then restoring them all with uneliminate, against the reference
+// tableau doing the same. Both phases are timed separately per iteration; the tableau is rebuilt
+// between iterations with the timer paused.
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <memory>
+
+#include "reference_tableau.h"
+#include "vorn/la/tableau.h"
+#include "workload.h"
+
+using vorn::bench::make_sparse_system;
+using vorn::bench::ReferenceTableau;
+using vorn::la::Tableau;
+using vorn::la::VarSet;
+
+namespace {
+
+constexpr int kRows = 10000;
+
+// Every `stride`-th structural variable: 10% or 50% of them.
+std::vector<int> chosen(int structurals, int percent) {
+    std::vector<int> vars;
+    int stride = 100 / percent;
+    for (int v = 1; v <= structurals; v += stride)
+        vars.push_back(v);
+    return vars;
+}
+
+void BM_EliminateRestore(benchmark::State& state) {
+    auto system = make_sparse_system(kRows, kRows, 3, 5, 4);
+    auto vars = chosen(kRows, static_cast<int>(state.range(0)));
+    VarSet set;
+    for (int v : vars)
+        set.insert(v);
+    double eliminate_ns = 0, restore_ns = 0;
+    std::size_t eliminated = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto t = std::make_unique<Tableau>(0);
+        for (const auto& eq : system.equations)
+            t->add_equation(eq, false, nullptr);
+        t->check();
+        state.ResumeTiming();
+        auto start = std::chrono::steady_clock::now();
+        t->eliminate_variables(set);
+        auto middle = std::chrono::steady_clock::now();
+        std::vector<int> order;
+        for (const auto& [v, pos] : t->elim_index())
+            order.push_back(v);
+        eliminated = order.size();
+        for (int v : order)
+            if (t->elim_index().find(v) != nullptr) t->uneliminate(v, nullptr);
+        auto end = std::chrono::steady_clock::now();
+        eliminate_ns += std::chrono::duration<double, std::nano>(middle - start).count();
+        restore_ns += std::chrono::duration<double, std::nano>(end - middle).count();
+        state.PauseTiming();
+        t.reset();
+        state.ResumeTiming();
+    }
+    auto n = static_cast<double>(state.iterations()) * static_cast<double>(eliminated);
+    state.counters["ns_per_elimination"] = eliminate_ns / n;
+    state.counters["ns_per_restoration"] = restore_ns / n;
+}
+
+void BM_EliminateRestore_reference(benchmark::State& state) {
+    auto system = make_sparse_system(kRows, kRows, 3, 5, 4);
+    auto vars = chosen(kRows, static_cast<int>(state.range(0)));
+    double eliminate_ns = 0, restore_ns = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto t = std::make_unique<ReferenceTableau>();
+        for (const auto& eq : system.equations)
+            t->add_equation(eq.get_basic_var(), ReferenceTableau::row_of(eq));
+        state.ResumeTiming();
+        auto start = std::chrono::steady_clock::now();
+        std::vector<int> done;
+        for (int v : vars)
+            if (t->rows().count(v) || t->cols().count(v)) {
+                t->eliminate(v);
+                done.push_back(v);
+            }
+        auto middle = std::chrono::steady_clock::now();
+        for (int v : done)
+            t->restore_if_eliminated(v);
+        auto end = std::chrono::steady_clock::now();
+        eliminate_ns += std::chrono::duration<double, std::nano>(middle - start).count();
+        restore_ns += std::chrono::duration<double, std::nano>(end - middle).count();
+        state.PauseTiming();
+        t.reset();
+        state.ResumeTiming();
+    }
+    auto n = static_cast<double>(state.iterations()) * static_cast<double>(vars.size());
+    state.counters["ns_per_elimination"] = eliminate_ns / n;
+    state.counters["ns_per_restoration"] = restore_ns / n;
+}
+
+BENCHMARK(BM_EliminateRestore)->Arg(10)->Arg(50)->Iterations(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_EliminateRestore_reference)
+    ->Arg(10)
+    ->Arg(50)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
