@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
+#include "support/row_space.h"
 #include "support/tableau_builders.h"
+#include "vorn/la/eliminate_greedy.h"
 #include "support/tableau_checker.h"
 
 using vorn::QNumber;
@@ -190,4 +194,40 @@ TEST(TableauRestore, UneliminateRestoresWhatTheEquationNeedsAndNotItself) {
     EXPECT_TRUE(tableau_is_valid(t));
     t.uneliminate(1, &out);  // not eliminated: nothing
     EXPECT_EQ(out.size(), 1u);
+}
+
+TEST(EliminateGreedy, EliminatesEverythingPresentAndKeepsTheSpan) {
+    std::mt19937_64 rng(8);
+    for (int trial = 0; trial < 20; ++trial) {
+        Tableau greedy(0), plain(0);
+        int structurals = 30;
+        for (int k = 0; k < 20; ++k) {
+            int slack = 100 + k;
+            std::vector<Equation::VarCoeff> entries{{slack, QNumber(-1)}};
+            for (int i = 0; i < 3; ++i)
+                entries.push_back({1 + static_cast<int>(rng() % structurals),
+                                   QNumber(static_cast<std::int64_t>(rng() % 5) + 1)});
+            Equation eq(slack, std::move(entries));
+            greedy.add_equation(eq, false, nullptr);
+            plain.add_equation(eq, false, nullptr);
+        }
+        greedy.check();
+        plain.check();
+        VarSet vars;
+        for (int v = 1; v <= structurals; v += 1 + trial % 3) vars.insert(v);
+        auto stats = vorn::la::eliminate_greedy(greedy, vars);
+        plain.eliminate_variables(vars);
+        ASSERT_TRUE(tableau_is_valid(greedy));
+        EXPECT_EQ(stats.eliminated, plain.elim_eqs().size());
+        EXPECT_EQ(greedy.rows().size(), plain.rows().size());
+        vorn::test::RowSpace plain_rows;
+        for (auto it = plain.rows().begin(); it != plain.rows().end(); ++it)
+            plain_rows.add(vorn::test::form_of(*it.value()));
+        for (auto it = greedy.rows().begin(); it != greedy.rows().end(); ++it)
+            EXPECT_TRUE(plain_rows.contains(vorn::test::form_of(*it.value())));
+        for (int v : vars) {
+            EXPECT_FALSE(greedy.rows().contains(v));
+            EXPECT_EQ(greedy.cols().find(v), nullptr);
+        }
+    }
 }

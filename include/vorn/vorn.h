@@ -3,6 +3,7 @@
 // Everything public in one include.
 
 #include "vorn/hsh/hashtable.h"
+#include "vorn/la/eliminate_greedy.h"
 #include "vorn/la/equation.h"
 #include "vorn/la/tableau.h"
 #include "vorn/la/varhashmap.h"
