@@ -1,0 +1,73 @@
+#include "vorn/linear_expr.h"
+
+#include <algorithm>
+
+namespace vorn::cli {
+
+int Symbols::intern(const std::string& name) {
+    auto [it, inserted] = ids_.emplace(name, static_cast<int>(names_.size()) + 1);
+    if (inserted) names_.push_back(name);
+    return it->second;
+}
+
+int Symbols::find(const std::string& name) const {
+    auto it = ids_.find(name);
+    return it == ids_.end() ? 0 : it->second;
+}
+
+LinearExpr LinearExpr::constant(const QNumber& value) {
+    LinearExpr e;
+    if (!value.is_zero()) e.terms_.push_back({0, value});
+    return e;
+}
+
+LinearExpr LinearExpr::variable(int id) {
+    LinearExpr e;
+    e.terms_.push_back({id, QNumber(1)});
+    return e;
+}
+
+void LinearExpr::add(const LinearExpr& other, const QNumber& scale) {
+    if (scale.is_zero()) return;
+    for (const auto& t : other.terms_)
+        terms_.push_back({t.var, t.coeff * scale});
+    normalized_ = false;
+}
+
+void LinearExpr::scale(const QNumber& factor) {
+    if (factor.is_zero()) {
+        terms_.clear();
+        normalized_ = true;
+        return;
+    }
+    for (auto& t : terms_)
+        t.coeff *= factor;
+}
+
+const LinearExpr::Entries& LinearExpr::entries() const {
+    if (normalized_) return terms_;
+    std::stable_sort(terms_.begin(), terms_.end(),
+                     [](const auto& a, const auto& b) { return a.var < b.var; });
+    std::size_t out = 0;
+    for (std::size_t i = 0; i < terms_.size();) {
+        la::Equation::VarCoeff current = std::move(terms_[i]);
+        for (++i; i < terms_.size() && terms_[i].var == current.var; ++i)
+            current.coeff += terms_[i].coeff;
+        if (!current.coeff.is_zero()) terms_[out++] = std::move(current);
+    }
+    terms_.resize(out);
+    normalized_ = true;
+    return terms_;
+}
+
+bool LinearExpr::is_constant() const {
+    const Entries& e = entries();
+    return e.empty() || (e.size() == 1 && e[0].var == 0);
+}
+
+QNumber LinearExpr::constant_value() const {
+    const Entries& e = entries();
+    return !e.empty() && e[0].var == 0 ? e[0].coeff : QNumber(0);
+}
+
+}  // namespace vorn::cli

@@ -1,0 +1,213 @@
+#include "vorn/replay.h"
+
+#include <cctype>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "vorn/la/tableau.h"
+#include "vorn/lin_parser.h"
+#include "vorn/source.h"
+
+namespace vorn::cli {
+
+namespace {
+
+struct Word {
+    std::string_view text;
+    SourcePos pos;
+};
+
+bool name_like(std::string_view w) {
+    if (w.empty() || !(std::isalpha(static_cast<unsigned char>(w[0])) || w[0] == '_')) return false;
+    for (char c : w)
+        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_')) return false;
+    return true;
+}
+
+// Variable numbers to names, after a dump.
+std::string names_legend(const Symbols& symbols) {
+    std::string out = "NAMES:\n";
+    for (int v = 1; v <= symbols.size(); ++v)
+        out += std::to_string(v) + " " + symbols.name(v) + "\n";
+    return out;
+}
+
+class Replay {
+  public:
+    std::string run(const std::string& text) {
+        std::string_view rest(text);
+        int line_no = 0;
+        while (!rest.empty()) {
+            ++line_no;
+            std::size_t end = rest.find('\n');
+            std::string_view line = rest.substr(0, end);
+            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+            if (auto hash = line.find('#'); hash != std::string_view::npos)
+                line = line.substr(0, hash);
+            step(line, line_no);
+        }
+        return out_;
+    }
+
+  private:
+    static std::vector<Word> split(std::string_view line, int line_no) {
+        std::vector<Word> words;
+        std::size_t i = 0;
+        while (i < line.size()) {
+            if (line[i] == ' ' || line[i] == '\t') {
+                ++i;
+                continue;
+            }
+            std::size_t begin = i;
+            while (i < line.size() && line[i] != ' ' && line[i] != '\t')
+                ++i;
+            words.push_back(
+                {line.substr(begin, i - begin), {line_no, static_cast<int>(begin) + 1}});
+        }
+        return words;
+    }
+
+    void step(std::string_view line, int line_no) {
+        std::vector<Word> words = split(line, line_no);
+        if (words.empty()) return;
+        std::string_view op = words[0].text;
+        if (op == "add") {
+            add(line, words);
+        } else if (op == "check") {
+            arity(words, 1);
+            t_.check();
+            pending_.clear();
+            pending_mentions_.clear();
+        } else if (op == "pivot") {
+            pivot(words);
+        } else if (op == "eliminate") {
+            eliminate(words);
+        } else if (op == "uneliminate") {
+            uneliminate(words);
+        } else if (op == "remove") {
+            arity(words, 2);
+            t_.remove_variable(known(words[1]));
+        } else if (op == "dump") {
+            arity(words, 1);
+            out_ += t_.to_str();
+            out_ += names_legend(symbols_);
+        } else if (op == "stats") {
+            arity(words, 1);
+            stats();
+        } else {
+            throw InputError(words[0].pos, "unknown operation '" + std::string(op) + "'");
+        }
+    }
+
+    static void arity(const std::vector<Word>& words, std::size_t n) {
+        if (words.size() > n)
+            throw InputError(words[n].pos, "unexpected '" + std::string(words[n].text) + "'");
+        if (words.size() < n)
+            throw InputError(words[0].pos, "'" + std::string(words[0].text) + "' needs " +
+                                               std::to_string(n - 1) + " argument" +
+                                               (n == 2 ? "" : "s"));
+    }
+
+    int known(const Word& w) const {
+        int id = symbols_.find(std::string(w.text));
+        if (id == 0) throw InputError(w.pos, "unknown variable '" + std::string(w.text) + "'");
+        return id;
+    }
+
+    bool eliminated(int v) const { return t_.elim_index().find(v) != nullptr; }
+    bool mentioned(int v) const {
+        return t_.cols().find(v) != nullptr || pending_mentions_.count(v);
+    }
+
+    void add(std::string_view line, const std::vector<Word>& words) {
+        if (words.size() < 4 || words[2].text != "=")
+            throw InputError(words[0].pos, "expected 'add NAME = TERM [now]'");
+        const Word& name = words[1];
+        if (!name_like(name.text)) throw InputError(name.pos, "expected a variable name");
+        bool now = words.back().text == "now" && words.size() > 4;
+        std::size_t term_begin = static_cast<std::size_t>(words[3].pos.col - 1);
+        std::size_t term_end =
+            now ? static_cast<std::size_t>(words.back().pos.col - 1) : line.size();
+        int basic = symbols_.intern(std::string(name.text));
+        if (t_.rows().contains(basic))
+            throw InputError(name.pos, "'" + std::string(name.text) + "' is basic already");
+        if (eliminated(basic))
+            throw InputError(name.pos, "'" + std::string(name.text) + "' is eliminated");
+        if (mentioned(basic) || pending_.count(basic))
+            throw InputError(name.pos,
+                             "'" + std::string(name.text) + "' is mentioned by a row already");
+        LinearExpr term =
+            parse_lin_term(line.substr(term_begin, term_end - term_begin), words[3].pos, symbols_);
+        std::vector<la::Equation::VarCoeff> entries{{basic, QNumber(-1)}};
+        for (const auto& e : term.entries()) {
+            if (e.var == basic)
+                throw InputError(words[3].pos, "the term mentions the variable it defines");
+            if (!t_.initialized() && (t_.rows().contains(e.var) || pending_.count(e.var)))
+                throw InputError(words[3].pos,
+                                 "before check, a term may not mention a basic variable");
+            entries.push_back(e);
+        }
+        if (!t_.initialized() && !now) {
+            pending_.insert(basic);
+            for (const auto& e : entries)
+                if (e.var >= 1 && e.var != basic) pending_mentions_.insert(e.var);
+        }
+        t_.add_equation(la::Equation(basic, std::move(entries)), now, nullptr);
+    }
+
+    void pivot(const std::vector<Word>& words) {
+        arity(words, 3);
+        int leaving = known(words[1]);
+        int entering = known(words[2]);
+        if (!t_.rows().contains(leaving))
+            throw InputError(words[1].pos, "'" + std::string(words[1].text) + "' has no row");
+        if (entering == leaving || t_.rows().at(leaving)->coeff_of(entering) == nullptr)
+            throw InputError(words[2].pos, "the row of '" + std::string(words[1].text) +
+                                               "' does not mention '" + std::string(words[2].text) +
+                                               "'");
+        if (pending_mentions_.count(entering))
+            throw InputError(words[2].pos,
+                             "a waiting equation mentions '" + std::string(words[2].text) + "'");
+        t_.pivot(leaving, entering);
+    }
+
+    void eliminate(const std::vector<Word>& words) {
+        if (!t_.initialized()) throw InputError(words[0].pos, "eliminate needs check first");
+        la::VarSet vars;
+        for (std::size_t i = 1; i < words.size(); ++i)
+            vars.insert(known(words[i]));
+        t_.eliminate_variables(vars);
+    }
+
+    void uneliminate(const std::vector<Word>& words) {
+        arity(words, 2);
+        int v = known(words[1]);
+        if (!eliminated(v))
+            throw InputError(words[1].pos,
+                             "'" + std::string(words[1].text) + "' is not eliminated");
+        t_.uneliminate(v, nullptr);
+    }
+
+    void stats() {
+        out_ += "rows: " + std::to_string(t_.rows().size()) + "\n";
+        out_ += "columns: " + std::to_string(t_.cols().size()) + "\n";
+        out_ += "eliminated: " + std::to_string(t_.elim_index().size()) + "\n";
+        out_ += "equations: " + std::to_string(t_.equations().size()) + "\n";
+    }
+
+    la::Tableau t_{0};
+    Symbols symbols_;
+    std::set<int> pending_;           // basic variables of equations waiting for check
+    std::set<int> pending_mentions_;  // variables those equations mention
+    std::string out_;
+};
+
+}  // namespace
+
+std::string replay(const std::string& text) {
+    return Replay().run(text);
+}
+
+}  // namespace vorn::cli
