@@ -35,6 +35,8 @@ class LineParser {
         Atom atom{Relation::Eq, {}, here()};
         LinearExpr lhs = expr();
         skip_space();
+        if (peek() == '<' || peek() == '>' || peek() == '!')
+            fail("only equations ('=') are allowed here");
         if (peek() != '=')
             fail(at_end() ? "expected '=' before the end of the line" : "expected '='");
         ++pos_;
@@ -127,8 +129,7 @@ class LineParser {
             std::size_t begin = pos_;
             while (pos_ < line_.size() && ident_char(line_[pos_]))
                 ++pos_;
-            return LinearExpr::variable(
-                symbols_.intern(std::string(line_.substr(begin, pos_ - begin))));
+            return LinearExpr::variable(symbols_.intern(line_.substr(begin, pos_ - begin)));
         }
         if (at_end()) fail("expected a term before the end of the line");
         fail(std::string("unexpected '") + c + "'");
@@ -174,6 +175,7 @@ LinearExpr parse_lin_term(std::string_view text, SourcePos start, Symbols& symbo
 
 Problem parse_lin(const std::string& text) {
     Problem problem;
+    problem.symbols.reserve(text.size() / 16);  // about one new name per equation line
     std::string_view rest(text);
     int line_no = 0;
     while (!rest.empty()) {

@@ -4,13 +4,24 @@
 
 namespace vorn::cli {
 
-int Symbols::intern(const std::string& name) {
-    auto [it, inserted] = ids_.emplace(name, static_cast<int>(names_.size()) + 1);
-    if (inserted) names_.push_back(name);
-    return it->second;
+Symbols& Symbols::operator=(const Symbols& other) {
+    if (this == &other) return *this;
+    ids_.clear();
+    names_.clear();
+    for (const std::string& name : other.names_)
+        intern(name);
+    return *this;
 }
 
-int Symbols::find(const std::string& name) const {
+int Symbols::intern(std::string_view name) {
+    if (auto it = ids_.find(name); it != ids_.end()) return it->second;
+    names_.emplace_back(name);
+    int id = static_cast<int>(names_.size());
+    ids_.emplace(names_.back(), id);
+    return id;
+}
+
+int Symbols::find(std::string_view name) const {
     auto it = ids_.find(name);
     return it == ids_.end() ? 0 : it->second;
 }

@@ -3,7 +3,9 @@
 // Linear expressions over named variables while an input is read: Σ coeff·var + constant, the
 // constant kept as variable 0 like the library's equations.
 
+#include <deque>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -14,14 +16,22 @@ namespace vorn::cli {
 // Names to variable numbers, from 1 in order of first appearance.
 class Symbols {
   public:
-    int intern(const std::string& name);
-    int find(const std::string& name) const;  // 0 when unknown
+    Symbols() = default;
+    Symbols(const Symbols& other) { *this = other; }
+    Symbols& operator=(const Symbols& other);
+    Symbols(Symbols&&) noexcept = default;
+    Symbols& operator=(Symbols&&) noexcept = default;
+
+    void reserve(std::size_t n) { ids_.reserve(n); }
+    int intern(std::string_view name);
+    int find(std::string_view name) const;  // 0 when unknown
     const std::string& name(int id) const { return names_[id - 1]; }
     int size() const { return static_cast<int>(names_.size()); }
 
   private:
-    std::unordered_map<std::string, int> ids_;
-    std::vector<std::string> names_;
+    // The keys view the strings of `names_`, whose elements never move.
+    std::unordered_map<std::string_view, int> ids_;
+    std::deque<std::string> names_;
 };
 
 class LinearExpr {

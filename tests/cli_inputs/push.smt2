@@ -1,0 +1,2 @@
+(declare-const x Real)
+(push 1)

@@ -1,0 +1,2 @@
+(declare-const x Real)
+(assert (= x y))
