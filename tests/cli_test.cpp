@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
 #include <array>
 #include <cstdio>
 #include <fstream>
 #include <random>
 #include <sstream>
-#include <sys/wait.h>
 
 #include "support/row_space.h"
 #include "vorn/lin_parser.h"
@@ -34,7 +34,8 @@ ToolRun run_tool(const std::string& args) {
     FILE* pipe = popen(cmd.c_str(), "r");
     std::array<char, 4096> buf{};
     std::size_t n;
-    while ((n = std::fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
+    while ((n = std::fread(buf.data(), 1, buf.size(), pipe)) > 0)
+        run.out.append(buf.data(), n);
     int status = pclose(pipe);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     std::ifstream err(err_file);
@@ -44,8 +45,12 @@ ToolRun run_tool(const std::string& args) {
     return run;
 }
 
-std::string example(const std::string& name) { return std::string(VORN_SOURCE_DIR) + "/examples/" + name; }
-std::string bad(const std::string& name) { return std::string(VORN_SOURCE_DIR) + "/tests/cli_inputs/" + name; }
+std::string example(const std::string& name) {
+    return std::string(VORN_SOURCE_DIR) + "/examples/" + name;
+}
+std::string bad(const std::string& name) {
+    return std::string(VORN_SOURCE_DIR) + "/tests/cli_inputs/" + name;
+}
 
 vorn::test::Form form(const LinearExpr::Entries& entries) {
     vorn::test::Form f;
@@ -62,8 +67,9 @@ vorn::test::Form form(const LinearExpr::Entries& entries) {
 TEST(CliSolve, BalanceExampleExactOutput) {
     ToolRun run = run_tool("solve " + example("balance.lin"));
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out,
-              "sat\nequations:\ndefinitions:\n  mix = 120\n  a = 60\n  b = 30\n  r = 30\n  p = 90\n");
+    EXPECT_EQ(
+        run.out,
+        "sat\nequations:\ndefinitions:\n  mix = 120\n  a = 60\n  b = 30\n  r = 30\n  p = 90\n");
 }
 
 TEST(CliSolve, FlowExampleProjectsOntoKeptVariables) {
@@ -111,7 +117,8 @@ TEST(CliSolve, RandomProjectionsAreImpliedByTheInput) {
         options.eliminate = chosen;
         SolveResult result = solve(problem, options);
         vorn::test::RowSpace input, projected;
-        for (const Atom& a : problem.atoms) input.add(form(a.expr.entries()));
+        for (const Atom& a : problem.atoms)
+            input.add(form(a.expr.entries()));
         if (!result.sat) {
             EXPECT_TRUE(input.contains({{0, 1}})) << text;
             continue;
@@ -123,7 +130,8 @@ TEST(CliSolve, RandomProjectionsAreImpliedByTheInput) {
             projected.add(f);
         }
         std::map<int, vorn::test::Form> defs;
-        for (const auto& d : result.definitions) defs[d.var] = form(d.terms);
+        for (const auto& d : result.definitions)
+            defs[d.var] = form(d.terms);
         for (const Atom& a : problem.atoms) {
             vorn::test::Form f, orig = form(a.expr.entries());
             for (const auto& [v, c] : orig) {
@@ -131,10 +139,13 @@ TEST(CliSolve, RandomProjectionsAreImpliedByTheInput) {
                     f[v] += c;
                     continue;
                 }
-                for (const auto& [w, d] : defs[v]) f[w] += c * d;
+                for (const auto& [w, d] : defs[v])
+                    f[w] += c * d;
             }
-            for (auto it = f.begin(); it != f.end();) it = it->second == 0 ? f.erase(it) : std::next(it);
-            for (const auto& [v, c] : f) EXPECT_FALSE(defs.count(v)) << "definition not resolved";
+            for (auto it = f.begin(); it != f.end();)
+                it = it->second == 0 ? f.erase(it) : std::next(it);
+            for (const auto& [v, c] : f)
+                EXPECT_FALSE(defs.count(v)) << "definition not resolved";
             EXPECT_TRUE(projected.contains(f)) << text;
         }
     }
@@ -191,7 +202,8 @@ TEST(CliReplay, RunsTheExampleTrace) {
     ToolRun run = run_tool("replay " + example("pivots.trace"));
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("s: 2 <--> x2 = x1 - 2*x3\n"), std::string::npos);
-    EXPECT_NE(run.out.find("rows: 3\ncolumns: 3\neliminated: 0\nequations: 3\n"), std::string::npos);
+    EXPECT_NE(run.out.find("rows: 3\ncolumns: 3\neliminated: 0\nequations: 3\n"),
+              std::string::npos);
     EXPECT_THROW(replay("add s = x\nadd t = s + 1\n"), InputError);  // mentions a waiting basic
 }
 

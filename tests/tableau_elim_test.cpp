@@ -6,8 +6,8 @@
 
 #include "support/row_space.h"
 #include "support/tableau_builders.h"
-#include "vorn/la/eliminate_greedy.h"
 #include "support/tableau_checker.h"
+#include "vorn/la/eliminate_greedy.h"
 
 using vorn::QNumber;
 using vorn::la::Equation;
@@ -214,7 +214,8 @@ TEST(EliminateGreedy, EliminatesEverythingPresentAndKeepsTheSpan) {
         greedy.check();
         plain.check();
         VarSet vars;
-        for (int v = 1; v <= structurals; v += 1 + trial % 3) vars.insert(v);
+        for (int v = 1; v <= structurals; v += 1 + trial % 3)
+            vars.insert(v);
         auto stats = vorn::la::eliminate_greedy(greedy, vars);
         plain.eliminate_variables(vars);
         ASSERT_TRUE(tableau_is_valid(greedy));
