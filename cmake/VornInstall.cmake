@@ -20,5 +20,7 @@ install(FILES
     cmake/FindGMP.cmake
     DESTINATION ${VORN_CMAKE_DIR})
 
+# Relocatable: the prefix is found from the .pc file's own place.
+file(RELATIVE_PATH VORN_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(cmake/vorn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vorn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vorn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Installs a built tree into a scratch prefix and builds an outside project against it, through
+# find_package(vorn) and through pkg-config.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build/debug}
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+cmake --install "$build" --prefix "$prefix" >/dev/null
+cmake -S tests/consumer -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$prefix/consumer" >/dev/null
+"$prefix/consumer/consumer" >/dev/null
+PKG_CONFIG_PATH="$prefix/lib/pkgconfig" c++ -std=c++20 tests/consumer/main.cpp \
+    $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs vorn) -o "$prefix/consumer-pc"
+"$prefix/consumer-pc" >/dev/null
+echo "install check: find_package(vorn) and pkg-config consumers built and ran"
