@@ -17,19 +17,9 @@ using vorn::la::VarSet;
 using vorn::test::basics_of;
 using vorn::test::columns_of;
 using vorn::test::row_of;
+using vorn::test::set_of;
 using vorn::test::tableau_is_valid;
 using Cols = std::map<int, std::set<int>>;
-
-namespace {
-
-VarSet set_of(std::initializer_list<int> vars) {
-    VarSet s;
-    for (int v : vars)
-        s.insert(v);
-    return s;
-}
-
-}  // namespace
 
 TEST(TableauIntake, WaitingEquationsEnterAtCheckInOrder) {
     Tableau t(0);

@@ -16,7 +16,7 @@ struct Candidate {
 
 // Marks indexed by variable number, cleared in O(1) by bumping the round stamp.
 class Marks {
-public:
+  public:
     void next_round() { ++stamp_; }
     void set(int v) {
         if (static_cast<std::size_t>(v) >= stamps_.size()) stamps_.resize(2 * v + 1, 0);
@@ -26,7 +26,7 @@ public:
         return static_cast<std::size_t>(v) < stamps_.size() && stamps_[v] == stamp_;
     }
 
-private:
+  private:
     std::vector<std::uint32_t> stamps_;
     std::uint32_t stamp_ = 0;
 };
@@ -63,7 +63,8 @@ std::vector<Candidate> rank(const Tableau& t, std::vector<int>& pending) {
     std::sort(ranked.begin(), ranked.end(), [](const Candidate& a, const Candidate& b) {
         return a.cost != b.cost ? a.cost < b.cost : a.var < b.var;
     });
-    for (const Candidate& c : ranked) still_pending.push_back(c.var);
+    for (const Candidate& c : ranked)
+        still_pending.push_back(c.var);
     pending.swap(still_pending);
     return ranked;
 }
@@ -83,7 +84,8 @@ VarSet independent_batch(const Tableau& t, const std::vector<Candidate>& ranked,
         if (touched.test(c.var)) continue;
         const VarSet& col = t.cols().find(c.var)->value.second;
         bool clash = false;
-        for (int b : col) clash = clash || claimed.test(b);
+        for (int b : col)
+            clash = clash || claimed.test(b);
         if (clash) continue;
         batch.insert(c.var);
         for (int b : col) {

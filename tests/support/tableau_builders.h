@@ -18,6 +18,13 @@ inline la::Equation row_of(int b, std::initializer_list<int> mentions) {
     return la::Equation(b, std::move(entries));
 }
 
+inline la::VarSet set_of(std::initializer_list<int> vars) {
+    la::VarSet s;
+    for (int v : vars)
+        s.insert(v);
+    return s;
+}
+
 inline std::map<int, std::set<int>> columns_of(const la::Tableau& t) {
     std::map<int, std::set<int>> cols;
     for (const auto& [v, set] : t.cols())
