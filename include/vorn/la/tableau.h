@@ -31,17 +31,19 @@
 
 namespace vorn::la {
 
+// Orders eliminated variables latest-eliminated first: a before b when a's position in the
+// elimination record is greater. Both must be eliminated.
+struct Unelim_lt {
+    const hsh::HashMap<int, unsigned long, hsh::hash<int>, std::equal_to<int>>& elim_index;
+    bool operator()(int a, int b) const {
+        return elim_index.find(a)->value.second > elim_index.find(b)->value.second;
+    }
+};
+
 class Tableau {
   public:
     using ElimIndex = hsh::HashMap<int, unsigned long, hsh::hash<int>, std::equal_to<int>>;
-
-    // Orders eliminated variables latest-eliminated first (by descending position).
-    struct Unelim_lt {
-        const ElimIndex& elim_index;
-        bool operator()(int a, int b) const {
-            return elim_index.find(a)->value.second > elim_index.find(b)->value.second;
-        }
-    };
+    using Unelim_lt = la::Unelim_lt;
 
     explicit Tableau(int param);
     Tableau(const Tableau&) = delete;
