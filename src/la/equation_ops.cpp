@@ -15,11 +15,6 @@ namespace {
 
 using Entries = std::vector<Equation::VarCoeff>;
 
-bool entries_sorted(const Entries& entries) {
-    return std::is_sorted(entries.begin(), entries.end(),
-                          [](const auto& a, const auto& b) { return a.var < b.var; });
-}
-
 Entries::iterator find_entry(Entries& entries, int var) {
     auto it = std::lower_bound(entries.begin(), entries.end(), var,
                                [](const Equation::VarCoeff& e, int v) { return e.var < v; });
@@ -38,17 +33,39 @@ void report_absent(const Entries& row, const Entries& def, int x, std::vector<in
         if (e.var != x && find_entry(row, e.var) == row.end()) dropped->push_back(e.var);
 }
 
-// Number of entries of `def`, other than x, for variables the row does not mention.
-std::size_t count_new_vars(const Entries& row, const Entries& def, int x) {
-    std::size_t extra = 0;
+// What one joint walk over a row and a definition finds out before a substitution.
+struct MergePlan {
+    bool sorted = true;  // both lists ascending by variable
+    const QNumber* row_x = nullptr;
+    const QNumber* def_x = nullptr;
+    std::size_t new_vars = 0;  // entries of def, other than x, for variables the row lacks
+};
+
+MergePlan plan_merge(const Entries& row, const Entries& def, int x) {
+    MergePlan plan;
     auto r = row.begin();
-    for (const auto& e : def) {
-        if (e.var == x) continue;
-        while (r != row.end() && r->var < e.var)
-            ++r;
-        if (r == row.end() || r->var != e.var) ++extra;
+    int last_def = INT32_MIN;
+    int last_row = INT32_MIN;
+    auto step_row = [&] {
+        if (r->var <= last_row && r != row.begin()) plan.sorted = false;
+        last_row = r->var;
+        if (r->var == x) plan.row_x = &r->coeff;
+        ++r;
+    };
+    for (auto d = def.begin(); d != def.end(); ++d) {
+        if (d != def.begin() && d->var <= last_def) plan.sorted = false;
+        last_def = d->var;
+        while (r != row.end() && r->var < d->var)
+            step_row();
+        if (d->var == x) {
+            plan.def_x = &d->coeff;
+        } else if (r == row.end() || r->var != d->var) {
+            ++plan.new_vars;
+        }
     }
-    return extra;
+    while (r != row.end())
+        step_row();
+    return plan;
 }
 
 // Replaces a slot whatever form its old coefficient has (assignment would keep a big slot big).
@@ -61,9 +78,9 @@ void overwrite(QNumber& slot, QNumber&& value) {
 // the number of new variables, and every entry is moved at most once (writes never overtake the
 // unread part of the row). Gaps left by x and by cancellations are closed at the end.
 void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor,
-                  std::vector<int>* dropped) {
+                  std::size_t new_vars, std::vector<int>* dropped) {
     const auto n = static_cast<std::ptrdiff_t>(row.size());
-    row.resize(row.size() + count_new_vars(row, def, x));
+    row.resize(row.size() + new_vars);
     Equation::VarCoeff* base = row.data();
     std::ptrdiff_t r = n - 1;
     auto w = static_cast<std::ptrdiff_t>(row.size());  // one past the next write
@@ -103,6 +120,15 @@ void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor
     row.resize(static_cast<std::size_t>(size - w));
 }
 
+// row ← row − (row[x] / def[x])·def for sorted lists that both mention x.
+void substitute_sorted(Entries& row, int x, const Entries& def, const MergePlan& plan,
+                       std::vector<int>* dropped) {
+    assert(plan.def_x != nullptr && "substitute_var: the definition does not mention x");
+    QNumber factor = *plan.row_x / *plan.def_x;  // before the merge moves the row's entries
+    factor.negate();
+    merge_scaled(row, def, x, factor, plan.new_vars, dropped);
+}
+
 }  // namespace
 
 void Equation::change_basic_var(int v) {
@@ -125,23 +151,24 @@ void Equation::change_basic_var(int v) {
 
 void Equation::substitute_var(int x, const Equation& def, std::vector<int>* dropped,
                               Entries& scratch) {
-    if (!entries_sorted(def.coeffs_)) {
+    MergePlan plan = plan_merge(coeffs_, def.coeffs_, x);
+    if (!plan.sorted) {  // hand-built equations: sort copies of the lists and start again
         Equation sorted(def);
         sorted.sort_entries();
-        substitute_var(x, sorted, dropped, scratch);
+        sort_entries();
+        plan = plan_merge(coeffs_, sorted.coeffs_, x);
+        if (plan.row_x != nullptr)
+            substitute_sorted(coeffs_, x, sorted.coeffs_, plan, dropped);
+        else
+            report_absent(coeffs_, sorted.coeffs_, x, dropped);
         return;
     }
-    sort_entries();
-    auto rx = find_entry(coeffs_, x);
-    if (rx == coeffs_.end()) {
+    (void)scratch;
+    if (plan.row_x == nullptr) {
         report_absent(coeffs_, def.coeffs_, x, dropped);
         return;
     }
-    auto dx = find_entry(def.coeffs_, x);
-    assert(dx != def.coeffs_.end() && "substitute_var: the definition does not mention x");
-    QNumber factor = rx->coeff / dx->coeff;
-    factor.negate();
-    merge_scaled(coeffs_, def.coeffs_, x, factor, dropped);
+    substitute_sorted(coeffs_, x, def.coeffs_, plan, dropped);
 }
 
 void Equation::substitute_var(int x, const Equation& def, std::vector<int>* dropped) {
