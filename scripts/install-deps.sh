@@ -2,8 +2,10 @@
 # Installs what building, testing and benchmarking vorn needs, if it is missing (Debian 12).
 set -euo pipefail
 
+# "ci" adds what CI's extra checks need: clang with libFuzzer, and valgrind.
 packages=(cmake ninja-build g++ pkg-config libgmp-dev libgtest-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev)
+[ "${1:-}" = ci ] && packages+=(clang libclang-rt-14-dev valgrind)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (the `fuzz` preset: clang, ASan + UBSan) and runs each for a
+# bounded time, starting from the seed corpus in fuzz/corpus. Usage: scripts/fuzz.sh [SECONDS]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+for target in tableau qnumber parsers; do
+    mkdir -p "$work/$target"
+    echo "fuzzing $target for ${seconds}s"
+    if ! build/fuzz/fuzz/${target}_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
+        -print_final_stats=1 -artifact_prefix="$work/" "$work/$target" "fuzz/corpus/$target" \
+        >"$work/$target.log" 2>&1; then
+        tail -n 40 "$work/$target.log"
+        echo "fuzz target $target failed" >&2
+        exit 1
+    fi
+    grep -E '^stat::number_of_executed_units' "$work/$target.log" | sed "s/^/$target: /"
+done
