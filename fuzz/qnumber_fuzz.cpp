@@ -13,8 +13,8 @@ using vorn::QNumber;
 namespace {
 
 std::int64_t boundary_int(FuzzedDataProvider& data) {
-    static constexpr std::int64_t anchors[] = {0, 1, 2, 3, INT32_MAX, std::int64_t{1} << 32,
-                                               std::int64_t{1} << 62, INT64_MAX, INT64_MIN};
+    static constexpr std::int64_t anchors[] = {
+        0, 1, 2, 3, INT32_MAX, std::int64_t{1} << 32, std::int64_t{1} << 62, INT64_MAX, INT64_MIN};
     std::int64_t v = data.ConsumeBool() ? data.ConsumeIntegral<std::int64_t>()
                                         : anchors[data.ConsumeIntegralInRange<int>(0, 8)];
     // Step towards zero, so that the neighbours of the extremes stay in range.

@@ -19,7 +19,8 @@ struct FuzzChoices {
         if (num == 0) num = 1;
         vorn::QNumber c(num % 10 == 0 ? num : num % 7 + (num % 7 == 0 ? 1 : 0), den);
         unsigned shift = data.ConsumeIntegralInRange<unsigned>(0, 3);
-        for (unsigned i = 0; i < shift; ++i) c *= vorn::QNumber(INT64_MAX);
+        for (unsigned i = 0; i < shift; ++i)
+            c *= vorn::QNumber(INT64_MAX);
         return c;
     }
 };
