@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "reference_tableau.h"
+#include "vorn/la/eliminate_greedy.h"
 #include "vorn/la/tableau.h"
 #include "workload.h"
 
@@ -102,6 +103,55 @@ BENCHMARK(BM_EliminateRestore)->Arg(10)->Arg(50)->Iterations(3)->Unit(benchmark:
 BENCHMARK(BM_EliminateRestore_reference)
     ->Arg(10)
     ->Arg(50)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+// Solving m random equations with 4 entries over 2m variables: one eliminate_variables call
+// (ascending order) against eliminate_greedy (fewest rows first, in independent batches).
+void solve_order(benchmark::State& state, bool greedy) {
+    int m = static_cast<int>(state.range(0));
+    auto system = make_sparse_system(m, 2 * m, 4, 4, 6);
+    VarSet all;
+    for (int v = 1; v <= 2 * m; ++v)
+        all.insert(v);
+    std::size_t fill = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto t = std::make_unique<Tableau>(0);
+        for (const auto& eq : system.equations)
+            t->add_equation(eq, false, nullptr);
+        t->check();
+        state.ResumeTiming();
+        if (greedy)
+            vorn::la::eliminate_greedy(*t, all);
+        else
+            t->eliminate_variables(all);
+        state.PauseTiming();
+        fill = 0;
+        for (const auto& [v, eq] : t->elim_eqs())
+            fill += eq->coeffs_.size();
+        t.reset();
+        state.ResumeTiming();
+    }
+    state.counters["stored_coefficients"] = static_cast<double>(fill);
+}
+void BM_SolveAscending(benchmark::State& s) {
+    solve_order(s, false);
+}
+void BM_SolveGreedy(benchmark::State& s) {
+    solve_order(s, true);
+}
+BENCHMARK(BM_SolveAscending)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SolveGreedy)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
+    ->Arg(100000)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 
