@@ -167,6 +167,102 @@ class LineParser {
     int depth_ = 0;
 };
 
+// The common shape of a line, such as "2*x - y/3 + 4z = 5", read straight into one entry list.
+// Anything else (parentheses, products of two terms, every error) makes it give up, and the
+// full parser above reads the line and reports positions.
+class FlatLine {
+  public:
+    FlatLine(std::string_view line, Symbols& symbols) : line_(line), symbols_(symbols) {}
+
+    bool parse(LinearExpr& out) {
+        LinearExpr::Entries entries;
+        if (!side(1, entries) || peek() != '=') return false;
+        ++pos_;
+        if (!side(-1, entries) || !at_end()) return false;
+        out = LinearExpr::from_entries(std::move(entries));
+        return true;
+    }
+
+  private:
+    bool side(int side_sign, LinearExpr::Entries& out) {
+        for (bool first = true;; first = false) {
+            skip_space();
+            int sign = side_sign;
+            if (peek() == '+' || peek() == '-') {
+                if (peek() == '-') sign = -sign;
+                ++pos_;
+                skip_space();
+            } else if (!first) {
+                return true;
+            }
+            if (!monomial(sign, out)) return false;
+            skip_space();
+        }
+    }
+
+    // [number] [['*'] name] ['/' number]
+    bool monomial(int sign, LinearExpr::Entries& out) {
+        QNumber c(sign);
+        bool has_number = digit(peek()) || peek() == '.';
+        if (has_number) {
+            QNumber n;
+            if (!number(n)) return false;
+            c *= n;
+            if (!ident_start(peek())) {
+                skip_space();
+                if (peek() == '*') {
+                    ++pos_;
+                    skip_space();
+                    if (!ident_start(peek())) return false;
+                }
+            }
+        }
+        int var = 0;
+        if (ident_start(peek())) {
+            std::size_t begin = pos_;
+            while (pos_ < line_.size() && ident_char(line_[pos_]))
+                ++pos_;
+            var = symbols_.intern(line_.substr(begin, pos_ - begin));
+            skip_space();
+        } else if (!has_number) {
+            return false;
+        }
+        if (peek() == '/') {
+            ++pos_;
+            skip_space();
+            QNumber d;
+            if (!number(d) || d.is_zero()) return false;
+            c /= d;
+        }
+        out.push_back({var, c});
+        return true;
+    }
+
+    bool number(QNumber& out) {
+        std::size_t begin = pos_;
+        while (pos_ < line_.size() && (digit(line_[pos_]) || line_[pos_] == '.'))
+            ++pos_;
+        if (pos_ == begin) return false;
+        try {
+            out = QNumber::from_string(line_.substr(begin, pos_ - begin));
+        } catch (const std::invalid_argument&) {
+            return false;
+        }
+        return true;
+    }
+
+    void skip_space() {
+        while (pos_ < line_.size() && (line_[pos_] == ' ' || line_[pos_] == '\t'))
+            ++pos_;
+    }
+    char peek() const { return pos_ < line_.size() ? line_[pos_] : '\0'; }
+    bool at_end() const { return pos_ >= line_.size(); }
+
+    std::string_view line_;
+    Symbols& symbols_;
+    std::size_t pos_ = 0;
+};
+
 }  // namespace
 
 LinearExpr parse_lin_term(std::string_view text, SourcePos start, Symbols& symbols) {
@@ -186,7 +282,11 @@ Problem parse_lin(const std::string& text) {
         if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
         if (auto hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
         if (line.find_first_not_of(" \t") == std::string_view::npos) continue;
-        problem.atoms.push_back(LineParser(line, line_no, problem.symbols).parse_equation());
+        SourcePos start{line_no, static_cast<int>(line.find_first_not_of(" \t")) + 1};
+        Atom atom{Relation::Eq, {}, start};
+        if (!FlatLine(line, problem.symbols).parse(atom.expr))
+            atom = LineParser(line, line_no, problem.symbols).parse_equation();
+        problem.atoms.push_back(std::move(atom));
     }
     return problem;
 }

@@ -38,6 +38,13 @@ LinearExpr LinearExpr::variable(int id) {
     return e;
 }
 
+LinearExpr LinearExpr::from_entries(Entries entries) {
+    LinearExpr e;
+    e.terms_ = std::move(entries);
+    e.normalized_ = false;
+    return e;
+}
+
 void LinearExpr::add(const LinearExpr& other, const QNumber& scale) {
     if (scale.is_zero()) return;
     for (const auto& t : other.terms_)

@@ -41,6 +41,8 @@ class LinearExpr {
     LinearExpr() = default;
     static LinearExpr constant(const QNumber& value);
     static LinearExpr variable(int id);
+    // Any entries; merged and sorted when first read.
+    static LinearExpr from_entries(Entries entries);
 
     void add(const LinearExpr& other, const QNumber& scale);
     void scale(const QNumber& factor);
