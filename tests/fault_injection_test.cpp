@@ -114,6 +114,22 @@ TEST(AllocationFailure, FailedCopyLeavesEquationsUnchanged) {
     }
 }
 
+TEST(AllocationFailure, FailedBigAssignmentKeepsTheOldValue) {
+    const QNumber big = QNumber::make_big(QNumber::from_string("123456789012345678901234567890"));
+    QNumber dest(3, 4);
+    long live = g_live;
+    g_fail_new_in = 0;  // the block of the big form
+    EXPECT_THROW(dest = big, std::bad_alloc);
+    g_fail_new_in = -1;
+    EXPECT_FALSE(dest.is_big());
+    EXPECT_EQ(dest, QNumber(3, 4));
+    EXPECT_EQ(g_live, live);
+    g_fail_new_in = 0;
+    EXPECT_THROW(QNumber copy(big), std::bad_alloc);
+    g_fail_new_in = -1;
+    EXPECT_EQ(g_live, live);
+}
+
 namespace {
 
 // Touches every operation: intake before and after check, pivots, elimination with a restoring
