@@ -1,5 +1,6 @@
 #include "vorn/lin_parser.h"
 
+#include <algorithm>
 #include <cctype>
 #include <string_view>
 
@@ -272,6 +273,7 @@ LinearExpr parse_lin_term(std::string_view text, SourcePos start, Symbols& symbo
 Problem parse_lin(const std::string& text) {
     Problem problem;
     problem.symbols.reserve(text.size() / 16);  // about one new name per equation line
+    problem.atoms.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
     std::string_view rest(text);
     int line_no = 0;
     while (!rest.empty()) {

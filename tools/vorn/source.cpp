@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 
 namespace vorn::cli {
@@ -21,8 +20,10 @@ SourceText SourceText::read(const std::string& path) {
     source.name = path;
     std::ifstream in(path, std::ios::binary);
     if (!in) throw InputError({1, 1}, std::string("cannot open file: ") + std::strerror(errno));
-    source.text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::ostringstream buffer;
+    buffer << in.rdbuf();  // one bulk copy, not a character at a time
     if (in.bad()) throw InputError({1, 1}, "cannot read file");
+    source.text = std::move(buffer).str();
     return source;
 }
 
