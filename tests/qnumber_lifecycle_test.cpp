@@ -30,6 +30,16 @@ TEST(QNumberConstruction, NormalizesToLowestTermsWithPositiveDenominator) {
     expect_small(QNumber(-5, INT64_MIN + 1), 5, INT64_MAX);
 }
 
+TEST(QNumberConstruction, AcceptsEveryIntegerType) {
+    expect_small(QNumber(0), 0, 1);
+    expect_small(QNumber(7u), 7, 1);
+    expect_small(QNumber(static_cast<short>(-3)), -3, 1);
+    expect_small(QNumber(std::uint64_t{INT64_MAX}), INT64_MAX, 1);
+    QNumber beyond(std::uint64_t{1} << 63);
+    EXPECT_TRUE(beyond.is_big());
+    EXPECT_EQ(beyond.to_string(), "9223372036854775808");
+}
+
 TEST(QNumberConstruction, PromotesWhenTheNormalFormDoesNotFit) {
     QNumber negated(INT64_MIN, -1);  // 2^63
     EXPECT_TRUE(negated.is_big());

@@ -173,6 +173,12 @@ QNumber QNumber::from_computed(mpq_ptr value) {
     return q;
 }
 
+QNumber QNumber::from_unsigned(std::uint64_t value) {
+    detail::Mpq q;
+    mpz_set_ui(mpq_numref(q.get()), value);
+    return from_computed(q.release());
+}
+
 QNumber QNumber::make_big(const QNumber& value) {
     if (value.is_big()) return value;
     mpq_ptr block = new_block();

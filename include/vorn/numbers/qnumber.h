@@ -21,10 +21,12 @@
 #include <gmp.h>
 
 #include <compare>
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "vorn/numbers/small_arith.h"
 
@@ -36,7 +38,18 @@ class QNumber {
     // Lowest terms with a positive denominator; values whose normal form does not fit (for
     // instance INT64_MIN / -1) come out big. `den` must not be 0.
     QNumber(std::int64_t num, std::int64_t den = 1);  // NOLINT: implicit from integers is intended
-    QNumber(int num) : QNumber(static_cast<std::int64_t>(num)) {}  // NOLINT
+    // Any other integer type, implicitly; unsigned values beyond INT64_MAX come out big.
+    template <std::integral I>
+    requires(!std::same_as<I, bool>) QNumber(I value)
+        : num_(0), den_(1) {  // NOLINT: implicit from integers is intended
+        if constexpr (std::is_signed_v<I> || sizeof(I) < sizeof(std::int64_t)) {
+            num_ = static_cast<std::int64_t>(value);
+        } else if (value <= static_cast<I>(INT64_MAX)) {
+            num_ = static_cast<std::int64_t>(value);
+        } else {
+            *this = from_unsigned(static_cast<std::uint64_t>(value));
+        }
+    }
     // Any canonical or non-canonical GMP rational (with a non-zero denominator).
     explicit QNumber(mpq_srcptr value);
 
@@ -128,6 +141,7 @@ class QNumber {
     // Result of a GMP computation: small when it fits, otherwise steals the limbs of `value`
     // (which must not be cleared by the caller afterwards).
     static QNumber from_computed(mpq_ptr value);
+    static QNumber from_unsigned(std::uint64_t value);
     static QNumber make_small_unchecked(std::int64_t num, std::int64_t den) noexcept {
         QNumber q;
         q.num_ = num;

@@ -1,0 +1,8 @@
+# Cost against size, log-log, one line per benchmark family; `data` and `out` come from -e.
+set terminal svg size 800,500 noenhanced
+set output out
+set logscale xy
+set xlabel "equations"
+set ylabel "ms per run"
+set key left top
+plot for [i=0:*] data index i using 1:2 with linespoints title columnheader(1)
