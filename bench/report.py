@@ -4,6 +4,7 @@
 usage: report.py RESULTS_DIR REPORT.md SCALING.dat
 """
 import json
+import math
 import pathlib
 import sys
 
@@ -48,7 +49,15 @@ def main():
                           "BM_Solve_vorn") and size.isdigit() and "/5" not in arg:
                 series.setdefault(family, []).append((int(size), ms(run)))
         lines.append("")
-    lines += ["## Scaling", "", "![cost against size](scaling.svg)", ""]
+    lines += ["## Scaling", "", "![cost against size](scaling.svg)", "",
+              "Growth exponent k in cost ∝ size^k between consecutive sizes "
+              "(1 is linear):", "", "| benchmark | sizes | k |", "|---|---|---:|"]
+    for family, points in series.items():
+        points.sort()
+        for (n0, t0), (n1, t1) in zip(points, points[1:]):
+            k = math.log(t1 / t0) / math.log(n1 / n0)
+            lines.append(f"| `{family}` | {n0} → {n1} | {k:.2f} |")
+    lines.append("")
     pathlib.Path(report).write_text("\n".join(lines) + "\n")
     with open(scaling, "w") as out:
         for family, points in series.items():
