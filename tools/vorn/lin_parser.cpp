@@ -274,22 +274,14 @@ Problem parse_lin(const std::string& text) {
     Problem problem;
     problem.symbols.reserve(text.size() / 16);  // about one new name per equation line
     problem.atoms.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
-    std::string_view rest(text);
-    int line_no = 0;
-    while (!rest.empty()) {
-        ++line_no;
-        std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        if (auto hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
-        if (line.find_first_not_of(" \t") == std::string_view::npos) continue;
+    for_each_line(text, '#', [&problem](std::string_view line, int line_no) {
+        if (line.find_first_not_of(" \t") == std::string_view::npos) return;
         SourcePos start{line_no, static_cast<int>(line.find_first_not_of(" \t")) + 1};
         Atom atom{Relation::Eq, {}, start};
         if (!FlatLine(line, problem.symbols).parse(atom.expr))
             atom = LineParser(line, line_no, problem.symbols).parse_equation();
         problem.atoms.push_back(std::move(atom));
-    }
+    });
     return problem;
 }
 

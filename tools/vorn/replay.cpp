@@ -36,18 +36,8 @@ std::string names_legend(const Symbols& symbols) {
 class Replay {
   public:
     std::string run(const std::string& text) {
-        std::string_view rest(text);
-        int line_no = 0;
-        while (!rest.empty()) {
-            ++line_no;
-            std::size_t end = rest.find('\n');
-            std::string_view line = rest.substr(0, end);
-            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-            if (auto hash = line.find('#'); hash != std::string_view::npos)
-                line = line.substr(0, hash);
-            step(line, line_no);
-        }
+        for_each_line(text, '#',
+                      [this](std::string_view line, int line_no) { step(line, line_no); });
         return out_;
     }
 

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace vorn::cli {
 
@@ -32,5 +33,22 @@ struct SourceText {
 };
 
 std::string format_error(const std::string& file, const InputError& error);
+
+// Calls f(line, line_number) for every line of `text`, numbered from 1, without its line break
+// (a trailing '\r' included) and without everything from `comment` on.
+template <class F>
+void for_each_line(std::string_view text, char comment, F&& f) {
+    int line_no = 0;
+    while (!text.empty()) {
+        ++line_no;
+        std::size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (auto mark = line.find(comment); mark != std::string_view::npos)
+            line = line.substr(0, mark);
+        f(line, line_no);
+    }
+}
 
 }  // namespace vorn::cli
