@@ -10,22 +10,7 @@ namespace {
 
 // Appends "c*x<v>" (or the constant c for v == 0) as the next term of a sum.
 void append_term(std::string& out, const QNumber& c, int var, bool first) {
-    bool negative = c.sign() < 0;
-    if (first)
-        out += negative ? "-" : "";
-    else
-        out += negative ? " - " : " + ";
-    QNumber magnitude = negative ? -c : c;
-    if (var == 0) {
-        out += magnitude.to_string();
-        return;
-    }
-    if (!magnitude.is_one()) {
-        out += magnitude.to_string();
-        out += '*';
-    }
-    out += 'x';
-    out += std::to_string(var);
+    append_sum_term(out, c, var == 0 ? std::string_view() : "x" + std::to_string(var), first);
 }
 
 std::string raw_text(const Equation& eq) {
@@ -42,6 +27,24 @@ std::string raw_text(const Equation& eq) {
 }
 
 }  // namespace
+
+void append_sum_term(std::string& out, const QNumber& coeff, std::string_view name, bool first) {
+    bool negative = coeff.sign() < 0;
+    if (first)
+        out += negative ? "-" : "";
+    else
+        out += negative ? " - " : " + ";
+    QNumber magnitude = negative ? -coeff : coeff;
+    if (name.empty()) {
+        out += magnitude.to_string();
+        return;
+    }
+    if (!magnitude.is_one()) {
+        out += magnitude.to_string();
+        out += '*';
+    }
+    out += name;
+}
 
 std::string Equation::to_str(bool raw) const {
     int basic = get_basic_var();

@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vorn/numbers/qnumber.h"
@@ -85,5 +86,9 @@ class Equation {
   private:
     QNumber* owned_number() const { return reinterpret_cast<QNumber*>(basic_ - 1); }
 };
+
+// Appends "coeff*name" as the next term of a sum ("2*x", " - 1/3*y", " + z"); an empty name
+// writes the constant. The equations' own text and callers naming variables their way share it.
+void append_sum_term(std::string& out, const QNumber& coeff, std::string_view name, bool first);
 
 }  // namespace vorn::la
