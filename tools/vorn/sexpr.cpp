@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <memory>
 
 namespace vorn::cli {
 
@@ -15,8 +16,8 @@ class Reader {
   public:
     explicit Reader(const std::string& text) : text_(text) {}
 
-    std::vector<SExpr> all() {
-        std::vector<SExpr> out;
+    // The next top-level expression; false at the end of the text.
+    bool next(SExpr& out) {
         std::vector<SExpr> stack;  // open lists
         while (true) {
             skip_blank();
@@ -37,14 +38,15 @@ class Reader {
             } else {
                 item = atom(pos);
             }
-            if (stack.empty())
-                out.push_back(std::move(item));
-            else
-                stack.back().items.push_back(std::move(item));
+            if (stack.empty()) {
+                out = std::move(item);
+                return true;
+            }
+            stack.back().items.push_back(std::move(item));
         }
         if (!stack.empty())
             throw InputError(stack.back().pos, "unbalanced parenthesis: '(' is never closed");
-        return out;
+        return false;
     }
 
   private:
@@ -153,8 +155,22 @@ class Reader {
 
 }  // namespace
 
+struct SExprReader::Impl : Reader {
+    using Reader::Reader;
+};
+
+SExprReader::SExprReader(const std::string& text) : impl_(std::make_unique<Impl>(text)) {}
+SExprReader::~SExprReader() = default;
+bool SExprReader::next(SExpr& out) {
+    return impl_->next(out);
+}
+
 std::vector<SExpr> parse_sexprs(const std::string& text) {
-    return Reader(text).all();
+    std::vector<SExpr> out;
+    SExprReader reader(text);
+    for (SExpr e; reader.next(e);)
+        out.push_back(std::move(e));
+    return out;
 }
 
 }  // namespace vorn::cli

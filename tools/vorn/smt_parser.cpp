@@ -260,10 +260,14 @@ class Interpreter {
 
 Problem parse_smt2(const std::string& text) {
     Problem problem;
-    std::vector<SExpr> commands = parse_sexprs(text);
     Interpreter interpreter(problem);
-    for (const SExpr& cmd : commands)
-        if (!interpreter.command(cmd)) break;
+    SExprReader reader(text);
+    std::deque<SExpr> definitions;  // kept: macros point into their bodies
+    for (SExpr cmd; reader.next(cmd);) {
+        bool define = cmd.is_list() && !cmd.items.empty() && cmd.items[0].is_symbol("define-fun");
+        const SExpr& current = define ? definitions.emplace_back(std::move(cmd)) : cmd;
+        if (!interpreter.command(current)) break;
+    }
     return problem;
 }
 
