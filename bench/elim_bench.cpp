@@ -41,10 +41,7 @@ void BM_EliminateRestore(benchmark::State& state) {
     std::size_t eliminated = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        auto t = std::make_unique<Tableau>(0);
-        for (const auto& eq : system.equations)
-            t->add_equation(eq, false, nullptr);
-        t->check();
+        auto t = vorn::bench::checked_tableau(system);
         state.ResumeTiming();
         auto start = std::chrono::steady_clock::now();
         t->eliminate_variables(set);
@@ -117,10 +114,7 @@ void solve_order(benchmark::State& state, bool greedy) {
     std::size_t fill = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        auto t = std::make_unique<Tableau>(0);
-        for (const auto& eq : system.equations)
-            t->add_equation(eq, false, nullptr);
-        t->check();
+        auto t = vorn::bench::checked_tableau(system);
         state.ResumeTiming();
         if (greedy)
             vorn::la::eliminate_greedy(*t, all);

@@ -14,9 +14,23 @@
 
 namespace vorn::bench {
 
+using MapRow = std::map<int, mpq_class>;
+
+// r ← r − (r[x] / def[x])·def with cancelled entries erased; nothing when r lacks x.
+inline void map_substitute(MapRow& r, int x, const MapRow& def) {
+    auto it = r.find(x);
+    if (it == r.end()) return;
+    mpq_class factor = -it->second / def.at(x);
+    for (const auto& [v, c] : def) {
+        mpq_class& target = r[v];
+        target += factor * c;
+        if (sgn(target) == 0) r.erase(v);
+    }
+}
+
 class ReferenceTableau {
   public:
-    using Row = std::map<int, mpq_class>;
+    using Row = MapRow;
 
     static Row row_of(const la::Equation& e) {
         Row r;
@@ -33,7 +47,7 @@ class ReferenceTableau {
         for (int v : vars)
             if (auto it = elim_.find(v); it != elim_.end()) restore(v);
         for (int v : vars)
-            if (auto it = rows_.find(v); it != rows_.end()) substitute(r, v, it->second);
+            if (auto it = rows_.find(v); it != rows_.end()) map_substitute(r, v, it->second);
         file(b, r);
         rows_[b] = std::move(r);
     }
@@ -49,7 +63,7 @@ class ReferenceTableau {
         for (int b : col) {
             Row& other = rows_[b];
             unfile(b, other);
-            substitute(other, entering, r);
+            map_substitute(other, entering, r);
             file(b, other);
         }
         cols_.erase(entering);
@@ -86,16 +100,6 @@ class ReferenceTableau {
     const std::map<int, std::set<int>>& cols() const { return cols_; }
 
   private:
-    static void substitute(Row& r, int x, const Row& def) {
-        auto it = r.find(x);
-        if (it == r.end()) return;
-        mpq_class factor = -it->second / def.at(x);
-        for (const auto& [v, c] : def) {
-            mpq_class& target = r[v];
-            target += factor * c;
-            if (sgn(target) == 0) r.erase(v);
-        }
-    }
     void file(int b, const Row& r) {
         for (const auto& [v, c] : r)
             if (v >= 1 && v != b) cols_[v].insert(b);

@@ -9,12 +9,16 @@
 #include <map>
 #include <random>
 
+#include "reference_tableau.h"
 #include "vorn/la/equation.h"
 
 using vorn::QNumber;
 using vorn::la::Equation;
 
 namespace {
+
+using vorn::bench::map_substitute;
+using vorn::bench::MapRow;
 
 constexpr int kX = 1;
 constexpr int kY = 2;
@@ -63,29 +67,11 @@ void BM_EquationSubstitute(benchmark::State& state) {
 }
 BENCHMARK(BM_EquationSubstitute)->Arg(0)->Arg(1);
 
-using MapRow = std::map<int, mpq_class>;
-
-MapRow to_map(const Equation& e) {
-    MapRow m;
-    for (const auto& entry : e.coeffs_)
-        entry.coeff.get_mpq(m[entry.var].get_mpq_t());
-    return m;
-}
-
-void map_substitute(MapRow& row, int x, const MapRow& def) {
-    auto it = row.find(x);
-    if (it == row.end()) return;
-    mpq_class factor = -it->second / def.at(x);
-    for (const auto& [v, c] : def) {
-        mpq_class& target = row[v];
-        target += factor * c;
-        if (sgn(target) == 0) row.erase(v);
-    }
-}
-
 void BM_GmpMapSubstitute(benchmark::State& state) {
     Workload w = make_workload(state.range(0) != 0);
-    MapRow row = to_map(w.row), fwd = to_map(w.forward), bwd = to_map(w.backward);
+    using vorn::bench::ReferenceTableau;
+    MapRow row = ReferenceTableau::row_of(w.row), fwd = ReferenceTableau::row_of(w.forward),
+           bwd = ReferenceTableau::row_of(w.backward);
     for (auto _ : state) {
         map_substitute(row, kX, fwd);
         map_substitute(row, kY, bwd);

@@ -107,10 +107,8 @@ PivotPlan plan_pivots(const Tableau& t, std::size_t count, unsigned seed) {
 
 void BM_PivotStream(benchmark::State& state) {
     auto system = system_for(state);
-    Tableau t(0);
-    for (const auto& eq : system.equations)
-        t.add_equation(eq, false, nullptr);
-    t.check();
+    auto tableau = vorn::bench::checked_tableau(system);
+    Tableau& t = *tableau;
     PivotPlan plan = plan_pivots(t, 4096, 9);
     std::size_t i = 0;
     for (auto _ : state) {
@@ -123,14 +121,10 @@ void BM_PivotStream(benchmark::State& state) {
 
 void BM_PivotStream_reference(benchmark::State& state) {
     auto system = system_for(state);
-    Tableau shape(0);
     ReferenceTableau t;
-    for (const auto& eq : system.equations) {
-        shape.add_equation(eq, false, nullptr);
+    for (const auto& eq : system.equations)
         t.add_equation(eq.get_basic_var(), ReferenceTableau::row_of(eq));
-    }
-    shape.check();
-    PivotPlan plan = plan_pivots(shape, 4096, 9);
+    PivotPlan plan = plan_pivots(*vorn::bench::checked_tableau(system), 4096, 9);
     std::size_t i = 0;
     for (auto _ : state) {
         auto [b, v] = plan.pairs[i++ % plan.pairs.size()];

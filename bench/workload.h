@@ -6,7 +6,10 @@
 #include <random>
 #include <vector>
 
+#include <memory>
+
 #include "vorn/la/equation.h"
+#include "vorn/la/tableau.h"
 
 namespace vorn::bench {
 
@@ -35,6 +38,15 @@ inline SparseSystem make_sparse_system(int rows, int structurals, int min_entrie
         system.equations.emplace_back(slack, std::move(entries));
     }
     return system;
+}
+
+// A tableau holding the system's equations, entered by check().
+inline std::unique_ptr<la::Tableau> checked_tableau(const SparseSystem& system) {
+    auto t = std::make_unique<la::Tableau>(0);
+    for (const auto& eq : system.equations)
+        t->add_equation(eq, false, nullptr);
+    t->check();
+    return t;
 }
 
 }  // namespace vorn::bench

@@ -61,27 +61,6 @@ TEST(Sort, SelectionTakesTheLowestIndexOfEqualMinima) {
     EXPECT_EQ(a, (std::vector<int>{1, 2, 0, 3}));
 }
 
-TEST(Sort, DoSortLeavesOnlyShortRangesUnsorted) {
-    std::mt19937 rng(11);
-    std::vector<int> key(1000);
-    for (auto& k : key)
-        k = static_cast<int>(rng() % 5000);
-    std::vector<int> a = identity(1000);
-    std::shuffle(a.begin(), a.end(), rng);
-    long calls = 0;
-    CountingLess lt{&key, &calls};
-    vorn::sortimpl::do_sort(a.data(), a.size(), lt, 32);
-    // Every element is within its final range of fewer than 16 positions.
-    std::vector<int> sorted = a;
-    std::stable_sort(sorted.begin(), sorted.end(), [&](int x, int y) { return key[x] < key[y]; });
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        auto first = std::lower_bound(sorted.begin(), sorted.end(), a[i],
-                                      [&](int x, int y) { return key[x] < key[y]; });
-        auto pos = static_cast<std::size_t>(first - sorted.begin());
-        EXPECT_LT(i > pos ? i - pos : pos - i, 16u + 16u);
-    }
-}
-
 TEST(Sort, DepthZeroHeapsortsTheWholeRange) {
     std::mt19937 rng(5);
     for (std::size_t n : {16u, 17u, 31u, 100u, 257u}) {
