@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 
+#include "alloc_counter.h"
 #include "reference_tableau.h"
 #include "vorn/la/equation.h"
 
@@ -55,6 +56,7 @@ void BM_EquationSubstitute(benchmark::State& state) {
     Workload w = make_workload(state.range(0) != 0);
     std::vector<int> dropped;
     std::vector<Equation::VarCoeff> scratch;
+    std::uint64_t allocations = vorn::bench::allocation_count();
     for (auto _ : state) {
         dropped.clear();
         w.row.substitute_var(kX, w.forward, &dropped, scratch);
@@ -62,7 +64,10 @@ void BM_EquationSubstitute(benchmark::State& state) {
         w.row.substitute_var(kY, w.backward, &dropped, scratch);
         benchmark::DoNotOptimize(w.row.coeffs_.data());
     }
+    allocations = vorn::bench::allocation_count() - allocations;
     state.SetItemsProcessed(state.iterations() * 2);
+    state.counters["allocs_per_substitution"] =
+        static_cast<double>(allocations) / static_cast<double>(state.iterations() * 2);
     state.SetLabel(state.range(0) ? "big coefficients" : "small coefficients");
 }
 BENCHMARK(BM_EquationSubstitute)->Arg(0)->Arg(1);

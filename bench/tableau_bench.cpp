@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "alloc_counter.h"
 #include "reference_tableau.h"
 #include "vorn/la/tableau.h"
 #include "workload.h"
@@ -51,6 +52,30 @@ void BM_EnterThroughCheck(benchmark::State& state) {
     state.counters["bytes_per_coeff"] = bytes_per_coeff;
 }
 
+// Memory against row density: 10^5 rows of min..max entries over as many structural variables.
+// The fixed costs of a row (its list node and array header) and of a column (its hash node and
+// array header) are shared by more coefficients as rows get denser.
+void BM_MemoryDensity(benchmark::State& state) {
+    auto rows = static_cast<int>(state.range(0));
+    auto system = make_sparse_system(rows, rows, static_cast<int>(state.range(1)),
+                                     static_cast<int>(state.range(2)), 3);
+    double bytes_per_coeff = 0;
+    for (auto _ : state) {
+        std::size_t before = heap_in_use();
+        auto t = vorn::bench::checked_tableau(system);
+        bytes_per_coeff = static_cast<double>(heap_in_use() - before) /
+                          static_cast<double>(stored_coefficients(*t));
+    }
+    state.counters["bytes_per_coeff"] = bytes_per_coeff;
+}
+
+BENCHMARK(BM_MemoryDensity)
+    ->Args({100000, 3, 10})
+    ->Args({100000, 10, 20})
+    ->Args({100000, 20, 40})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
 void BM_EnterAfterCheck(benchmark::State& state) {
     auto system = system_for(state);
     for (auto _ : state) {
@@ -75,10 +100,10 @@ void BM_EnterAfterCheck_reference(benchmark::State& state) {
 }
 
 BENCHMARK(BM_EnterThroughCheck)
-    ->ArgsProduct({{1000, 10000, 100000}, {0, 5}})
+    ->ArgsProduct({{1000, 10000, 100000, 1000000}, {0, 5}})
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EnterAfterCheck)
-    ->ArgsProduct({{1000, 10000, 100000}, {0, 5}})
+    ->ArgsProduct({{1000, 10000, 100000, 1000000}, {0, 5}})
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EnterAfterCheck_reference)
     ->ArgsProduct({{1000, 10000, 100000}, {0}})
@@ -86,9 +111,7 @@ BENCHMARK(BM_EnterAfterCheck_reference)
 
 // Pairs of pivots pivot(b, v), pivot(v, b) restore the tableau exactly, so the stream runs in a
 // steady state; the basic variable and the entering one are drawn at random.
-struct PivotPlan {
-    std::vector<std::pair<int, int>> pairs;
-};
+using PivotPlan = std::vector<std::pair<int, int>>;
 
 PivotPlan plan_pivots(const Tableau& t, std::size_t count, unsigned seed) {
     std::mt19937_64 rng(seed);
@@ -96,45 +119,62 @@ PivotPlan plan_pivots(const Tableau& t, std::size_t count, unsigned seed) {
     for (auto it = t.rows().begin(); it != t.rows().end(); ++it)
         basics.push_back(it.index());
     PivotPlan plan;
-    while (plan.pairs.size() < count) {
+    while (plan.size() < count) {
         int b = basics[rng() % basics.size()];
         const auto& entries = t.rows().at(b)->coeffs_;
         int v = entries[rng() % entries.size()].var;
-        if (v >= 1 && v != b) plan.pairs.emplace_back(b, v);
+        if (v >= 1 && v != b) plan.emplace_back(b, v);
     }
     return plan;
 }
 
+// Arguments: rows, structural variables per row in percent (100 or 200), big coefficients in
+// percent.
+vorn::bench::SparseSystem pivot_system(const benchmark::State& state) {
+    auto rows = static_cast<int>(state.range(0));
+    auto structurals = static_cast<int>(state.range(0) * state.range(1) / 100);
+    return make_sparse_system(rows, structurals, 3, 10, 1, state.range(2) / 100.0);
+}
+
 void BM_PivotStream(benchmark::State& state) {
-    auto system = system_for(state);
-    auto tableau = vorn::bench::checked_tableau(system);
+    auto tableau = vorn::bench::checked_tableau(pivot_system(state));
     Tableau& t = *tableau;
     PivotPlan plan = plan_pivots(t, 4096, 9);
-    std::size_t i = 0;
-    for (auto _ : state) {
-        auto [b, v] = plan.pairs[i++ % plan.pairs.size()];
+    for (auto [b, v] : plan) {  // one round first: rows reach their steady capacity
         t.pivot(b, v);
         t.pivot(v, b);
     }
+    std::size_t i = 0;
+    std::uint64_t allocations = vorn::bench::allocation_count();
+    for (auto _ : state) {
+        auto [b, v] = plan[i++ % plan.size()];
+        t.pivot(b, v);
+        t.pivot(v, b);
+    }
+    allocations = vorn::bench::allocation_count() - allocations;
+    auto pivots = static_cast<double>(state.iterations() * 2);
     state.SetItemsProcessed(state.iterations() * 2);
+    state.counters["allocs_per_pivot"] = static_cast<double>(allocations) / pivots;
 }
 
 void BM_PivotStream_reference(benchmark::State& state) {
-    auto system = system_for(state);
+    auto system = pivot_system(state);
     ReferenceTableau t;
     for (const auto& eq : system.equations)
         t.add_equation(eq.get_basic_var(), ReferenceTableau::row_of(eq));
     PivotPlan plan = plan_pivots(*vorn::bench::checked_tableau(system), 4096, 9);
     std::size_t i = 0;
     for (auto _ : state) {
-        auto [b, v] = plan.pairs[i++ % plan.pairs.size()];
+        auto [b, v] = plan[i++ % plan.size()];
         t.pivot(b, v);
         t.pivot(v, b);
     }
     state.SetItemsProcessed(state.iterations() * 2);
 }
 
-BENCHMARK(BM_PivotStream)->Args({10000, 0})->Args({10000, 5});
-BENCHMARK(BM_PivotStream_reference)->Args({10000, 0});
+BENCHMARK(BM_PivotStream)
+    ->ArgsProduct({{1000, 10000, 100000, 1000000}, {100, 200}, {0}})
+    ->ArgsProduct({{10000, 100000}, {100}, {5}});
+BENCHMARK(BM_PivotStream_reference)->ArgsProduct({{1000, 10000, 100000}, {100, 200}, {0}});
 
 }  // namespace

@@ -69,15 +69,26 @@ std::vector<Candidate> rank(const Tableau& t, std::vector<int>& pending) {
     return ranked;
 }
 
+// A set built from variables in any order: sorted first, so that every insertion appends.
+VarSet to_set(std::vector<int>& vars) {
+    std::sort(vars.begin(), vars.end());
+    VarSet set;
+    for (int v : vars)
+        set.insert(v);
+    return set;
+}
+
 // Cheapest first, every candidate whose pivot leaves the others' rows and columns alone.
 VarSet independent_batch(const Tableau& t, const std::vector<Candidate>& ranked, Marks& claimed,
                          Marks& touched) {
     claimed.next_round();
     touched.next_round();
-    VarSet batch;
+    // Collected in cost order; inserting into the sorted set in that order would shift it on
+    // every insertion, quadratic in the batch size.
+    std::vector<int> batch;
     for (const Candidate& c : ranked) {
         if (c.cost == 0) {
-            batch.insert(c.var);
+            batch.push_back(c.var);
             claimed.set(c.var);
             continue;
         }
@@ -87,14 +98,14 @@ VarSet independent_batch(const Tableau& t, const std::vector<Candidate>& ranked,
         for (int b : col)
             clash = clash || claimed.test(b);
         if (clash) continue;
-        batch.insert(c.var);
+        batch.push_back(c.var);
         for (int b : col) {
             claimed.set(b);
             for (const auto& e : t.rows().at(b)->coeffs_)
                 if (e.var >= 1) touched.set(e.var);
         }
     }
-    return batch;
+    return to_set(batch);
 }
 
 }  // namespace

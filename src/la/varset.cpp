@@ -1,5 +1,7 @@
 #include "vorn/la/varset.h"
 
+#include <cassert>
+
 #include "vorn/util/array_growth.h"
 
 namespace vorn::la {
@@ -41,10 +43,10 @@ std::pair<VarSet::const_iterator, bool> VarSet::insert(int v) {
 void VarSet::insert(const VarSet& other) {
     std::vector<VarFlag> merged;
     util::reserve_exact(merged, count_ + other.count_);
-    auto append = [&merged](VarFlag f) {
-        util::grow_for(merged, merged.size() + 1);
-        merged.push_back(f);
-    };
+    // Both counts are exact, so every live entry fits the reservation: write them straight into
+    // the buffer instead of appending one by one.
+    merged.resize(count_ + other.count_);
+    VarFlag* out = merged.data();
     const VarFlag* a = data_begin();
     const VarFlag* a_end = data_end();
     const VarFlag* b = other.data_begin();
@@ -56,18 +58,20 @@ void VarSet::insert(const VarSet& other) {
             ++b;
         if (a == a_end || b == b_end) break;
         if (a->raw() < b->raw()) {
-            append(*a++);
+            *out++ = *a++;
         } else if (b->raw() < a->raw()) {
-            append(*b++);
+            *out++ = *b++;
         } else {
-            append(*a++);
+            *out++ = *a++;
             ++b;
         }
     }
     for (; a != a_end; ++a)
-        if (!a->removed()) append(*a);
+        if (!a->removed()) *out++ = *a;
     for (; b != b_end; ++b)
-        if (!b->removed()) append(*b);
+        if (!b->removed()) *out++ = *b;
+    assert(out <= merged.data() + merged.size() && "VarSet: count_ out of step with entries");
+    merged.resize(static_cast<std::size_t>(out - merged.data()));
     entries_.swap(merged);
     count_ = entries_.size();
 }
