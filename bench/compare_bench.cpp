@@ -64,7 +64,12 @@ void BM_Solve_vorn(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * m);
 }
-BENCHMARK(BM_Solve_vorn)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Solve_vorn)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond);
 
 #ifdef VORN_HAVE_Z3
 void BM_Solve_z3(benchmark::State& state) {

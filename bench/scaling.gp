@@ -2,7 +2,7 @@
 set terminal svg size 800,500 noenhanced
 set output out
 set logscale xy
-set xlabel "equations"
-set ylabel "ms per run"
+set xlabel "rows (equations)"
+set ylabel "ms per run (per pivot: ms per 2 pivots)"
 set key left top
 plot for [i=0:*] data index i using 1:2 with linespoints title columnheader(1)
