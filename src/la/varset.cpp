@@ -7,16 +7,17 @@
 namespace vorn::la {
 
 std::size_t VarSet::lower_bound(int v) const {
-    std::size_t lo = 0;
-    std::size_t hi = entries_.size();
-    while (lo < hi) {
-        std::size_t mid = lo + (hi - lo) / 2;
-        if (entries_[mid].var() < v)
-            lo = mid + 1;
-        else
-            hi = mid;
+    const std::size_t size = entries_.size();
+    if (size == 0) return 0;
+    // Branch-free halving: which half holds v is unpredictable, so a conditional move beats a
+    // jump on the short arrays that columns mostly are.
+    const VarFlag* base = entries_.data();
+    for (std::size_t n = size; n > 1;) {
+        std::size_t half = n / 2;
+        base = base[half].var() < v ? base + half : base;
+        n -= half;
     }
-    return lo;
+    return static_cast<std::size_t>(base - entries_.data()) + (base->var() < v ? 1 : 0);
 }
 
 bool VarSet::contains(int v) const {
