@@ -25,10 +25,13 @@ Equation* Tableau::remove_row(int x) {
     Equation* eq = rows_[x];
     for (const auto& entry : eq->coeffs_) {
         int v = entry.var;
-        if (v >= 1 && v != x) cols_[v].erase(x);
-        // Looked up again for every entry, as an inserting lookup: for variables that have no
-        // column this creates one and erases it at once.
-        if (cols_[v].size() == 0) cols_.erase(v);
+        // Every entry gets an inserting lookup: for variables that have no column (below 1, or
+        // x itself) it creates one, erased at once. For a mentioned variable one lookup serves
+        // both steps: a second on the same key, at the same count, could neither find another
+        // node nor grow the table.
+        VarSet& col = cols_[v];
+        if (v >= 1 && v != x) col.erase(x);
+        if (col.size() == 0) cols_.erase(v);
     }
     rows_.erase(x);
     return eq;
