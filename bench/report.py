@@ -87,8 +87,9 @@ def reference_table(res):
         ref = res.get("BM_PivotStream_reference", *args)
         if ref:
             a, b = per_item_us(ours, 2), per_item_us(ref, 2)
-            lines.append(f"| pivot, {args[1] / 100:g}× structural variables | {args[0]} rows | "
-                         f"{fmt(a)} | {fmt(b)} | {ratio(b, a)} |")
+            lines.append(f"| pivot, {args[3]}-{args[4]} entries per row, {args[1] / 100:g}× "
+                         f"structural variables | {args[0]} rows | {fmt(a)} | {fmt(b)} | "
+                         f"{ratio(b, a)} |")
     for args, ours in res.family("BM_EliminateRestore"):
         ref = res.get("BM_EliminateRestore_reference", *args)
         if not ref:
@@ -133,7 +134,8 @@ def allocation_table(res):
         lines.append(f"| substitution, {'big' if args[0] else 'small'} coefficients | "
                      f"{run['allocs_per_substitution']:.3g} |")
     for args, run in res.family("BM_PivotStream"):
-        lines.append(f"| pivot, {args[0]} rows, {args[1] / 100:g}× structurals, {args[2]}% big "
+        lines.append(f"| pivot, {args[0]} rows of {args[3]}-{args[4]} entries, "
+                     f"{args[1] / 100:g}× structurals, {args[2]}% big "
                      f"| {run['allocs_per_pivot']:.3g} |")
     return lines + [""]
 
@@ -173,8 +175,8 @@ def e2e_table(res):
 # Families whose cost against size is plotted and given growth exponents: (family, fixed
 # trailing arguments, label).
 SCALING = [("BM_EnterThroughCheck", (0,), "entering through check"),
-           ("BM_PivotStream", (100, 0), "pivot, 1x structurals"),
-           ("BM_PivotStream", (200, 0), "pivot, 2x structurals"),
+           ("BM_PivotStream", (100, 0, 3, 10), "pivot, 1x structurals"),
+           ("BM_PivotStream", (200, 0, 3, 10), "pivot, 2x structurals"),
            ("BM_EliminateRestore", (50,), "eliminating 50%"),
            ("BM_Solve_vorn", (), "solve (check + greedy elimination)")]
 
@@ -206,7 +208,7 @@ def profile(directory):
     if not path.exists():
         return ["## Profile", "", "perf was not available: no profile.", ""]
     return ["## Profile of the pivot stream", "",
-            "`perf record` of `BM_PivotStream/10000/100/0` (flat profile, symbols above 1%):",
+            "`perf record` of `BM_PivotStream/10000/100/0/3/10` (flat profile, symbols above 1%):",
             "", "```", *path.read_text().rstrip().splitlines(), "```", ""]
 
 

@@ -129,11 +129,12 @@ PivotPlan plan_pivots(const Tableau& t, std::size_t count, unsigned seed) {
 }
 
 // Arguments: rows, structural variables per row in percent (100 or 200), big coefficients in
-// percent.
+// percent, fewest and most entries per row.
 vorn::bench::SparseSystem pivot_system(const benchmark::State& state) {
     auto rows = static_cast<int>(state.range(0));
     auto structurals = static_cast<int>(state.range(0) * state.range(1) / 100);
-    return make_sparse_system(rows, structurals, 3, 10, 1, state.range(2) / 100.0);
+    return make_sparse_system(rows, structurals, static_cast<int>(state.range(3)),
+                              static_cast<int>(state.range(4)), 1, state.range(2) / 100.0);
 }
 
 void BM_PivotStream(benchmark::State& state) {
@@ -173,8 +174,13 @@ void BM_PivotStream_reference(benchmark::State& state) {
 }
 
 BENCHMARK(BM_PivotStream)
-    ->ArgsProduct({{1000, 10000, 100000, 1000000}, {100, 200}, {0}})
-    ->ArgsProduct({{10000, 100000}, {100}, {5}});
-BENCHMARK(BM_PivotStream_reference)->ArgsProduct({{1000, 10000, 100000}, {100, 200}, {0}});
+    ->ArgsProduct({{1000, 10000, 100000, 1000000}, {100, 200}, {0}, {3}, {10}})
+    ->ArgsProduct({{10000, 100000}, {100}, {5}, {3}, {10}})
+    ->Args({10000, 100, 0, 10, 20})
+    ->Args({10000, 100, 0, 20, 40});
+BENCHMARK(BM_PivotStream_reference)
+    ->ArgsProduct({{1000, 10000, 100000}, {100, 200}, {0}, {3}, {10}})
+    ->Args({10000, 100, 0, 10, 20})
+    ->Args({10000, 100, 0, 20, 40});
 
 }  // namespace
