@@ -29,74 +29,79 @@ std::vector<int> chosen(int structurals, int percent) {
     return vars;
 }
 
-// Arguments: rows (as many structural variables), percent of them to eliminate.
-void BM_EliminateRestore(benchmark::State& state) {
-    auto rows = static_cast<int>(state.range(0));
-    auto system = make_sparse_system(rows, rows, 3, 5, 4);
-    auto vars = chosen(rows, static_cast<int>(state.range(1)));
-    VarSet set;
-    for (int v : vars)
-        set.insert(v);
+// Times the two phases separately on a tableau built afresh, untimed, for every iteration:
+// `eliminate(t)`, then `restore(t)`, which returns how many variables it restored.
+template <class Build, class Eliminate, class Restore>
+void time_phases(benchmark::State& state, Build build, Eliminate eliminate, Restore restore) {
+    using Clock = std::chrono::steady_clock;
     double eliminate_ns = 0, restore_ns = 0;
-    std::size_t eliminated = 0;
+    std::size_t restored = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        auto t = vorn::bench::checked_tableau(system);
+        auto t = build();
         state.ResumeTiming();
-        auto start = std::chrono::steady_clock::now();
-        t->eliminate_variables(set);
-        auto middle = std::chrono::steady_clock::now();
-        std::vector<int> order;
-        for (const auto& [v, pos] : t->elim_index())
-            order.push_back(v);
-        eliminated = order.size();
-        for (int v : order)
-            if (t->elim_index().find(v) != nullptr) t->uneliminate(v, nullptr);
-        auto end = std::chrono::steady_clock::now();
+        auto start = Clock::now();
+        eliminate(*t);
+        auto middle = Clock::now();
+        restored = restore(*t);
+        auto end = Clock::now();
         eliminate_ns += std::chrono::duration<double, std::nano>(middle - start).count();
         restore_ns += std::chrono::duration<double, std::nano>(end - middle).count();
         state.PauseTiming();
         t.reset();
         state.ResumeTiming();
     }
-    auto n = static_cast<double>(state.iterations()) * static_cast<double>(eliminated);
+    auto n = static_cast<double>(state.iterations()) * static_cast<double>(restored);
     state.counters["ns_per_elimination"] = eliminate_ns / n;
     state.counters["ns_per_restoration"] = restore_ns / n;
+}
+
+// Arguments: rows (as many structural variables), percent of them to eliminate.
+void BM_EliminateRestore(benchmark::State& state) {
+    auto rows = static_cast<int>(state.range(0));
+    auto system = make_sparse_system(rows, rows, 3, 5, 4);
+    VarSet set;
+    for (int v : chosen(rows, static_cast<int>(state.range(1))))
+        set.insert(v);
+    time_phases(
+        state, [&] { return vorn::bench::checked_tableau(system); },
+        [&](Tableau& t) { t.eliminate_variables(set); },
+        [](Tableau& t) {
+            std::vector<int> order;
+            for (const auto& [v, pos] : t.elim_index())
+                order.push_back(v);
+            for (int v : order)
+                if (t.elim_index().find(v) != nullptr) t.uneliminate(v, nullptr);
+            return order.size();
+        });
 }
 
 void BM_EliminateRestore_reference(benchmark::State& state) {
     auto rows = static_cast<int>(state.range(0));
     auto system = make_sparse_system(rows, rows, 3, 5, 4);
     auto vars = chosen(rows, static_cast<int>(state.range(1)));
-    double eliminate_ns = 0, restore_ns = 0;
-    std::size_t eliminated = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto t = std::make_unique<ReferenceTableau>();
-        for (const auto& eq : system.equations)
-            t->add_equation(eq.get_basic_var(), ReferenceTableau::row_of(eq));
-        state.ResumeTiming();
-        auto start = std::chrono::steady_clock::now();
-        std::vector<int> done;
-        for (int v : vars)
-            if (t->rows().count(v) || t->cols().count(v)) {
-                t->eliminate(v);
-                done.push_back(v);
-            }
-        auto middle = std::chrono::steady_clock::now();
-        eliminated = done.size();
-        for (int v : done)
-            t->restore_if_eliminated(v);
-        auto end = std::chrono::steady_clock::now();
-        eliminate_ns += std::chrono::duration<double, std::nano>(middle - start).count();
-        restore_ns += std::chrono::duration<double, std::nano>(end - middle).count();
-        state.PauseTiming();
-        t.reset();
-        state.ResumeTiming();
-    }
-    auto n = static_cast<double>(state.iterations()) * static_cast<double>(eliminated);
-    state.counters["ns_per_elimination"] = eliminate_ns / n;
-    state.counters["ns_per_restoration"] = restore_ns / n;
+    std::vector<int> done;
+    time_phases(
+        state,
+        [&] {
+            auto t = std::make_unique<ReferenceTableau>();
+            for (const auto& eq : system.equations)
+                t->add_equation(eq.get_basic_var(), ReferenceTableau::row_of(eq));
+            return t;
+        },
+        [&](ReferenceTableau& t) {
+            done.clear();
+            for (int v : vars)
+                if (t.rows().count(v) || t.cols().count(v)) {
+                    t.eliminate(v);
+                    done.push_back(v);
+                }
+        },
+        [&](ReferenceTableau& t) {
+            for (int v : done)
+                t.restore_if_eliminated(v);
+            return done.size();
+        });
 }
 
 BENCHMARK(BM_EliminateRestore)
