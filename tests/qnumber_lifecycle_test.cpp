@@ -86,14 +86,6 @@ TEST(QNumberPrint, WritesLowestTerms) {
     EXPECT_EQ(QNumber::make_big(QNumber(-7)).to_string(), "-7");
 }
 
-TEST(QNumberForms, IsIntegerLooksOnlyAtTheDenominator) {
-    EXPECT_TRUE(QNumber(0).is_integer());
-    EXPECT_TRUE(QNumber(-9).is_integer());
-    EXPECT_FALSE(QNumber(1, 2).is_integer());
-    EXPECT_TRUE(QNumber::make_big(QNumber(2)).is_integer());
-    EXPECT_FALSE(QNumber::make_big(QNumber(2, 3)).is_integer());
-}
-
 TEST(QNumberForms, SelfAssignmentTouchesNothing) {
     QNumber small(3, 4);
     QNumber big = QNumber::make_big(QNumber(5, 6));
