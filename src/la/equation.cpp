@@ -15,8 +15,11 @@ bool by_var(const Equation::VarCoeff& a, const Equation::VarCoeff& b) {
     return a.var < b.var;
 }
 
-// Sums duplicate variables and drops zero coefficients of sorted entries, in place.
-void merge_sorted(std::vector<Equation::VarCoeff>& entries) {
+}  // namespace
+
+void normalize_entries(std::vector<Equation::VarCoeff>& entries) {
+    if (!std::is_sorted(entries.begin(), entries.end(), by_var))
+        std::sort(entries.begin(), entries.end(), by_var);
     std::size_t out = 0;
     for (std::size_t i = 0; i < entries.size();) {
         Equation::VarCoeff current = std::move(entries[i]);
@@ -27,12 +30,9 @@ void merge_sorted(std::vector<Equation::VarCoeff>& entries) {
     entries.resize(out);
 }
 
-}  // namespace
-
 Equation::Equation(int basic, std::vector<VarCoeff> entries)
     : basic_(encode_var(basic)), coeffs_(std::move(entries)) {
-    std::sort(coeffs_.begin(), coeffs_.end(), by_var);
-    merge_sorted(coeffs_);
+    normalize_entries(coeffs_);
 }
 
 Equation Equation::with_number(const QNumber& value, std::vector<VarCoeff> entries) {

@@ -1,7 +1,5 @@
 #include "vorn/linear_expr.h"
 
-#include <algorithm>
-
 namespace vorn::cli {
 
 Symbols& Symbols::operator=(const Symbols& other) {
@@ -64,16 +62,7 @@ void LinearExpr::scale(const QNumber& factor) {
 
 const LinearExpr::Entries& LinearExpr::entries() const {
     if (normalized_) return terms_;
-    std::stable_sort(terms_.begin(), terms_.end(),
-                     [](const auto& a, const auto& b) { return a.var < b.var; });
-    std::size_t out = 0;
-    for (std::size_t i = 0; i < terms_.size();) {
-        la::Equation::VarCoeff current = std::move(terms_[i]);
-        for (++i; i < terms_.size() && terms_[i].var == current.var; ++i)
-            current.coeff += terms_[i].coeff;
-        if (!current.coeff.is_zero()) terms_[out++] = std::move(current);
-    }
-    terms_.resize(out);
+    la::normalize_entries(terms_);
     normalized_ = true;
     return terms_;
 }

@@ -87,8 +87,14 @@ class Equation {
     QNumber* owned_number() const { return reinterpret_cast<QNumber*>(basic_ - 1); }
 };
 
+// Sorts entries by variable, sums the coefficients of repeated variables and drops zero
+// coefficients: the normal form of a coefficient list. Equations built from entries and callers
+// assembling linear forms of their own share it.
+void normalize_entries(std::vector<Equation::VarCoeff>& entries);
+
 // Appends "coeff*name" as the next term of a sum ("2*x", " - 1/3*y", " + z"); an empty name
-// writes the constant. The equations' own text and callers naming variables their way share it.
+// writes the constant. The library's one printer of sums: the equations' own text uses it, and
+// callers that name variables their way use it so that every sum reads the same.
 void append_sum_term(std::string& out, const QNumber& coeff, std::string_view name, bool first);
 
 }  // namespace vorn::la
