@@ -1,0 +1,68 @@
+#include "cli/linear_expr.h"
+
+namespace vorn::cli {
+
+LinearExpr LinearExpr::constant(const QNumber& value) {
+    LinearExpr e;
+    e.set_constant(value);
+    return e;
+}
+
+LinearExpr LinearExpr::variable(int id) {
+    LinearExpr e;
+    e.set_variable(id);
+    return e;
+}
+
+void LinearExpr::set_constant(const QNumber& value) {
+    clear();
+    if (!value.is_zero()) terms_.push_back({0, value});
+}
+
+void LinearExpr::set_variable(int id) {
+    clear();
+    terms_.push_back({id, QNumber(1)});
+}
+
+void LinearExpr::add(const LinearExpr& other, const QNumber& scale) {
+    if (scale.is_zero() || other.terms_.empty()) return;
+    if (&other == this) {
+        LinearExpr copy = other;
+        return add(copy, scale);
+    }
+    for (const auto& t : other.terms_) {
+        terms_.push_back(t);
+        if (!scale.is_one()) terms_.back().coeff *= scale;
+    }
+    normalized_ = false;
+}
+
+void LinearExpr::scale(const QNumber& factor) {
+    if (factor.is_zero()) {
+        clear();
+        return;
+    }
+    if (factor.is_one()) return;
+    for (auto& t : terms_)
+        t.coeff *= factor;
+}
+
+const LinearExpr::Entries& LinearExpr::entries() const {
+    if (!normalized_) {
+        la::normalize_entries(terms_);
+        normalized_ = true;
+    }
+    return terms_;
+}
+
+bool LinearExpr::is_constant() const {
+    const Entries& e = entries();
+    return e.empty() || (e.size() == 1 && e[0].var == 0);
+}
+
+QNumber LinearExpr::constant_value() const {
+    const Entries& e = entries();
+    return !e.empty() && e[0].var == 0 ? e[0].coeff : QNumber(0);
+}
+
+}  // namespace vorn::cli
