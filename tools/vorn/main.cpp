@@ -69,7 +69,7 @@ struct Arguments {
 
 std::optional<InputFormat> forced_format(const Arguments& args) {
     if (!args.format_in) return std::nullopt;
-    return *args.format_in == "smt2" ? InputFormat::Smt2 : InputFormat::Lin;
+    return format_named(*args.format_in);
 }
 
 int run_solve(const Arguments& args) {
@@ -120,7 +120,7 @@ int run(int argc, char** argv) {
     auto add_input = [&args](CLI::App* cmd, const char* what) {
         cmd->add_option("FILE", args.file, what)->required();
         cmd->add_option("--format-in", args.format_in, "read FILE as this format")
-            ->check(CLI::IsMember({"smt2", "lin"}));
+            ->check(CLI::IsMember({"smt2", "lin", "mps", "lp"}));
     };
     auto* solve_cmd = app.add_subcommand("solve", "Solve or project a system of linear equations");
     add_input(solve_cmd, "a .lin or .smt2 file, or - for standard input");

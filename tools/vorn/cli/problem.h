@@ -7,6 +7,7 @@
 // in one array, so a problem costs a few large allocations however many atoms it has.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -33,6 +34,8 @@ class Problem {
 
     Variables variables;
     std::vector<Atom> atoms;
+    // The term of an objective the input states (LP formats); feasibility ignores it.
+    std::optional<std::uint32_t> objective;
 
     // Appends the term held by `expr` (normalized on the way) and returns its index.
     std::uint32_t add_term(const LinearExpr& expr);

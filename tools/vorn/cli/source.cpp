@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "cli/decompress.h"
 #include "cli/input_error.h"
 #include "cli/limits.h"
 
@@ -65,6 +66,8 @@ SourceText SourceText::read(const std::string& path) {
     if (expected > kMaxInputBytes)
         fail("input larger than the limit of " + std::to_string(kMaxInputBytes >> 20) + " MiB");
     source.text = read_all(in.fd, expected);
+    if (Compression c = compression_of(source.name); c != Compression::None)
+        source.text = decompress(source.text, c);
     return source;
 }
 

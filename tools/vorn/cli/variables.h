@@ -35,6 +35,7 @@ class Variables {
     }
     std::string_view name(int v) const { return names_.name(static_cast<std::uint32_t>(v - 1)); }
     Sort sort(int v) const { return info_[static_cast<std::size_t>(v - 1)].sort; }
+    void set_sort(int v, Sort sort) { info_[static_cast<std::size_t>(v - 1)].sort = sort; }
     SourcePos declared(int v) const { return info_[static_cast<std::size_t>(v - 1)].declared; }
     int size() const { return static_cast<int>(info_.size()); }
     NameSyntax syntax() const { return syntax_; }
