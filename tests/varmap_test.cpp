@@ -5,6 +5,7 @@
 #include <map>
 #include <random>
 
+#include "support/failing_new.h"
 #include "vorn/la/varmap.h"
 
 using Map = vorn::la::VarMap<int*, true, true>;
@@ -96,6 +97,42 @@ TEST(VarMap, IterationSkipsAbsentAndAllErased) {
         m.erase(i);
     EXPECT_TRUE(indices(m).empty());
     EXPECT_NE(m.span(), 0u);
+}
+
+TEST(VarMap, MovedFromIsEmptyAndReusable) {
+    Map m;
+    int cell = 0;
+    m[3] = &cell;
+    m[5];
+    Map moved(std::move(m));
+    EXPECT_EQ(m.size(), 0u);  // NOLINT(bugprone-use-after-move): the state under test
+    EXPECT_EQ(m.span(), 0u);
+    EXPECT_TRUE(indices(m).empty());
+    EXPECT_EQ(indices(moved), (std::vector<int>{3, 5}));
+    m[1] = &cell;
+    EXPECT_EQ(indices(m), (std::vector<int>{1}));
+    EXPECT_EQ(m.size(), 1u);
+    m = std::move(moved);
+    EXPECT_EQ(moved.size(), 0u);  // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(indices(moved).empty());
+    EXPECT_EQ(m.at(3), &cell);
+    EXPECT_EQ(m.size(), 2u);
+}
+
+TEST(VarMap, FailedGrowthLeavesTheMapUsable) {
+    for (long failing = 0; failing < 2; ++failing) {  // the value array, then the presence array
+        Map m;
+        m[0];
+        vorn::test::fail_new_in(failing);
+        EXPECT_THROW(m[40], std::bad_alloc);
+        vorn::test::fail_new_in(-1);
+        EXPECT_EQ(m.values().size(), m.present().size());
+        EXPECT_EQ(m.size(), 1u);
+        for (int i = 0; i < 60; ++i)
+            m[i];  // within whatever span survived, then growing again
+        EXPECT_EQ(m.size(), 60u);
+        EXPECT_EQ(indices(m).size(), 60u);
+    }
 }
 
 TEST(VarMap, RandomOperationsMatchStdMap) {

@@ -125,6 +125,22 @@ TEST(VarSet, IterationSkipsMarkedEntries) {
     EXPECT_EQ(members(s), (std::vector<int>{1, 3}));
 }
 
+TEST(VarSet, MovedFromIsEmptyAndReusable) {
+    VarSet s;
+    for (int v : {1, 2, 3})
+        s.insert(v);
+    VarSet moved(std::move(s));
+    EXPECT_EQ(s.size(), 0u);  // NOLINT(bugprone-use-after-move): the state under test
+    EXPECT_TRUE(members(s).empty());
+    s.insert(4);
+    EXPECT_EQ(s.size(), 1u);
+    EXPECT_EQ(members(s), (std::vector<int>{4}));
+    s = std::move(moved);
+    EXPECT_EQ(moved.size(), 0u);  // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(members(moved).empty());
+    EXPECT_EQ(members(s), (std::vector<int>{1, 2, 3}));
+}
+
 TEST(VarSet, RandomOperationsMatchStdSet) {
     const unsigned seed = 1234;
     std::mt19937 rng(seed);
