@@ -7,17 +7,13 @@
 
 #include <random>
 
+#include "support/gmp_reference.h"
 #include "support/random_rational.h"
 
 using vorn::QNumber;
+using vorn::test::to_mpq;
 
 namespace {
-
-mpq_class to_mpq(const QNumber& q) {
-    mpq_class r;
-    q.get_mpq(r.get_mpq_t());
-    return r;
-}
 
 bool fits_small(const mpq_class& q) {
     return q.get_num().fits_slong_p() && q.get_den().fits_slong_p();

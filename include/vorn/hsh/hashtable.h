@@ -133,13 +133,17 @@ class Hashtable {
         return ::new (block) Bucket{nullptr, std::move(copy)};
     }
 
-    void rehash(unsigned long n) {
-        if (buckets_.size() >= n) return;
+    // The bucket count rehash(n) grows to: the first prime not below n, or the largest prime.
+    static std::size_t bucket_count_for(unsigned long n) {
         const std::uint64_t* end = primes + std::size(primes);
         const std::uint64_t* target = std::lower_bound(primes, end, std::uint64_t{n});
-        std::size_t count = target == end ? primes[std::size(primes) - 1] : *target;
+        return target == end ? primes[std::size(primes) - 1] : *target;
+    }
+
+    void rehash(unsigned long n) {
+        if (buckets_.size() >= n) return;
         // The fresh array exists before the old one is touched: a failure leaves the table as is.
-        std::vector<Bucket*> fresh(count, nullptr);
+        std::vector<Bucket*> fresh(bucket_count_for(n), nullptr);
         fresh.swap(buckets_);
         for (Bucket* head : fresh)
             for (Bucket* node = head; node != nullptr;) {
