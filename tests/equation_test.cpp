@@ -50,6 +50,22 @@ TEST(EquationRecord, CopyIsDeepAndKeepsTheWord) {
     EXPECT_EQ(source.coeffs_[1].coeff, QNumber(-1, 3));
 }
 
+TEST(EquationRecord, AssignmentIsDeepAndMovesTheNumber) {
+    Equation target(1, {{1, QNumber(1)}});
+    {
+        const Equation source = Equation::with_number(QNumber(5), {{2, QNumber::make_big(3)}});
+        target = source;
+        EXPECT_NE(target.number(), source.number());
+        EXPECT_NE(target.coeffs_[0].coeff.big_block(), source.coeffs_[0].coeff.big_block());
+    }
+    EXPECT_EQ(target.to_str(true), "[5] 3*x2 = 0");
+    Equation other(7, {{7, QNumber(-1)}});
+    const QNumber* number = target.number();
+    other = std::move(target);
+    EXPECT_EQ(other.number(), number);
+    EXPECT_EQ(other.to_str(true), "[5] 3*x2 = 0");
+}
+
 TEST(EquationRecord, EmptyListCopiesWithoutStorage) {
     Equation empty;
     empty.basic_ = Equation::encode_var(4);

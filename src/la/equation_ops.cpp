@@ -84,7 +84,9 @@ void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor
         while (r >= 0 && base[r].var > d->var)
             place(r--);
         if (d->var == x) {
-            if (r >= 0 && base[r].var == x) --r;
+            // The row mentions x (a substitution without it never gets here): it is next.
+            assert(r >= 0 && base[r].var == x);
+            --r;
             continue;
         }
         if (r >= 0 && base[r].var == d->var) {
