@@ -25,8 +25,9 @@ int Simplex::new_variable() {
     return add_variable();
 }
 
-void Simplex::reserve(int n) {
+void Simplex::reserve(int n, std::size_t bounds) {
     auto size = static_cast<std::size_t>(n) + 1;
+    bounds_.reserve(size, bounds);
     values_.reserve(size);
     term_of_.reserve(size);
     queued_.reserve(size);

@@ -45,6 +45,12 @@ class BoundTrail {
         lower_.resize(n, -1);
         upper_.resize(n, -1);
     }
+    // Capacity for n variables and `records` records.
+    void reserve(std::size_t n, std::size_t records) {
+        lower_.reserve(n);
+        upper_.reserve(n);
+        records_.reserve(records);
+    }
 
     bool has_lower(int v) const { return lower_[v] >= 0; }
     bool has_upper(int v) const { return upper_[v] >= 0; }

@@ -93,8 +93,9 @@ class Simplex {
 
     // A new structural variable, unbounded, valued 0. O(1) amortized.
     int new_variable();
-    // Capacity for variables 1..n, so that creating them reallocates nothing.
-    void reserve(int n);
+    // Capacity for variables 1..n and for `bounds` asserted bounds, so that creating them
+    // reallocates nothing (a reallocation copies every bound).
+    void reserve(int n, std::size_t bounds = 0);
     // The variable of a linear term over structural variables (entries in any order, repeats
     // summed; at least one non-zero coefficient; no constant entry): a term of one variable is
     // that variable; otherwise the slack of its normal form (TermTable), created with its row
