@@ -4,7 +4,7 @@
 usage: solvers.py WRITE_LRA_INSTANCES OUT.json [--timeout S] [--quick]
 
 For every instance of bench/lra_instances.h (sparse feasible and infeasible at m = 10^3,
-10^4, 10^5; square at m = 50 to 1600) the writer program produces an SMT-LIB check-sat script
+10^4, 10^5; square at m = 50 to 1600, as far as each solver gets) the writer program produces an SMT-LIB check-sat script
 and a free MPS file. z3 and cvc5 run on the script with their default settings (`z3 FILE`,
 `cvc5 FILE`), glpsol on the MPS file with its exact rational simplex (`glpsol --exact
 --freemps FILE`), each when installed, end to end: start, parse, decide, exit. The systems of
@@ -64,7 +64,7 @@ def run(command, timeout):
 
 def instances(quick):
     sparse = (1000, 10000) if quick else (1000, 10000, 100000)
-    square = (50, 100, 200) if quick else (50, 100, 200, 400, 800, 1600)
+    square = (50, 100) if quick else (50, 75, 100, 125, 150, 200, 300, 400, 600, 800, 1200, 1600)
     for m in sparse:
         for feasible in (1, 0):
             yield "sparse", m, feasible

@@ -101,6 +101,7 @@ TEST(SimplexExamples, EliminatedVariablesAreModelledAndRestoredForBounds) {
     EXPECT_EQ(entries_of(s).size(), 4u);
     s.pop();
     EXPECT_EQ(s.check(), Result::Sat);
+    EXPECT_EQ(s.stats().checks, 4u);
 }
 
 TEST(SimplexExamples, BealesCyclingExampleTerminates) {

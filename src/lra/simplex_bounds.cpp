@@ -99,6 +99,7 @@ void Simplex::set_conflict_from_bounds(int var, bool upper, const DeltaRational&
     add_to_conflict(upper ? bounds_.lower(var) : bounds_.upper(var), one());
     conflict_level_ = bounds_.level();
     ++stats_.conflicts;
+    assert(conflict_is_valid() && "invalid Farkas certificate");
 }
 
 }  // namespace vorn::lra

@@ -35,8 +35,10 @@ void Simplex::compute_model() const {
     // choosing δ, and since their equations are linear they can be evaluated after it.
     QNumber delta = model_delta();
     model_.resize(values_.size());
-    for (std::size_t v = 1; v < values_.size(); ++v)
-        model_[v] = values_[v].at(delta);
+    for (std::size_t v = 1; v < values_.size(); ++v) {
+        model_[v] = values_[v].real();
+        model_[v].add_product(values_[v].delta(), delta);
+    }
     // Latest elimination first: an equation mentions only variables that were non-basic when it
     // was kept, so any of them eliminated now was eliminated later and is evaluated already.
     const auto& records = tableau_.elim_eqs();

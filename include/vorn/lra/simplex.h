@@ -31,9 +31,9 @@
 // coefficient by binary search; a pivot adds the tableau's own pivot; asserting a bound is
 // O(1) plus, for a non-basic variable moved into its new bound, one value update.
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "vorn/la/equation.h"
