@@ -102,19 +102,27 @@ def reference_table(res):
     return lines + [""]
 
 
+def cpu_ms(run):
+    return run["cpu_time"] * UNITS[run.get("time_unit", "ns")]
+
+
 def cell_ms(run):
-    """A solver's time, or why there is none."""
+    """A solver's wall time (CPU time), or why there is none."""
     if run is None:
         return "–"
     if run.get("timeout"):
         return f"> {fmt(ms(run))} (limit)"
-    return fmt(ms(run)) + ("" if run.get("right", 1) else " (wrong answer)")
+    return (f"{fmt(ms(run))} ({fmt(cpu_ms(run))})" +
+            ("" if run.get("right", 1) else " (wrong answer)"))
 
 
-def ratio_to(run, ours_ms):
-    if run is None or not ours_ms:
+def ratio_to(run, ours):
+    """Their CPU time / ours: a busy machine stretches wall times unevenly."""
+    if run is None:
         return "–"
-    return (">" if run.get("timeout") else "") + f"{ms(run) / ours_ms:.0f}×"
+    if run.get("timeout"):
+        return f">{ms(run) / ms(ours):.0f}× (wall)"
+    return f"{cpu_ms(run) / cpu_ms(ours):.0f}×"
 
 
 def simplex_table(res):
@@ -125,22 +133,23 @@ def simplex_table(res):
              "parsed. The others (`bench/solvers.py`): the binaries on the same instance written "
              "by `write_lra_instances`, end to end (start, parse, decide, exit): `z3 FILE.smt2` "
              "and `cvc5 FILE.smt2` with their default `check-sat`, `glpsol --exact --freemps "
-             "FILE.mps` (GLPK's exact rational simplex, empty objective). Ratio = their time / "
-             "vorn build + check. Every answer is checked against the one the instance has by "
+             "FILE.mps` (GLPK's exact rational simplex, empty objective). Times are wall (CPU) in "
+             "ms; ratio = their CPU time / vorn's CPU time for build + check (wall times when "
+             "they hit the limit). Every answer is checked against the one the instance has by "
              "construction.", "",
-             "| instance | vorn build + check (ms) | vorn check (ms) | pivots | pivots/s | heap "
-             "(MB) | z3 (ms) | cvc5 (ms) | glpsol --exact (ms) | z3 / vorn | cvc5 / vorn | "
-             "glpsol / vorn |", "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
+             "| instance | vorn build + check | vorn check (wall) | pivots | pivots/s | heap "
+             "(MB) | z3 | cvc5 | glpsol --exact | z3 / vorn | cvc5 / vorn | glpsol / vorn |",
+             "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
     rows = [(f"sparse, m = {args[0]}, {'feasible' if args[1] else 'infeasible'}", run,
              ("sparse", *args)) for args, run in res.family("BM_SimplexSparse")]
     rows += [(f"square, m = {args[0]}", run, ("square", *args))
              for args, run in res.family("BM_SimplexSquare")]
     for label, ours, other_key in rows:
         others = [res.get(solver, *other_key) for solver in ("z3", "cvc5", "glpsol")]
-        lines.append(f"| {label} | {fmt(ms(ours))} | {fmt(ours['check_ms'])} | "
+        lines.append(f"| {label} | {cell_ms(ours)} | {fmt(ours['check_ms'])} | "
                      f"{ours['pivots']:.0f} | {fmt(ours['pivots_per_s'])} | "
                      f"{ours['heap_MB']:.1f} | " + " | ".join(cell_ms(o) for o in others) +
-                     " | " + " | ".join(ratio_to(o, ms(ours)) for o in others) + " |")
+                     " | " + " | ".join(ratio_to(o, ours) for o in others) + " |")
     if not any(res.family(s) for s in ("z3", "cvc5", "glpsol")):
         lines += ["", "No results from `bench/solvers.py` (z3, cvc5 and glpsol not installed?)."]
     return lines + [""]
@@ -155,13 +164,14 @@ def equations_table(res):
              "file with their default `check-sat`, only decide them. `compare_bench` "
              "(`BM_Solve_vorn`) is the library alone on a system of the same shape: entering "
              "through `check` and eliminating every variable.", "",
-             "| equations | vorn solve, end to end (ms) | library only (ms) | z3 (ms) | "
-             "cvc5 (ms) |", "|---:|---:|---:|---:|---:|"]
+             "Times in ms, wall (CPU where measured).", "",
+             "| equations | vorn solve, end to end | library only | z3 | cvc5 |",
+             "|---:|---:|---:|---:|---:|"]
     sizes = sorted({args[1] for s in ("z3", "cvc5") for args, _ in res.family(s)
                     if args[0] == "equations"})
     for m in sizes:
         ours, lib = res.get("vorn_solve_smt2", m), res.get("BM_Solve_vorn", m)
-        cells = [fmt(ms(r)) if r else "–" for r in (ours, lib)]
+        cells = [fmt(ms(ours)) if ours else "–", cell_ms(lib)]
         cells += [cell_ms(res.get(s, "equations", m)) for s in ("z3", "cvc5")]
         lines.append(f"| {m} | " + " | ".join(cells) + " |")
     return lines + [""]

@@ -10,11 +10,12 @@ and a free MPS file. z3 and cvc5 run on the script with their default settings (
 --freemps FILE`), each when installed, end to end: start, parse, decide, exit. The systems of
 equations that `vorn solve` is timed on (bench/gen_sparse.py, the files of bench/e2e.py) are
 given to z3 and cvc5 as well. Each run records wall time, peak resident memory and the answer,
-checked against the answer the instance has by construction (equation systems: against z3).
+checked against the answer the instance has by construction (equation systems: against z3),
+and the CPU time of the process, which a busy machine disturbs less than the wall time.
 
 A solver that exceeds the time limit is stopped and recorded as a timeout; once a solver's
 time at one size, scaled linearly to the next, exceeds the limit, the larger sizes of that
-family are not run for it. The output has the shape of a Google Benchmark JSON file, so
+series (a family, feasible or infeasible) are not run for it. The output has the shape of a Google Benchmark JSON file, so
 report.py reads it like the others.
 """
 import argparse
@@ -47,8 +48,8 @@ def answer_of(solver, output):
 
 
 def run(command, timeout):
-    """(wall ms, peak RSS MB, output, timed out); the output goes through a file, so a chatty
-    solver cannot block on a full pipe while it is waited for."""
+    """(wall ms, CPU ms, peak RSS MB, output, timed out); the output goes through a file, so a
+    chatty solver cannot block on a full pipe while it is waited for."""
     with tempfile.TemporaryFile() as out:
         start = time.perf_counter()
         proc = subprocess.Popen(command, stdout=out, stderr=subprocess.STDOUT)
@@ -58,8 +59,9 @@ def run(command, timeout):
         timer.cancel()
         wall = (time.perf_counter() - start) * 1e3
         timed_out = os.WIFSIGNALED(status) and os.WTERMSIG(status) == signal.SIGKILL
+        cpu = (usage.ru_utime + usage.ru_stime) * 1e3
         out.seek(0)
-        return wall, usage.ru_maxrss / 1024, out.read().decode(errors="replace"), timed_out
+        return wall, cpu, usage.ru_maxrss / 1024, out.read().decode(errors="replace"), timed_out
 
 
 def instances(quick):
@@ -85,22 +87,22 @@ def main():
     if missing:
         print(f"solvers.py: not installed, skipped: {', '.join(missing)}", file=sys.stderr)
     results = []
-    last = {}  # (solver, family) → (m, wall ms) of the latest run
+    last = {}  # (solver, series) → (m, wall ms) of the latest run
 
-    def out_of_reach(solver, family, m):
-        prev = last.get((solver, family))
+    def out_of_reach(solver, series, m):
+        prev = last.get((solver, series))
         return prev is not None and prev[1] * m / prev[0] > a.timeout * 1e3
 
-    def record(solver, name, command, expected, m, family):
-        if out_of_reach(solver, family, m):
+    def record(solver, name, command, expected, m, series):
+        if out_of_reach(solver, series, m):
             print(f"{solver} {name}: skipped, beyond the limit by extrapolation", file=sys.stderr)
             return None
-        wall, rss, output, timed_out = run(command, a.timeout)
+        wall, cpu, rss, output, timed_out = run(command, a.timeout)
         answer = "timeout" if timed_out else answer_of(solver, output)
-        last[(solver, family)] = (m, wall)
+        last[(solver, series)] = (m, wall)
         right = expected is None or answer == expected
         results.append({"name": f"{solver}/{name}", "run_type": "iteration", "iterations": 1,
-                        "real_time": wall, "cpu_time": wall, "time_unit": "ms",
+                        "real_time": wall, "cpu_time": cpu, "time_unit": "ms",
                         "peak_rss_MB": rss, "timeout": float(timed_out),
                         "sat": {"sat": 1.0, "unsat": 0.0}.get(answer, -1.0),
                         "right": float(right and not timed_out)})
@@ -115,8 +117,9 @@ def main():
                 [a.writer, family, str(m), "feasible" if feasible else "infeasible", "1",
                  str(base)], check=True, capture_output=True, text=True).stdout.strip()
             name = f"{family}/{m}/{feasible}" if family == "sparse" else f"{family}/{m}"
+            series = f"{family}/{feasible}"  # feasible and infeasible instances scale apart
             for solver in installed:
-                record(solver, name, SOLVERS[solver](base), expected, m, family)
+                record(solver, name, SOLVERS[solver](base), expected, m, series)
             for ext in ("smt2", "mps"):
                 pathlib.Path(f"{base}.{ext}").unlink()
         # The equation systems of `vorn solve` (e2e.py writes the same files: seed 1).

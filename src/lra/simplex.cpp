@@ -15,6 +15,7 @@ int Simplex::add_variable() {
     values_.emplace_back();
     term_of_.push_back(-1);
     queued_.push_back(0);
+    priority_.push_back(static_cast<std::uint32_t>(v));
     leaves_.push_back(0);
     bounds_.resize(values_.size());
     return v;
@@ -31,6 +32,7 @@ void Simplex::reserve(int n, std::size_t bounds) {
     values_.reserve(size);
     term_of_.reserve(size);
     queued_.reserve(size);
+    priority_.reserve(size);
     leaves_.reserve(size);
 }
 

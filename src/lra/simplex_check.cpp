@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cassert>
 #include <chrono>
-#include <functional>
 #include <limits>
 
 #include "row_search.h"
@@ -35,6 +34,7 @@ Result Simplex::search() {
         leaves_[v] = 0;
     left_.clear();
     bland_ = false;
+    if (ranked_) reset_priorities();
     std::uint64_t pivots = 0;
     while (true) {
         int basic = next_violated();
@@ -57,7 +57,8 @@ Result Simplex::search() {
 
 int Simplex::next_violated() {
     while (!violated_.empty()) {
-        std::pop_heap(violated_.begin(), violated_.end(), std::greater<int>());
+        std::pop_heap(violated_.begin(), violated_.end(),
+                      [this](int a, int b) { return before(b, a); });
         int v = violated_.back();
         violated_.pop_back();
         queued_[v] = 0;
@@ -76,7 +77,10 @@ int Simplex::choose_entering(int basic, bool increase) const {
     std::size_t best_column = std::numeric_limits<std::size_t>::max();
     for (const auto& e : tableau_.rows().at(basic)->coeffs_) {
         if (e.var == basic || !can_move(e.var, increase == (e.coeff.sign() > 0))) continue;
-        if (bland_) return e.var;  // entries ascend: the smallest suitable variable
+        if (bland_) {
+            if (best == 0 || before(e.var, best)) best = e.var;
+            continue;
+        }
         std::size_t column = tableau_.cols().find(e.var)->value.second.size();
         if (column < best_column) {
             best = e.var;
@@ -107,7 +111,37 @@ void Simplex::note_leaving(int var) {
     if (leaves_[var] >= options_.bland_after) {
         bland_ = true;
         ++stats_.bland_switches;
+        rank_for_bland();
     }
+}
+
+void Simplex::rank_for_bland() {
+    // Any fixed order makes Bland's rule terminate; this one prefers, as the heuristic does,
+    // variables tied to few others: non-basic ones by column size, basic ones by row length.
+    std::vector<std::pair<std::size_t, int>> keyed;
+    keyed.reserve(values_.size());
+    for (int v = 1; v <= num_variables(); ++v) {
+        const auto& rows = tableau_.rows();
+        auto* column = tableau_.cols().find(v);
+        std::size_t key = rows.contains(v)    ? rows.at(v)->coeffs_.size() - 1
+                          : column != nullptr ? column->value.second.size()
+                                              : 0;
+        keyed.emplace_back(key, v);
+    }
+    std::sort(keyed.begin(), keyed.end());
+    for (std::size_t i = 0; i < keyed.size(); ++i)
+        priority_[keyed[i].second] = static_cast<std::uint32_t>(i + 1);
+    ranked_ = true;
+    std::make_heap(violated_.begin(), violated_.end(),
+                   [this](int a, int b) { return before(b, a); });
+}
+
+void Simplex::reset_priorities() {
+    for (std::size_t v = 0; v < priority_.size(); ++v)
+        priority_[v] = static_cast<std::uint32_t>(v);
+    ranked_ = false;
+    std::make_heap(violated_.begin(), violated_.end(),
+                   [this](int a, int b) { return before(b, a); });
 }
 
 void Simplex::explain_row(int basic, bool increase) {

@@ -2,7 +2,6 @@
 // and the elimination done once before the first search.
 
 #include <algorithm>
-#include <functional>
 
 #include "row_search.h"
 #include "vorn/la/eliminate_greedy.h"
@@ -20,7 +19,8 @@ void Simplex::queue_if_violated(int var) {
     if (queued_[var] != 0 || !is_violated(var)) return;
     queued_[var] = 1;
     violated_.push_back(var);
-    std::push_heap(violated_.begin(), violated_.end(), std::greater<int>());
+    std::push_heap(violated_.begin(), violated_.end(),
+                   [this](int a, int b) { return before(b, a); });
 }
 
 void Simplex::compute_row_value(int basic) {

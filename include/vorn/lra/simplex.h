@@ -19,8 +19,10 @@
 // none is left (sat) or a row shows that none can be repaired (unsat, with that row's bounds as
 // the explanation). Pivot choice: the smallest violated basic variable leaves; it enters the
 // suitable non-basic variable of its row with the fewest column entries, until some variable
-// has left the basis `bland_after` times in one check; from then on the entering variable is
-// the smallest suitable one (Bland's rule), which guarantees termination.
+// has left the basis `bland_after` times in one check; from then on both choices follow one
+// fixed order of the variables (Bland's rule), which guarantees termination. The order is fixed
+// at the switch, sparsest columns first, because Bland's rule by variable number fills rows in
+// so fast that a large problem never finishes.
 //
 // Elimination. The first check() eliminates (la::eliminate_greedy) every structural variable
 // without bounds that occurs only in rows whose slack is fixed (equalities). An eliminated
@@ -193,6 +195,9 @@ class Simplex {
     // simplex_check.cpp
     Result search();
     int next_violated();
+    bool before(int a, int b) const { return priority_[a] < priority_[b]; }
+    void rank_for_bland();
+    void reset_priorities();
     int choose_entering(int basic, bool increase) const;
     bool can_move(int var, bool up) const;
     void pivot_and_update(int leaving, int entering, const DeltaRational& target);
@@ -215,9 +220,13 @@ class Simplex {
     std::vector<DeltaRational> values_;
     bool initialized_ = false;
 
-    // Violated basic variables, a min-heap by variable number; `queued_` marks its members.
+    // Violated basic variables, a min-heap by priority; `queued_` marks its members.
     std::vector<int> violated_;
     std::vector<unsigned char> queued_;
+    // The order of both pivot choices under Bland's rule, and of the leaving choice always: the
+    // variable number until a switch, then a ranking fixed at the switch (see rank_for_bland).
+    std::vector<std::uint32_t> priority_;
+    bool ranked_ = false;
     // Times each variable left the basis in the current check, and which were counted.
     std::vector<unsigned> leaves_;
     std::vector<int> left_;
