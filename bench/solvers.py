@@ -4,19 +4,19 @@
 usage: solvers.py WRITE_LRA_INSTANCES OUT.json [--timeout S] [--quick]
 
 For every instance of bench/lra_instances.h (sparse feasible and infeasible at m = 10^3,
-10^4, 10^5; square at m = 50 to 1600, as far as each solver gets) the writer program produces an SMT-LIB check-sat script
-and a free MPS file. z3 and cvc5 run on the script with their default settings (`z3 FILE`,
+10^4, 10^5; square at m = 50 to 1600, as far as each solver gets) the writer program
+produces an SMT-LIB check-sat script and a free MPS file. z3 and cvc5 run on the script with their default settings (`z3 FILE`,
 `cvc5 FILE`), glpsol on the MPS file with its exact rational simplex (`glpsol --exact
 --freemps FILE`), each when installed, end to end: start, parse, decide, exit. The systems of
 equations that `vorn solve` is timed on (bench/gen_sparse.py, the files of bench/e2e.py) are
-given to z3 and cvc5 as well. Each run records wall time, peak resident memory and the answer,
-checked against the answer the instance has by construction (equation systems: against z3),
-and the CPU time of the process, which a busy machine disturbs less than the wall time.
+given to z3 and cvc5 as well. Each run records wall time, CPU time (which a busy machine
+disturbs less), peak resident memory and the answer, checked against the answer the instance
+has by construction (equation systems: against z3's).
 
 A solver that exceeds the time limit is stopped and recorded as a timeout; once a solver's
 time at one size, scaled linearly to the next, exceeds the limit, the larger sizes of that
-series (a family, feasible or infeasible) are not run for it. The output has the shape of a Google Benchmark JSON file, so
-report.py reads it like the others.
+series (a family, feasible or infeasible) are not run for it. The output has the shape of a
+Google Benchmark JSON file, so report.py reads it like the others.
 """
 import argparse
 import json
