@@ -145,6 +145,26 @@ TEST(CliLin, OneGrammar) {
         EXPECT_THROW(read_lin(bad), InputError) << bad;
 }
 
+// The readers' copy-once normalization and the library's normal form agree, repeats, zeros and
+// long lists included.
+TEST(CliLinearExpr, AppendNormalizedIsTheLibraryNormalForm) {
+    std::mt19937 rng(5);
+    for (int trial = 0; trial < 500; ++trial) {
+        LinearExpr expr;
+        LinearExpr::Entries raw, appended{{99, QNumber(7)}};
+        for (int i = static_cast<int>(rng() % 40); i > 0; --i) {
+            raw.push_back({static_cast<int>(rng() % 7), QNumber(static_cast<int>(rng() % 5) - 2)});
+            expr.add_entry(raw.back().var, raw.back().coeff);
+        }
+        expr.append_normalized_to(appended);
+        vorn::la::normalize_entries(raw);
+        ASSERT_EQ(appended.size(), raw.size() + 1) << trial;
+        for (std::size_t i = 0; i < raw.size(); ++i)
+            ASSERT_TRUE(appended[i + 1].var == raw[i].var && appended[i + 1].coeff == raw[i].coeff)
+                << trial;
+    }
+}
+
 TEST(CliSmt, SharedLetsAndDefinitionsAreEvaluatedOnce) {
     std::string lets = "(declare-const x Real)(assert (= 0 ", close;
     std::string defs = "(declare-const x Real)(define-fun d0 () Real x)";

@@ -1,5 +1,8 @@
 #include "cli/linear_expr.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace vorn::cli {
 
 LinearExpr LinearExpr::constant(const QNumber& value) {
@@ -53,6 +56,32 @@ const LinearExpr::Entries& LinearExpr::entries() const {
         normalized_ = true;
     }
     return terms_;
+}
+
+void LinearExpr::append_normalized_to(Entries& out) const {
+    constexpr std::size_t kShort = 32;
+    std::size_t n = terms_.size();
+    if (normalized_ || n > kShort) {
+        const Entries& e = entries();
+        out.insert(out.end(), e.begin(), e.end());
+        return;
+    }
+    // (variable, position) words sort without touching the numbers; repeats are summed and
+    // zeros dropped as each entry is copied, once.
+    std::uint64_t keys[kShort];
+    for (std::size_t i = 0; i < n; ++i)
+        keys[i] = static_cast<std::uint64_t>(static_cast<std::uint32_t>(terms_[i].var)) << 32 | i;
+    std::sort(keys, keys + n);
+    std::size_t first = out.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        const Entry& e = terms_[keys[i] & 0xFFFFFFFF];
+        if (out.size() > first && out.back().var == e.var) {
+            out.back().coeff += e.coeff;
+            if (out.back().coeff.is_zero()) out.pop_back();
+        } else if (!e.coeff.is_zero()) {
+            out.push_back(e);
+        }
+    }
 }
 
 bool LinearExpr::is_constant() const {
