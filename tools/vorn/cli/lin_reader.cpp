@@ -234,6 +234,14 @@ class LineParser {
     int depth_ = 0;
 };
 
+std::size_t line_count(std::string_view text) {
+    std::size_t lines = 1;
+    for (const char* p = text.data(); const void* nl = std::memchr(p, '\n', text.end() - p);
+         p = static_cast<const char*>(nl) + 1)
+        ++lines;
+    return lines;
+}
+
 // The line without its break, a '\r' before it, and everything from '#' on.
 std::string_view content_of(std::string_view line) {
     if (const void* mark = std::memchr(line.data(), '#', line.size()))
@@ -254,9 +262,11 @@ LinearExpr read_lin_sum(std::string_view text, SourcePos start, Variables& varia
 
 Problem read_lin(std::string_view text) {
     Problem problem(NameSyntax::Plain);
-    std::size_t lines = text.size() / 32 + 1;  // a rough guess: equations have a few terms
+    // Sized for the common shape, a few terms per line and a new name or two: memory that is
+    // reserved but never touched costs nothing, a table that grows rehashes everything.
+    std::size_t lines = line_count(text);
     problem.reserve(lines, 5 * lines);
-    problem.variables.reserve(2 * lines, 12 * lines);
+    problem.variables.reserve(2 * lines, 8 * lines);
     LinearExpr scratch;
     int line_no = 0;
     while (!text.empty()) {

@@ -35,7 +35,10 @@ void LinearExpr::add(const LinearExpr& other, const QNumber& scale) {
     }
     for (const auto& t : other.terms_) {
         terms_.push_back(t);
-        if (!scale.is_one()) terms_.back().coeff *= scale;
+        if (scale.is_minus_one())
+            terms_.back().coeff.negate();
+        else if (!scale.is_one())
+            terms_.back().coeff *= scale;
     }
     normalized_ = false;
 }
@@ -46,8 +49,13 @@ void LinearExpr::scale(const QNumber& factor) {
         return;
     }
     if (factor.is_one()) return;
-    for (auto& t : terms_)
-        t.coeff *= factor;
+    bool negation = factor.is_minus_one();
+    for (auto& t : terms_) {
+        if (negation)
+            t.coeff.negate();
+        else
+            t.coeff *= factor;
+    }
 }
 
 const LinearExpr::Entries& LinearExpr::entries() const {
@@ -82,6 +90,11 @@ void LinearExpr::append_normalized_to(Entries& out) const {
             out.push_back(e);
         }
     }
+}
+
+bool LinearExpr::has_big_coefficient() const {
+    return std::any_of(terms_.begin(), terms_.end(),
+                       [](const Entry& e) { return e.coeff.is_big(); });
 }
 
 bool LinearExpr::is_constant() const {

@@ -45,6 +45,8 @@ class LinearExpr {
     // ordered through its variable numbers and each entry copied once.
     void append_normalized_to(Entries& out) const;
     bool is_constant() const;
+    // Whether any coefficient is in QNumber's big form; does not normalize.
+    bool has_big_coefficient() const;
     // Meaningful when is_constant().
     QNumber constant_value() const;
 

@@ -10,7 +10,6 @@
 namespace vorn::cli {
 
 QNumber parse_number(std::string_view lexeme, SourcePos pos) {
-    check_numeral_length(lexeme, pos);
     if (lexeme.size() <= 18) {
         std::int64_t value = 0;
         bool digits = !lexeme.empty();
@@ -23,6 +22,7 @@ QNumber parse_number(std::string_view lexeme, SourcePos pos) {
         }
         if (digits) return small_integer(value);
     }
+    check_numeral_length(lexeme, pos);
     bool allowed = lexeme.find_first_not_of("0123456789.") == std::string_view::npos;
     try {
         if (allowed) return QNumber::from_string(lexeme);
