@@ -165,9 +165,12 @@ class LineParser {
     void number(Factors& f, SourcePos op) {
         SourcePos start = here();
         std::size_t begin = pos_;
+        // Up to 18 digits without a dot: an integer that fits, read on the way.
         std::int64_t digits_value = 0;
-        while (pos_ < line_.size() && line_[pos_] >= '0' && line_[pos_] <= '9')
-            digits_value = digits_value * 10 + (line_[pos_++] - '0');
+        while (pos_ < line_.size() && line_[pos_] >= '0' && line_[pos_] <= '9') {
+            if (pos_ - begin < 18) digits_value = digits_value * 10 + (line_[pos_] - '0');
+            ++pos_;
+        }
         bool plain = pos_ - begin <= 18 && pos_ > begin;
         while (pos_ < line_.size() && number_char(line_[pos_])) {
             plain = false;
@@ -176,7 +179,6 @@ class LineParser {
         if (std::size_t end = exponent_end(); end != 0)
             fail(start, "exponents are not supported: " + quoted(line_.substr(begin, end - begin)) +
                             " is not a number");
-        // Up to 18 digits without a dot: an integer that fits, read on the way.
         f.multiply(plain ? small_integer(digits_value)
                          : parse_number(line_.substr(begin, pos_ - begin), start));
         check_number_size(f.constant, start);
