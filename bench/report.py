@@ -214,14 +214,37 @@ def e2e_table(res):
     lines = ["## End to end: `vorn solve`", "",
              "Generated systems of m equations with 4 entries over 2m variables "
              "(`bench/gen_sparse.py`), solved for all variables; wall time and peak resident "
-             "memory of the whole process, parsing and printing included.", "",
-             "| input | equations | wall (ms) | peak RSS (MB) |", "|---|---:|---:|---:|"]
+             "memory of the whole process, parsing and printing included, and the phases that "
+             "`--stats` reports (read: file and parser; tableau: slack rows and `check`; "
+             "eliminate: `eliminate_greedy`; definitions: reading and resolving them).", "",
+             "| input | equations | wall (ms) | read | tableau | eliminate | definitions | "
+             "peak RSS (MB) |", "|---|---:|---:|---:|---:|---:|---:|---:|"]
     for run in runs:
         family, _, size = run["name"].partition("/")
+        phases = " | ".join(fmt(run[f"{p}_ms"]) if f"{p}_ms" in run else "–"
+                            for p in ("read", "tableau", "eliminate", "definitions"))
         lines.append(f"| `{family}` {'' if size.isdigit() else size} | "
-                     f"{int(run['equations'])} | {fmt(ms(run))} | {run['peak_rss_MB']:.0f} |")
+                     f"{int(run['equations'])} | {fmt(ms(run))} | {phases} | "
+                     f"{run['peak_rss_MB']:.0f} |")
     if not any(r["name"].startswith("vorn_solve_shared/") for r in runs):
         lines += ["", "No SMT-LIB inputs were found under `../shared/`."]
+    return lines + [""]
+
+
+def reader_table(res):
+    runs = res.files.get("reader_bench")
+    if not runs:
+        return []
+    lines = ["## Reading input", "",
+             "The tool's readers on the systems of `bench/gen_sparse.py` (4 entries per equation "
+             "over twice as many variables), the text already in memory (`reader_bench`, wall "
+             "time).", "", "| format | equations | input (MB) | time (ms) | MB/s |",
+             "|---|---:|---:|---:|---:|"]
+    for run in runs:
+        family, size = run["name"].split("/")[:2]
+        kind = ".lin" if "Lin" in family else ".smt2"
+        lines.append(f"| {kind} | {size} | {run['MB']:.2f} | {fmt(ms(run))} | "
+                     f"{run['MB'] * 1e3 / ms(run):.0f} |")
     return lines + [""]
 
 
@@ -288,7 +311,7 @@ def main():
         lines += [f"Machine: {context.get('num_cpus')} CPUs at {context.get('mhz_per_cpu')} MHz, "
                   f"run {context.get('date')}.", ""]
     for section in (reference_table, simplex_table, equations_table, allocation_table,
-                    memory_table, e2e_table):
+                    memory_table, reader_table, e2e_table):
         lines += section(res)
     scaling_lines, series = scaling(res)
     lines += scaling_lines + profile(directory)

@@ -1,34 +1,44 @@
-// The tool's readers on arbitrary text: every input gives a result or an InputError, never a
-// crash, a hang or a sanitizer report. The first byte picks the reader.
+// The tool's readers and commands on arbitrary text: every input gives a result or an
+// InputError, never a crash, a hang or a sanitizer report. The first byte picks the reader.
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 
-#include "vorn/lin_parser.h"
-#include "vorn/replay.h"
-#include "vorn/smt_parser.h"
-#include "vorn/solve.h"
+#include "cli/input_error.h"
+#include "cli/lin_reader.h"
+#include "cli/output.h"
+#include "cli/replay.h"
+#include "cli/smt_reader.h"
+#include "cli/solve.h"
+#include "cli/tableau_summary.h"
+
+namespace {
+
+// Small problems go through both commands and every printer.
+void exercise(vorn::cli::Problem problem) {
+    if (problem.atoms.size() > 64) return;
+    std::ostringstream sink;
+    vorn::cli::print_tableau(sink, vorn::cli::build_tableau(problem), problem.variables, 0, true,
+                             true);
+    vorn::cli::SolveResult result = vorn::cli::solve(problem, {});
+    vorn::cli::print_solve_text(sink, result, problem.variables);
+    vorn::cli::print_solve_json(sink, result, problem.variables);
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    if (size == 0 || size > 4096) return 0;
-    std::string text(reinterpret_cast<const char*>(bytes) + 1, size - 1);
+    if (size == 0 || size > 65536) return 0;
+    std::string_view text(reinterpret_cast<const char*>(bytes) + 1, size - 1);
     try {
         switch (bytes[0] % 3) {
-            case 0: {
-                auto problem = vorn::cli::parse_lin(text);
-                if (problem.atoms.size() <= 64) (void)vorn::cli::solve(problem, {});
+            case 0:
+                exercise(vorn::cli::read_lin(text));
                 break;
-            }
-            case 1: {
-                auto problem = vorn::cli::parse_smt2(text);
-                if (problem.atoms.size() <= 64) {
-                    try {
-                        (void)vorn::cli::solve(problem, {});
-                    } catch (const vorn::cli::InputError&) {
-                    }
-                }
+            case 1:
+                exercise(vorn::cli::read_smt2(text));
                 break;
-            }
             default:
                 (void)vorn::cli::replay(text);
         }

@@ -1,19 +1,26 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (the `fuzz` preset: clang, ASan + UBSan) and runs each for a
-# bounded time, starting from the seed corpus in fuzz/corpus. Usage: scripts/fuzz.sh [SECONDS]
+# Builds the libFuzzer targets (the `fuzz` preset: clang, ASan + UBSan, libstdc++ assertions) and
+# runs each for a bounded time, starting from the seed corpus in fuzz/corpus. The parsers target
+# gets a dictionary of SMT-LIB words and inputs long enough to pass the nesting limit.
+# Usage: scripts/fuzz.sh [SECONDS] [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
+shift || true
+targets=("$@")
+[ ${#targets[@]} -eq 0 ] && targets=(tableau qnumber parsers)
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-for target in tableau qnumber parsers; do
+for target in "${targets[@]}"; do
+    extra=()
+    [ "$target" = parsers ] && extra=(-dict=fuzz/parsers.dict -max_len=32768)
     mkdir -p "$work/$target"
     echo "fuzzing $target for ${seconds}s"
     if ! build/fuzz/fuzz/${target}_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
-        -print_final_stats=1 -artifact_prefix="$work/" "$work/$target" "fuzz/corpus/$target" \
-        >"$work/$target.log" 2>&1; then
+        -print_final_stats=1 -artifact_prefix="$work/" "${extra[@]}" "$work/$target" \
+        "fuzz/corpus/$target" >"$work/$target.log" 2>&1; then
         tail -n 40 "$work/$target.log"
         echo "fuzz target $target failed" >&2
         exit 1

@@ -1,2 +1,0 @@
-(declare-const x Real)
-(push 1)

@@ -1,2 +1,0 @@
-(declare-const x Real)
-(assert (= x 1)

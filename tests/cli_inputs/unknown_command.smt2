@@ -1,2 +1,0 @@
-(set-logic QF_LRA)
-(frobnicate x)

@@ -1,0 +1,272 @@
+#include "cli/output.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <string_view>
+
+namespace vorn::cli {
+
+namespace {
+
+bool smt_symbol_char(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           std::string_view("~!@$%^&*_-+=<>.?/").find(c) != std::string_view::npos;
+}
+
+// Words that read as syntax, not as a symbol, when written without bars.
+bool reserved_word(std::string_view name) {
+    static constexpr std::string_view kReserved[] = {"!",
+                                                     "_",
+                                                     "as",
+                                                     "BINARY",
+                                                     "DECIMAL",
+                                                     "exists",
+                                                     "HEXADECIMAL",
+                                                     "forall",
+                                                     "let",
+                                                     "match",
+                                                     "NUMERAL",
+                                                     "par",
+                                                     "STRING",
+                                                     "assert",
+                                                     "check-sat",
+                                                     "check-sat-assuming",
+                                                     "declare-const",
+                                                     "declare-datatype",
+                                                     "declare-datatypes",
+                                                     "declare-fun",
+                                                     "declare-sort",
+                                                     "define-fun",
+                                                     "define-fun-rec",
+                                                     "define-funs-rec",
+                                                     "define-sort",
+                                                     "echo",
+                                                     "exit",
+                                                     "get-assertions",
+                                                     "get-assignment",
+                                                     "get-info",
+                                                     "get-model",
+                                                     "get-option",
+                                                     "get-proof",
+                                                     "get-unsat-assumptions",
+                                                     "get-unsat-core",
+                                                     "get-value",
+                                                     "pop",
+                                                     "push",
+                                                     "reset",
+                                                     "reset-assertions",
+                                                     "set-info",
+                                                     "set-logic",
+                                                     "set-option"};
+    return std::find(std::begin(kReserved), std::end(kReserved), name) != std::end(kReserved);
+}
+
+bool reads_back_plain(std::string_view name) {
+    return !name.empty() && !(name[0] >= '0' && name[0] <= '9') &&
+           std::all_of(name.begin(), name.end(), smt_symbol_char) && !reserved_word(name);
+}
+
+void append_rational(std::string& out, const QNumber& q) {
+    out += q.to_string();
+}
+
+// Σ terms = c as "terms without the constant = −c".
+void append_equation(std::string& out, const LinearExpr::Entries& terms, const Variables& vars) {
+    bool has_constant = !terms.empty() && terms[0].var == 0;
+    std::span<const LinearExpr::Entry> variables(terms);
+    append_sum(out, variables.subspan(has_constant ? 1 : 0), vars);
+    out += " = ";
+    append_rational(out, has_constant ? -terms[0].coeff : QNumber(0));
+}
+
+void append_definition(std::string& out, const Definition& d, const Variables& vars) {
+    append_name(out, vars, d.var);
+    out += " = ";
+    append_sum(out, d.terms, vars);
+}
+
+using Json = nlohmann::ordered_json;
+
+// {"name": "coeff", ...} over the variables; the constant (variable 0) goes to `constant`.
+Json terms_json(const LinearExpr::Entries& terms, const Variables& vars, QNumber& constant) {
+    Json out = Json::object();
+    for (const auto& e : terms) {
+        if (e.var == 0)
+            constant = e.coeff;
+        else
+            out[std::string(vars.name(e.var))] = e.coeff.to_string();
+    }
+    return out;
+}
+
+// `,\n  "key": [` then one item per line: a large answer never exists as one JSON document.
+template <class Item>
+void write_json_items(std::ostream& out, const char* key, std::size_t count, Item item) {
+    out << ",\n  \"" << key << "\": [";
+    for (std::size_t i = 0; i < count; ++i)
+        out << (i == 0 ? "\n    " : ",\n    ") << item(i).dump();
+    out << (count == 0 ? "]" : "\n  ]");
+}
+
+}  // namespace
+
+const char* relation_text(Relation r) {
+    switch (r) {
+        case Relation::Eq:
+            return "=";
+        case Relation::Le:
+            return "<=";
+        case Relation::Lt:
+            return "<";
+        case Relation::Ge:
+            return ">=";
+        case Relation::Gt:
+            return ">";
+        case Relation::Distinct:
+            return "distinct";
+    }
+    return "?";
+}
+
+void append_name(std::string& out, const Variables& vars, int v) {
+    std::string_view name = vars.name(v);
+    if (vars.syntax() == NameSyntax::Plain || reads_back_plain(name)) {
+        out += name;
+        return;
+    }
+    out += '|';
+    out += name;
+    out += '|';
+}
+
+void append_sum(std::string& out, std::span<const LinearExpr::Entry> terms, const Variables& vars) {
+    bool first = true;
+    const QNumber* constant = nullptr;
+    std::string name;
+    for (const auto& t : terms) {
+        if (t.var == 0) {
+            constant = &t.coeff;
+            continue;
+        }
+        name.clear();
+        append_name(name, vars, t.var);
+        la::append_sum_term(out, t.coeff, name, first);
+        first = false;
+    }
+    if (constant != nullptr) {
+        la::append_sum_term(out, *constant, {}, first);
+        first = false;
+    }
+    if (first) out += '0';
+}
+
+void print_solve_text(std::ostream& out, const SolveResult& result, const Variables& vars) {
+    if (!result.sat) {
+        out << "unsat\n";
+        return;
+    }
+    out << "sat\nequations:\n";
+    std::string line;
+    for (const auto& eq : result.equations) {
+        line.assign("  ");
+        append_equation(line, eq, vars);
+        line += '\n';
+        out << line;
+    }
+    out << "definitions:\n";
+    for (const auto& d : result.definitions) {
+        line.assign("  ");
+        append_definition(line, d, vars);
+        line += '\n';
+        out << line;
+    }
+}
+
+void print_solve_json(std::ostream& out, const SolveResult& result, const Variables& vars) {
+    out << "{\n  \"status\": \"" << (result.sat ? "sat" : "unsat") << "\"";
+    if (result.sat) {
+        write_json_items(out, "equations", result.equations.size(), [&](std::size_t i) {
+            Json item;
+            std::string text;
+            append_equation(text, result.equations[i], vars);
+            item["text"] = text;
+            QNumber constant(0);
+            item["terms"] = terms_json(result.equations[i], vars, constant);
+            item["constant"] = constant.to_string();
+            return item;
+        });
+        write_json_items(out, "definitions", result.definitions.size(), [&](std::size_t i) {
+            const Definition& d = result.definitions[i];
+            Json item;
+            item["var"] = std::string(vars.name(d.var));
+            QNumber constant(0);
+            item["terms"] = terms_json(d.terms, vars, constant);
+            item["constant"] = constant.to_string();
+            std::string text;
+            append_definition(text, d, vars);
+            item["text"] = text;
+            return item;
+        });
+    }
+    out << "\n}\n";
+}
+
+std::string solve_stats(double read_ms, const SolveResult& result) {
+    char buf[320];
+    std::snprintf(buf, sizeof buf,
+                  "stats: read %.3f ms, tableau %.3f ms, eliminate %.3f ms (%zu rounds), "
+                  "definitions %.3f ms, decide %.3f ms, %zu equations, %zu definitions\n",
+                  read_ms, result.times.tableau_ms, result.times.eliminate_ms, result.rounds,
+                  result.times.definitions_ms, result.times.decide_ms, result.equations.size(),
+                  result.definitions.size());
+    return buf;
+}
+
+void print_tableau(std::ostream& out, const TableauSummary& s, const Variables& vars,
+                   double read_ms, bool dump, bool stats) {
+    if (dump) {
+        out << s.tableau->to_str() << "\n" << names_legend(vars);
+        if (s.last_slack > s.variables)
+            out << s.variables + 1 << "-" << s.last_slack << " slack rows, in order of first use\n";
+    }
+    if (!stats && dump) return;
+    auto line = [&out](const char* key, auto value) { out << key << ": " << value << "\n"; };
+    line("variables", s.variables);
+    line("atoms", s.atoms);
+    line("rows", s.tableau->rows().size());
+    line("columns", s.tableau->cols().size());
+    line("coefficients", s.coefficients);
+    line("big coefficients", s.big_coefficients);
+    line("bounds", s.bounds);
+    line("atoms on slacks", s.term_atoms);
+    line("constant atoms", s.constant_atoms);
+    line("disequalities", s.disequalities);
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.3f", read_ms);
+    line("parse ms", buf);
+    std::snprintf(buf, sizeof buf, "%.3f", s.tableau_ms);
+    line("tableau ms", buf);
+}
+
+std::string names_legend(const Variables& vars) {
+    std::string out = "NAMES:\n";
+    for (int v = 1; v <= vars.size(); ++v) {
+        out += std::to_string(v);
+        out += ' ';
+        append_name(out, vars, v);
+        out += '\n';
+    }
+    return out;
+}
+
+std::string tableau_counts(const la::Tableau& t) {
+    return "rows: " + std::to_string(t.rows().size()) +
+           "\ncolumns: " + std::to_string(t.cols().size()) +
+           "\neliminated: " + std::to_string(t.elim_index().size()) +
+           "\nequations: " + std::to_string(t.equations().size()) + "\n";
+}
+
+}  // namespace vorn::cli

@@ -1,0 +1,25 @@
+#pragma once
+
+// Input text with the name it is reported under, and positions in it.
+
+#include <string>
+
+namespace vorn::cli {
+
+// 1-based line and byte column.
+struct SourcePos {
+    int line = 1;
+    int col = 1;
+};
+
+struct SourceText {
+    std::string name;  // as given on the command line; "<stdin>" for "-"
+    std::string text;
+    bool standard_input = false;
+
+    // Reads a file, or standard input for "-". A directory, an unreadable path or more than
+    // kMaxInputBytes is an InputError at 1:1.
+    static SourceText read(const std::string& path);
+};
+
+}  // namespace vorn::cli
