@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """End to end: times `vorn solve` on generated sparse systems and on SMT-LIB files found under
-../shared/, recording wall time and peak resident memory of each run.
+../shared/, recording wall time, peak resident memory and the phase times of `--stats` (read,
+tableau, eliminate, definitions, decide) of each run.
 
 usage: e2e.py VORN OUT.json [--max-equations N]
 
@@ -11,6 +12,7 @@ import argparse
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -20,28 +22,35 @@ HERE = pathlib.Path(__file__).resolve().parent
 SHARED = HERE.parent.parent / "shared"
 
 
+PHASES = ("read", "tableau", "eliminate", "definitions", "decide")
+
+
 def run(vorn, args, path, env=None):
-    """Runs vorn once; returns (wall ms, peak RSS MB) or None when it failed."""
+    """Runs vorn once; returns (wall ms, peak RSS MB, {phase: ms}) or None when it failed."""
     start = time.perf_counter()
     with open(os.devnull, "wb") as sink:
-        proc = subprocess.Popen([vorn, "solve", *args, str(path)], stdout=sink,
+        proc = subprocess.Popen([vorn, "solve", "--stats", *args, str(path)], stdout=sink,
                                 stderr=subprocess.PIPE, env=env)
+        err = proc.stderr.read().decode(errors="replace")
         _, status, usage = os.wait4(proc.pid, 0)
     wall = (time.perf_counter() - start) * 1e3
     if os.waitstatus_to_exitcode(status) != 0:
-        print(f"e2e: vorn solve {path} failed: {proc.stderr.read().decode()}", file=sys.stderr)
+        print(f"e2e: vorn solve {path} failed: {err}", file=sys.stderr)
         return None
-    return wall, usage.ru_maxrss / 1024
+    phases = {p: float(m.group(1)) for p in PHASES
+              if (m := re.search(rf"{p} ([0-9.]+) ms", err))}
+    return wall, usage.ru_maxrss / 1024, phases
 
 
 def record(results, name, outcome, equations):
     if outcome is None:
         return
-    wall, rss = outcome
+    wall, rss, phases = outcome
     results.append({"name": name, "run_type": "iteration", "iterations": 1, "real_time": wall,
                     "cpu_time": wall, "time_unit": "ms", "peak_rss_MB": rss,
-                    "equations": float(equations)})
-    print(f"{name}: {wall:.0f} ms, {rss:.0f} MB", file=sys.stderr)
+                    "equations": float(equations), **{f"{p}_ms": t for p, t in phases.items()}})
+    split = ", ".join(f"{p} {t:.0f}" for p, t in phases.items())
+    print(f"{name}: {wall:.0f} ms ({split}), {rss:.0f} MB", file=sys.stderr)
 
 
 def main():

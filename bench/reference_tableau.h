@@ -10,34 +10,19 @@
 #include <set>
 #include <vector>
 
+#include "support/gmp_reference.h"
 #include "vorn/la/equation.h"
 
 namespace vorn::bench {
 
-using MapRow = std::map<int, mpq_class>;
-
-// r ← r − (r[x] / def[x])·def with cancelled entries erased; nothing when r lacks x.
-inline void map_substitute(MapRow& r, int x, const MapRow& def) {
-    auto it = r.find(x);
-    if (it == r.end()) return;
-    mpq_class factor = -it->second / def.at(x);
-    for (const auto& [v, c] : def) {
-        mpq_class& target = r[v];
-        target += factor * c;
-        if (sgn(target) == 0) r.erase(v);
-    }
-}
+using MapRow = test::Form;
+using test::substitute;
 
 class ReferenceTableau {
   public:
     using Row = MapRow;
 
-    static Row row_of(const la::Equation& e) {
-        Row r;
-        for (const auto& entry : e.coeffs_)
-            entry.coeff.get_mpq(r[entry.var].get_mpq_t());
-        return r;
-    }
+    static Row row_of(const la::Equation& e) { return test::form_of(e); }
 
     // Enters `r` as b's row after restoring what it needs and substituting basic variables.
     void add_equation(int b, Row r) {
@@ -47,7 +32,7 @@ class ReferenceTableau {
         for (int v : vars)
             if (auto it = elim_.find(v); it != elim_.end()) restore(v);
         for (int v : vars)
-            if (auto it = rows_.find(v); it != rows_.end()) map_substitute(r, v, it->second);
+            if (auto it = rows_.find(v); it != rows_.end()) substitute(r, v, it->second);
         file(b, r);
         rows_[b] = std::move(r);
     }
@@ -63,7 +48,7 @@ class ReferenceTableau {
         for (int b : col) {
             Row& other = rows_[b];
             unfile(b, other);
-            map_substitute(other, entering, r);
+            substitute(other, entering, r);
             file(b, other);
         }
         cols_.erase(entering);

@@ -102,26 +102,79 @@ def reference_table(res):
     return lines + [""]
 
 
-def solvers_table(res):
-    lines = ["## Against Z3 and FLINT", "",
-             "The same systems (m slack rows of 4 entries over 2m variables) solved by vorn "
-             "(`check` + `eliminate_greedy`), by Z3 (`solve-eqs` then `check-sat`, C API) and "
-             "by FLINT (`fmpq_mat_rref` of the dense matrix). Ratio = their time / vorn time.",
-             "", "| equations | vorn (ms) | Z3 (ms) | Z3 / vorn | FLINT (ms) | FLINT / vorn |",
-             "|---:|---:|---:|---:|---:|---:|"]
-    sizes = sorted({args[0] for f in ("BM_Solve_vorn", "BM_Solve_z3", "BM_Solve_flint")
-                    for args, _ in res.family(f)})
+def cpu_ms(run):
+    return run["cpu_time"] * UNITS[run.get("time_unit", "ns")]
+
+
+def cell_ms(run):
+    """A solver's wall time (CPU time), or why there is none."""
+    if run is None:
+        return "–"
+    if run.get("timeout"):
+        return f"> {fmt(ms(run))} (limit)"
+    return (f"{fmt(ms(run))} ({fmt(cpu_ms(run))})" +
+            ("" if run.get("right", 1) else " (wrong answer)"))
+
+
+def ratio_to(run, ours):
+    """Their CPU time / ours: a busy machine stretches wall times unevenly."""
+    if run is None:
+        return "–"
+    if run.get("timeout"):
+        return f">{ms(run) / ms(ours):.0f}× (wall)"
+    return f"{cpu_ms(run) / cpu_ms(ours):.0f}×"
+
+
+def simplex_table(res):
+    lines = ["## The simplex against z3, cvc5 and glpsol", "",
+             "Instances from `bench/lra_instances.h`. vorn: `simplex_bench`, in process: a "
+             "`vorn::lra::Simplex` is built from the generated instance in memory (variables, "
+             "box bounds, one term and its bounds per constraint) and checked once; nothing is "
+             "parsed. The others (`bench/solvers.py`): the binaries on the same instance written "
+             "by `write_lra_instances`, end to end (start, parse, decide, exit): `z3 FILE.smt2` "
+             "and `cvc5 FILE.smt2` with their default `check-sat`, `glpsol --exact --freemps "
+             "FILE.mps` (GLPK's exact rational simplex, empty objective). Times are wall (CPU) in "
+             "ms; ratio = their CPU time / vorn's CPU time for build + check (wall times when "
+             "they hit the limit). Every answer is checked against the one the instance has by "
+             "construction.", "",
+             "| instance | vorn build + check | vorn check | pivots | pivots per CPU s | heap "
+             "(MB) | z3 | cvc5 | glpsol --exact | z3 / vorn | cvc5 / vorn | glpsol / vorn |",
+             "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
+    rows = [(f"sparse, m = {args[0]}, {'feasible' if args[1] else 'infeasible'}", run,
+             ("sparse", *args)) for args, run in res.family("BM_SimplexSparse")]
+    rows += [(f"square, m = {args[0]}", run, ("square", *args))
+             for args, run in res.family("BM_SimplexSquare")]
+    for label, ours, other_key in rows:
+        others = [res.get(solver, *other_key) for solver in ("z3", "cvc5", "glpsol")]
+        lines.append(f"| {label} | {cell_ms(ours)} | {fmt(ours['check_ms'])} "
+                     f"({fmt(ours.get('check_cpu_ms', ours['check_ms']))}) | "
+                     f"{ours['pivots']:.0f} | {fmt(ours['pivots_per_s'])} | "
+                     f"{ours['heap_MB']:.1f} | " + " | ".join(cell_ms(o) for o in others) +
+                     " | " + " | ".join(ratio_to(o, ours) for o in others) + " |")
+    if not any(res.family(s) for s in ("z3", "cvc5", "glpsol")):
+        lines += ["", "No results from `bench/solvers.py` (z3, cvc5 and glpsol not installed?)."]
+    return lines + [""]
+
+
+def equations_table(res):
+    lines = ["## Systems of equations against z3 and cvc5", "",
+             "The random systems that `vorn solve` is timed on (`bench/gen_sparse.py`: m "
+             "equations of 4 entries over 2m variables, seed 1, the `.smt2` files of "
+             "`bench/e2e.py`). `vorn solve`, end to end, decides them and also writes every "
+             "variable's definition over the kept ones; z3 and cvc5, end to end on the same "
+             "file with their default `check-sat`, only decide them. `compare_bench` "
+             "(`BM_Solve_vorn`) is the library alone on a system of the same shape: entering "
+             "through `check` and eliminating every variable.", "",
+             "Times in ms, wall (CPU where measured).", "",
+             "| equations | vorn solve, end to end | library only | z3 | cvc5 |",
+             "|---:|---:|---:|---:|---:|"]
+    sizes = sorted({args[1] for s in ("z3", "cvc5") for args, _ in res.family(s)
+                    if args[0] == "equations"})
     for m in sizes:
-        ours, z3, flint = (res.get(f, m) for f in ("BM_Solve_vorn", "BM_Solve_z3",
-                                                    "BM_Solve_flint"))
-        cells = [fmt(ms(r)) if r else "–" for r in (ours, z3, flint)]
-        rz = ratio(ms(z3), ms(ours)) if z3 and ours else "–"
-        rf = ratio(ms(flint), ms(ours)) if flint and ours else "–"
-        lines.append(f"| {m} | {cells[0]} | {cells[1]} | {rz} | {cells[2]} | {rf} |")
-    if not res.family("BM_Solve_z3"):
-        lines += ["", "Z3 was not found at build time (libz3-dev): no Z3 column."]
-    if not res.family("BM_Solve_flint"):
-        lines += ["", "FLINT was not found at build time (libflint-dev): no FLINT column."]
+        ours, lib = res.get("vorn_solve_smt2", m), res.get("BM_Solve_vorn", m)
+        cells = [fmt(ms(ours)) if ours else "–", cell_ms(lib)]
+        cells += [cell_ms(res.get(s, "equations", m)) for s in ("z3", "cvc5")]
+        lines.append(f"| {m} | " + " | ".join(cells) + " |")
     return lines + [""]
 
 
@@ -161,14 +214,37 @@ def e2e_table(res):
     lines = ["## End to end: `vorn solve`", "",
              "Generated systems of m equations with 4 entries over 2m variables "
              "(`bench/gen_sparse.py`), solved for all variables; wall time and peak resident "
-             "memory of the whole process, parsing and printing included.", "",
-             "| input | equations | wall (ms) | peak RSS (MB) |", "|---|---:|---:|---:|"]
+             "memory of the whole process, parsing and printing included, and the phases that "
+             "`--stats` reports (read: file and parser; tableau: slack rows and `check`; "
+             "eliminate: `eliminate_greedy`; definitions: reading and resolving them).", "",
+             "| input | equations | wall (ms) | read | tableau | eliminate | definitions | "
+             "peak RSS (MB) |", "|---|---:|---:|---:|---:|---:|---:|---:|"]
     for run in runs:
         family, _, size = run["name"].partition("/")
+        phases = " | ".join(fmt(run[f"{p}_ms"]) if f"{p}_ms" in run else "–"
+                            for p in ("read", "tableau", "eliminate", "definitions"))
         lines.append(f"| `{family}` {'' if size.isdigit() else size} | "
-                     f"{int(run['equations'])} | {fmt(ms(run))} | {run['peak_rss_MB']:.0f} |")
+                     f"{int(run['equations'])} | {fmt(ms(run))} | {phases} | "
+                     f"{run['peak_rss_MB']:.0f} |")
     if not any(r["name"].startswith("vorn_solve_shared/") for r in runs):
         lines += ["", "No SMT-LIB inputs were found under `../shared/`."]
+    return lines + [""]
+
+
+def reader_table(res):
+    runs = res.files.get("reader_bench")
+    if not runs:
+        return []
+    lines = ["## Reading input", "",
+             "The tool's readers on the systems of `bench/gen_sparse.py` (4 entries per equation "
+             "over twice as many variables), the text already in memory (`reader_bench`, wall "
+             "time).", "", "| format | equations | input (MB) | time (ms) | MB/s |",
+             "|---|---:|---:|---:|---:|"]
+    for run in runs:
+        family, size = run["name"].split("/")[:2]
+        kind = ".lin" if "Lin" in family else ".smt2"
+        lines.append(f"| {kind} | {size} | {run['MB']:.2f} | {fmt(ms(run))} | "
+                     f"{run['MB'] * 1e3 / ms(run):.0f} |")
     return lines + [""]
 
 
@@ -178,7 +254,9 @@ SCALING = [("BM_EnterThroughCheck", (0,), "entering through check"),
            ("BM_PivotStream", (100, 0, 3, 10), "pivot, 1x structurals"),
            ("BM_PivotStream", (200, 0, 3, 10), "pivot, 2x structurals"),
            ("BM_EliminateRestore", (50,), "eliminating 50%"),
-           ("BM_Solve_vorn", (), "solve (check + greedy elimination)")]
+           ("BM_Solve_vorn", (), "solve (check + greedy elimination)"),
+           ("BM_SimplexSparse", (1,), "simplex, sparse feasible (build + check)"),
+           ("BM_SimplexSparse", (0,), "simplex, sparse infeasible (build + check)")]
 
 
 def scaling(res):
@@ -232,7 +310,8 @@ def main():
     if context:
         lines += [f"Machine: {context.get('num_cpus')} CPUs at {context.get('mhz_per_cpu')} MHz, "
                   f"run {context.get('date')}.", ""]
-    for section in (reference_table, solvers_table, allocation_table, memory_table, e2e_table):
+    for section in (reference_table, simplex_table, equations_table, allocation_table,
+                    memory_table, reader_table, e2e_table):
         lines += section(res)
     scaling_lines, series = scaling(res)
     lines += scaling_lines + profile(directory)

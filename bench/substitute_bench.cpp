@@ -18,7 +18,7 @@ using vorn::la::Equation;
 
 namespace {
 
-using vorn::bench::map_substitute;
+using vorn::bench::substitute;
 using vorn::bench::MapRow;
 
 constexpr int kX = 1;
@@ -78,8 +78,8 @@ void BM_GmpMapSubstitute(benchmark::State& state) {
     MapRow row = ReferenceTableau::row_of(w.row), fwd = ReferenceTableau::row_of(w.forward),
            bwd = ReferenceTableau::row_of(w.backward);
     for (auto _ : state) {
-        map_substitute(row, kX, fwd);
-        map_substitute(row, kY, bwd);
+        substitute(row, kX, fwd);
+        substitute(row, kY, bwd);
         benchmark::DoNotOptimize(row.size());
     }
     state.SetItemsProcessed(state.iterations() * 2);

@@ -16,7 +16,7 @@
 namespace {
 
 // Small problems go through both commands and every printer.
-void exercise(const vorn::cli::Problem& problem) {
+void exercise(vorn::cli::Problem problem) {
     if (problem.atoms.size() > 64) return;
     std::ostringstream sink;
     vorn::cli::print_tableau(sink, vorn::cli::build_tableau(problem), problem.variables, 0, true,

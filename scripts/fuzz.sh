@@ -15,7 +15,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 for target in "${targets[@]}"; do
     extra=()
-    [ "$target" = parsers ] && extra=(-dict=fuzz/parsers.dict -max_len=24000)
+    [ "$target" = parsers ] && extra=(-dict=fuzz/parsers.dict -max_len=32768)
     mkdir -p "$work/$target"
     echo "fuzzing $target for ${seconds}s"
     if ! build/fuzz/fuzz/${target}_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \

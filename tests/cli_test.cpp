@@ -91,7 +91,8 @@ TEST(CliSolve, AnswerDoesNotDependOnTheProjection) {
             options.eliminate.emplace();
             for (int v = 1; v <= problem.variables.size(); ++v)
                 if (rng() % 2) options.eliminate->emplace_back(problem.variables.name(v));
-            ASSERT_EQ(solve(problem, options).sat, expected) << "trial " << trial << "\n" << text;
+            Problem copy = read_lin(text);  // solve consumes the atoms
+            ASSERT_EQ(solve(copy, options).sat, expected) << "trial " << trial << "\n" << text;
         }
         ASSERT_EQ(solve(problem, {}).sat, expected) << text;
     }
@@ -102,12 +103,13 @@ TEST(CliSolve, AnswerDoesNotDependOnTheProjection) {
 TEST(CliSolve, RandomProjectionsAreImpliedByTheInput) {
     std::mt19937 rng(17);
     for (int trial = 0; trial < 60; ++trial) {
-        Problem problem = read_lin(random_system(rng, 4 + trial % 5));
+        std::string text = random_system(rng, 4 + trial % 5);
+        Problem problem = read_lin(text), consumed = read_lin(text);
         SolveOptions options;
         options.eliminate.emplace();
         for (int v = 1; v <= problem.variables.size(); ++v)
             if (rng() % 2) options.eliminate->emplace_back(problem.variables.name(v));
-        SolveResult result = solve(problem, options);
+        SolveResult result = solve(consumed, options);
         if (!result.sat) continue;
         vorn::test::RowSpace input, projected;
         for (const Atom& a : problem.atoms)
@@ -143,6 +145,26 @@ TEST(CliLin, OneGrammar) {
     for (const char* bad : {"2 x = 4", "x y = 1", "1e5 = x", "2E-3 = x", "x = 1..2", "(x = 1",
                             "x/y = 1", "x / (1 - 1) = 1", "x = 1 = 2", "x * y = 1", "= 1"})
         EXPECT_THROW(read_lin(bad), InputError) << bad;
+}
+
+// The readers' copy-once normalization and the library's normal form agree, repeats, zeros and
+// long lists included.
+TEST(CliLinearExpr, AppendNormalizedIsTheLibraryNormalForm) {
+    std::mt19937 rng(5);
+    for (int trial = 0; trial < 500; ++trial) {
+        LinearExpr expr;
+        LinearExpr::Entries raw, appended{{99, QNumber(7)}};
+        for (int i = static_cast<int>(rng() % 40); i > 0; --i) {
+            raw.push_back({static_cast<int>(rng() % 7), QNumber(static_cast<int>(rng() % 5) - 2)});
+            expr.add_entry(raw.back().var, raw.back().coeff);
+        }
+        expr.append_normalized_to(appended);
+        vorn::la::normalize_entries(raw);
+        ASSERT_EQ(appended.size(), raw.size() + 1) << trial;
+        for (std::size_t i = 0; i < raw.size(); ++i)
+            ASSERT_TRUE(appended[i + 1].var == raw[i].var && appended[i + 1].coeff == raw[i].coeff)
+                << trial;
+    }
 }
 
 TEST(CliSmt, SharedLetsAndDefinitionsAreEvaluatedOnce) {

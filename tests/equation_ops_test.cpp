@@ -9,6 +9,7 @@
 #include <random>
 #include <set>
 
+#include "support/gmp_reference.h"
 #include "support/random_rational.h"
 #include "vorn/la/equation.h"
 
@@ -17,20 +18,8 @@ using vorn::la::Equation;
 
 namespace {
 
-using Reference = std::map<int, mpq_class>;
-
-mpq_class to_mpq(const QNumber& q) {
-    mpq_class r;
-    q.get_mpq(r.get_mpq_t());
-    return r;
-}
-
-Reference reference_of(const Equation& e) {
-    Reference r;
-    for (const auto& entry : e.coeffs_)
-        r[entry.var] = to_mpq(entry.coeff);
-    return r;
-}
+using vorn::test::Form;
+using vorn::test::form_of;
 
 // The record's properties: sorted, distinct variables, no zero coefficient.
 void expect_well_formed(const Equation& e) {
@@ -72,17 +61,10 @@ TEST(EquationSubstitute, RandomSubstitutionsMatchTheReference) {
         int x = def.get_basic_var();
         if (def.coeff_of(x) == nullptr) continue;  // its entries summed to zero
         Equation row = random_equation(rng, vars + 1, vars, small_only);
-        Reference want = reference_of(row);
-        Reference d = reference_of(def);
-        bool row_has_x = want.count(x) > 0;
+        Form want = form_of(row);
+        Form d = form_of(def);
         std::set<int> want_dropped;
-        if (row_has_x) {
-            mpq_class factor = -want[x] / d[x];
-            for (const auto& [v, c] : d)
-                want[v] += factor * c;
-            for (auto it = want.begin(); it != want.end();)
-                it = it->second == 0 ? want.erase(it) : std::next(it);
-        }
+        vorn::test::substitute(want, x, d);
         for (const auto& [v, c] : d)
             if (v != x && want.count(v) == 0) want_dropped.insert(v);
 
@@ -92,8 +74,8 @@ TEST(EquationSubstitute, RandomSubstitutionsMatchTheReference) {
         else
             row.substitute_var(x, def, &dropped, scratch);
         expect_well_formed(row);
-        ASSERT_EQ(reference_of(row), want);
-        EXPECT_EQ(reference_of(row).count(x), 0u);
+        ASSERT_EQ(form_of(row), want);
+        EXPECT_EQ(form_of(row).count(x), 0u);
         std::set<int> got_dropped(dropped.begin(), dropped.end());
         ASSERT_EQ(got_dropped.size(), dropped.size()) << "a variable reported twice";
         ASSERT_EQ(got_dropped, want_dropped);
@@ -145,10 +127,10 @@ TEST(EquationChangeBasic, SolvesForTheNewVariableWithCoefficientMinusOne) {
             if (entry.var != 9) candidates.push_back(entry.var);
         if (candidates.empty()) continue;
         int v = candidates[rng() % candidates.size()];
-        Reference before = reference_of(e);
+        Form before = form_of(e);
         e.change_basic_var(v);
         EXPECT_EQ(e.get_basic_var(), v);
-        Reference after = reference_of(e);
+        Form after = form_of(e);
         ASSERT_EQ(after[v], -1);
         // Same equation: every coefficient scaled by the same non-zero factor.
         mpq_class factor = after[v] / before[v];

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <string>
+#include <vector>
 
 #include "vorn/util/memory_pool.h"
 
@@ -19,57 +21,43 @@ std::size_t free_blocks(const void* head) {
 
 }  // namespace
 
-TEST(MemoryPool, FirstChunkHoldsSixteenBlocksAfterTheLink) {
-    Pool pool;
-    EXPECT_EQ(pool.chunk_blocks(), 16u);
-    void* block = pool.allocate();
-    EXPECT_EQ(static_cast<char*>(block), static_cast<const char*>(pool.chunks()) + 8);
-    EXPECT_EQ(free_blocks(pool.free_list()), 15u);
-    EXPECT_EQ(pool.chunk_blocks(), 32u);
-    // Threaded in address order.
-    EXPECT_EQ(pool.free_list(), static_cast<char*>(block) + 48);
-}
+namespace {
 
-TEST(MemoryPool, ChunkSizesDoubleUpTo8192) {
-    Pool pool;
-    std::vector<std::size_t> after_chunk;
-    std::size_t handed = 0;
-    for (std::size_t chunk = 0; chunk < 11; ++chunk) {
-        std::size_t n = pool.chunk_blocks();
-        for (std::size_t i = 0; i < n; ++i)
-            pool.allocate();
-        handed += n;
-        after_chunk.push_back(pool.chunk_blocks());
-        if (chunk == 8) {
-            EXPECT_EQ(handed, 8176u);
+// A pool's chunks, made one after the other by allocating every block: how many blocks each
+// chunk holds, for a bound on the chunk size (0: none).
+struct ChunkSteps {
+    std::size_t max_chunk_blocks;
+    std::vector<std::size_t> blocks;
+};
+
+const ChunkSteps kChunkSteps[] = {
+    {8192, {16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 8192, 8192}},
+    {0, {16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384, 32768}},
+    {40, {16, 32, 40, 40}},
+};
+
+}  // namespace
+
+TEST(MemoryPool, ChunksGrowByTheirStepsAndThreadTheirBlocks) {
+    for (const ChunkSteps& steps : kChunkSteps) {
+        SCOPED_TRACE("max_chunk_blocks " + std::to_string(steps.max_chunk_blocks));
+        Pool pool;
+        pool.set_max_chunk_blocks(steps.max_chunk_blocks);
+        const void* previous = nullptr;
+        for (std::size_t n : steps.blocks) {
+            ASSERT_EQ(pool.chunk_blocks(), n);
+            EXPECT_EQ(pool.free_list(), nullptr);
+            char* first = static_cast<char*>(pool.allocate());
+            const char* chunk = static_cast<const char*>(pool.chunks());
+            EXPECT_EQ(first, chunk + 8);  // after the link to the chunk made before
+            EXPECT_EQ(*reinterpret_cast<void* const*>(chunk), previous);
+            EXPECT_EQ(free_blocks(pool.free_list()), n - 1);
+            EXPECT_EQ(pool.free_list(), n > 1 ? first + 48 : nullptr);  // in address order
+            for (std::size_t i = 1; i < n; ++i)
+                pool.allocate();
+            previous = chunk;
         }
     }
-    EXPECT_EQ(after_chunk, (std::vector<std::size_t>{32, 64, 128, 256, 512, 1024, 2048, 4096, 8192,
-                                                     8192, 8192}));
-}
-
-TEST(MemoryPool, SeventeenthAllocationMakesASecondChunk) {
-    Pool pool;
-    for (int i = 0; i < 16; ++i)
-        pool.allocate();
-    const void* first_chunk = pool.chunks();
-    EXPECT_EQ(pool.free_list(), nullptr);
-    pool.allocate();
-    EXPECT_NE(pool.chunks(), first_chunk);
-    EXPECT_EQ(*static_cast<void* const*>(pool.chunks()), first_chunk);  // newest first
-    EXPECT_EQ(pool.chunk_blocks(), 64u);
-    EXPECT_EQ(free_blocks(pool.free_list()), 31u);
-}
-
-TEST(MemoryPool, UnboundedWhenMaxIsZero) {
-    vorn::MemoryPool<24, false> pool;
-    pool.set_max_chunk_blocks(0);
-    for (int chunk = 0; chunk < 11; ++chunk) {
-        std::size_t n = pool.chunk_blocks();
-        for (std::size_t i = 0; i < n; ++i)
-            pool.allocate();
-    }
-    EXPECT_EQ(pool.chunk_blocks(), std::size_t{16} << 11);
 }
 
 TEST(MemoryPool, ReuseIsLastInFirstOut) {

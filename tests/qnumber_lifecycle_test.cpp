@@ -3,67 +3,72 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "support/gmp_counter.h"
+#include "support/gmp_trace.h"
 #include "vorn/numbers/qnumber.h"
 
 using vorn::QNumber;
 using vorn::test::GmpCounter;
+using vorn::test::GmpRecord;
+using vorn::test::GmpTrace;
 
 namespace {
 
-void expect_small(const QNumber& q, std::int64_t num, std::int64_t den) {
-    EXPECT_FALSE(q.is_big()) << q;
-    EXPECT_EQ(q.num_word(), num);
-    EXPECT_EQ(q.den_word(), den);
+// A number made one way or another, its printed form and whether it came out big. Printing
+// writes the small form's words as they are, so the text also shows the normalization.
+struct Made {
+    const char* how;
+    QNumber value;
+    const char* text;
+    bool big;
+};
+
+QNumber parse(const char* text) {
+    return QNumber::from_string(text);
 }
 
 }  // namespace
 
-TEST(QNumberConstruction, NormalizesToLowestTermsWithPositiveDenominator) {
-    expect_small(QNumber(), 0, 1);
-    expect_small(QNumber(6, -4), -3, 2);
-    expect_small(QNumber(0, -7), 0, 1);
-    expect_small(QNumber(INT64_MIN, 2), INT64_MIN / 2, 1);
-    expect_small(QNumber(INT64_MIN), INT64_MIN, 1);
-    expect_small(QNumber(-5, INT64_MIN + 1), 5, INT64_MAX);
-}
-
-TEST(QNumberConstruction, AcceptsEveryIntegerType) {
-    expect_small(QNumber(0), 0, 1);
-    expect_small(QNumber(7u), 7, 1);
-    expect_small(QNumber(static_cast<short>(-3)), -3, 1);
-    expect_small(QNumber(std::uint64_t{INT64_MAX}), INT64_MAX, 1);
-    QNumber beyond(std::uint64_t{1} << 63);
-    EXPECT_TRUE(beyond.is_big());
-    EXPECT_EQ(beyond.to_string(), "9223372036854775808");
-}
-
-TEST(QNumberConstruction, PromotesWhenTheNormalFormDoesNotFit) {
-    QNumber negated(INT64_MIN, -1);  // 2^63
-    EXPECT_TRUE(negated.is_big());
-    EXPECT_EQ(negated.to_string(), "9223372036854775808");
-    QNumber tiny(1, INT64_MIN);  // -1/2^63
-    EXPECT_TRUE(tiny.is_big());
-    EXPECT_EQ(tiny.to_string(), "-1/9223372036854775808");
-}
-
-TEST(QNumberParse, AcceptsIntegersFractionsAndDecimals) {
-    expect_small(QNumber::from_string("-12"), -12, 1);
-    expect_small(QNumber::from_string("+7"), 7, 1);
-    expect_small(QNumber::from_string("6/8"), 3, 4);
-    expect_small(QNumber::from_string("-0.125"), -1, 8);
-    expect_small(QNumber::from_string(".5"), 1, 2);
-    expect_small(QNumber::from_string("3."), 3, 1);
-    expect_small(QNumber::from_string("9223372036854775807"), INT64_MAX, 1);
-    expect_small(QNumber::from_string("-9223372036854775808"), INT64_MIN, 1);
-    expect_small(QNumber::from_string("00000000000000000000000012/0000000000000000000000018"), 2,
-                 3);
-    QNumber big = QNumber::from_string("-123456789012345678901234567891/7");
-    EXPECT_TRUE(big.is_big());
-    EXPECT_EQ(big.to_string(), "-123456789012345678901234567891/7");
-    EXPECT_TRUE(QNumber::from_string("9223372036854775808").is_big());
+TEST(QNumberConstruction, ConstructorsParsingAndPrintingAgree) {
+    const Made made[] = {
+        {"default", QNumber(), "0", false},
+        {"6/-4", QNumber(6, -4), "-3/2", false},
+        {"0/-7", QNumber(0, -7), "0", false},
+        {"INT64_MIN/2", QNumber(INT64_MIN, 2), "-4611686018427387904", false},
+        {"INT64_MIN", QNumber(INT64_MIN), "-9223372036854775808", false},
+        {"-5/(INT64_MIN+1)", QNumber(-5, INT64_MIN + 1), "5/9223372036854775807", false},
+        {"INT64_MIN/-1", QNumber(INT64_MIN, -1), "9223372036854775808", true},
+        {"1/INT64_MIN", QNumber(1, INT64_MIN), "-1/9223372036854775808", true},
+        {"unsigned", QNumber(7u), "7", false},
+        {"short", QNumber(static_cast<short>(-3)), "-3", false},
+        {"uint64 INT64_MAX", QNumber(std::uint64_t{INT64_MAX}), "9223372036854775807", false},
+        {"uint64 2^63", QNumber(std::uint64_t{1} << 63), "9223372036854775808", true},
+        {"parse -12", parse("-12"), "-12", false},
+        {"parse +7", parse("+7"), "7", false},
+        {"parse 6/8", parse("6/8"), "3/4", false},
+        {"parse -0.125", parse("-0.125"), "-1/8", false},
+        {"parse .5", parse(".5"), "1/2", false},
+        {"parse 3.", parse("3."), "3", false},
+        {"parse INT64_MAX", parse("9223372036854775807"), "9223372036854775807", false},
+        {"parse INT64_MIN", parse("-9223372036854775808"), "-9223372036854775808", false},
+        {"parse 2^63", parse("9223372036854775808"), "9223372036854775808", true},
+        {"parse leading zeros", parse("00000000000000000000000012/0000000000000000000000018"),
+         "2/3", false},
+        {"parse long", parse("-123456789012345678901234567891/7"),
+         "-123456789012345678901234567891/7", true},
+        {"make_big 10/4", QNumber::make_big(QNumber(10, 4)), "5/2", true},
+        {"make_big -7", QNumber::make_big(QNumber(-7)), "-7", true},
+    };
+    for (const Made& m : made) {
+        EXPECT_EQ(m.value.to_string(), m.text) << m.how;
+        EXPECT_EQ(m.value.is_big(), m.big) << m.how;
+        EXPECT_EQ(m.value, parse(m.text)) << m.how;
+    }
 }
 
 TEST(QNumberParse, RejectsMalformedTextNamingIt) {
@@ -79,66 +84,122 @@ TEST(QNumberParse, RejectsMalformedTextNamingIt) {
     }
 }
 
-TEST(QNumberPrint, WritesLowestTerms) {
-    EXPECT_EQ(QNumber(-3, 4).to_string(), "-3/4");
-    EXPECT_EQ(QNumber(5).to_string(), "5");
-    EXPECT_EQ(QNumber::make_big(QNumber(10, 4)).to_string(), "5/2");
-    EXPECT_EQ(QNumber::make_big(QNumber(-7)).to_string(), "-7");
+namespace {
+
+using Calls = std::vector<std::string>;
+
+enum class Form { Small, Big };
+
+QNumber in_form(Form form, const QNumber& value) {
+    return form == Form::Big ? QNumber::make_big(value) : value;
 }
 
-TEST(QNumberForms, SelfAssignmentTouchesNothing) {
-    QNumber small(3, 4);
-    QNumber big = QNumber::make_big(QNumber(5, 6));
-    GmpCounter counter;
-    QNumber& s = small;
-    QNumber& b = big;
-    small = s;
-    big = b;
-    EXPECT_EQ(counter.counts().allocs + counter.counts().frees + counter.counts().reallocs, 0);
-    expect_small(small, 3, 4);
-    EXPECT_TRUE(big.is_big());
-    EXPECT_EQ(big, QNumber(5, 6));
-}
+// One lifecycle operation and what it must do: the destination's form afterwards, the GMP calls
+// in order, and the blocks allocated and freed.
+struct FormRule {
+    const char* operation;  // "copy", "assign", "self-assign", "destroy", "is_integer"
+    Form destination;       // the destination's form before (the number itself for the others)
+    Form source;
+    Form result;
+    Calls calls;
+    int allocated;
+    int freed;
+};
 
-TEST(QNumberForms, SmallIntoBigStaysBig) {
-    QNumber big = QNumber::make_big(QNumber(2));
-    const QNumber three_quarters(3, 4);
-    big = three_quarters;
-    EXPECT_TRUE(big.is_big());
-    EXPECT_EQ(big.to_string(), "3/4");
-    EXPECT_FALSE(big.is_integer());
-    big = QNumber(5);  // a temporary source follows the same rule
-    EXPECT_TRUE(big.is_big());
-    EXPECT_TRUE(big.is_integer());
-    EXPECT_EQ(big, QNumber(5));
-}
+const FormRule kFormRules[] = {
+    {"copy", Form::Small, Form::Small, Form::Small, {}, 0, 0},
+    {"copy", Form::Small, Form::Big, Form::Big, {"init_set", "init_set"}, 1, 0},
+    {"assign", Form::Small, Form::Small, Form::Small, {}, 0, 0},
+    {"assign", Form::Small, Form::Big, Form::Big, {"init", "init", "set", "set"}, 1, 0},
+    {"assign", Form::Big, Form::Big, Form::Big, {"set", "set"}, 0, 0},
+    {"assign", Form::Big, Form::Small, Form::Big, {"set_si", "set_si"}, 0, 0},
+    {"self-assign", Form::Small, Form::Small, Form::Small, {}, 0, 0},
+    {"self-assign", Form::Big, Form::Big, Form::Big, {}, 0, 0},
+    {"destroy", Form::Small, Form::Small, Form::Small, {}, 0, 0},
+    {"destroy", Form::Big, Form::Big, Form::Big, {"clear", "clear"}, 0, 1},
+    {"is_integer", Form::Small, Form::Small, Form::Small, {}, 0, 0},
+    {"is_integer", Form::Big, Form::Big, Form::Big, {"cmp_ui"}, 0, 0},
+};
 
-TEST(QNumberForms, CopyOfBigOwnsItsOwnBlock) {
-    auto* source = new QNumber(QNumber::make_big(QNumber(2)));
-    QNumber copy(*source);
-    EXPECT_TRUE(copy.is_big());
-    EXPECT_NE(copy.big_block(), source->big_block());
-    delete source;
-    EXPECT_EQ(copy, QNumber(2));
-    EXPECT_TRUE(copy.is_integer());
-}
-
-TEST(QNumberForms, BigIntoSmallAllocatesOnceThenReuses) {
-    const QNumber big = QNumber::make_big(QNumber(7, 9));
-    const QNumber other = QNumber::make_big(QNumber(-8, 11));
-    QNumber dest(1);
+// Runs one rule with the source given as an lvalue or as an rvalue; returns the trace and checks
+// the destination, and that the source kept its value, form and block.
+GmpRecord run_rule(const FormRule& rule, bool rvalue) {
+    const QNumber value(-7, 3);
+    QNumber source = in_form(rule.source, QNumber(5, 2));
+    const mpq_srcptr source_block = source.big_block();
+    const std::string op = rule.operation;
+    std::optional<QNumber> dest;  // in place: a heap QNumber would look like a block
+    if (op != "copy") dest.emplace(in_form(rule.destination, value));
+    const mpq_srcptr dest_block = dest ? dest->big_block() : nullptr;
+    QNumber&& source_ref = std::move(source);
+    GmpRecord record;
+    bool integer = true;  // becomes "not an integer" when is_integer runs
     {
-        GmpCounter counter;
-        dest = big;
-        EXPECT_TRUE(dest.is_big());
-        EXPECT_EQ(counter.counts().allocs, 2);  // one limb array per integer
-        const mpq_srcptr block = dest.big_block();
-        dest = other;
-        EXPECT_EQ(dest.big_block(), block);
-        EXPECT_EQ(counter.counts().allocs, 2);
-        EXPECT_EQ(counter.counts().frees, 0);
+        GmpTrace trace;
+        if (op == "copy") {
+            if (rvalue)
+                dest.emplace(std::move(source_ref));
+            else
+                dest.emplace(source);
+        } else if (op == "assign") {
+            if (rvalue)
+                *dest = std::move(source_ref);
+            else
+                *dest = source;
+        } else if (op == "self-assign") {
+            QNumber& self = *dest;
+            if (rvalue)
+                *dest = std::move(self);
+            else
+                *dest = self;
+        } else if (op == "destroy") {
+            dest.reset();
+        } else {
+            integer = !dest->is_integer();
+        }
+        record = trace.stop();
     }
-    EXPECT_EQ(dest, QNumber(-8, 11));
+    EXPECT_EQ(source.big_block(), source_block);
+    EXPECT_EQ(source.is_big(), rule.source == Form::Big);
+    EXPECT_EQ(source, QNumber(5, 2));
+    if (op == "destroy") return record;
+    const bool takes_source = op == "copy" || op == "assign";
+    EXPECT_EQ(dest->is_big(), rule.result == Form::Big);
+    EXPECT_EQ(*dest, takes_source ? QNumber(5, 2) : value);
+    EXPECT_TRUE(integer);  // -7/3 and 5/2 are not integers: false here would be a wrong answer
+    const bool keeps_block = rule.destination == Form::Big && op != "copy";
+    EXPECT_TRUE(!keeps_block || dest->big_block() == dest_block);
+    EXPECT_TRUE(!dest->is_big() || dest->big_block() != source.big_block());
+    return record;
+}
+
+}  // namespace
+
+TEST(QNumberForms, CopyAssignDestroyFollowTheFormRules) {
+    for (const FormRule& rule : kFormRules) {
+        for (bool rvalue : {false, true}) {
+            SCOPED_TRACE(std::string(rule.operation) + (rvalue ? " from an rvalue" : "") +
+                         (rule.destination == Form::Big ? ", big destination" : "") +
+                         (rule.source == Form::Big ? ", big source" : ""));
+            GmpRecord record = run_rule(rule, rvalue);
+            EXPECT_EQ(record.calls, rule.calls);
+            EXPECT_EQ(record.blocks_allocated, rule.allocated);
+            EXPECT_EQ(record.blocks_freed, rule.freed);
+        }
+    }
+}
+
+TEST(QNumberForms, BigDestinationKeepsItsBlockAcrossValues) {
+    QNumber big = QNumber::make_big(QNumber(2));
+    const mpq_srcptr block = big.big_block();
+    big = QNumber(3, 4);
+    EXPECT_FALSE(big.is_integer());
+    big = QNumber(5);
+    EXPECT_TRUE(big.is_integer());  // through the GMP denominator
+    big += QNumber(1, 2);
+    big.set_product(QNumber(2), QNumber(3));
+    EXPECT_EQ(big, QNumber(6));
+    EXPECT_EQ(big.big_block(), block);
 }
 
 TEST(QNumberForms, SmallNumbersNeverReachGmp) {
@@ -153,21 +214,6 @@ TEST(QNumberForms, SmallNumbersNeverReachGmp) {
         EXPECT_EQ(c, QNumber(-5, 3));
     }
     EXPECT_EQ(counter.counts().allocs + counter.counts().frees, 0);
-}
-
-TEST(QNumberForms, DestroyingBigFreesBothIntegers) {
-    GmpCounter counter;
-    { QNumber big = QNumber::make_big(QNumber(INT64_MAX, 3)); }
-    EXPECT_EQ(counter.counts().allocs, counter.counts().frees);
-    EXPECT_EQ(counter.counts().allocs, 2);
-}
-
-TEST(QNumberForms, MoveLeavesSourceZeroAndKeepsForm) {
-    QNumber big = QNumber::make_big(QNumber(4));
-    QNumber moved(std::move(big));
-    EXPECT_TRUE(moved.is_big());
-    EXPECT_TRUE(big.is_zero());  // NOLINT(bugprone-use-after-move): documented state
-    EXPECT_FALSE(big.is_big());
 }
 
 TEST(QNumberConversion, RoundTripsThroughGmp) {

@@ -1,9 +1,11 @@
-// The sort: comparison counts where they are fixed, the introspective path, the heapsort
-// fallback, a stateful order passed by value, and a differential run against std::sort.
+// The sort: input shapes with the comparison counts that are fixed (selection below 16, nothing
+// for 0 or 1 element) and bounded (balanced splits on equal keys), the heapsort fallback, a
+// stateful order passed by value, and a differential run against std::sort.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 #include <random>
 
@@ -11,7 +13,7 @@
 
 namespace {
 
-// A stateful order: compares through a table and counts its calls in shared storage.
+// A stateful order: compares elements (indices) through a key table and counts its calls.
 struct CountingLess {
     const std::vector<int>* key;
     long* calls;
@@ -21,41 +23,55 @@ struct CountingLess {
     }
 };
 
-std::vector<int> identity(std::size_t n) {
-    std::vector<int> v(n);
-    std::iota(v.begin(), v.end(), 0);
-    return v;
+struct Shape {
+    const char* name;
+    std::size_t n;
+    std::function<int(std::size_t i, std::size_t n)> key;
+    long min_calls, max_calls;  // bounds on the comparisons of vorn::sort
+};
+
+const Shape kShapes[] = {
+    {"empty", 0, [](std::size_t, std::size_t) { return 0; }, 0, 0},
+    {"one", 1, [](std::size_t, std::size_t) { return 0; }, 0, 0},
+    {"two descending", 2, [](std::size_t i, std::size_t) { return -int(i); }, 1, 1},
+    {"15 by selection", 15, [](std::size_t i, std::size_t) { return int(i * 7 % 11); }, 105, 105},
+    {"16 through do_sort", 16, [](std::size_t i, std::size_t) { return int(i * 7 % 11); }, 16,
+     1000},
+    {"ascending", 1000, [](std::size_t i, std::size_t) { return int(i); }, 999, 40000},
+    {"descending", 1000, [](std::size_t i, std::size_t) { return -int(i); }, 999, 40000},
+    // Equal keys stop both scans, so the splits stay balanced: far from quadratic.
+    {"all equal", 1000, [](std::size_t, std::size_t) { return 7; }, 999, 40000},
+    {"organ pipe", 5000,
+     [](std::size_t i, std::size_t n) { return int(i < n / 2 ? i : n - i) + int(i % 7); }, 4999,
+     400000},
+    {"sawtooth", 5000, [](std::size_t i, std::size_t) { return int(i % 64); }, 4999, 400000},
+};
+
+bool sorted_by(const std::vector<int>& a, const std::vector<int>& key) {
+    return std::is_sorted(a.begin(), a.end(), [&](int x, int y) { return key[x] < key[y]; });
 }
 
 }  // namespace
 
-TEST(Sort, TinyArraysCompareNothing) {
-    long calls = 0;
-    std::vector<int> key{5};
-    std::vector<int> a{0};
-    vorn::sort(a.data(), std::size_t{0}, CountingLess{&key, &calls});
-    vorn::sort(a.data(), std::size_t{1}, CountingLess{&key, &calls});
-    EXPECT_EQ(calls, 0);
-}
-
-TEST(Sort, SelectionSortUpToFifteenMakesAllPairwiseComparisons) {
-    std::mt19937 rng(3);
-    for (std::size_t n = 2; n <= 15; ++n) {
-        std::vector<int> key(n);
-        for (auto& k : key)
-            k = static_cast<int>(rng() % 10);
-        std::vector<int> a = identity(n);
+TEST(Sort, ShapesSortWithinTheirComparisonCounts) {
+    for (const Shape& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        std::vector<int> key(shape.n);
+        for (std::size_t i = 0; i < shape.n; ++i)
+            key[i] = shape.key(i, shape.n);
+        std::vector<int> a(shape.n);
+        std::iota(a.begin(), a.end(), 0);
         long calls = 0;
-        vorn::sort(a.data(), n, CountingLess{&key, &calls});
-        EXPECT_EQ(calls, static_cast<long>(n * (n - 1) / 2));
-        EXPECT_TRUE(
-            std::is_sorted(a.begin(), a.end(), [&](int x, int y) { return key[x] < key[y]; }));
+        vorn::sort(a.data(), shape.n, CountingLess{&key, &calls});
+        EXPECT_TRUE(sorted_by(a, key));
+        EXPECT_GE(calls, shape.min_calls);
+        EXPECT_LE(calls, shape.max_calls);
     }
 }
 
 TEST(Sort, SelectionTakesTheLowestIndexOfEqualMinima) {
     std::vector<int> key{1, 0, 0, 1};  // elements 1 and 2 tie for smallest
-    std::vector<int> a = identity(4);
+    std::vector<int> a{0, 1, 2, 3};
     long calls = 0;
     vorn::sort(a.data(), std::size_t{4}, CountingLess{&key, &calls});
     EXPECT_EQ(a, (std::vector<int>{1, 2, 0, 3}));
@@ -67,26 +83,12 @@ TEST(Sort, DepthZeroHeapsortsTheWholeRange) {
         std::vector<int> key(n);
         for (auto& k : key)
             k = static_cast<int>(rng() % 50);
-        std::vector<int> a = identity(n);
+        std::vector<int> a(n);
+        std::iota(a.begin(), a.end(), 0);
         long calls = 0;
         vorn::sortimpl::do_sort(a.data(), n, CountingLess{&key, &calls}, 0);
-        EXPECT_TRUE(std::is_sorted(a.begin(), a.end(), [&](int x, int y) {
-            return key[x] < key[y];
-        })) << n;
+        EXPECT_TRUE(sorted_by(a, key)) << n;
     }
-}
-
-TEST(Sort, AlreadySortedAndAllEqualInputs) {
-    std::vector<int> a(1000);
-    std::iota(a.begin(), a.end(), 0);
-    vorn::sort(a.data(), a.size(), std::less<int>());
-    EXPECT_TRUE(std::is_sorted(a.begin(), a.end()));
-    std::vector<int> key(1000, 7);
-    std::vector<int> b = identity(1000);
-    long calls = 0;
-    vorn::sort(b.data(), b.size(), CountingLess{&key, &calls});
-    // Equal elements stop both scans, so the splits stay balanced: far from quadratic.
-    EXPECT_LT(calls, 40000);
 }
 
 TEST(Sort, RandomArraysMatchStdSort) {
@@ -102,18 +104,5 @@ TEST(Sort, RandomArraysMatchStdSort) {
         std::sort(want.begin(), want.end());
         vorn::sort(a.data(), a.size(), [](int x, int y) { return x < y; });
         ASSERT_EQ(a, want) << "seed " << seed << " trial " << trial;
-    }
-}
-
-TEST(Sort, AdversarialInputsStayBoundedByTheDepthLimit) {
-    // Organ-pipe and sawtooth shapes push quicksort towards its worst case.
-    for (std::size_t n : {5000u, 20000u}) {
-        std::vector<int> a(n);
-        for (std::size_t i = 0; i < n; ++i)
-            a[i] = static_cast<int>(i < n / 2 ? i : n - i) + static_cast<int>(i % 7);
-        std::vector<int> want = a;
-        std::sort(want.begin(), want.end());
-        vorn::sort(a.data(), a.size(), std::less<int>());
-        EXPECT_EQ(a, want);
     }
 }

@@ -31,20 +31,6 @@ class Marks {
     std::uint32_t stamp_ = 0;
 };
 
-// The tableau's own choice of pivot row: fewest entries, ties to the smallest basic variable.
-int pivot_row_of(const Tableau& t, const VarSet& col) {
-    int best = *col.begin();
-    std::size_t best_len = t.rows().at(best)->coeffs_.size();
-    for (int b : col) {
-        std::size_t len = t.rows().at(b)->coeffs_.size();
-        if (len < best_len) {
-            best = b;
-            best_len = len;
-        }
-    }
-    return best;
-}
-
 std::vector<Candidate> rank(const Tableau& t, std::vector<int>& pending) {
     std::vector<Candidate> ranked;
     std::vector<int> still_pending;
@@ -56,7 +42,7 @@ std::vector<Candidate> rank(const Tableau& t, std::vector<int>& pending) {
         auto* node = t.cols().find(x);
         if (node == nullptr) continue;  // eliminated already, or in no row: nothing to do
         const VarSet& col = node->value.second;
-        int row = pivot_row_of(t, col);
+        int row = t.pivot_row_in(col);
         std::uint64_t row_len = t.rows().at(row)->coeffs_.size();
         ranked.push_back({(col.size() - 1) * (row_len - 1) + 1, x, row});
     }

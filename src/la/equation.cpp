@@ -2,32 +2,23 @@
 
 #include "vorn/la/equation.h"
 
-#include <algorithm>
-#include <cassert>
 #include <memory>
 #include <utility>
 
+#include "entries.h"
+
 namespace vorn::la {
 
-namespace {
-
-bool by_var(const Equation::VarCoeff& a, const Equation::VarCoeff& b) {
-    return a.var < b.var;
-}
-
-}  // namespace
-
-void normalize_entries(std::vector<Equation::VarCoeff>& entries) {
-    if (!std::is_sorted(entries.begin(), entries.end(), by_var))
-        std::sort(entries.begin(), entries.end(), by_var);
+void normalize_entries(std::vector<Equation::VarCoeff>& list) {
+    entries::sort_by_var(list);
     std::size_t out = 0;
-    for (std::size_t i = 0; i < entries.size();) {
-        Equation::VarCoeff current = std::move(entries[i]);
-        for (++i; i < entries.size() && entries[i].var == current.var; ++i)
-            current.coeff += entries[i].coeff;
-        if (!current.coeff.is_zero()) entries[out++] = std::move(current);
+    for (std::size_t i = 0; i < list.size();) {
+        if (out != i) entries::relocate(list[out], list[i]);
+        for (++i; i < list.size() && list[i].var == list[out].var; ++i)
+            list[out].coeff += list[i].coeff;
+        if (!list[out].coeff.is_zero()) ++out;
     }
-    entries.resize(out);
+    list.resize(out);
 }
 
 Equation::Equation(int basic, std::vector<VarCoeff> entries)
@@ -78,8 +69,7 @@ const QNumber* Equation::coeff_of(int var) const {
 }
 
 void Equation::sort_entries() {
-    if (!std::is_sorted(coeffs_.begin(), coeffs_.end(), by_var))
-        std::sort(coeffs_.begin(), coeffs_.end(), by_var);
+    entries::sort_by_var(coeffs_);
 }
 
 }  // namespace vorn::la

@@ -5,24 +5,22 @@
 
 #include <algorithm>
 #include <cassert>
-#include <memory>
 
+#include "entries.h"
 #include "vorn/la/equation.h"
 
 namespace vorn::la {
 
 namespace {
 
-using Entries = std::vector<Equation::VarCoeff>;
+using entries::Entries;
 
-Entries::iterator find_entry(Entries& entries, int var) {
-    auto it = std::lower_bound(entries.begin(), entries.end(), var,
+// The entry of `var` in a sorted list, or the end.
+template <class List>
+auto find_entry(List& list, int var) {
+    auto it = std::lower_bound(list.begin(), list.end(), var,
                                [](const Equation::VarCoeff& e, int v) { return e.var < v; });
-    return it != entries.end() && it->var == var ? it : entries.end();
-}
-
-Entries::const_iterator find_entry(const Entries& entries, int var) {
-    return find_entry(const_cast<Entries&>(entries), var);
+    return it != list.end() && it->var == var ? it : list.end();
 }
 
 // Every variable of `def` other than x that the row does not mention: what a substitution that
@@ -68,32 +66,27 @@ MergePlan plan_merge(const Entries& row, const Entries& def, int x) {
     return plan;
 }
 
-// Replaces a slot whatever form its old coefficient has (assignment would keep a big slot big).
-void overwrite(QNumber& slot, QNumber&& value) {
-    std::destroy_at(&slot);
-    std::construct_at(&slot, std::move(value));
-}
-
 // row ← row + factor·def without x, merged in place from the back: the row is first widened by
-// the number of new variables, and every entry is moved at most once (writes never overtake the
-// unread part of the row). Gaps left by x and by cancellations are closed at the end.
+// the number of new variables, and every entry is relocated at most once (writes never overtake
+// the unread part of the row). Gaps left by x and by cancellations are closed at the end; a new
+// entry is computed in whatever gap slot it lands on, reusing a block a cancellation left there.
 void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor,
                   std::size_t new_vars, std::vector<int>* dropped) {
     const auto n = static_cast<std::ptrdiff_t>(row.size());
-    row.resize(row.size() + new_vars);
+    entries::resize(row, row.size() + new_vars);
     Equation::VarCoeff* base = row.data();
     std::ptrdiff_t r = n - 1;
     auto w = static_cast<std::ptrdiff_t>(row.size());  // one past the next write
     auto place = [&](std::ptrdiff_t from) {
-        if (--w == from) return;
-        base[w].var = base[from].var;
-        overwrite(base[w].coeff, std::move(base[from].coeff));
+        if (--w != from) entries::relocate(base[w], base[from]);
     };
     for (auto d = def.rbegin(); d != def.rend(); ++d) {
         while (r >= 0 && base[r].var > d->var)
             place(r--);
         if (d->var == x) {
-            if (r >= 0 && base[r].var == x) --r;
+            // The row mentions x (a substitution without it never gets here): it is next.
+            assert(r >= 0 && base[r].var == x);
+            --r;
             continue;
         }
         if (r >= 0 && base[r].var == d->var) {
@@ -113,10 +106,8 @@ void merge_scaled(Entries& row, const Entries& def, int x, const QNumber& factor
     while (r >= 0)
         place(r--);
     const auto size = static_cast<std::ptrdiff_t>(row.size());
-    for (std::ptrdiff_t i = w; i < size; ++i) {
-        base[i - w].var = base[i].var;
-        overwrite(base[i - w].coeff, std::move(base[i].coeff));
-    }
+    for (std::ptrdiff_t i = w; i < size; ++i)
+        entries::relocate(base[i - w], base[i]);
     row.resize(static_cast<std::size_t>(size - w));
 }
 
@@ -135,6 +126,7 @@ void Equation::change_basic_var(int v) {
     sort_entries();
     auto it = find_entry(coeffs_, v);
     assert(it != coeffs_.end() && "change_basic_var: the equation does not mention v");
+    assert(!it->coeff.is_zero() && "change_basic_var: v's coefficient is zero");
     if (!it->coeff.is_minus_one()) {
         if (it->coeff.is_one()) {
             for (auto& e : coeffs_)

@@ -7,7 +7,7 @@
 
 namespace vorn::la {
 
-int Tableau::shortest_row_in(const VarSet& col) const {
+int Tableau::pivot_row_in(const VarSet& col) const {
     auto it = col.begin();
     int best = *it;
     std::size_t best_len = rows_.at(best)->coeffs_.size();
@@ -44,7 +44,7 @@ void Tableau::eliminate_variables(const VarSet& vars) {
         if (!rows_.contains(x)) {
             const VarSet& col = cols_[x];
             if (col.size() == 0) continue;  // occurs in no row; its empty column goes below
-            int b = shortest_row_in(col);
+            int b = pivot_row_in(col);
             if (b < 1) continue;
             pivot(b, x);
         }
@@ -58,7 +58,7 @@ void Tableau::remove_variable(int x) {
     if (rows_.contains(x)) {
         eq = remove_row(x);
     } else if (const VarSet& col = cols_[x]; col.size() != 0) {
-        int b = shortest_row_in(col);
+        int b = pivot_row_in(col);
         if (b >= 1) {
             pivot(b, x);
             eq = remove_row(x);

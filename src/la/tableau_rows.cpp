@@ -1,5 +1,7 @@
 // Installing, removing, substituting and pivoting rows while keeping the column index exact.
 
+#include <cassert>
+
 #include "vorn/la/tableau.h"
 
 namespace vorn::la {
@@ -22,6 +24,7 @@ void Tableau::add_row(int x, Equation& eq) {
 }
 
 Equation* Tableau::remove_row(int x) {
+    assert(rows_.contains(x) && "remove_row: x has no row");
     Equation* eq = rows_[x];
     for (const auto& entry : eq->coeffs_) {
         int v = entry.var;

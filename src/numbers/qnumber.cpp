@@ -1,30 +1,49 @@
-// Lifecycle, conversion, parsing and printing of QNumber. Copy, assignment and destruction use
-// exactly the GMP integer functions that keep a big number's block its own and reuse it when
-// the destination is already big.
+// Lifecycle, conversion and printing of QNumber. Copy, assignment and destruction use exactly the
+// GMP integer functions that keep a big number's block its own and reuse it when the
+// destination is already big; every block comes into being in become_big.
 
 #include "vorn/numbers/qnumber.h"
 
 #include <cassert>
 #include <ostream>
-#include <stdexcept>
 
 #include "gmp_holder.h"
-#include "vorn/numbers/small_arith.h"
 
 namespace vorn {
 
-namespace {
+namespace detail {
 
-// Allocated from the free store; the caller initialises both integers.
-mpq_ptr new_block() {
-    return new __mpq_struct;
+mpq_ptr scratch_mpq() noexcept {
+    // Integers initialised without limbs: nothing is allocated until a result is written.
+    thread_local struct Scratch {
+        Scratch() noexcept {
+            mpz_init(mpq_numref(value));
+            mpz_init(mpq_denref(value));
+        }
+        ~Scratch() { mpq_clear(value); }
+        mpq_t value;
+    } scratch;
+    return scratch.value;
 }
+
+}  // namespace detail
+
+namespace {
 
 std::int64_t as_word(mpq_ptr block) {
     return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(block));
 }
 
 }  // namespace
+
+template <class Init>
+void QNumber::become_big(Init init) {
+    assert(!is_big());
+    mpq_ptr block = new __mpq_struct;
+    init(block);
+    num_ = as_word(block);
+    den_ = 0;
+}
 
 QNumber::QNumber(std::int64_t num, std::int64_t den) : num_(num), den_(den) {
     assert(den != 0 && "QNumber with a zero denominator");
@@ -46,76 +65,83 @@ QNumber::QNumber(std::int64_t num, std::int64_t den) : num_(num), den_(den) {
         den_ = static_cast<std::int64_t>(d);
         return;
     }
-    detail::Mpq q;
-    mpz_set_ui(mpq_numref(q.get()), n);
-    if (negative) mpz_neg(mpq_numref(q.get()), mpq_numref(q.get()));
-    mpz_set_ui(mpq_denref(q.get()), d);
     num_ = 0;
     den_ = 1;
-    take(from_computed(q.release()));
+    become_big([&](mpq_ptr block) {
+        mpz_init_set_ui(mpq_numref(block), n);
+        if (negative) mpz_neg(mpq_numref(block), mpq_numref(block));
+        mpz_init_set_ui(mpq_denref(block), d);
+    });
 }
 
 QNumber::QNumber(mpq_srcptr value) : QNumber() {
-    detail::Mpq copy;
-    mpq_set(copy.get(), value);
-    mpq_canonicalize(copy.get());
-    take(from_computed(copy.release()));
+    detail::LocalMpq canonical;
+    mpq_set(canonical.get(), value);
+    mpq_canonicalize(canonical.get());
+    set_result(canonical.get());
+}
+
+void QNumber::set_unsigned(std::uint64_t value) {
+    become_big([value](mpq_ptr block) {
+        mpz_init_set_ui(mpq_numref(block), value);
+        mpz_init_set_ui(mpq_denref(block), 1);
+    });
 }
 
 QNumber::QNumber(const QNumber& other) : num_(other.num_), den_(other.den_) {
     if (!other.is_big()) return;
-    mpq_ptr block = new_block();
-    mpz_init_set(mpq_numref(block), mpq_numref(other.big()));
-    mpz_init_set(mpq_denref(block), mpq_denref(other.big()));
-    num_ = as_word(block);
+    num_ = 0;
+    den_ = 1;
+    become_big([&other](mpq_ptr block) {
+        mpz_init_set(mpq_numref(block), mpq_numref(other.big()));
+        mpz_init_set(mpq_denref(block), mpq_denref(other.big()));
+    });
 }
 
 QNumber& QNumber::operator=(const QNumber& other) {
     if (this == &other) return *this;
-    if (other.is_big()) {
-        if (is_big()) {
-            mpz_set(mpq_numref(big()), mpq_numref(other.big()));
-            mpz_set(mpq_denref(big()), mpq_denref(other.big()));
-            return *this;
-        }
-        // Only switch to the big form once the block exists: a failed allocation leaves the old
-        // value in place.
-        mpq_ptr block = new_block();
+    if (!other.is_big()) {
+        set_small_value(other.num_, other.den_);
+        return *this;
+    }
+    if (is_big()) {
+        mpz_set(mpq_numref(big()), mpq_numref(other.big()));
+        mpz_set(mpq_denref(big()), mpq_denref(other.big()));
+        return *this;
+    }
+    become_big([&other](mpq_ptr block) {
         mpz_init(mpq_numref(block));
         mpz_init(mpq_denref(block));
         mpz_set(mpq_numref(block), mpq_numref(other.big()));
         mpz_set(mpq_denref(block), mpq_denref(other.big()));
-        num_ = as_word(block);
-        den_ = 0;
-        return *this;
-    }
-    if (is_big()) {
-        mpz_set_si(mpq_numref(big()), other.num_);
-        mpz_set_si(mpq_denref(big()), other.den_);
-        return *this;
-    }
-    num_ = other.num_;
-    den_ = other.den_;
+    });
     return *this;
 }
 
-QNumber& QNumber::operator=(QNumber&& other) noexcept {
-    if (this == &other) return *this;
-    if (is_big()) {
-        // Assignment never leaves the big form; a big source just trades limbs.
-        if (other.is_big()) {
-            mpq_swap(big(), other.big());
-        } else {
-            mpz_set_si(mpq_numref(big()), other.num_);
-            mpz_set_si(mpq_denref(big()), other.den_);
-        }
-        return *this;
+void QNumber::set_small_value(std::int64_t num, std::int64_t den) noexcept {
+    if (!is_big()) {
+        num_ = num;
+        den_ = den;
+        return;
     }
-    num_ = other.num_;
-    den_ = other.den_;
-    other.num_ = 0;
-    other.den_ = 1;
-    return *this;
+    mpz_set_si(mpq_numref(big()), num);
+    mpz_set_si(mpq_denref(big()), den);
+}
+
+void QNumber::set_result(mpq_srcptr value) {
+    if (is_big()) {
+        mpq_set(big(), value);
+        return;
+    }
+    if (mpz_fits_slong_p(mpq_numref(value)) && mpz_fits_slong_p(mpq_denref(value))) {
+        num_ = mpz_get_si(mpq_numref(value));
+        den_ = mpz_get_si(mpq_denref(value));
+        return;
+    }
+    become_big([value](mpq_ptr block) {
+        mpz_init_set(mpq_numref(block), mpq_numref(value));
+        mpz_init_set(mpq_denref(block), mpq_denref(value));
+    });
 }
 
 void QNumber::release_big() noexcept {
@@ -125,24 +151,13 @@ void QNumber::release_big() noexcept {
     delete block;
 }
 
-void QNumber::take(QNumber&& result) noexcept {
-    if (is_big()) release_big();
-    num_ = result.num_;
-    den_ = result.den_;
-    result.num_ = 0;
-    result.den_ = 1;
-}
-
 bool QNumber::is_integer() const {
     if (!is_big()) return den_ == 1;
     return mpz_cmp_ui(mpq_denref(big()), 1) == 0;
 }
 
-bool QNumber::slow_is_one() const noexcept {
-    return mpq_cmp_si(big(), 1, 1) == 0;
-}
-bool QNumber::slow_is_minus_one() const noexcept {
-    return mpq_cmp_si(big(), -1, 1) == 0;
+bool QNumber::equals_big(long num, unsigned long den) const noexcept {
+    return mpq_cmp_si(big(), num, den) == 0;
 }
 
 int QNumber::sign() const noexcept {
@@ -151,43 +166,16 @@ int QNumber::sign() const noexcept {
 }
 
 void QNumber::get_mpq(mpq_ptr out) const {
-    if (is_big()) {
-        mpq_set(out, big());
-        return;
-    }
-    mpz_set_si(mpq_numref(out), num_);
-    mpz_set_si(mpq_denref(out), den_);
-}
-
-QNumber QNumber::from_computed(mpq_ptr value) {
-    if (mpz_fits_slong_p(mpq_numref(value)) && mpz_fits_slong_p(mpq_denref(value))) {
-        QNumber small =
-            make_small_unchecked(mpz_get_si(mpq_numref(value)), mpz_get_si(mpq_denref(value)));
-        mpq_clear(value);
-        delete value;
-        return small;
-    }
-    QNumber q;
-    q.num_ = as_word(value);
-    q.den_ = 0;
-    return q;
-}
-
-QNumber QNumber::from_unsigned(std::uint64_t value) {
-    detail::Mpq q;
-    mpz_set_ui(mpq_numref(q.get()), value);
-    return from_computed(q.release());
+    mpq_set(out, detail::MpqView(*this).get());
 }
 
 QNumber QNumber::make_big(const QNumber& value) {
-    if (value.is_big()) return value;
-    mpq_ptr block = new_block();
-    mpq_init(block);
-    mpz_set_si(mpq_numref(block), value.num_);
-    mpz_set_si(mpq_denref(block), value.den_);
-    QNumber q;
-    q.num_ = as_word(block);
-    q.den_ = 0;
+    QNumber q(value);  // one named result on every path, so it is never copied on return
+    if (!q.is_big())
+        q.become_big([&value](mpq_ptr block) {
+            mpz_init_set_si(mpq_numref(block), value.num_);
+            mpz_init_set_si(mpq_denref(block), value.den_);
+        });
     return q;
 }
 

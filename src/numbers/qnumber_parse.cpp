@@ -65,7 +65,7 @@ QNumber QNumber::from_string(std::string_view text) {
         return QNumber(negative ? -value : value);
     }
 
-    detail::Mpq q;
+    detail::LocalMpq q;
     if (decimal) {
         std::string digits = std::string(num_part) + std::string(frac_part);
         set_digits(mpq_numref(q.get()), digits);
@@ -81,7 +81,9 @@ QNumber QNumber::from_string(std::string_view text) {
     }
     if (negative) mpz_neg(mpq_numref(q.get()), mpq_numref(q.get()));
     mpq_canonicalize(q.get());
-    return from_computed(q.release());
+    QNumber result;
+    result.set_result(q.get());
+    return result;
 }
 
 }  // namespace vorn

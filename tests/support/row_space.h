@@ -3,26 +3,12 @@
 // Reference model for tableau tests: a space of linear forms over exact rationals, kept in
 // reduced row-echelon form. Deliberately simple: dense maps and GMP rationals throughout.
 
-#include <gmpxx.h>
-
 #include <map>
 #include <vector>
 
-#include "vorn/la/equation.h"
+#include "support/gmp_reference.h"
 
 namespace vorn::test {
-
-using Form = std::map<int, mpq_class>;
-
-inline Form form_of(const la::Equation& e) {
-    Form f;
-    for (const auto& entry : e.coeffs_) {
-        mpq_class c;
-        entry.coeff.get_mpq(c.get_mpq_t());
-        if (c != 0) f[entry.var] += c;
-    }
-    return f;
-}
 
 class RowSpace {
   public:
@@ -35,7 +21,7 @@ class RowSpace {
         for (auto& [v, c] : f)
             c *= inv;
         for (auto& [p, row] : basis_)
-            eliminate(row, pivot, f);
+            substitute(row, pivot, f);
         basis_[pivot] = std::move(f);
         return true;
     }
@@ -63,26 +49,15 @@ class RowSpace {
         basis_.clear();
         for (Form row : rows) {
             if (row == p) continue;
-            eliminate(row, x, p);
+            substitute(row, x, p);
             add(row);
         }
     }
 
   private:
-    // row -= row[v] / by[v] · by
-    static void eliminate(Form& row, int v, const Form& by) {
-        auto it = row.find(v);
-        if (it == row.end()) return;
-        mpq_class factor = it->second / by.at(v);
-        for (const auto& [w, c] : by) {
-            mpq_class& target = row[w];
-            target -= factor * c;
-            if (target == 0) row.erase(w);
-        }
-    }
     void reduce(Form& f) const {
         for (const auto& [p, row] : basis_)
-            eliminate(f, p, row);
+            substitute(f, p, row);
     }
 
     std::map<int, Form> basis_;

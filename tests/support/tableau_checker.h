@@ -1,58 +1,50 @@
 #pragma once
 
-// Test-side invariant checker for a Tableau: rows under their basic variable, columns exactly the
-// set of mentions with no empty column, rows and columns disjoint, and (once initialized) solved
-// form: no row mentions a basic variable or an eliminated one.
-
-#include <gtest/gtest.h>
+// Invariant checker for a Tableau, shared by the tests and the fuzz targets: rows under their
+// basic variable, columns exactly the set of mentions with no empty column, rows and columns
+// disjoint, eliminated variables out of both with their record in place, and the variable count.
 
 #include <map>
 #include <set>
+#include <string>
 
 #include "vorn/la/tableau.h"
 
 namespace vorn::test {
 
-inline ::testing::AssertionResult tableau_is_valid(const la::Tableau& t) {
+// The first broken invariant, or "" when the tableau is valid.
+inline std::string tableau_fault(const la::Tableau& t) {
     std::map<int, std::set<int>> mentions;
     std::set<int> basics;
     for (auto it = t.rows().begin(); it != t.rows().end(); ++it) {
         int b = it.index();
         basics.insert(b);
         const la::Equation* row = it.value();
-        if (row == nullptr) return ::testing::AssertionFailure() << "row " << b << " is null";
+        if (row == nullptr) return "row " + std::to_string(b) + " is null";
         if (row->get_basic_var() != b)
-            return ::testing::AssertionFailure()
-                   << "row " << b << " has basic var " << row->get_basic_var();
+            return "row " + std::to_string(b) + " has basic variable " +
+                   std::to_string(row->get_basic_var());
         for (const auto& e : row->coeffs_)
             if (e.var >= 1 && e.var != b) mentions[e.var].insert(b);
     }
     std::map<int, std::set<int>> columns;
     for (const auto& [v, set] : t.cols()) {
-        if (set.size() == 0) return ::testing::AssertionFailure() << "empty column " << v;
-        if (columns.count(v)) return ::testing::AssertionFailure() << "column " << v << " twice";
-        columns[v] = std::set<int>(set.begin(), set.end());
+        if (set.size() == 0) return "empty column " + std::to_string(v);
+        if (!columns.emplace(v, std::set<int>(set.begin(), set.end())).second)
+            return "column " + std::to_string(v) + " twice";
     }
-    if (columns != mentions) {
-        auto f = ::testing::AssertionFailure() << "columns differ from mentions:";
-        for (const auto& [v, s] : mentions)
-            if (columns[v] != s) f << " var " << v;
-        for (const auto& [v, s] : columns)
-            if (mentions[v] != s) f << " col " << v;
-        return f;
-    }
+    if (columns != mentions) return "columns differ from the rows' mentions";
     for (int b : basics)
-        if (columns.count(b))
-            return ::testing::AssertionFailure() << "basic " << b << " has a column";
-    for (const auto& [v, node] : t.elim_index()) {
+        if (columns.count(b)) return "basic " + std::to_string(b) + " has a column";
+    for (const auto& [v, position] : t.elim_index()) {
         if (basics.count(v) || columns.count(v))
-            return ::testing::AssertionFailure() << "eliminated " << v << " still in the tableau";
-        if (node >= t.elim_eqs().size() || t.elim_eqs()[node].first != v)
-            return ::testing::AssertionFailure() << "bad position for eliminated " << v;
+            return "eliminated " + std::to_string(v) + " is still in the tableau";
+        if (position >= t.elim_eqs().size() || t.elim_eqs()[position].first != v)
+            return "bad record position for eliminated " + std::to_string(v);
     }
     if (t.get_num_variables() != basics.size() + columns.size())
-        return ::testing::AssertionFailure() << "get_num_variables mismatch";
-    return ::testing::AssertionSuccess();
+        return "get_num_variables differs from rows plus columns";
+    return "";
 }
 
 }  // namespace vorn::test

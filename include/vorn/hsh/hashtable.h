@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -24,14 +25,13 @@
 
 namespace vorn::hsh {
 
-namespace {
-// Bucket counts: prime, roughly doubling from 151 on, the last just below 2^32.
-constexpr std::uint64_t primes[28] = {
+// Bucket counts: prime, roughly doubling from 151 on, the last just below 2^32. One table for the
+// whole program (inline), since the table's templates read it from every translation unit.
+inline constexpr std::uint64_t primes[28] = {
     31ul,       73ul,        151ul,       313ul,       643ul,        1291ul,       2593ul,
     5233ul,     10501ul,     21013ul,     42073ul,     84181ul,      168451ul,     337219ul,
     674701ul,   1349473ul,   2699299ul,   5398891ul,   10798093ul,   21596719ul,   43193641ul,
     86387383ul, 172775299ul, 345550609ul, 691101253ul, 1382202559ul, 2764405229ul, 4294867387ul};
-}  // namespace
 
 template <class T>
 struct hash;
@@ -57,19 +57,25 @@ class Hashtable {
         Value value;
     };
 
-    class iterator {
+    // Buckets in index order, each chain from its head; a const table hands out const values.
+    template <bool kConst>
+    class basic_iterator {
       public:
-        iterator(const Hashtable* table, std::size_t bucket, Bucket* node)
+        using Node = std::conditional_t<kConst, const Bucket, Bucket>;
+        using Ref = std::conditional_t<kConst, const Value&, Value&>;
+
+        basic_iterator(const Hashtable* table, std::size_t bucket, Node* node)
             : table_(table), bucket_(bucket), node_(node) {}
-        Value& operator*() const { return node_->value; }
-        Value* operator->() const { return &node_->value; }
-        Bucket* node() const { return node_; }
-        iterator& operator++() {
+        operator basic_iterator<true>() const { return {table_, bucket_, node_}; }
+        Ref operator*() const { return node_->value; }
+        auto* operator->() const { return &node_->value; }
+        Node* node() const { return node_; }
+        basic_iterator& operator++() {
             node_ = node_->next;
             if (node_ == nullptr) seek(bucket_ + 1);
             return *this;
         }
-        bool operator==(const iterator& o) const { return node_ == o.node_; }
+        bool operator==(const basic_iterator& o) const { return node_ == o.node_; }
 
       private:
         friend class Hashtable;
@@ -85,9 +91,10 @@ class Hashtable {
         }
         const Hashtable* table_;
         std::size_t bucket_;
-        Bucket* node_;
+        Node* node_;
     };
-    using const_iterator = iterator;
+    using iterator = basic_iterator<false>;
+    using const_iterator = basic_iterator<true>;
 
     Hashtable() : buckets_(primes[0], nullptr) {}
     Hashtable(const Hashtable&) = delete;
@@ -101,11 +108,12 @@ class Hashtable {
             }
     }
 
-    Bucket* find(const Key& key) const {
-        if (count_ == 0) return nullptr;
-        for (Bucket* node = buckets_[bucket_of(key)]; node != nullptr; node = node->next)
-            if (eq_(get_key_(node->value), key)) return node;
-        return nullptr;
+    // Never inserts and never rehashes; an empty table is not even hashed into.
+    Bucket* find(const Key& key) {
+        return count_ == 0 ? nullptr : find_in_chain(bucket_of(key), key);
+    }
+    const Bucket* find(const Key& key) const {
+        return count_ == 0 ? nullptr : find_in_chain(bucket_of(key), key);
     }
 
     void erase(const Key& key) {
@@ -125,13 +133,17 @@ class Hashtable {
         return ::new (block) Bucket{nullptr, std::move(copy)};
     }
 
-    void rehash(unsigned long n) {
-        if (buckets_.size() >= n) return;
+    // The bucket count rehash(n) grows to: the first prime not below n, or the largest prime.
+    static std::size_t bucket_count_for(unsigned long n) {
         const std::uint64_t* end = primes + std::size(primes);
         const std::uint64_t* target = std::lower_bound(primes, end, std::uint64_t{n});
-        std::size_t count = target == end ? primes[std::size(primes) - 1] : *target;
+        return target == end ? primes[std::size(primes) - 1] : *target;
+    }
+
+    void rehash(unsigned long n) {
+        if (buckets_.size() >= n) return;
         // The fresh array exists before the old one is touched: a failure leaves the table as is.
-        std::vector<Bucket*> fresh(count, nullptr);
+        std::vector<Bucket*> fresh(bucket_count_for(n), nullptr);
         fresh.swap(buckets_);
         for (Bucket* head : fresh)
             for (Bucket* node = head; node != nullptr;) {
@@ -149,12 +161,10 @@ class Hashtable {
     const std::vector<Bucket*>& buckets() const { return buckets_; }
     const MemoryPool<sizeof(Bucket), false>& pool() const { return pool_; }
 
-    iterator begin() const {
-        iterator it(this, 0, nullptr);
-        it.seek(0);
-        return it;
-    }
-    iterator end() const { return iterator(this, buckets_.size(), nullptr); }
+    iterator begin() { return first<false>(); }
+    iterator end() { return iterator(this, buckets_.size(), nullptr); }
+    const_iterator begin() const { return first<true>(); }
+    const_iterator end() const { return const_iterator(this, buckets_.size(), nullptr); }
 
   protected:
     std::size_t bucket_of(const Key& key) const {
@@ -182,6 +192,13 @@ class Hashtable {
     }
 
   private:
+    template <bool kConst>
+    basic_iterator<kConst> first() const {
+        basic_iterator<kConst> it(this, 0, nullptr);
+        it.seek(0);
+        return it;
+    }
+
     void release(Bucket* node) {
         node->~Bucket();
         pool_.deallocate(node);

@@ -9,8 +9,11 @@
 //
 // Only the form with both flags true is provided: presence bytes and the count are kept.
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "vorn/util/array_growth.h"
@@ -47,9 +50,23 @@ class VarMap<T, true, true> {
     };
 
     VarMap() = default;
+    VarMap(const VarMap&) = default;
+    VarMap& operator=(const VarMap&) = default;
+    // A moved-from map is empty: span 0, count 0.
+    VarMap(VarMap&& other) noexcept
+        : values_(std::exchange(other.values_, {})),
+          present_(std::exchange(other.present_, {})),
+          count_(std::exchange(other.count_, 0)) {}
+    VarMap& operator=(VarMap&& other) noexcept {
+        values_ = std::exchange(other.values_, {});
+        present_ = std::exchange(other.present_, {});
+        count_ = std::exchange(other.count_, 0);
+        return *this;
+    }
 
     // Makes i present, growing the span when i lies beyond it, and returns its slot.
     T& operator[](int i) {
+        assert(i >= 0 && "VarMap indices are non-negative");
         auto index = static_cast<std::int64_t>(i);
         if (index >= static_cast<std::int64_t>(values_.size())) grow(static_cast<std::size_t>(i));
         if (present_[i] == 0) {
@@ -90,12 +107,13 @@ class VarMap<T, true, true> {
     const_iterator end() const { return const_iterator(this, present_.size()); }
 
   private:
+    // Both arrays get their room before either grows in length: if the second reservation
+    // fails, the lengths still agree and every later call stays within them.
     void grow(std::size_t i) {
-        std::size_t span = values_.size();
-        std::size_t new_span = std::max(2 * span, i + 1);
+        std::size_t new_span = std::max(2 * values_.size(), i + 1);
         util::grow_for(values_, new_span);
-        values_.resize(new_span, T());
         util::grow_for(present_, new_span);
+        values_.resize(new_span, T());
         present_.resize(new_span, 0);
     }
 

@@ -12,6 +12,7 @@
 // the tail; the union is one linear merge into a fresh array of capacity count_ + other.count_.
 // Iteration skips marked entries and yields members in ascending order.
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -21,11 +22,17 @@ namespace vorn::la {
 
 class VarSet {
   public:
+    // Variables lie in [-kLimit, kLimit): an entry keeps 2v in 32 bits.
+    static constexpr int kLimit = 1 << 30;
+
     class VarFlag {
       public:
         VarFlag() = default;
         explicit constexpr VarFlag(std::int32_t raw) : raw_(raw) {}
-        static constexpr VarFlag of(int v) { return VarFlag(static_cast<std::int32_t>(v * 2)); }
+        static constexpr VarFlag of(int v) {
+            assert(v >= -kLimit && v < kLimit && "VarSet holds variables in [-2^30, 2^30)");
+            return VarFlag(static_cast<std::int32_t>(v * 2));
+        }
         constexpr std::int32_t raw() const { return raw_; }
         constexpr int var() const { return raw_ >> 1; }
         constexpr bool removed() const { return (raw_ & 1) != 0; }
@@ -58,7 +65,6 @@ class VarSet {
             return old;
         }
         bool operator==(const const_iterator& o) const { return pos_ == o.pos_; }
-        const VarFlag* position() const { return pos_; }
 
       private:
         void skip() {
@@ -71,6 +77,16 @@ class VarSet {
     using iterator = const_iterator;
 
     VarSet() = default;
+    VarSet(const VarSet&) = default;
+    VarSet& operator=(const VarSet&) = default;
+    // A moved-from set is empty, its count included.
+    VarSet(VarSet&& other) noexcept
+        : entries_(std::exchange(other.entries_, {})), count_(std::exchange(other.count_, 0)) {}
+    VarSet& operator=(VarSet&& other) noexcept {
+        entries_ = std::exchange(other.entries_, {});
+        count_ = std::exchange(other.count_, 0);
+        return *this;
+    }
 
     // Adds v; true when v was not a member. A removed entry is revived in place.
     std::pair<const_iterator, bool> insert(int v);

@@ -6,17 +6,25 @@
 // holds the address of a heap block laid out as one GMP rational (numerator, then denominator)
 // that this number alone owns. `den_` is the only form flag.
 //
-// Arithmetic keeps small operands on overflow-checked 64-bit paths (128-bit intermediates, gcd
-// cancellation first) and falls back to GMP only when a result does not fit. Every arithmetic
-// result that fits two words comes back small and normalized; a big result is normalized too.
+// Copy and assignment (there are no moves: an rvalue source is copied like any other):
+//   copy of a small number      words copied, no GMP call
+//   copy of a big number        new block, mpz_init_set (numerator, denominator)
+//   big into small              new block, mpz_init ×2, then mpz_set ×2; the destination turns
+//                               big only once its block exists
+//   big into big                mpz_set ×2 in the destination's block
+//   small into big              mpz_set_si ×2 in the destination's block; it stays big
+//   small into small            words copied
+//   self-assignment             nothing
+// So a number leaves the big form only by being destroyed, and the source is never touched.
 //
-// Copy and assignment follow stricter rules than arithmetic: a copy keeps the source's form, and
-// assigning into a big number keeps it big (the block is reused rather than freed and
-// reallocated). Nothing but destruction, or an arithmetic result replacing the value, takes a
-// number out of the big form.
+// Arithmetic: small operands run on overflow-checked 64-bit kernels. Otherwise GMP computes the
+// result, without allocating: small operands are read through stack views, a big destination
+// (compound assignment, add_product, set_product, negate) receives the result in its own block
+// and stays big, and a small destination becomes small again when the result fits, big (one
+// new block) when it does not. Results are always in lowest terms. Comparisons never allocate.
 //
-// Costs: small copy/assign/destroy touch no heap and call no GMP function; big copies allocate
-// one block plus GMP limbs.
+// Costs: small copy/assign/destroy touch no heap and call no GMP function; a big copy allocates
+// one block plus the integers' limbs.
 
 #include <gmp.h>
 
@@ -31,6 +39,16 @@
 #include "vorn/numbers/small_arith.h"
 
 namespace vorn {
+
+class QNumber;
+
+namespace detail {
+// `to` takes over `from`'s storage (form and block) without a GMP call; `from` is left holding
+// `to`'s old block when there was one, so that no block is lost, and 0 otherwise. For the
+// library's own rearranging of coefficient lists, where a value changes slot but no number is
+// created, copied or assigned; not part of QNumber's interface.
+void relocate_storage(QNumber& to, QNumber& from) noexcept;
+}  // namespace detail
 
 class QNumber {
   public:
@@ -47,7 +65,7 @@ class QNumber {
         } else if (value <= static_cast<I>(INT64_MAX)) {
             num_ = static_cast<std::int64_t>(value);
         } else {
-            *this = from_unsigned(static_cast<std::uint64_t>(value));
+            set_unsigned(static_cast<std::uint64_t>(value));
         }
     }
     // Any canonical or non-canonical GMP rational (with a non-zero denominator).
@@ -61,12 +79,7 @@ class QNumber {
     static QNumber make_big(const QNumber& value);
 
     QNumber(const QNumber& other);
-    QNumber(QNumber&& other) noexcept : num_(other.num_), den_(other.den_) {
-        other.num_ = 0;
-        other.den_ = 1;
-    }
     QNumber& operator=(const QNumber& other);
-    QNumber& operator=(QNumber&& other) noexcept;
     ~QNumber() {
         if (is_big()) release_big();
     }
@@ -74,9 +87,9 @@ class QNumber {
     bool is_big() const noexcept { return den_ == 0; }
     bool is_integer() const;
     bool is_zero() const noexcept { return is_big() ? mpq_sgn(big()) == 0 : num_ == 0; }
-    bool is_one() const noexcept { return !is_big() ? (num_ == 1 && den_ == 1) : slow_is_one(); }
+    bool is_one() const noexcept { return is_big() ? equals_big(1, 1) : num_ == 1 && den_ == 1; }
     bool is_minus_one() const noexcept {
-        return !is_big() ? (num_ == -1 && den_ == 1) : slow_is_minus_one();
+        return is_big() ? equals_big(-1, 1) : num_ == -1 && den_ == 1;
     }
     int sign() const noexcept;
 
@@ -91,10 +104,10 @@ class QNumber {
     mpq_srcptr big_block() const noexcept { return is_big() ? big() : nullptr; }
 
     QNumber operator-() const;
-    QNumber& operator+=(const QNumber& other);
-    QNumber& operator-=(const QNumber& other);
-    QNumber& operator*=(const QNumber& other);
-    QNumber& operator/=(const QNumber& other);
+    QNumber& operator+=(const QNumber& other) { return apply(Op::Sum, *this, other); }
+    QNumber& operator-=(const QNumber& other) { return apply(Op::Difference, *this, other); }
+    QNumber& operator*=(const QNumber& other) { return apply(Op::Product, *this, other); }
+    QNumber& operator/=(const QNumber& other) { return apply(Op::Quotient, *this, other); }
     void negate();
     // *this += a * b and *this = a * b: the inner steps of every substitution, inline while
     // all three numbers are small.
@@ -117,44 +130,78 @@ class QNumber {
             den_ = d;
             return;
         }
-        set_product_slow(a, b);
+        apply(Op::Product, a, b);
     }
 
-    friend QNumber operator+(const QNumber& a, const QNumber& b);
-    friend QNumber operator-(const QNumber& a, const QNumber& b);
-    friend QNumber operator*(const QNumber& a, const QNumber& b);
-    friend QNumber operator/(const QNumber& a, const QNumber& b);
+    friend QNumber operator+(const QNumber& a, const QNumber& b) {
+        QNumber r;
+        r.apply(Op::Sum, a, b);
+        return r;
+    }
+    friend QNumber operator-(const QNumber& a, const QNumber& b) {
+        QNumber r;
+        r.apply(Op::Difference, a, b);
+        return r;
+    }
+    friend QNumber operator*(const QNumber& a, const QNumber& b) {
+        QNumber r;
+        r.apply(Op::Product, a, b);
+        return r;
+    }
+    friend QNumber operator/(const QNumber& a, const QNumber& b) {
+        QNumber r;
+        r.apply(Op::Quotient, a, b);
+        return r;
+    }
     friend bool operator==(const QNumber& a, const QNumber& b) noexcept;
     friend std::strong_ordering operator<=>(const QNumber& a, const QNumber& b) noexcept;
 
   private:
+    friend void detail::relocate_storage(QNumber& to, QNumber& from) noexcept;
+
     mpq_ptr big() const noexcept {
         return reinterpret_cast<mpq_ptr>(static_cast<std::uintptr_t>(num_));
     }
     void release_big() noexcept;
-    void add_product_slow(const QNumber& a, const QNumber& b);
-    void set_product_slow(const QNumber& a, const QNumber& b);
-    bool slow_is_one() const noexcept;
-    bool slow_is_minus_one() const noexcept;
-    // Replaces the value with an arithmetic result (whose form then counts, unlike assignment).
-    void take(QNumber&& result) noexcept;
-    // Result of a GMP computation: small when it fits, otherwise steals the limbs of `value`
-    // (which must not be cleared by the caller afterwards).
-    static QNumber from_computed(mpq_ptr value);
-    static QNumber from_unsigned(std::uint64_t value);
-    static QNumber make_small_unchecked(std::int64_t num, std::int64_t den) noexcept {
-        QNumber q;
-        q.num_ = num;
-        q.den_ = den;
-        return q;
-    }
+    bool equals_big(long num, unsigned long den) const noexcept;
 
-    friend class QNumberArith;
+    enum class Op { Sum, Difference, Product, Quotient };
+    // *this = a ∘ b, where `a` or `b` may be *this: the one body behind every operator.
+    QNumber& apply(Op op, const QNumber& a, const QNumber& b);
+    void add_product_slow(const QNumber& a, const QNumber& b);
+
+    // The value n/d (lowest terms), kept in this number's block when it is big.
+    void set_small_value(std::int64_t num, std::int64_t den) noexcept;
+    // The value of a GMP rational in lowest terms: into the block when big, otherwise small when
+    // it fits and a new block when it does not.
+    void set_result(mpq_srcptr value);
+    // Makes a small number big: allocates the block (a failure leaves the number as it was),
+    // lets `init` initialise both integers, and only then switches the form.
+    template <class Init>
+    void become_big(Init init);
+    void set_unsigned(std::uint64_t value);
 
     std::int64_t num_;
     std::int64_t den_;
 };
 
 std::ostream& operator<<(std::ostream& out, const QNumber& value);
+
+inline void detail::relocate_storage(QNumber& to, QNumber& from) noexcept {
+    // A branch, not a swap: relocation loops would otherwise chain every slot's load to the
+    // previous slot's store. Target slots rarely hold a block.
+    if (to.is_big()) {
+        std::int64_t block = to.num_;
+        to.num_ = from.num_;
+        to.den_ = from.den_;
+        from.num_ = block;
+        from.den_ = 0;
+        return;
+    }
+    to.num_ = from.num_;
+    to.den_ = from.den_;
+    from.num_ = 0;
+    from.den_ = 1;
+}
 
 }  // namespace vorn

@@ -88,10 +88,13 @@ std::vector<Definition> read_definitions(const la::Tableau& t, int last_var, boo
         position[static_cast<std::size_t>(x)] = static_cast<int>(out.size());
         out.push_back({x, std::move(stored)});
     }
-    if (!triangular)
-        std::sort(out.begin(), out.end(),
-                  [](const Definition& a, const Definition& b) { return a.var < b.var; });
-    return out;
+    if (triangular) return out;
+    // Resolved definitions depend on kept variables only: list them in variable order.
+    std::vector<Definition> ordered;
+    ordered.reserve(out.size());
+    for (int at : position)
+        if (at >= 0) ordered.push_back(std::move(out[static_cast<std::size_t>(at)]));
+    return ordered;
 }
 
 }  // namespace vorn::cli

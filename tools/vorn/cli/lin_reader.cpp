@@ -22,13 +22,32 @@ bool number_char(char c) {
     return (c >= '0' && c <= '9') || c == '.';
 }
 
-// What a product has read so far: constant · (nothing | one variable | a parenthesized sum).
+// What a product has read so far: ±constant · (nothing | one variable | a parenthesized sum).
+// The constant is 1 until a number is read and the sign is kept apart, so the common product
+// "3*x" costs no multiplication at all.
 struct Factors {
-    QNumber constant{1};
+    QNumber constant;
+    bool has_constant = false;
+    bool negative = false;
     int var = 0;
     LinearExpr group;
     bool has_group = false;
+
     bool has_variables() const { return var != 0 || has_group; }
+    void multiply(const QNumber& value) {
+        if (has_constant) {
+            constant *= value;
+        } else {
+            constant = value;
+            has_constant = true;
+        }
+    }
+    // The signed constant.
+    QNumber value() const {
+        QNumber c = has_constant ? constant : QNumber(1);
+        if (negative) c.negate();
+        return c;
+    }
 };
 
 // Recursive descent over one line, writing every product straight into one expression.
@@ -39,42 +58,43 @@ class LineParser {
 
     // lhs − rhs of "lhs = rhs", into `out`.
     void equation(LinearExpr& out) {
-        sum(QNumber(1), out);
+        sum(false, out);
         if (peek() == '<' || peek() == '>' || peek() == '!')
             fail(here(), "only equations ('=') are allowed here");
         if (at_end()) fail(here(), "expected '=' before the end of the line");
         if (peek() != '=') fail(here(), "expected '=', found " + current_char());
         ++pos_;
-        sum(QNumber(-1), out);
+        sum(true, out);
         if (peek() == '=') fail(here(), "more than one '=' on a line");
         expect_end();
     }
 
     void whole_sum(LinearExpr& out) {
-        sum(QNumber(1), out);
+        sum(false, out);
         expect_end();
     }
 
   private:
-    // out += scale · sum
-    void sum(const QNumber& scale, LinearExpr& out) {
+    // out += sum, or out −= sum when `negate`.
+    void sum(bool negate, LinearExpr& out) {
         skip_space();
-        QNumber sign(1);
+        bool minus = false;
         if (peek() == '+' || peek() == '-') {
-            if (peek() == '-') sign = QNumber(-1);
+            minus = peek() == '-';
             ++pos_;
         }
         while (true) {
-            product(sign.is_one() ? scale : -scale, out);
+            product(negate != minus, out);
             skip_space();
             if (peek() != '+' && peek() != '-') return;
-            sign = QNumber(peek() == '-' ? -1 : 1);
+            minus = peek() == '-';
             ++pos_;
         }
     }
 
-    void product(const QNumber& scale, LinearExpr& out) {
+    void product(bool negate, LinearExpr& out) {
         Factors f;
+        f.negative = negate;
         factor(f, here());
         while (true) {
             skip_space();
@@ -87,20 +107,20 @@ class LineParser {
                 Factors divisor;
                 factor(divisor, op);
                 if (divisor.has_variables()) fail(op, "division by a non-constant term");
-                if (divisor.constant.is_zero()) fail(op, "division by zero");
-                f.constant /= divisor.constant;
+                QNumber d = divisor.value();
+                if (d.is_zero()) fail(op, "division by zero");
+                f.multiply(QNumber(1) / d);
                 check_number_size(f.constant, op);
             } else {
                 break;
             }
         }
-        f.constant *= scale;
         if (f.var != 0)
-            out.add_entry(f.var, f.constant);
+            out.add_entry(f.var, f.value());
         else if (f.has_group)
-            out.add(f.group, f.constant);
-        else if (!f.constant.is_zero())
-            out.add_entry(0, f.constant);
+            out.add(f.group, f.value());
+        else if (!f.value().is_zero())
+            out.add_entry(0, f.value());
     }
 
     // Multiplies `f` by the next factor; `op` is where a non-linear product is reported.
@@ -108,7 +128,7 @@ class LineParser {
         skip_space();
         while (peek() == '-') {
             ++pos_;
-            f.constant.negate();
+            f.negative = !f.negative;
             skip_space();
         }
         char c = peek();
@@ -126,14 +146,14 @@ class LineParser {
                  "parentheses nested deeper than the limit of " + std::to_string(kMaxLinDepth));
         ++pos_;
         LinearExpr inner;
-        sum(QNumber(1), inner);
+        sum(false, inner);
         if (peek() != ')')
             fail(here(), at_end() ? "expected ')' before the end of the line"
                                   : "expected ')', found " + current_char());
         ++pos_;
         --depth_;
         if (inner.is_constant()) {
-            f.constant *= inner.constant_value();
+            f.multiply(inner.constant_value());
             check_number_size(f.constant, open);
             return;
         }
@@ -145,13 +165,22 @@ class LineParser {
     void number(Factors& f, SourcePos op) {
         SourcePos start = here();
         std::size_t begin = pos_;
-        while (pos_ < line_.size() && number_char(line_[pos_]))
+        // Up to 18 digits without a dot: an integer that fits, read on the way.
+        std::int64_t digits_value = 0;
+        while (pos_ < line_.size() && line_[pos_] >= '0' && line_[pos_] <= '9') {
+            if (pos_ - begin < 18) digits_value = digits_value * 10 + (line_[pos_] - '0');
             ++pos_;
-        std::string_view lexeme = line_.substr(begin, pos_ - begin);
+        }
+        bool plain = pos_ - begin <= 18 && pos_ > begin;
+        while (pos_ < line_.size() && number_char(line_[pos_])) {
+            plain = false;
+            ++pos_;
+        }
         if (std::size_t end = exponent_end(); end != 0)
             fail(start, "exponents are not supported: " + quoted(line_.substr(begin, end - begin)) +
                             " is not a number");
-        f.constant *= parse_number(lexeme, start);
+        f.multiply(plain ? small_integer(digits_value)
+                         : parse_number(line_.substr(begin, pos_ - begin), start));
         check_number_size(f.constant, start);
         // "2x" and "2(x + y)": a number directly followed by a factor multiplies it.
         if (name_start(peek()) || peek() == '(') factor(f, op);
@@ -207,6 +236,14 @@ class LineParser {
     int depth_ = 0;
 };
 
+std::size_t line_count(std::string_view text) {
+    std::size_t lines = 1;
+    for (const char* p = text.data(); const void* nl = std::memchr(p, '\n', text.end() - p);
+         p = static_cast<const char*>(nl) + 1)
+        ++lines;
+    return lines;
+}
+
 // The line without its break, a '\r' before it, and everything from '#' on.
 std::string_view content_of(std::string_view line) {
     if (const void* mark = std::memchr(line.data(), '#', line.size()))
@@ -227,9 +264,11 @@ LinearExpr read_lin_sum(std::string_view text, SourcePos start, Variables& varia
 
 Problem read_lin(std::string_view text) {
     Problem problem(NameSyntax::Plain);
-    std::size_t lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
+    // Sized for the common shape, a few terms per line and a new name or two: memory that is
+    // reserved but never touched costs nothing, a table that grows rehashes everything.
+    std::size_t lines = line_count(text);
     problem.reserve(lines, 5 * lines);
-    problem.variables.reserve(2 * lines, 12 * lines);
+    problem.variables.reserve(2 * lines, 8 * lines);
     LinearExpr scratch;
     int line_no = 0;
     while (!text.empty()) {

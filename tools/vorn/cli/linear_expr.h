@@ -41,7 +41,12 @@ class LinearExpr {
 
     // Sorted by variable, merged, without zero coefficients; variable 0 is the constant.
     const Entries& entries() const;
+    // Appends entries() to `out` without normalizing this expression in place: a short list is
+    // ordered through its variable numbers and each entry copied once.
+    void append_normalized_to(Entries& out) const;
     bool is_constant() const;
+    // Whether any coefficient is in QNumber's big form; does not normalize.
+    bool has_big_coefficient() const;
     // Meaningful when is_constant().
     QNumber constant_value() const;
 

@@ -11,7 +11,8 @@ NameTable::NameTable()
       offsets_(0, Hash{storage_.get()}, Equal{storage_.get()}) {}
 
 std::size_t NameTable::Hash::operator()(std::string_view name) const {
-    return absl::Hash<std::string_view>{}(name);
+    // absl's own string_view: std::string_view would go through std::hash.
+    return absl::Hash<absl::string_view>{}(absl::string_view(name.data(), name.size()));
 }
 
 std::uint32_t NameTable::intern(std::string_view name) {

@@ -10,7 +10,6 @@
 namespace vorn::cli {
 
 QNumber parse_number(std::string_view lexeme, SourcePos pos) {
-    check_numeral_length(lexeme, pos);
     if (lexeme.size() <= 18) {
         std::int64_t value = 0;
         bool digits = !lexeme.empty();
@@ -21,8 +20,9 @@ QNumber parse_number(std::string_view lexeme, SourcePos pos) {
             }
             value = value * 10 + (c - '0');
         }
-        if (digits) return QNumber(value);
+        if (digits) return small_integer(value);
     }
+    check_numeral_length(lexeme, pos);
     bool allowed = lexeme.find_first_not_of("0123456789.") == std::string_view::npos;
     try {
         if (allowed) return QNumber::from_string(lexeme);
@@ -38,9 +38,8 @@ void check_numeral_length(std::string_view lexeme, SourcePos pos) {
                                   std::to_string(kMaxNumeralDigits) + " digits");
 }
 
-void check_number_size(const QNumber& value, SourcePos pos) {
+void check_big_number_size(const QNumber& value, SourcePos pos) {
     mpq_srcptr big = value.big_block();
-    if (big == nullptr) return;
     std::size_t bits = mpz_sizeinbase(mpq_numref(big), 2) + mpz_sizeinbase(mpq_denref(big), 2);
     if (bits > kMaxNumberBits)
         throw InputError(

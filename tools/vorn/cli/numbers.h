@@ -18,6 +18,15 @@ QNumber parse_number(std::string_view lexeme, SourcePos pos);
 void check_numeral_length(std::string_view lexeme, SourcePos pos);
 
 // InputError at `pos` when `value` needs more than kMaxNumberBits bits.
-void check_number_size(const QNumber& value, SourcePos pos);
+void check_big_number_size(const QNumber& value, SourcePos pos);
+inline void check_number_size(const QNumber& value, SourcePos pos) {
+    if (value.is_big()) check_big_number_size(value, pos);
+}
+
+// An integer as a QNumber without a call: long long is not std::int64_t here, so this takes
+// QNumber's inline constructor for other integer types.
+inline QNumber small_integer(std::int64_t value) {
+    return QNumber(static_cast<long long>(value));
+}
 
 }  // namespace vorn::cli

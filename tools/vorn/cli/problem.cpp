@@ -5,10 +5,9 @@
 namespace vorn::cli {
 
 std::uint32_t Problem::add_term(const LinearExpr& expr) {
-    const LinearExpr::Entries& entries = expr.entries();
-    if (entries_.size() + entries.size() > UINT32_MAX)
+    expr.append_normalized_to(entries_);
+    if (entries_.size() > UINT32_MAX)
         throw std::length_error("more than 2^32 coefficients in one problem");
-    entries_.insert(entries_.end(), entries.begin(), entries.end());
     term_begin_.push_back(static_cast<std::uint32_t>(entries_.size()));
     return term_count() - 1;
 }

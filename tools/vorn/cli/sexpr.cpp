@@ -1,6 +1,6 @@
 #include "cli/sexpr.h"
 
-#include <array>
+#include <cstring>
 
 #include "cli/escape.h"
 #include "cli/input_error.h"
@@ -11,113 +11,139 @@ namespace vorn::cli {
 
 namespace {
 
-constexpr std::array<bool, 256> symbol_chars() {
-    std::array<bool, 256> table{};
+enum CharClass : std::uint8_t { kOther, kBlank, kNewline, kSymbol, kDigit };
+
+constexpr std::array<CharClass, 256> char_classes() {
+    std::array<CharClass, 256> table{};
+    for (char c : std::string_view(" \t\r"))
+        table[static_cast<unsigned char>(c)] = kBlank;
+    table['\n'] = kNewline;
     for (int c = 'a'; c <= 'z'; ++c)
-        table[c] = true;
+        table[c] = kSymbol;
     for (int c = 'A'; c <= 'Z'; ++c)
-        table[c] = true;
-    for (int c = '0'; c <= '9'; ++c)
-        table[c] = true;
+        table[c] = kSymbol;
     for (char c : std::string_view("~!@$%^&*_-+=<>.?/"))
-        table[static_cast<unsigned char>(c)] = true;
+        table[static_cast<unsigned char>(c)] = kSymbol;
+    for (int c = '0'; c <= '9'; ++c)
+        table[c] = kDigit;
     return table;
 }
-constexpr std::array<bool, 256> kSymbolChar = symbol_chars();
+constexpr std::array<CharClass, 256> kClass = char_classes();
 
-bool symbol_char(char c) {
-    return kSymbolChar[static_cast<unsigned char>(c)];
+CharClass class_of(char c) {
+    return kClass[static_cast<unsigned char>(c)];
 }
-bool digit(char c) {
-    return c >= '0' && c <= '9';
+bool symbol_char(char c) {
+    return class_of(c) >= kSymbol;
 }
 
 }  // namespace
 
 bool SExprReader::next(SExprTree& tree) {
-    tree.nodes_.clear();
-    pending_.clear();
+    std::vector<SNode>& nodes = tree.nodes_;
+    tree.source_ = text_;
+    nodes.clear();
     open_.clear();
-    while (true) {
-        skip_blank();
-        if (at_end()) break;
-        SourcePos pos = here();
+    while (!at_end()) {
         char c = text_[i_];
-        if (c == '(') {
-            if (open_.size() >= static_cast<std::size_t>(kMaxSmtDepth))
-                throw InputError(pos, "expression nested deeper than the limit of " +
-                                          std::to_string(kMaxSmtDepth) + " levels");
-            ++i_;
-            open_.push_back({pending_.size(), pos});
+        switch (class_of(c)) {
+            case kBlank:
+                ++i_;
+                continue;
+            case kNewline:
+                newline_at(i_++);
+                continue;
+            default:
+                break;
+        }
+        if (c == ';') {
+            skip_comment();
             continue;
         }
         if (c == ')') {
-            if (open_.empty()) throw InputError(pos, "unbalanced parenthesis: unexpected ')'");
+            if (open_.empty()) throw InputError(here(), "unbalanced parenthesis: unexpected ')'");
             ++i_;
-            close_list(tree);
+            nodes[open_.back()].end = static_cast<std::uint32_t>(nodes.size());
+            open_.pop_back();
         } else {
-            pending_.push_back(atom());
+            if (!open_.empty()) ++nodes[open_.back()].size;
+            SNode& node = nodes.emplace_back();
+            node.pos = here();
+            if (c == '(') {
+                if (open_.size() >= static_cast<std::size_t>(kMaxSmtDepth))
+                    throw InputError(node.pos, "expression nested deeper than the limit of " +
+                                                   std::to_string(kMaxSmtDepth) + " levels");
+                ++i_;
+                open_.push_back(static_cast<std::uint32_t>(nodes.size() - 1));
+                continue;
+            }
+            atom(node);
         }
-        if (open_.empty()) {
-            tree.root_ = pending_.back();
-            return true;
-        }
+        if (open_.empty()) return true;
     }
     if (!open_.empty())
-        throw InputError(open_.back().pos, "unbalanced parenthesis: '(' is never closed");
+        throw InputError(nodes[open_.back()].pos, "unbalanced parenthesis: '(' is never closed");
     return false;
 }
 
-// Moves the children of the innermost open list into the tree, where they stay together.
-void SExprReader::close_list(SExprTree& tree) {
-    Open list = open_.back();
-    open_.pop_back();
-    SNode node;
-    node.kind = SNode::Kind::List;
-    node.first = static_cast<std::uint32_t>(tree.nodes_.size());
-    node.size = static_cast<std::uint32_t>(pending_.size() - list.pending_begin);
-    node.pos = list.pos;
-    tree.nodes_.insert(tree.nodes_.end(), pending_.begin() + static_cast<long>(list.pending_begin),
-                       pending_.end());
-    pending_.resize(list.pending_begin);
-    pending_.push_back(node);
-}
-
-SNode SExprReader::atom() {
-    SourcePos pos = here();
+void SExprReader::atom(SNode& node) {
     char c = text_[i_];
-    if (c == '|') return quoted_symbol(pos);
-    if (c == '"') return string_literal(pos);
-    if (digit(c)) return number(pos);
-    if (c == '#') throw InputError(pos, "binary and hexadecimal literals are not supported");
-    SNode node;
-    node.pos = pos;
-    node.kind = SNode::Kind::Symbol;
-    std::size_t begin = i_;
+    switch (class_of(c)) {
+        case kDigit:
+            return number(node);
+        case kSymbol:
+            node.kind = SNode::Kind::Symbol;
+            return symbol(node, i_);
+        default:
+            break;
+    }
+    if (c == '|') return quoted_symbol(node);
+    if (c == '"') return string_literal(node);
     if (c == ':') {
         node.kind = SNode::Kind::Keyword;
-        ++i_;
-    } else if (!symbol_char(c)) {
-        std::string_view rest = text_.substr(i_);
-        std::size_t n = std::max<std::size_t>(1, utf8_sequence_length(rest));
-        throw InputError(pos, "unexpected character " + quoted(rest.substr(0, n)));
+        return symbol(node, i_++);
     }
-    while (!at_end() && symbol_char(text_[i_]))
-        ++i_;
-    if (i_ - begin == 1) {  // symbol characters are ASCII
-        std::uint32_t& cached = one_char_symbols_[static_cast<unsigned char>(c)];
-        if (cached == NameTable::kNone) cached = symbols_.intern(text_.substr(begin, 1));
-        node.symbol = cached;
-        return node;
-    }
-    node.symbol = symbols_.intern(text_.substr(begin, i_ - begin));
-    return node;
+    if (c == '#') throw InputError(node.pos, "binary and hexadecimal literals are not supported");
+    std::string_view rest = text_.substr(i_);
+    std::size_t n = std::max<std::size_t>(1, utf8_sequence_length(rest));
+    throw InputError(node.pos, "unexpected character " + quoted(rest.substr(0, n)));
 }
 
-SNode SExprReader::quoted_symbol(SourcePos pos) {
+// The first `size` (at most 8) bytes at `p` as a word, zeros above.
+std::uint64_t SExprReader::word_at(std::size_t at, std::size_t size) const {
+    std::uint64_t w = 0;
+    if (at + 8 <= text_.size()) {  // one load, then drop what is not the symbol's
+        std::memcpy(&w, text_.data() + at, 8);
+        return size >= 8 ? w : w & ((std::uint64_t{1} << (8 * size)) - 1);
+    }
+    std::memcpy(&w, text_.data() + at, size);
+    return w;
+}
+
+// The symbol or keyword that starts at `begin` and runs to the cursor's run of symbol characters.
+void SExprReader::symbol(SNode& node, std::size_t begin) {
+    while (!at_end() && symbol_char(text_[i_]))
+        ++i_;
+    std::string_view name = text_.substr(begin, i_ - begin);
+    if (name.size() > 16) {
+        node.symbol = symbols_.intern(name);
+        return;
+    }
+    std::uint64_t low = word_at(begin, std::min<std::size_t>(name.size(), 8));
+    std::uint64_t high = name.size() > 8 ? word_at(begin + 8, name.size() - 8) : 0;
+    std::uint64_t mixed = (low ^ (high * 0x9E3779B97F4A7C15ULL)) * 0xD6E8FEB86659FD93ULL;
+    Recent& slot = recent_[(mixed >> 56) ^ name.size()];
+    if (slot.size != name.size() || slot.word[0] != low || slot.word[1] != high ||
+        slot.symbol == NameTable::kNone)
+        slot = {{low, high}, static_cast<std::uint32_t>(name.size()), symbols_.intern(name)};
+    node.symbol = slot.symbol;
+}
+
+void SExprReader::quoted_symbol(SNode& node) {
+    node.kind = SNode::Kind::Symbol;
     std::size_t begin = ++i_;
     while (true) {
-        if (at_end()) throw InputError(pos, "quoted symbol is never closed");
+        if (at_end()) throw InputError(node.pos, "quoted symbol is never closed");
         auto c = static_cast<unsigned char>(text_[i_]);
         if (c == '|') break;
         if (c == '\\') throw InputError(here(), "'\\' is not allowed in a quoted symbol");
@@ -132,18 +158,15 @@ SNode SExprReader::quoted_symbol(SourcePos pos) {
         if (n == 0) throw InputError(here(), "quoted symbol is not valid UTF-8");
         i_ += n;
     }
-    SNode node;
-    node.kind = SNode::Kind::Symbol;
-    node.pos = pos;
     node.symbol = symbols_.intern(text_.substr(begin, i_ - begin));
     ++i_;
-    return node;
 }
 
-SNode SExprReader::string_literal(SourcePos pos) {
+void SExprReader::string_literal(SNode& node) {
+    node.kind = SNode::Kind::String;
     std::size_t begin = ++i_;
     while (true) {
-        if (at_end()) throw InputError(pos, "string literal is never closed");
+        if (at_end()) throw InputError(node.pos, "string literal is never closed");
         char c = text_[i_];
         if (c == '\n') newline_at(i_);
         ++i_;
@@ -151,52 +174,37 @@ SNode SExprReader::string_literal(SourcePos pos) {
         if (at_end() || text_[i_] != '"') break;
         ++i_;  // "" stands for one quote
     }
-    SNode node;
-    node.kind = SNode::Kind::String;
-    node.pos = pos;
-    node.text = text_.substr(begin, i_ - 1 - begin);
-    return node;
+    node.text_begin = static_cast<std::uint32_t>(begin);
+    node.text_size = static_cast<std::uint32_t>(i_ - 1 - begin);
 }
 
-SNode SExprReader::number(SourcePos pos) {
+void SExprReader::number(SNode& node) {
     std::size_t begin = i_;
-    while (!at_end() && digit(text_[i_]))
+    while (!at_end() && class_of(text_[i_]) == kDigit)
         ++i_;
-    SNode node;
     node.kind = SNode::Kind::Numeral;
     if (!at_end() && text_[i_] == '.') {
         node.kind = SNode::Kind::Decimal;
         ++i_;
         std::size_t fraction = i_;
-        while (!at_end() && digit(text_[i_]))
+        while (!at_end() && class_of(text_[i_]) == kDigit)
             ++i_;
         if (i_ == fraction) --i_;  // "1." is not a decimal: report it below
     }
     if (!at_end() && symbol_char(text_[i_])) {
         while (!at_end() && symbol_char(text_[i_]))
             ++i_;
-        throw InputError(pos, "malformed number " + quoted(text_.substr(begin, i_ - begin)));
+        throw InputError(node.pos, "malformed number " + quoted(text_.substr(begin, i_ - begin)));
     }
-    node.pos = pos;
-    node.text = text_.substr(begin, i_ - begin);
-    check_numeral_length(node.text, pos);
-    return node;
+    node.text_begin = static_cast<std::uint32_t>(begin);
+    node.text_size = static_cast<std::uint32_t>(i_ - begin);
+    if (node.text_size > kMaxNumeralDigits)
+        check_numeral_length(text_.substr(begin, i_ - begin), node.pos);
 }
 
-void SExprReader::skip_blank() {
-    while (!at_end()) {
-        char c = text_[i_];
-        if (c == ' ' || c == '\t' || c == '\r') {
-            ++i_;
-        } else if (c == '\n') {
-            newline_at(i_++);
-        } else if (c == ';') {
-            std::size_t end = text_.find('\n', i_);
-            i_ = end == std::string_view::npos ? text_.size() : end;
-        } else {
-            return;
-        }
-    }
+void SExprReader::skip_comment() {
+    std::size_t end = text_.find('\n', i_);
+    i_ = end == std::string_view::npos ? text_.size() : end;
 }
 
 }  // namespace vorn::cli

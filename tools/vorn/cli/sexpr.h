@@ -2,17 +2,16 @@
 
 // SMT-LIB 2 s-expressions: comments, |quoted symbols|, string literals with "" escapes,
 // keywords, numerals and decimals. The reader is iterative and refuses nesting deeper than
-// kMaxSmtDepth, so no input can exhaust the stack, and a tree is one flat array of plain nodes:
-// freeing it is one deallocation whatever its shape. Symbols and keywords are interned into the
-// caller's NameTable as they are read (|x| and x are the same symbol); every other node views
-// the text, which must outlive the trees.
+// kMaxSmtDepth, so no input can exhaust the stack, and a tree is one flat array of plain nodes in
+// prefix order: freeing it is one deallocation whatever its shape, and reading appends each node
+// once. Symbols and keywords are interned into the caller's NameTable as they are read (|x| and x
+// are the same symbol); every other node views the text, which must outlive the trees.
 //
 // Quoted symbols may hold any printable UTF-8 and white space, nothing else: a NUL or another
 // control byte, a backslash or a byte that is not UTF-8 is an error at that byte.
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,31 +20,50 @@
 
 namespace vorn::cli {
 
+// 32 bytes, written once as the text is read.
 struct SNode {
     enum class Kind : std::uint8_t { List, Symbol, Keyword, Numeral, Decimal, String };
     Kind kind = Kind::List;
     std::uint32_t symbol = 0;  // Symbol and Keyword (with its ':'): the interned name
-    std::uint32_t first = 0;   // List: where its children start in the tree
+    std::uint32_t end = 0;     // List: the node after its last descendant
     std::uint32_t size = 0;    // List: how many children
-    std::string_view text;     // Numeral and Decimal: the lexeme; String: between the quotes
+    // Numeral and Decimal: the lexeme; String: what is between the quotes (SExprTree::text).
+    std::uint32_t text_begin = 0;
+    std::uint32_t text_size = 0;
     SourcePos pos;
 
     bool is_list() const { return kind == Kind::List; }
     bool is_symbol(std::uint32_t s) const { return kind == Kind::Symbol && symbol == s; }
 };
 
-// One top-level expression. A list's children are contiguous.
+// One top-level expression, its nodes in prefix order: a list's first child follows it, and a
+// child's next sibling follows the child's last descendant.
+//
+//   for (Id c = tree.first(list); c != tree.end(list); c = tree.next(c)) ...
 class SExprTree {
   public:
-    const SNode& root() const { return root_; }
-    std::span<const SNode> children(const SNode& list) const {
-        return {nodes_.data() + list.first, list.size};
+    using Id = std::uint32_t;
+
+    const SNode& operator[](Id id) const { return nodes_[id]; }
+    std::string_view text(const SNode& node) const {
+        return source_.substr(node.text_begin, node.text_size);
+    }
+    Id root() const { return 0; }
+    Id first(Id list) const { return list + 1; }
+    Id end(Id list) const { return nodes_[list].end; }
+    Id next(Id node) const { return nodes_[node].is_list() ? nodes_[node].end : node + 1; }
+    // The k-th child (from 0) of a list with more than k children; walks k siblings.
+    Id child(Id list, std::uint32_t k) const {
+        Id c = first(list);
+        while (k-- > 0)
+            c = next(c);
+        return c;
     }
 
   private:
     friend class SExprReader;
     std::vector<SNode> nodes_;
-    SNode root_;
+    std::string_view source_;
 };
 
 class SExprReader {
@@ -57,40 +75,35 @@ class SExprReader {
     bool next(SExprTree& tree);
 
   private:
-    struct Open {
-        std::size_t pending_begin;  // its children so far are pending_[pending_begin...]
-        SourcePos pos;
-    };
-
-    void close_list(SExprTree& tree);
-    SNode atom();
-    SNode quoted_symbol(SourcePos pos);
-    SNode string_literal(SourcePos pos);
-    SNode number(SourcePos pos);
-    void skip_blank();
+    void atom(SNode& node);
+    void symbol(SNode& node, std::size_t begin);
+    std::uint64_t word_at(std::size_t at, std::size_t size) const;
+    void quoted_symbol(SNode& node);
+    void string_literal(SNode& node);
+    void number(SNode& node);
+    void skip_comment();
     void newline_at(std::size_t i) {
         ++line_;
         line_start_ = i + 1;
     }
     bool at_end() const { return i_ >= text_.size(); }
-    SourcePos here() const { return pos_at(i_); }
-    SourcePos pos_at(std::size_t i) const { return {line_, static_cast<int>(i - line_start_) + 1}; }
+    SourcePos here() const { return {line_, static_cast<int>(i_ - line_start_) + 1}; }
+
+    // Symbols of up to 16 bytes seen lately, by their bytes: keywords and operators repeat on
+    // every line and skip the hash table.
+    struct Recent {
+        std::uint64_t word[2] = {0, 0};
+        std::uint32_t size = 0;
+        std::uint32_t symbol = NameTable::kNone;
+    };
 
     std::string_view text_;
     NameTable& symbols_;
     std::size_t i_ = 0;
     int line_ = 1;
     std::size_t line_start_ = 0;
-    std::vector<SNode> pending_;  // finished nodes whose list is still open
-    std::vector<Open> open_;
-    // Operators are one character long and most of the symbols read: they skip the hash table.
-    std::array<std::uint32_t, 128> one_char_symbols_ = filled_with_none();
-
-    static constexpr std::array<std::uint32_t, 128> filled_with_none() {
-        std::array<std::uint32_t, 128> a{};
-        a.fill(NameTable::kNone);
-        return a;
-    }
+    std::vector<std::uint32_t> open_;  // the lists not closed yet, innermost last
+    std::array<Recent, 256> recent_{};
 };
 
 }  // namespace vorn::cli

@@ -32,13 +32,19 @@ class ScriptReader {
     }
 
   private:
+    using Id = SExprTree::Id;
+
+    const SNode& item(std::size_t k) const { return tree_[items_[k]]; }
+
     // False once (exit) has been read.
-    bool command(const SNode& cmd) {
-        std::span<const SNode> items =
-            cmd.is_list() ? tree_.children(cmd) : std::span<const SNode>{};
-        if (items.empty() || items[0].kind != SNode::Kind::Symbol)
+    bool command(Id id) {
+        const SNode& cmd = tree_[id];
+        if (!cmd.is_list() || cmd.size == 0 || tree_[tree_.first(id)].kind != SNode::Kind::Symbol)
             fail(cmd.pos, "expected a command in parentheses");
-        const SNode& head = items[0];
+        items_.clear();  // a command has at most 5 parts; more is an arity error
+        for (Id c = tree_.first(id); c != cmd.end && items_.size() < 6; c = tree_.next(c))
+            items_.push_back(c);
+        const SNode& head = item(0);
         switch (is_known(head.symbol) ? known(head.symbol) : Known::Count) {
             case Known::SetLogic:
             case Known::SetInfo:
@@ -51,23 +57,22 @@ class ScriptReader {
             case Known::Exit:
                 return false;
             case Known::DeclareFun:
-                expect_arity(cmd, items, 4);
-                if (!items[2].is_list() || items[2].size != 0)
-                    fail(items[2].pos,
-                         "only constants (functions without arguments) are supported");
-                declare(items[1], items[3]);
+                expect_arity(cmd, 4);
+                if (!item(2).is_list() || item(2).size != 0)
+                    fail(item(2).pos, "only constants (functions without arguments) are supported");
+                declare(item(1), item(3));
                 return true;
             case Known::DeclareConst:
-                expect_arity(cmd, items, 3);
-                declare(items[1], items[2]);
+                expect_arity(cmd, 3);
+                declare(item(1), item(2));
                 return true;
             case Known::DefineFun:
-                expect_arity(cmd, items, 5);
-                define(items);
+                expect_arity(cmd, 5);
+                define();
                 return true;
             case Known::Assert:
-                expect_arity(cmd, items, 2);
-                terms_.assert_formula(tree_, items[1]);
+                expect_arity(cmd, 2);
+                terms_.assert_formula(tree_, items_[1]);
                 return true;
             case Known::Push:
             case Known::Pop:
@@ -78,9 +83,9 @@ class ScriptReader {
         }
     }
 
-    void expect_arity(const SNode& cmd, std::span<const SNode> items, std::size_t n) {
-        if (items.size() != n)
-            fail(cmd.pos, quoted(symbols_.name(items[0].symbol)) + " takes " +
+    void expect_arity(const SNode& cmd, std::size_t n) {
+        if (cmd.size != n)
+            fail(cmd.pos, quoted(symbols_.name(item(0).symbol)) + " takes " +
                               std::to_string(n - 1) + " argument" + (n == 2 ? "" : "s"));
     }
 
@@ -95,17 +100,17 @@ class ScriptReader {
         terms_.declare_variable(name.symbol, var);
     }
 
-    void define(std::span<const SNode> items) {
-        const SNode& name = items[1];
+    void define() {
+        const SNode& name = item(1);
         fresh(name);
-        if (!items[2].is_list() || items[2].size != 0)
-            fail(items[2].pos, "only define-fun without parameters is supported");
-        const SNode& sort = items[3];
+        if (!item(2).is_list() || item(2).size != 0)
+            fail(item(2).pos, "only define-fun without parameters is supported");
+        const SNode& sort = item(3);
         bool formula = sort.is_symbol(symbol_of(Known::Bool));
         if (!formula && !sort.is_symbol(symbol_of(Known::Real)) &&
             !sort.is_symbol(symbol_of(Known::Int)))
             fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
-        terms_.define(name.symbol, tree_, items[4], formula);
+        terms_.define(name.symbol, tree_, items_[4], formula);
     }
 
     void fresh(const SNode& name) {
@@ -121,6 +126,7 @@ class ScriptReader {
     SExprReader reader_;
     TermEvaluator terms_;
     SExprTree tree_;
+    std::vector<Id> items_;  // the parts of the current command
 };
 
 }  // namespace

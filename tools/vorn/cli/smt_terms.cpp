@@ -62,15 +62,15 @@ void TermEvaluator::declare_variable(std::uint32_t symbol, int var) {
     state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
 }
 
-void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, const SNode& body,
-                           bool formula) {
+void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula) {
     evaluate(tree, body);
     Value& value = values_[0];
     if (value.is_formula != formula)
-        fail(body.pos,
+        fail(tree[body].pos,
              formula ? "expected a formula, found a term" : "expected a term, found a formula");
     Meaning meaning{Meaning::Formula, value.formula};
     if (!formula) {
+        (void)value.expr.entries();  // normalized once, as a let value
         meaning = {Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size())};
         defined_terms_.emplace_back().swap(value.expr);
     }
@@ -78,25 +78,26 @@ void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, const SN
     persistent_ = {formulas_.size(), children_.size(), atoms_.size()};
 }
 
-void TermEvaluator::assert_formula(const SExprTree& tree, const SNode& node) {
-    evaluate(tree, node);
-    if (!values_[0].is_formula) fail(node.pos, "expected a formula, found a term");
+void TermEvaluator::assert_formula(const SExprTree& tree, Id id) {
+    evaluate(tree, id);
+    if (!values_[0].is_formula) fail(tree[id].pos, "expected a formula, found a term");
     commit(values_[0].formula);
     forget_command_formulas();
 }
 
 // ---- the walk --------------------------------------------------------------------------------
 
-void TermEvaluator::evaluate(const SExprTree& tree, const SNode& node) {
+void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
+    tree_ = &tree;
     frames_.clear();  // an error may have left a walk behind
     unbind_to(0);
     let_terms_.clear();
     top_ = 0;
-    start(tree, node);
+    start(id);
     while (!frames_.empty()) {
         Frame& f = frames_.back();
-        if (const SNode* child = next_child(tree, f)) {
-            start(tree, *child);
+        if (Id child = next_child(f); child != 0) {
+            start(child);
             continue;
         }
         finish(f);
@@ -105,29 +106,31 @@ void TermEvaluator::evaluate(const SExprTree& tree, const SNode& node) {
 }
 
 // A leaf becomes a value at once; a list gets a frame whose arguments the walk visits next.
-void TermEvaluator::start(const SExprTree& tree, const SNode& node) {
-    switch (node.kind) {
+void TermEvaluator::start(Id id) {
+    const SNode& n = node(id);
+    switch (n.kind) {
         case SNode::Kind::Numeral:
         case SNode::Kind::Decimal:
-            push_value().expr.set_constant(parse_number(node.text, node.pos));
+            push_value().expr.set_constant(parse_number(tree_->text(n), n.pos));
             return;
         case SNode::Kind::Symbol:
-            return push_symbol(node);
+            return push_symbol(n);
         case SNode::Kind::String:
-            fail(node.pos, "expected a term, found a string literal");
+            fail(n.pos, "expected a term, found a string literal");
         case SNode::Kind::Keyword:
-            fail(node.pos,
-                 "expected a term, found the keyword " + quoted(symbols_.name(node.symbol)));
+            fail(n.pos, "expected a term, found the keyword " + quoted(symbols_.name(n.symbol)));
         case SNode::Kind::List:
-            return start_list(tree, node);
+            return start_list(id);
     }
 }
 
-void TermEvaluator::start_list(const SExprTree& tree, const SNode& node) {
-    std::span<const SNode> items = tree.children(node);
-    if (items.empty()) fail(node.pos, "expected a term, found '()'");
-    const SNode& head = items[0];
-    std::span<const SNode> args = items.subspan(1);
+void TermEvaluator::start_list(Id id) {
+    const SExprTree& tree = *tree_;
+    const SNode& list = tree[id];
+    if (list.size == 0) fail(list.pos, "expected a term, found '()'");
+    const SNode& head = tree[tree.first(id)];
+    Id args = tree.next(tree.first(id));
+    std::size_t count = list.size - 1;
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
     if (!is_known(head.symbol)) {
         if (meaning(head.symbol).kind != Meaning::None)
@@ -138,8 +141,8 @@ void TermEvaluator::start_list(const SExprTree& tree, const SNode& node) {
     Known k = known(head.symbol);
     if (const char* why = refusal(k)) fail(head.pos, quoted(name(head.symbol)) + " " + why);
     auto at_least = [&](std::size_t n) {
-        if (args.size() < n)
-            fail(node.pos, quoted(name(head.symbol)) + " needs at least " + std::to_string(n) +
+        if (count < n)
+            fail(list.pos, quoted(name(head.symbol)) + " needs at least " + std::to_string(n) +
                                " argument" + (n == 1 ? "" : "s"));
     };
     switch (k) {
@@ -147,13 +150,13 @@ void TermEvaluator::start_list(const SExprTree& tree, const SNode& node) {
         case Known::Times:
         case Known::Divide:
             at_least(2);
-            return push_frame(node, args, Op::Arith, k);
+            return push_frame(id, args, list.end, Op::Arith, k);
         case Known::Minus:
             at_least(1);
-            return push_frame(node, args, Op::Arith, k);
+            return push_frame(id, args, list.end, Op::Arith, k);
         case Known::ToReal:
-            if (args.size() != 1) fail(node.pos, "'to_real' takes 1 argument");
-            return push_frame(node, args, Op::Arith, k);
+            if (count != 1) fail(list.pos, "'to_real' takes 1 argument");
+            return push_frame(id, args, list.end, Op::Arith, k);
         case Known::Eq:
         case Known::Le:
         case Known::Lt:
@@ -161,22 +164,21 @@ void TermEvaluator::start_list(const SExprTree& tree, const SNode& node) {
         case Known::Gt:
         case Known::Distinct:
             at_least(2);
-            return push_frame(node, args, Op::Relation, k);
+            return push_frame(id, args, list.end, Op::Relation, k);
         case Known::And:
-            return push_frame(node, args, Op::And, k);
+            return push_frame(id, args, list.end, Op::And, k);
         case Known::Bang:
             at_least(1);
-            return push_frame(node, args.first(1), Op::Annotation, k);
+            return push_frame(id, args, tree.next(args), Op::Annotation, k);
         case Known::Let: {
-            if (args.size() != 2 || !args[0].is_list() || args[0].size == 0)
-                fail(node.pos, "malformed let: expected (let ((name term) ...) body)");
-            std::span<const SNode> bindings = tree.children(args[0]);
-            for (const SNode& b : bindings) {
-                std::span<const SNode> pair = b.is_list() ? tree.children(b) : bindings.first(0);
-                if (pair.size() != 2 || pair[0].kind != SNode::Kind::Symbol)
-                    fail(b.pos, "malformed let binding: expected (name term)");
-            }
-            return push_frame(node, bindings, Op::Let, k);
+            const SNode& bindings = tree[args];
+            if (count != 2 || !bindings.is_list() || bindings.size == 0)
+                fail(list.pos, "malformed let: expected (let ((name term) ...) body)");
+            for (Id b = tree.first(args); b != bindings.end; b = tree.next(b))
+                if (!tree[b].is_list() || tree[b].size != 2 ||
+                    tree[tree.first(b)].kind != SNode::Kind::Symbol)
+                    fail(tree[b].pos, "malformed let binding: expected (name term)");
+            return push_frame(id, tree.first(args), bindings.end, Op::Let, k);
         }
         default:
             fail(head.pos, (k == Known::True || k == Known::False)
@@ -185,22 +187,36 @@ void TermEvaluator::start_list(const SExprTree& tree, const SNode& node) {
     }
 }
 
-void TermEvaluator::push_frame(const SNode& node, std::span<const SNode> args, Op op, Known head) {
-    frames_.push_back(Frame{&node, args, op, head, static_cast<std::uint32_t>(top_)});
+void TermEvaluator::push_frame(Id id, Id args, Id end, Op op, Known head) {
+    frames_.push_back(
+        Frame{id, args, args, end, op, head, false, static_cast<std::uint32_t>(top_)});
 }
 
-// The next node to evaluate for `f`, or null when its values are complete. A let evaluates the
-// term of every binding, then brings the names into scope and evaluates its body.
-const SNode* TermEvaluator::next_child(const SExprTree& tree, Frame& f) {
-    if (f.op != Op::Let) return f.next < f.args.size() ? &f.args[f.next++] : nullptr;
-    if (f.next < f.args.size()) return &tree.children(f.args[f.next++])[1];
-    if (f.bound) return nullptr;
+// A let evaluates the term of every binding, then brings the names into scope and evaluates its
+// body.
+TermEvaluator::Id TermEvaluator::next_child(Frame& f) {
+    const SExprTree& tree = *tree_;
+    if (f.next != f.end) {
+        Id current = f.next;
+        f.next = tree.next(current);
+        return f.op == Op::Let ? tree.next(tree.first(current)) : current;
+    }
+    if (f.op != Op::Let || f.bound) return 0;
     f.bound = true;
     f.scope = static_cast<std::uint32_t>(bindings_.size());
     f.let_terms = static_cast<std::uint32_t>(let_terms_.size());
-    for (std::size_t i = 0; i < f.args.size(); ++i)
-        bind(tree.children(f.args[i])[0], values_[f.base + i], f.scope);
-    return &tree.children(*f.node)[2];
+    std::size_t i = 0;
+    for (Id b = f.args; b != f.end; b = tree.next(b))
+        bind(tree[tree.first(b)], values_[f.base + i++], f.scope);
+    Id bindings = tree.next(tree.first(f.node));
+    return tree.next(bindings);
+}
+
+SourcePos TermEvaluator::arg_pos(const Frame& f, std::size_t i) const {
+    Id a = f.args;
+    while (i-- > 0)
+        a = tree_->next(a);
+    return node(a).pos;
 }
 
 void TermEvaluator::finish(Frame& f) {
@@ -243,12 +259,12 @@ void TermEvaluator::finish_arith(const Frame& f) {
             std::size_t linear = n;  // the one argument with variables, if any
             for (std::size_t i = 0; i < n; ++i) {
                 if (!arg(i).is_constant()) {
-                    if (linear != n) fail(f.args[i].pos, "non-linear product");
+                    if (linear != n) fail(arg_pos(f, i), "non-linear product");
                     linear = i;
                     continue;
                 }
                 factor *= arg(i).constant_value();
-                check_number_size(factor, f.args[i].pos);
+                check_number_size(factor, arg_pos(f, i));
             }
             if (linear == n) {
                 result.expr.set_constant(factor);
@@ -261,10 +277,10 @@ void TermEvaluator::finish_arith(const Frame& f) {
         case Known::Divide: {
             QNumber divisor(1);
             for (std::size_t i = 1; i < n; ++i) {
-                if (!arg(i).is_constant()) fail(f.args[i].pos, "division by a non-constant term");
-                if (arg(i).constant_value().is_zero()) fail(f.args[i].pos, "division by zero");
+                if (!arg(i).is_constant()) fail(arg_pos(f, i), "division by a non-constant term");
+                if (arg(i).constant_value().is_zero()) fail(arg_pos(f, i), "division by zero");
                 divisor *= arg(i).constant_value();
-                check_number_size(divisor, f.args[i].pos);
+                check_number_size(divisor, arg_pos(f, i));
             }
             result.expr.scale(QNumber(1) / divisor);
             break;
@@ -272,8 +288,9 @@ void TermEvaluator::finish_arith(const Frame& f) {
         default:  // to_real
             break;
     }
-    for (const auto& e : result.expr.entries())
-        check_number_size(e.coeff, f.node->pos);
+    if (result.expr.has_big_coefficient())
+        for (const auto& e : result.expr.entries())
+            check_number_size(e.coeff, node(f.node).pos);
 }
 
 // A chain (op a b c) asserts (op a b) and (op b c); distinct stays one atom over all its terms.
@@ -286,14 +303,22 @@ void TermEvaluator::finish_relation(const Frame& f) {
         std::uint32_t first = problem_.term_count();
         for (std::size_t i = 0; i < n; ++i)
             problem_.add_term(values_[f.base + i].expr);
-        result.formula = new_atom(relation, first, static_cast<std::uint32_t>(n), f.node->pos);
+        result.formula = new_atom(relation, first, static_cast<std::uint32_t>(n), node(f.node).pos);
     } else {
         scratch_ids_.clear();
+        if (n == 2) {  // the common atom: lhs − rhs in place
+            result.expr.add(values_[f.base + 1].expr, QNumber(-1));
+            result.formula =
+                new_atom(relation, problem_.add_term(result.expr), 1, node(f.node).pos);
+            result.is_formula = true;
+            return;
+        }
         for (std::size_t i = 0; i + 1 < n; ++i) {
             scratch_.clear();
             scratch_.add(values_[f.base + i].expr, QNumber(1));
             scratch_.add(values_[f.base + i + 1].expr, QNumber(-1));
-            scratch_ids_.push_back(new_atom(relation, problem_.add_term(scratch_), 1, f.node->pos));
+            scratch_ids_.push_back(
+                new_atom(relation, problem_.add_term(scratch_), 1, node(f.node).pos));
         }
         result.formula = scratch_ids_.size() == 1 ? scratch_ids_[0] : new_and(scratch_ids_);
     }
@@ -322,7 +347,7 @@ void TermEvaluator::finish_let(const Frame& f) {
 void TermEvaluator::expect_kind(const Frame& f, bool formula) const {
     for (std::size_t i = f.base; i < top_; ++i)
         if (values_[i].is_formula != formula)
-            fail(f.args[i - f.base].pos,
+            fail(arg_pos(f, i - f.base),
                  formula ? "expected a formula, found a term" : "expected a term, found a formula");
 }
 
@@ -378,6 +403,8 @@ void TermEvaluator::bind(const SNode& name, Value& value, std::size_t scope_begi
         fail(name.pos, quoted(symbols_.name(name.symbol)) + " is bound twice in one let");
     Meaning m{Meaning::Formula, value.formula};
     if (!value.is_formula) {
+        // Normalized once here, or every use would copy the unmerged sum and double it.
+        (void)value.expr.entries();
         m = {Meaning::LetTerm, static_cast<std::uint32_t>(let_terms_.size())};
         let_terms_.emplace_back().swap(value.expr);
     }

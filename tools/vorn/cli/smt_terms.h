@@ -17,6 +17,7 @@
 // (annotations are ignored), and, true, false, = <= < >= > (chained), distinct.
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "cli/linear_expr.h"
@@ -39,12 +40,13 @@ class TermEvaluator {
     void declare_variable(std::uint32_t symbol, int var);
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool) and a term
     // otherwise, and gives `symbol` its value.
-    void define(std::uint32_t symbol, const SExprTree& tree, const SNode& body, bool formula);
+    void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula);
     // Evaluates an asserted formula and adds the atoms it reaches that are not in the problem yet.
-    void assert_formula(const SExprTree& tree, const SNode& node);
+    void assert_formula(const SExprTree& tree, SExprTree::Id node);
 
   private:
     using FormulaId = std::uint32_t;
+    using Id = SExprTree::Id;
 
     struct Meaning {
         enum Kind : std::uint8_t { None, Variable, LetTerm, DefinedTerm, Formula };
@@ -67,13 +69,14 @@ class TermEvaluator {
     };
     enum class Op : std::uint8_t { Arith, Relation, And, Let, Annotation };
     struct Frame {
-        const SNode* node;
-        std::span<const SNode> args;  // the children after the head
+        Id node;
+        Id args;  // the first argument after the head (Let: the first binding)
+        Id next;  // the next argument (Let: binding) to evaluate
+        Id end;   // where the arguments (Let: bindings) end
         Op op;
         Known head;
-        std::uint32_t base;       // the frame's first value slot
-        std::uint32_t next = 0;   // the next argument (Let: binding) to evaluate
         bool bound = false;       // Let: the bindings are in scope, the body is evaluated
+        std::uint32_t base;       // the frame's first value slot
         std::uint32_t scope = 0;  // Let: bindings_ and let_terms_ sizes before it bound
         std::uint32_t let_terms = 0;
     };
@@ -89,11 +92,13 @@ class TermEvaluator {
     };
 
     // Leaves the value of `node` in the slot values_[0].
-    void evaluate(const SExprTree& tree, const SNode& node);
-    void start(const SExprTree& tree, const SNode& node);
-    void start_list(const SExprTree& tree, const SNode& node);
-    void push_frame(const SNode& node, std::span<const SNode> args, Op op, Known head);
-    const SNode* next_child(const SExprTree& tree, Frame& f);
+    void evaluate(const SExprTree& tree, Id node);
+    void start(Id node);
+    void start_list(Id node);
+    void push_frame(Id node, Id args, Id end, Op op, Known head);
+    // The next node to evaluate for `f`, or 0 (the root, never an argument) when none is left.
+    Id next_child(Frame& f);
+    SourcePos arg_pos(const Frame& f, std::size_t i) const;
     void finish(Frame& f);
     void finish_arith(const Frame& f);
     void finish_relation(const Frame& f);
@@ -104,6 +109,7 @@ class TermEvaluator {
     Value& push_value();
     void expect_kind(const Frame& f, bool formula) const;
     void bind(const SNode& name, Value& value, std::size_t scope_begin);
+    const SNode& node(Id id) const { return (*tree_)[id]; }
     void unbind_to(std::size_t size);
     Meaning meaning(std::uint32_t symbol) const;
     SymbolState& state(std::uint32_t symbol);
@@ -117,6 +123,7 @@ class TermEvaluator {
 
     Problem& problem_;
     const NameTable& symbols_;
+    const SExprTree* tree_ = nullptr;  // the tree being evaluated
     std::vector<SymbolState> states_;  // by symbol
     std::vector<Binding> bindings_;
     std::vector<LinearExpr> let_terms_;      // values of numeric let bindings

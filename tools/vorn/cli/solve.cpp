@@ -105,7 +105,7 @@ bool kept_system_is_consistent(la::Tableau& t, int last_var) {
 
 }  // namespace
 
-SolveResult solve(const Problem& problem, const SolveOptions& options) {
+SolveResult solve(Problem& problem, const SolveOptions& options) {
     check_accepted(problem);
     const int n = problem.variables.size();
     la::VarSet vars = chosen_variables(problem, options);
@@ -113,6 +113,7 @@ SolveResult solve(const Problem& problem, const SolveOptions& options) {
     auto start = Clock::now();
     la::Tableau t(0);
     enter_equations(problem, t);
+    problem.release_atoms();
     result.times.tableau_ms = ms_since(start);
 
     start = Clock::now();

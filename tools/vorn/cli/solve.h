@@ -49,7 +49,8 @@ class UsageError : public std::invalid_argument {
 
 // Throws InputError, before any work, for an atom that is not an equality or that mentions an
 // Int variable (at that variable's declaration), and UsageError for an unknown name in
-// options.eliminate.
-SolveResult solve(const Problem& problem, const SolveOptions& options);
+// options.eliminate. Consumes the problem's atoms: they are released once they are rows, so that
+// the elimination reuses their memory; the variables stay, for printing.
+SolveResult solve(Problem& problem, const SolveOptions& options);
 
 }  // namespace vorn::cli

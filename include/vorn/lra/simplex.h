@@ -1,0 +1,249 @@
+#pragma once
+
+// Simplex: an exact, incremental decision procedure for conjunctions of linear constraints over
+// the rationals, built on la::Tableau.
+//
+// Variables are numbered densely from 1. A structural variable comes from new_variable(); a
+// slack variable s stands for a linear term over structural variables and has the row
+// s = term in the tableau (rows carry no constants: every constant lives in a bound). Terms
+// equal up to a non-zero factor share one slack (TermTable). Constraints are bounds on
+// variables, each with a caller-chosen Reason; an equality is two bounds with one reason.
+//
+// Assignment. Every variable that is not eliminated has a value (a DeltaRational). Invariants,
+// between public calls after the first check():
+//   "rows hold": the value of each basic variable is its row evaluated at the other values;
+//   "non-basic in bounds": every non-basic variable (in a column or in no row) lies within
+//     its bounds;
+//   "violations queued": every basic variable outside its bounds is in `violated_`.
+// check() repairs violated basic variables by pivoting (always through Tableau::pivot) until
+// none is left (sat) or a row shows that none can be repaired (unsat, with that row's bounds as
+// the explanation). Pivot choice: the smallest violated basic variable leaves; it enters the
+// suitable non-basic variable of its row with the fewest column entries, until some variable
+// has left the basis `bland_after` times in one check; from then on both choices follow one
+// fixed order of the variables (Bland's rule), which guarantees termination. The order is fixed
+// at the switch, sparsest columns first, because Bland's rule by variable number fills rows in
+// so fast that a large problem never finishes.
+//
+// Elimination. The first check() eliminates (la::eliminate_greedy) every structural variable
+// without bounds that occurs only in rows whose slack is fixed (equalities). An eliminated
+// variable's kept equation defines it; a new term restores what it mentions (Tableau::
+// add_equation), and a bound asserted on it restores it first (Tableau::uneliminate).
+//
+// Costs: a value update walks the changed non-basic variable's column, finding each row's
+// coefficient by binary search; a pivot adds the tableau's own pivot; asserting a bound is
+// O(1) plus, for a non-basic variable moved into its new bound, one value update.
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "vorn/la/equation.h"
+#include "vorn/la/tableau.h"
+#include "vorn/lra/bound_trail.h"
+#include "vorn/lra/delta_rational.h"
+#include "vorn/lra/term_table.h"
+
+namespace vorn::lra {
+
+enum class Result { Sat, Unsat, Unknown };
+enum class Relation { Le, Lt, Ge, Gt, Eq };
+
+// term = scale · var.
+struct TermVar {
+    int var;
+    QNumber scale;
+};
+
+// One bound of a conflict, read as its caller asserted it: the atom "term ≤ c" (or "<") when
+// `upper`, "term ≥ c" (or ">") otherwise, where term and c are the caller's (for assert_lower/
+// assert_upper: the variable and the value). The certificate: Σ multiplier·(c − term) over the
+// upper entries plus Σ multiplier·(term − c) over the lower ones is a constant K (every
+// structural variable cancels), and either K < 0, or K = 0 and some entry's atom is strict.
+struct Explanation {
+    Reason reason;
+    bool upper;
+    QNumber multiplier;  // > 0
+};
+
+struct SimplexStats {
+    std::uint64_t checks = 0;
+    std::uint64_t pivots = 0;
+    std::uint64_t bland_switches = 0;  // checks that switched to Bland's rule
+    std::uint64_t conflicts = 0;       // from check() and from assert_* alike
+    std::uint64_t eliminated = 0;
+    std::uint64_t restored = 0;
+    double check_seconds = 0;
+};
+
+struct SimplexOptions {
+    // Bland's rule from the moment one variable has left the basis this often in one check.
+    unsigned bland_after = 16;
+    // check() gives up with Unknown after this many pivots in one call (0: never).
+    std::uint64_t pivot_limit = 0;
+    // Eliminate variables of equalities at the first check.
+    bool eliminate = true;
+};
+
+class Simplex {
+  public:
+    explicit Simplex(SimplexOptions options = {});
+    Simplex(const Simplex&) = delete;
+    Simplex& operator=(const Simplex&) = delete;
+
+    // --- Variables and terms ---
+
+    // A new structural variable, unbounded, valued 0. O(1) amortized.
+    int new_variable();
+    // Capacity for variables 1..n and for `bounds` asserted bounds, so that creating them
+    // reallocates nothing (a reallocation copies every bound).
+    void reserve(int n, std::size_t bounds = 0);
+    // The variable of a linear term over structural variables (entries in any order, repeats
+    // summed; at least one non-zero coefficient; no constant entry): a term of one variable is
+    // that variable; otherwise the slack of its normal form (TermTable), created with its row
+    // the first time. Cost: linear in the term plus a hash lookup; a new row after the first
+    // check is substituted into solved form and restores the eliminated variables it mentions.
+    TermVar term_variable(const TermEntries& entries);
+    int num_variables() const { return static_cast<int>(values_.size()) - 1; }
+    bool is_slack(int var) const { return term_of_[var] >= 0; }
+    // The normal form a slack stands for.
+    std::span<const la::Equation::VarCoeff> slack_term(int var) const {
+        return terms_.term(term_of_[var]);
+    }
+
+    // --- Bounds ---
+
+    // Asserts var ≥ value (var > value when strict). Any variable at any time (an eliminated
+    // one is restored first). A bound no tighter than the current one changes nothing. Returns
+    // false on a conflict with the current upper bound: conflict() explains it, the bound is
+    // not recorded, and until the current push level is popped check() answers Unsat and
+    // further assertions are ignored (returning false).
+    bool assert_lower(int var, const QNumber& value, bool strict, Reason reason);
+    bool assert_upper(int var, const QNumber& value, bool strict, Reason reason);
+    // Asserts  term ⋈ constant  for term = t.scale · t.var: divides by the scale, flipping the
+    // relation when it is negative, and records the caller's atom so that explanations read in
+    // its terms. Eq asserts both bounds with the one reason.
+    bool assert_term(const TermVar& t, Relation relation, const QNumber& constant, Reason reason);
+
+    // Pushes a level: pop() removes every bound asserted after it. Rows, terms, the basis and
+    // the assignment stay (popping only loosens bounds, so they stay valid).
+    void push();
+    // Pops n levels (all of them when n exceeds the level).
+    void pop(std::size_t n = 1);
+    std::size_t level() const { return bounds_.level(); }
+
+    // --- Deciding ---
+
+    // Sat or Unsat (Unknown only when the pivot limit is reached). Reuses the basis and the
+    // assignment of the previous call.
+    Result check();
+    // After Unsat (or a false assert): the bounds of the conflict, with Farkas multipliers.
+    const std::vector<Explanation>& conflict() const { return conflict_; }
+    // After Sat: an exact model value for any variable (structural, slack or eliminated), with δ
+    // replaced by a positive rational small enough that every strict bound holds. The first
+    // call after a check is linear in the number of variables and eliminations; later ones O(1).
+    const QNumber& value(int var) const;
+    // After Sat: the assignment itself, δ kept symbolic (not for eliminated variables).
+    const DeltaRational& delta_value(int var) const { return values_[var]; }
+
+    const SimplexStats& stats() const { return stats_; }
+    const la::Tableau& tableau() const { return tableau_; }
+
+    // --- Checkers (run by check() in debug builds; tests call them too) ---
+
+    // The last conflict's certificate combines to a contradiction, slacks expanded into their
+    // terms.
+    bool conflict_is_valid() const;
+    // After Sat: every current bound holds in the model, exactly, and every slack equals its
+    // term.
+    bool model_is_valid() const;
+
+  private:
+    // A bound of the current conflict as the simplex sees it, for the checker.
+    struct ConflictBound {
+        int var;
+        bool upper;
+        DeltaRational value;
+        QNumber multiplier;
+    };
+    struct CallerAtom {
+        Reason reason;
+        bool upper;
+        const QNumber& scale;
+    };
+
+    // simplex.cpp
+    int add_variable();
+    // Values and queue entries for the variables in `restored_`, now basic again.
+    void absorb_restored();
+    bool in_conflict() const { return conflict_level_ != kNoConflict; }
+
+    // simplex_bounds.cpp
+    bool assert_bound(int var, bool upper, const DeltaRational& bound, const CallerAtom& atom);
+    void restore_eliminated(int var);
+    void set_conflict_from_bounds(int var, bool upper, const DeltaRational& bound,
+                                  const CallerAtom& atom);
+
+    // simplex_values.cpp
+    bool is_violated(int var) const;
+    void queue_if_violated(int var);
+    void compute_row_value(int basic);
+    void update_non_basic(int var, const DeltaRational& target);
+    void initialize();
+    void eliminate_equality_variables();
+
+    // simplex_check.cpp
+    Result search();
+    int next_violated();
+    bool before(int a, int b) const { return priority_[a] < priority_[b]; }
+    void rank_for_bland();
+    void reset_priorities();
+    int choose_entering(int basic, bool increase) const;
+    bool can_move(int var, bool up) const;
+    void pivot_and_update(int leaving, int entering, const DeltaRational& target);
+    void note_leaving(int var);
+    void explain_row(int basic, bool increase);
+    void add_to_conflict(const BoundRecord& bound, const QNumber& multiplier);
+
+    // simplex_model.cpp
+    void compute_model() const;
+    QNumber model_delta() const;
+
+    static constexpr std::size_t kNoConflict = static_cast<std::size_t>(-1);
+
+    SimplexOptions options_;
+    la::Tableau tableau_{0};
+    TermTable terms_;
+    BoundTrail bounds_;
+    std::vector<int> term_of_;   // per variable: its TermTable index, −1 for structurals
+    std::vector<int> slack_of_;  // per TermTable index: its slack variable
+    std::vector<DeltaRational> values_;
+    bool initialized_ = false;
+
+    // Violated basic variables, a min-heap by priority; `queued_` marks its members.
+    std::vector<int> violated_;
+    std::vector<unsigned char> queued_;
+    // The order of both pivot choices under Bland's rule, and of the leaving choice always: the
+    // variable number until a switch, then a ranking fixed at the switch (see rank_for_bland).
+    std::vector<std::uint32_t> priority_;
+    bool ranked_ = false;
+    // Times each variable left the basis in the current check, and which were counted.
+    std::vector<unsigned> leaves_;
+    std::vector<int> left_;
+    bool bland_ = false;
+
+    std::vector<Explanation> conflict_;
+    std::vector<ConflictBound> conflict_bounds_;
+    std::size_t conflict_level_ = kNoConflict;
+
+    mutable std::vector<QNumber> model_;
+    mutable bool model_ready_ = false;
+    bool sat_ = false;
+
+    SimplexStats stats_;
+    // Scratch values reused by every update.
+    DeltaRational step_;
+    std::vector<int> restored_;
+};
+
+}  // namespace vorn::lra
