@@ -107,7 +107,7 @@ TEST(CliHostile, EveryBadInputIsOnePositionedLine) {
         {"a.smt2", squaring_lets(20), "solve",
          "17:19: number larger than the limit of 100000 bits"},
         {"a.txt", "x = 1\n", "solve",
-         "1:1: unknown input format: expected a .lin or .smt2 file, or --format-in"},
+         "1:1: unknown input format: expected a .lin, .smt2, .mps or .lp file, or --format-in"},
     };
     for (const Case& c : cases) {
         std::string path = temp_file(c.file, c.bytes);
