@@ -1,10 +1,20 @@
+// Branch and bound: the depth-first search over splits, the gcd test at the root, and the proof
+// tree both leave behind.
+
 #include "vorn/lra/branch_and_bound.h"
+
+#include <algorithm>
+#include <cassert>
+#include <chrono>
+#include <limits>
+
+#include "integer_math.h"
 
 namespace vorn::lra {
 
-// Placeholder until branching lands: the relaxation decides Unsat, an integral model is Sat,
-// anything else is Unknown.
 void BranchAndBound::set_integer(int var) {
+    assert(var >= 1 && var <= simplex_.num_variables() && !simplex_.is_slack(var) &&
+           "set_integer: not a structural variable");
     if (static_cast<std::size_t>(var) >= integer_.size()) integer_.resize(var + 1, 0);
     integer_[var] = 1;
 }
@@ -14,20 +24,133 @@ bool BranchAndBound::is_integer(int var) const {
 }
 
 Result BranchAndBound::check() {
+    auto start = std::chrono::steady_clock::now();
     proof_.clear();
+    path_.clear();
+    std::size_t base = simplex_.level();
+    Result result = search();
+    if (simplex_.level() > base) simplex_.pop(simplex_.level() - base);
+    if (result == Result::Sat) {
+        // Popping only loosens bounds, so the integral assignment still satisfies them; this
+        // check pivots nothing and makes the model readable at the caller's level.
+        [[maybe_unused]] Result again = simplex_.check();
+        assert(again == Result::Sat && integral_model_is_valid() && "invalid integral model");
+    }
+    stats_.seconds +=
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+Result BranchAndBound::search() {
+    std::uint64_t budget =
+        options_.node_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : options_.node_limit;
+    proof_.emplace_back();
+    std::size_t node = 0;
+    for (std::uint64_t visited = 0;; ++visited) {
+        if (visited == budget) return Result::Unknown;
+        Outcome outcome = visit(node);
+        if (outcome == Outcome::Sat) return Result::Sat;
+        if (outcome == Outcome::Unknown) return Result::Unknown;
+        if (outcome == Outcome::Split)
+            path_.push_back({node, false});
+        else if (!backtrack())
+            return Result::Unsat;
+        node = descend();
+    }
+}
+
+BranchAndBound::Outcome BranchAndBound::visit(std::size_t node) {
     ++stats_.nodes;
     Result result = simplex_.check();
+    if (result == Result::Unknown) return Outcome::Unknown;
     if (result == Result::Unsat) {
-        ProofNode leaf;
-        leaf.farkas = simplex_.conflict();
-        proof_.push_back(std::move(leaf));
-        return result;
+        proof_[node].kind = ProofNode::Kind::Farkas;
+        proof_[node].farkas = simplex_.conflict();
+        return Outcome::Unsat;
     }
-    if (result != Result::Sat) return result;
+    if (node == 0) {
+        restore_integer_variables();
+        if (gcd_refutes(node)) return Outcome::Unsat;
+    }
+    int var = fractional_variable();
+    if (var == 0) return Outcome::Sat;
+    ProofNode& split = proof_[node];
+    split.kind = ProofNode::Kind::Split;
+    split.var = var;
+    split.below = floor_of(simplex_.delta_value(var));
+    return Outcome::Split;
+}
+
+void BranchAndBound::restore_integer_variables() {
     for (std::size_t var = 1; var < integer_.size(); ++var)
-        if (integer_[var] != 0 && !simplex_.value(static_cast<int>(var)).is_integer())
-            return Result::Unknown;
-    return Result::Sat;
+        if (integer_[var] != 0) simplex_.restore(static_cast<int>(var));
+}
+
+bool BranchAndBound::gcd_refutes(std::size_t node) {
+    // A fixed variable's two bounds are both non-strict (a strict lower bound is c + δ, a
+    // strict upper one c − δ); one reason for both makes them one equality of the caller.
+    const BoundTrail& bounds = simplex_.bounds();
+    for (int var = 1; var <= simplex_.num_variables(); ++var) {
+        if (!bounds.is_fixed(var) || bounds.lower(var).reason != bounds.upper(var).reason) continue;
+        la::Equation::VarCoeff itself{var, QNumber(1)};
+        auto term = simplex_.is_slack(var) ? simplex_.slack_term(var)
+                                           : std::span<const la::Equation::VarCoeff>(&itself, 1);
+        if (!std::all_of(term.begin(), term.end(),
+                         [&](const auto& e) { return is_integer(e.var); }))
+            continue;
+        auto gcd = gcd_conflict(term, bounds.lower_value(var).real());
+        if (!gcd) continue;
+        proof_[node].kind = ProofNode::Kind::Gcd;
+        proof_[node].reason = bounds.lower(var).reason;
+        proof_[node].gcd = *gcd;
+        ++stats_.gcd_conflicts;
+        return true;
+    }
+    return false;
+}
+
+int BranchAndBound::fractional_variable() const {
+    for (std::size_t var = 1; var < integer_.size(); ++var) {
+        if (integer_[var] == 0) continue;
+        assert(!simplex_.is_eliminated(static_cast<int>(var)) && "integer variable eliminated");
+        if (!is_integral(simplex_.delta_value(static_cast<int>(var)))) return static_cast<int>(var);
+    }
+    return 0;
+}
+
+std::size_t BranchAndBound::descend() {
+    Frame frame = path_.back();
+    std::size_t child = proof_.size();
+    proof_.emplace_back();
+    ProofNode& split = proof_[frame.node];
+    (frame.in_high ? split.high : split.low) = child;
+    // The bound at depth d (d splits above it) carries −(d + 1).
+    auto reason = -static_cast<Reason>(path_.size());
+    stats_.max_depth = std::max<std::uint64_t>(stats_.max_depth, path_.size());
+    simplex_.push();
+    if (frame.in_high)
+        simplex_.assert_lower(split.var, split.below + QNumber(1), false, reason);
+    else
+        simplex_.assert_upper(split.var, split.below, false, reason);
+    return child;
+}
+
+bool BranchAndBound::backtrack() {
+    while (!path_.empty()) {
+        simplex_.pop();
+        if (!path_.back().in_high) {
+            path_.back().in_high = true;
+            return true;
+        }
+        path_.pop_back();
+    }
+    return false;
+}
+
+bool BranchAndBound::integral_model_is_valid() const {
+    for (std::size_t var = 1; var < integer_.size(); ++var)
+        if (integer_[var] != 0 && !simplex_.value(static_cast<int>(var)).is_integer()) return false;
+    return simplex_.model_is_valid();
 }
 
 }  // namespace vorn::lra

@@ -58,9 +58,7 @@ bool Simplex::assert_bound(int var, bool upper, const DeltaRational& bound,
     assert(var >= 1 && var <= num_variables() && "assert: unknown variable");
     if (in_conflict()) return false;
     sat_ = false;
-    if (initialized_ && !tableau_.elim_index().empty() &&
-        tableau_.elim_index().find(var) != nullptr)
-        restore_eliminated(var);
+    if (is_eliminated(var)) restore_eliminated(var);
     if (upper ? bounds_.has_upper(var) && bounds_.upper_value(var) <= bound
               : bounds_.has_lower(var) && bounds_.lower_value(var) >= bound)
         return true;  // no tighter than the current bound
@@ -80,6 +78,12 @@ bool Simplex::assert_bound(int var, bool upper, const DeltaRational& bound,
     else if (upper ? values_[var] > bound : values_[var] < bound)
         update_non_basic(var, bound);
     return true;
+}
+
+void Simplex::restore(int var) {
+    if (!is_eliminated(var)) return;
+    sat_ = false;
+    restore_eliminated(var);
 }
 
 void Simplex::restore_eliminated(int var) {

@@ -12,6 +12,22 @@
 //
 // Reasons: the caller's reasons are ≥ 0. A branch bound asserted at depth d of the current path
 // carries the reason −(d + 1), so a leaf's Farkas conflict names the branch bounds it uses.
+//
+// Integrality is read from the assignment with δ kept symbolic (Simplex::delta_value), never
+// from Simplex::value, whose stand-in for δ depends on the bounds of the moment: x = 2 + δ is
+// fractional, and its branch x ≤ 2 | x ≥ 3 is the rounding of a strict bound x > 2 (the first
+// child closes at once, by the assertion's conflict, without a pivot). Bounds on terms are not
+// rounded in advance: the proof has no rule for it, and branching on their variables decides
+// them anyway. Eliminated integer variables are restored after the relaxation, so that their
+// values are symbolic too.
+//
+// Branching rule: the fractional integer variable with the smallest number. It is
+// deterministic, costs one scan, and reproduces the same tree from the same input, which keeps
+// answers and proofs stable across runs; the choices that look at values (most fractional)
+// do no better than arbitrary ones on average.
+//
+// Costs: one simplex check per node (reusing the basis of the previous node), a scan of the
+// integer variables per node, and a scan of all variables for the gcd test at the root.
 
 #include <cstdint>
 #include <vector>
@@ -25,6 +41,7 @@ struct BranchOptions {
 };
 
 struct BranchStats {
+    // Over every check() so far (node_limit counts the nodes of one check):
     std::uint64_t nodes = 0;  // simplex checks, the relaxation included
     std::uint64_t max_depth = 0;
     std::uint64_t gcd_conflicts = 0;  // answers decided by the gcd test
@@ -32,10 +49,13 @@ struct BranchStats {
 };
 
 // The proof of an Unsat answer: nodes[0] is the root.
-//   Split: var ≤ below in child `low`, var ≥ below + 1 in child `high` (indices into nodes).
+//   Split: var ≤ below in child `low`, var ≥ below + 1 in child `high` (indices into nodes);
+//          var is a structural integer variable, below an integer.
 //   Farkas: a conflict of the simplex at that node (reasons < 0 name branch bounds, see above).
 //   Gcd: the equality with reason `reason` has no integral solution, `gcd` divides every scaled
-//        coefficient but not the scaled constant.
+//        coefficient but not the scaled constant (scaled: the coefficients and the constant
+//        brought to coprime integers together, so `gcd` does not depend on how the caller
+//        scaled the equality).
 struct ProofNode {
     enum class Kind { Split, Farkas, Gcd } kind = Kind::Farkas;
     int var = 0;
@@ -63,11 +83,34 @@ class BranchAndBound {
     const BranchStats& stats() const { return stats_; }
 
   private:
+    // One split on the current path, and which of its children is being explored. Each frame
+    // owns one simplex push level: the one of its current child's branch bound.
+    struct Frame {
+        std::size_t node;
+        bool in_high;
+    };
+    enum class Outcome { Sat, Unsat, Unknown, Split };
+
+    Result search();
+    // Checks the current node and records it in the proof: a Farkas or Gcd leaf when Unsat, a
+    // Split (children not yet created) when an integer variable is fractional.
+    Outcome visit(std::size_t node);
+    void restore_integer_variables();
+    bool gcd_refutes(std::size_t node);
+    int fractional_variable() const;
+    // Creates the current child of the last frame, pushes a level and asserts its bound.
+    std::size_t descend();
+    // Pops finished splits and turns the deepest unfinished one to its high child; false when
+    // none is left.
+    bool backtrack();
+    bool integral_model_is_valid() const;
+
     Simplex& simplex_;
     BranchOptions options_;
     std::vector<char> integer_;  // by variable
     std::vector<ProofNode> proof_;
     BranchStats stats_;
+    std::vector<Frame> path_;
 };
 
 }  // namespace vorn::lra

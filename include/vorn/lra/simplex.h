@@ -146,6 +146,22 @@ class Simplex {
     // After Sat: the assignment itself, δ kept symbolic (not for eliminated variables).
     const DeltaRational& delta_value(int var) const { return values_[var]; }
 
+    // --- State for layers above (branch and bound) ---
+
+    // The current bound of every variable (BoundTrail documents the records).
+    const BoundTrail& bounds() const { return bounds_; }
+    // Whether var is eliminated now: its value comes from its kept equation, and delta_value
+    // does not cover it.
+    bool is_eliminated(int var) const {
+        return initialized_ && !tableau_.elim_index().empty() &&
+               tableau_.elim_index().find(var) != nullptr;
+    }
+    // Brings an eliminated variable back as the basic variable of its kept equation (nothing
+    // for any other variable), so that delta_value covers it from now on. The values stay as
+    // they were, but the model must be read again: value() needs a new check(), which then has
+    // nothing to pivot for this.
+    void restore(int var);
+
     const SimplexStats& stats() const { return stats_; }
     const la::Tableau& tableau() const { return tableau_; }
 

@@ -1,0 +1,29 @@
+#pragma once
+
+// Integer questions about exact rationals, for branch and bound: floors of values with an
+// infinitesimal, and the gcd test of an equality. Both go through GMP integers: they run once
+// per node or per equality, never inside a pivot.
+
+#include <optional>
+#include <span>
+
+#include "vorn/la/equation.h"
+#include "vorn/lra/delta_rational.h"
+
+namespace vorn::lra {
+
+// ⌊v⌋ for v = c + k·δ with δ > 0 infinitesimal: ⌊c⌋, less one when c is an integer and k < 0.
+QNumber floor_of(const DeltaRational& v);
+
+// Whether v = c + k·δ is an integer: k = 0 and c an integer.
+inline bool is_integral(const DeltaRational& v) {
+    return v.delta().is_zero() && v.real().is_integer();
+}
+
+// The equality Σ coeffs = constant (not all coefficients zero) brought to coprime integers,
+// coefficients and constant together: the gcd g of its coefficients when g does not divide
+// its constant (no integral solution), nothing otherwise.
+std::optional<QNumber> gcd_conflict(std::span<const la::Equation::VarCoeff> coeffs,
+                                    const QNumber& constant);
+
+}  // namespace vorn::lra
