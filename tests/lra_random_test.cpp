@@ -8,90 +8,25 @@
 #include <random>
 #include <string>
 
-#include "support/fourier_motzkin.h"
+#include "support/lra_atoms.h"
 #include "vorn/lra/simplex.h"
 
 using vorn::QNumber;
 using vorn::lra::Relation;
 using vorn::lra::Result;
 using vorn::lra::Simplex;
+using vorn::test::Atom;
+using vorn::test::mpq_of;
 
 namespace {
 
-mpq_class mpq_of(const QNumber& q) {
-    mpq_class out;
-    q.get_mpq(out.get_mpq_t());
-    return out;
-}
-
-struct Atom {
-    vorn::lra::TermEntries term;
-    Relation relation;
-    QNumber constant;
-    std::size_t level;
-};
-
-// The atom's side "c − term ≥ 0" (upper) or "term − c ≥ 0" as an inequality.
-vorn::test::Inequality side_of(const Atom& a, bool upper, bool strict) {
-    vorn::test::Inequality q;
-    mpq_class sign = upper ? -1 : 1;
-    for (const auto& e : a.term)
-        q.coeffs[e.var] += sign * mpq_of(e.coeff);
-    std::erase_if(q.coeffs, [](const auto& e) { return e.second == 0; });
-    q.constant = -sign * mpq_of(a.constant);
-    q.strict = strict;
-    return q;
-}
-
-bool is_strict(Relation r) {
-    return r == Relation::Lt || r == Relation::Gt;
-}
-
-std::vector<vorn::test::Inequality> inequalities(const std::vector<Atom>& atoms) {
-    std::vector<vorn::test::Inequality> out;
-    for (const Atom& a : atoms) {
-        if (a.relation != Relation::Ge && a.relation != Relation::Gt)
-            out.push_back(side_of(a, true, is_strict(a.relation)));
-        if (a.relation != Relation::Le && a.relation != Relation::Lt)
-            out.push_back(side_of(a, false, is_strict(a.relation)));
-    }
-    return out;
-}
-
-std::string check_model(const Simplex& s, const std::vector<Atom>& atoms) {
-    for (std::size_t i = 0; i < atoms.size(); ++i)
-        for (const auto& q : inequalities({atoms[i]})) {
-            mpq_class sum = q.constant;
-            for (const auto& [v, c] : q.coeffs)
-                sum += c * mpq_of(s.value(v));
-            if (sum < 0 || (q.strict && sum == 0))
-                return "model violates atom " + std::to_string(i);
-        }
-    return "";
-}
-
 std::string check_certificate(const Simplex& s, const std::vector<Atom>& atoms) {
-    vorn::test::Inequality total;
-    bool strict = false;
-    if (s.conflict().empty()) return "empty conflict";
-    for (const auto& e : s.conflict()) {
-        if (e.reason < 0 || static_cast<std::size_t>(e.reason) >= atoms.size())
-            return "reason of a popped atom";
-        const Atom& a = atoms[e.reason];
-        bool allowed = e.upper ? a.relation != Relation::Ge && a.relation != Relation::Gt
-                               : a.relation != Relation::Le && a.relation != Relation::Lt;
-        if (!allowed || e.multiplier.sign() <= 0) return "wrong side or multiplier";
-        auto q = side_of(a, e.upper, is_strict(a.relation));
-        mpq_class m = mpq_of(e.multiplier);
-        for (const auto& [v, c] : q.coeffs)
-            total.coeffs[v] += m * c;
-        total.constant += m * q.constant;
-        strict = strict || q.strict;
-    }
-    for (const auto& [v, c] : total.coeffs)
-        if (c != 0) return "variables do not cancel";
-    if (total.constant > 0 || (total.constant == 0 && !strict)) return "no contradiction";
-    return "";
+    return vorn::test::check_certificate(
+        s.conflict(), [&](const auto& e) -> std::optional<vorn::test::Inequality> {
+            auto r = static_cast<std::size_t>(e.reason);
+            if (e.reason < 0 || r >= atoms.size() || !has_side(atoms[r], e.upper)) return {};
+            return side_of(atoms[r], e.upper);
+        });
 }
 
 struct Session {
@@ -117,9 +52,10 @@ struct Session {
 
     std::string check() {
         Result r = simplex.check();
-        bool expected = vorn::test::fm_feasible(inequalities(atoms));
+        bool expected = vorn::test::fm_feasible(vorn::test::inequalities(atoms));
         if ((r == Result::Sat) != expected) return expected ? "unsat, expected sat" : "sat";
-        return r == Result::Sat ? check_model(simplex, atoms) : check_certificate(simplex, atoms);
+        if (r != Result::Sat) return check_certificate(simplex, atoms);
+        return vorn::test::check_model([&](int v) { return mpq_of(simplex.value(v)); }, atoms);
     }
 
     void push() {
