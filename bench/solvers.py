@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs other solvers, as black boxes, on the instances the simplex benchmark decides.
 
-usage: solvers.py WRITE_LRA_INSTANCES OUT.json [--timeout S] [--quick]
+usage: solvers.py WRITE_LRA_INSTANCES OUT.json [--timeout S] [--quick] [--vorn BIN]
+                  [--netlib DIR]
 
 For every instance of bench/lra_instances.h (sparse feasible and infeasible at m = 10^3,
 10^4, 10^5; square at m = 50 to 1600, as far as each solver gets) the writer program
@@ -13,15 +14,26 @@ given to z3 and cvc5 as well. Each run records wall time, CPU time (which a busy
 disturbs less), peak resident memory and the answer, checked against the answer the instance
 has by construction (equation systems: against z3's).
 
+vorn itself runs the same way when its binary (--vorn, default build/release/tools/vorn) has
+a `check` subcommand (listed by `vorn --help`; otherwise it is skipped quietly): `vorn
+check FILE.smt2` and `vorn check FILE.mps`, the answer being the first line of its output.
+The Netlib problems (--netlib, default ../shared/data/netlib beside the repository; bzip2-
+compressed fixed MPS files, all feasible) are given to vorn as they are and with the objective
+bounded just below and just above its known optimum (README.md's table; `--objective-bound
+'<= V'`, expected unsat and sat), and to glpsol decompressed (`glpsol --exact --mps FILE`,
+which also finds the optimum). z3 and cvc5 do not read MPS.
+
 A solver that exceeds the time limit is stopped and recorded as a timeout; once a solver's
 time at one size, scaled linearly to the next, exceeds the limit, the larger sizes of that
 series (a family, feasible or infeasible) are not run for it. The output has the shape of a
 Google Benchmark JSON file, so report.py reads it like the others.
 """
 import argparse
+import bz2
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -36,6 +48,29 @@ SOLVERS = {
     "cvc5": lambda base: ["cvc5", f"{base}.smt2"],
     "glpsol": lambda base: ["glpsol", "--exact", "--freemps", f"{base}.mps"],
 }
+
+
+def vorn_checks(binary):
+    """Whether BINARY is a vorn whose help lists a `check` subcommand (asking `check --help`
+    of one without it prints the general help and succeeds)."""
+    try:
+        done = subprocess.run([binary, "--help"], capture_output=True, text=True, timeout=30)
+    except (OSError, subprocess.TimeoutExpired):
+        return False
+    return done.returncode == 0 and re.search(r"^\s+check\s", done.stdout, re.M) is not None
+
+
+def netlib_problems(directory):
+    """(name, path, known optimum) for each problem of DIRECTORY's README.md table."""
+    optimum = {}
+    readme = pathlib.Path(directory, "README.md")
+    for line in readme.read_text().splitlines() if readme.exists() else []:
+        cells = [c.strip() for c in line.strip().strip("|").split("|")]
+        if len(cells) == 5 and cells[1].isdigit():
+            optimum[cells[0]] = float(cells[4])
+    for path in sorted(pathlib.Path(directory).glob("*.mps.bz2")):
+        name = path.name[:-len(".mps.bz2")].removeprefix("netlib-")
+        yield name, path, optimum.get(name)
 
 
 def answer_of(solver, output):
@@ -81,8 +116,13 @@ def main():
     p.add_argument("output")
     p.add_argument("--timeout", type=float, default=300)
     p.add_argument("--quick", action="store_true", help="the smaller sizes only")
+    p.add_argument("--vorn", default=str(HERE.parent / "build/release/tools/vorn"))
+    p.add_argument("--netlib", default=str(HERE.parent.parent / "shared/data/netlib"))
     a = p.parse_args()
-    installed = [s for s in SOLVERS if shutil.which(s)]
+    if vorn_checks(a.vorn):
+        SOLVERS["vorn"] = lambda base: [a.vorn, "check", f"{base}.smt2"]
+        SOLVERS["vorn-mps"] = lambda base: [a.vorn, "check", f"{base}.mps"]
+    installed = [s for s in SOLVERS if s.startswith("vorn") or shutil.which(s)]
     missing = [s for s in SOLVERS if s not in installed]
     if missing:
         print(f"solvers.py: not installed, skipped: {', '.join(missing)}", file=sys.stderr)
@@ -133,6 +173,22 @@ def main():
                                 "equations")
                 reference = reference or (answer if answer in ("sat", "unsat") else None)
             path.unlink()
+        for name, path, optimum in netlib_problems(a.netlib):
+            if "vorn" in installed:
+                record("vorn", f"netlib/{name}", [a.vorn, "check", str(path)], "sat", 1, name)
+                margin = 1e-6 * max(1.0, abs(optimum or 0))
+                for label, bound, expected in (("below", -margin, "unsat"),
+                                               ("above", margin, "sat")):
+                    if optimum is not None:
+                        record("vorn", f"netlib/{name}/{label}",
+                               [a.vorn, "check", "--objective-bound", f"<= {optimum + bound!r}",
+                                str(path)], expected, 1, f"{name}/{label}")
+            if "glpsol" in installed:
+                plain = pathlib.Path(tmp, f"{name}.mps")
+                plain.write_bytes(bz2.decompress(path.read_bytes()))
+                record("glpsol", f"netlib/{name}", ["glpsol", "--exact", "--mps", str(plain)],
+                       "sat", 1, name)
+                plain.unlink()
     pathlib.Path(a.output).write_text(json.dumps({"benchmarks": results}, indent=1) + "\n")
 
 
