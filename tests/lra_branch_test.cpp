@@ -32,12 +32,10 @@ struct Problem {
         if (var == integer.size()) return vorn::test::fm_feasible(system);
         if (!integer[var]) return feasible(var + 1, system);
         for (int x = -3; x <= 3; ++x) {
-            auto fixed = system;
+            auto fixed = system;  // var = x substituted
             for (Inequality& q : fixed)
-                if (auto it = q.coeffs.find(static_cast<int>(var)); it != q.coeffs.end()) {
-                    q.constant += it->second * x;
-                    q.coeffs.erase(it);
-                }
+                if (q.coeffs.count(static_cast<int>(var)) != 0)
+                    q.constant += q.coeffs.extract(static_cast<int>(var)).mapped() * x;
             if (feasible(var + 1, fixed)) return true;
         }
         return false;
@@ -86,13 +84,25 @@ std::string check_proof(const std::vector<ProofNode>& proof, std::size_t node, c
 
 struct Session {
     Simplex simplex;
-    BranchAndBound solver{simplex};
+    BranchAndBound solver;
     Problem problem;
 
+    explicit Session(vorn::lra::BranchOptions options = {}) : solver(simplex, options) {}
     void add(const Atom& a) {
         problem.atoms.push_back(a);
         simplex.assert_term(simplex.term_variable(a.term), a.relation, a.constant,
                             static_cast<vorn::lra::Reason>(problem.atoms.size() - 1));
+    }
+    int declare(bool integer, bool boxed = true) {
+        int v = simplex.new_variable();
+        problem.integer.push_back(integer);
+        if (integer) solver.set_integer(v);
+        for (bool upper : {false, true})
+            if (integer && boxed)
+                add({{{v, QNumber(1)}},
+                     upper ? Relation::Le : Relation::Ge,
+                     QNumber(upper ? 3 : -3)});
+        return v;
     }
     std::string check() {
         std::size_t level = simplex.level();
@@ -118,14 +128,8 @@ TEST(BranchAndBoundRandom, AgreesWithEnumerationOfTheIntegerPoints) {
         auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
         Session run;
         int n = 2 + pick(2);
-        for (int v = 1; v <= n; ++v) {
-            run.simplex.new_variable();
-            run.problem.integer.push_back(v < n || pick(2) == 0);
-            if (!run.problem.integer[v]) continue;
-            run.solver.set_integer(v);
-            run.add({{{v, QNumber(1)}}, Relation::Ge, QNumber(-3)});
-            run.add({{{v, QNumber(1)}}, Relation::Le, QNumber(3)});
-        }
+        for (int v = 1; v <= n; ++v)
+            run.declare(v < n || pick(2) == 0);
         run.simplex.push();
         for (int round = 0; round < 2; ++round) {
             for (int k = 1 + pick(4); k > 0; --k) {
@@ -143,34 +147,26 @@ TEST(BranchAndBoundRandom, AgreesWithEnumerationOfTheIntegerPoints) {
 TEST(BranchAndBoundExamples, GcdTestBranchingAndNodeLimit) {
     // 2x + 4y = 3 over unbounded integers (eliminated by the first check): the gcd test alone.
     Session gcd;
-    gcd.problem.integer = {false, true, true};
-    for (int v = 1; v <= 2; ++v) {
-        gcd.simplex.new_variable();
-        gcd.solver.set_integer(v);
-    }
-    gcd.add({{{1, QNumber(2)}, {2, QNumber(4)}}, Relation::Eq, QNumber(3)});
+    int x = gcd.declare(true, false), y = gcd.declare(true, false);
+    gcd.add({{{x, QNumber(2)}, {y, QNumber(4)}}, Relation::Eq, QNumber(3)});
     EXPECT_EQ(gcd.check(), "");
     EXPECT_EQ(gcd.solver.proof().size(), 1u);
     EXPECT_EQ(gcd.solver.proof()[0].gcd, 2);
 
-    // 1 ≤ 3x − 3y ≤ 2 with x, y in [0, 3]: rational points only, so the tree must split.
-    Session split;
-    split.problem.integer = {false, true, true};
-    for (int v = 1; v <= 2; ++v) {
-        split.simplex.new_variable();
-        split.solver.set_integer(v);
-        split.add({{{v, QNumber(1)}}, Relation::Ge, QNumber(0)});
-        split.add({{{v, QNumber(1)}}, Relation::Le, QNumber(3)});
+    // 1 ≤ 3x − 3y ≤ 2 with x, y in [−3, 3]: rational points only, so the tree must split; two
+    // nodes are not enough to see that.
+    for (std::uint64_t limit : {2, 0}) {
+        Session split({limit});
+        x = split.declare(true), y = split.declare(true);
+        split.add({{{x, QNumber(3)}, {y, QNumber(-3)}}, Relation::Ge, QNumber(1)});
+        split.add({{{x, QNumber(3)}, {y, QNumber(-3)}}, Relation::Le, QNumber(2)});
+        split.simplex.push();
+        if (limit == 0) {
+            EXPECT_EQ(split.check(), "");
+        } else {
+            EXPECT_EQ(split.solver.check(), Result::Unknown);
+            EXPECT_EQ(split.simplex.level(), 1u);
+        }
+        EXPECT_EQ(split.solver.proof()[0].kind, ProofNode::Kind::Split);
     }
-    split.add({{{1, QNumber(3)}, {2, QNumber(-3)}}, Relation::Ge, QNumber(1)});
-    split.add({{{1, QNumber(3)}, {2, QNumber(-3)}}, Relation::Le, QNumber(2)});
-    split.simplex.push();
-    BranchAndBound limited(split.simplex, {2});
-    limited.set_integer(1);
-    limited.set_integer(2);
-    EXPECT_EQ(limited.check(), Result::Unknown);
-    EXPECT_EQ(limited.stats().nodes, 2u);
-    EXPECT_EQ(split.simplex.level(), 1u);
-    EXPECT_EQ(split.check(), "");
-    EXPECT_EQ(split.solver.proof()[0].kind, ProofNode::Kind::Split);
 }
