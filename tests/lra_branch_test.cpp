@@ -11,12 +11,8 @@
 #include "support/lra_atoms.h"
 #include "vorn/lra/branch_and_bound.h"
 
+using namespace vorn::lra;
 using vorn::QNumber;
-using vorn::lra::BranchAndBound;
-using vorn::lra::ProofNode;
-using vorn::lra::Relation;
-using vorn::lra::Result;
-using vorn::lra::Simplex;
 using vorn::test::Atom;
 using vorn::test::Inequality;
 using vorn::test::mpq_of;
@@ -44,8 +40,8 @@ struct Problem {
 
 bool gcd_refutes(const ProofNode& leaf, const Problem& p) {
     const Atom& a = p.atoms.at(static_cast<std::size_t>(leaf.reason));
-    vorn::lra::TermEntries term = a.term;  // repeated variables merged
-    mpq_class constant = mpq_of(a.constant / vorn::lra::normalize_term(term));
+    TermEntries term = a.term;  // repeated variables merged
+    mpq_class constant = mpq_of(a.constant / normalize_term(term));
     mpz_class scale = constant.get_den(), g, claimed = mpq_of(leaf.gcd).get_num();
     for (const auto& e : term)
         scale = lcm(scale, mpq_of(e.coeff).get_den());
@@ -87,11 +83,11 @@ struct Session {
     BranchAndBound solver;
     Problem problem;
 
-    explicit Session(vorn::lra::BranchOptions options = {}) : solver(simplex, options) {}
+    explicit Session(BranchOptions options = {}) : solver(simplex, options) {}
     void add(const Atom& a) {
         problem.atoms.push_back(a);
         simplex.assert_term(simplex.term_variable(a.term), a.relation, a.constant,
-                            static_cast<vorn::lra::Reason>(problem.atoms.size() - 1));
+                            static_cast<Reason>(problem.atoms.size() - 1));
     }
     int declare(bool integer, bool boxed = true) {
         int v = simplex.new_variable();
@@ -136,8 +132,8 @@ TEST(BranchAndBoundRandom, AgreesWithEnumerationOfTheIntegerPoints) {
                 Atom a{{}, static_cast<Relation>(pick(5)), QNumber(pick(13) - 6, 1 + pick(2))};
                 for (int terms = 1 + pick(3); terms > 0; --terms)
                     a.term.push_back({1 + pick(n), QNumber((pick(7) - 3) * (1 + pick(2)))});
-                vorn::lra::TermEntries normal = a.term;
-                if (!vorn::lra::normalize_term(normal).is_zero()) run.add(a);
+                TermEntries normal = a.term;
+                if (!normalize_term(normal).is_zero()) run.add(a);
             }
             ASSERT_EQ(run.check(), "") << "seed " << seed << " round " << round;
         }
