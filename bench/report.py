@@ -156,6 +156,30 @@ def simplex_table(res):
     return lines + [""]
 
 
+def check_table(res):
+    """`vorn check` beside the others on the same files, once bench/solvers.py has run it."""
+    ours = res.family("vorn") + res.family("vorn-mps")
+    if not ours:
+        return []
+    lines = ["## `vorn check` end to end", "",
+             "`bench/solvers.py`: every program on the same file, end to end (start, parse, "
+             "decide, exit); wall (CPU) in ms and the answer. Netlib: the problem as it is and "
+             "with its objective bounded just below and just above the known optimum.", "",
+             "| instance | vorn .smt2 | vorn .mps | z3 | cvc5 | glpsol --exact |",
+             "|---|---:|---:|---:|---:|---:|"]
+
+    def cell(run):
+        if run is None:
+            return "–"
+        answer = {1.0: "sat", 0.0: "unsat"}.get(run.get("sat"), "unknown")
+        return f"{cell_ms(run)}{'' if run.get('timeout') else ' ' + answer}"
+
+    for args in sorted({args for args, _ in ours}):
+        lines.append(f"| {'/'.join(map(str, args))} | " + " | ".join(
+            cell(res.get(s, *args)) for s in ("vorn", "vorn-mps", "z3", "cvc5", "glpsol")) + " |")
+    return lines + [""]
+
+
 def equations_table(res):
     lines = ["## Systems of equations against z3 and cvc5", "",
              "The random systems that `vorn solve` is timed on (`bench/gen_sparse.py`: m "
@@ -310,8 +334,8 @@ def main():
     if context:
         lines += [f"Machine: {context.get('num_cpus')} CPUs at {context.get('mhz_per_cpu')} MHz, "
                   f"run {context.get('date')}.", ""]
-    for section in (reference_table, simplex_table, equations_table, allocation_table,
-                    memory_table, reader_table, e2e_table):
+    for section in (reference_table, simplex_table, check_table, equations_table,
+                    allocation_table, memory_table, reader_table, e2e_table):
         lines += section(res)
     scaling_lines, series = scaling(res)
     lines += scaling_lines + profile(directory)
