@@ -150,7 +150,7 @@ bool ScriptEngine::command(Id id) {
             check_sat_assuming();
             return true;
         case Known::GetModel:
-            need_last(lra::Result::Sat, cmd, "a model");
+            need_last(lra::Result::Sat, cmd, "model");
             get_model();
             return true;
         case Known::GetValue:
@@ -162,7 +162,7 @@ bool ScriptEngine::command(Id id) {
             if (!produce_cores_)
                 fail(cmd.pos,
                      "unsat cores are not enabled: (set-option :produce-unsat-cores true)");
-            need_last(lra::Result::Unsat, cmd, "an unsat core");
+            need_last(lra::Result::Unsat, cmd, "unsat core");
             get_unsat_core();
             return true;
         case Known::Push:
