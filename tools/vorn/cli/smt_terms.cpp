@@ -628,6 +628,32 @@ int TermEvaluator::constant_truth(FormulaId ref) const {
     const FormulaNode& node = formulas_[ref / 2];
     bool negated = (ref & 1) != 0;
     if (node.kind == FormulaNode::True) return negated ? 0 : 1;
+    if (node.kind == FormulaNode::Atom && atoms_[node.first].relation != Relation::Distinct) {
+        auto term = problem_.term(atoms_[node.first].first_term);
+        if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
+        int s = term.empty() ? 0 : term[0].coeff.sign();
+        bool holds = false;
+        switch (atoms_[node.first].relation) {
+            case Relation::Eq:
+                holds = s == 0;
+                break;
+            case Relation::Le:
+                holds = s <= 0;
+                break;
+            case Relation::Lt:
+                holds = s < 0;
+                break;
+            case Relation::Ge:
+                holds = s >= 0;
+                break;
+            case Relation::Gt:
+                holds = s > 0;
+                break;
+            default:
+                holds = s != 0;
+        }
+        return holds != negated ? 1 : 0;
+    }
     if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)
         return (node.kind == FormulaNode::And) != negated ? 1 : 0;
     return -1;
