@@ -61,6 +61,12 @@ const ScriptCase kScripts[] = {
      "(error \"s.smt2:2:1: no model: the last check-sat did not answer sat\")\n"
      "(error \"s.smt2:2:13: unknown command 'frobnicate'\")\n\"still \"\"here\"\"\"\nsat\n",
      false},
+    {"definitions with parameters", R"((declare-const x Real)(declare-const y Real)
+(define-fun avg ((a Real) (b Real)) Real (/ (+ a b) 2))(define-fun shift ((a Real)) Real (+ a x))
+(define-fun in ((lo Real) (v Real) (hi Real)) Bool (and (< lo v) (< v hi)))
+(assert (let ((x 100)) (in 0 (avg (shift 0) y) 1)))(assert (= y 1))(check-sat)
+(get-value ((avg x y) (shift 3))))",
+     "sat\n(((avg x y) (/ 1 2)) ((shift 3) 3.0))\n", false},
     {"Int by branch and bound", R"((declare-const n Int)(declare-const m Int)
 (assert (and (> (* 2 n) 1) (< (* 2 n) 4) (= (+ n m) 5)))(check-sat)(get-model)
 (assert (> n 1))(check-sat)(assert (= (* 2 m) 7))(check-sat))",

@@ -266,7 +266,6 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     success();
 }
 
-// Definitions with parameters are declared as opaque functions: their uses answer unknown.
 void ScriptEngine::define() {
     const SNode& name = item(1);
     fresh(name);
@@ -277,7 +276,7 @@ void ScriptEngine::define() {
         !sort.is_symbol(symbol_of(Known::Int)))
         fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
     if (item(2).size != 0)
-        terms_->declare_opaque(name.symbol, false);
+        terms_->define_function(name.symbol, tree_, items_[2], items_[4]);
     else
         terms_->define(name.symbol, tree_, items_[4], formula);
     declared_.push_back({name.symbol, 0});

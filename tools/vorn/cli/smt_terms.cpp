@@ -71,6 +71,22 @@ const LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, b
     return value.is_formula || value.unsupported ? nullptr : &value.expr;
 }
 
+void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params,
+                                    Id body) {
+    Function f{tree.copy_of(body), {}};
+    for (Id p = tree.first(params); p != tree.end(params); p = tree.next(p)) {
+        if (!tree[p].is_list() || tree[p].size != 2 ||
+            tree[tree.first(p)].kind != SNode::Kind::Symbol)
+            fail(tree[p].pos, "malformed parameter: expected (name Sort)");
+        std::uint32_t name = tree[tree.first(p)].symbol;
+        if (std::find(f.params.begin(), f.params.end(), name) != f.params.end())
+            fail(tree[p].pos, quoted(symbols_.name(name)) + " is a parameter twice");
+        f.params.push_back(name);
+    }
+    functions_.push_back(std::move(f));
+    state(symbol).global = {Meaning::Macro, static_cast<std::uint32_t>(functions_.size() - 1)};
+}
+
 void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula) {
     evaluate(tree, body);
     Value& value = values_[0];
@@ -104,7 +120,11 @@ void TermEvaluator::assert_formula(const SExprTree& tree, Id id) {
 
 void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
     tree_ = &tree;
+    root_tree_ = &tree;
     frames_.clear();  // an error may have left a walk behind
+    forget_command_formulas();
+    barrier_ = 0;
+    body_nodes_ = 0;
     unbind_to(0);
     let_terms_.clear();
     top_ = 0;
@@ -122,6 +142,10 @@ void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
 
 // A leaf becomes a value at once; a list gets a frame whose arguments the walk visits next.
 void TermEvaluator::start(Id id) {
+    // Nested definitions can expand exponentially; lets, which share values, cannot.
+    constexpr std::uint64_t kMaxBodyNodes = 10'000'000;
+    if (tree_ != root_tree_ && ++body_nodes_ > kMaxBodyNodes)
+        fail(node(id).pos, "definitions expand to more than 10^7 nodes in one command");
     const SNode& n = node(id);
     switch (n.kind) {
         case SNode::Kind::Numeral:
@@ -148,6 +172,16 @@ void TermEvaluator::start_list(Id id) {
     std::size_t count = list.size - 1;
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
     if (!is_known(head.symbol)) {
+        Meaning m = meaning(head.symbol);
+        if (m.kind == Meaning::Macro) {
+            if (count != functions_[m.index].params.size())
+                fail(list.pos, quoted(name(head.symbol)) + " takes " +
+                                   std::to_string(functions_[m.index].params.size()) +
+                                   " arguments");
+            push_frame(id, args, list.end, Op::Call, Known::Count);
+            frames_.back().function = m.index;
+            return;
+        }
         if (meaning(head.symbol).kind == Meaning::Function)
             return outside(push_value(), "the uninterpreted function " + quoted(name(head.symbol)),
                            head.pos);
@@ -230,6 +264,7 @@ TermEvaluator::Id TermEvaluator::next_child(Frame& f) {
         f.next = tree.next(current);
         return f.op == Op::Let ? tree.next(tree.first(current)) : current;
     }
+    if (f.op == Op::Call && !f.bound) return bind_call(f);
     if (f.op != Op::Let || f.bound) return 0;
     f.bound = true;
     f.scope = static_cast<std::uint32_t>(bindings_.size());
@@ -268,6 +303,9 @@ void TermEvaluator::finish(Frame& f) {
             finish_let(f);
             break;
         case Op::Annotation:
+            break;
+        case Op::Call:
+            finish_call(f);
             break;
     }
     top_ = f.base + 1;
@@ -425,6 +463,32 @@ void TermEvaluator::finish_let(const Frame& f) {
     let_terms_.resize(f.let_terms);
 }
 
+// The arguments are values: the parameters name them above a barrier that hides the caller's
+// lets, and the walk continues in the body's own tree.
+TermEvaluator::Id TermEvaluator::bind_call(Frame& f) {
+    f.bound = true;
+    f.scope = static_cast<std::uint32_t>(bindings_.size());
+    f.let_terms = static_cast<std::uint32_t>(let_terms_.size());
+    f.saved_barrier = static_cast<std::uint32_t>(barrier_);
+    f.caller = tree_;
+    const Function& fn = functions_[f.function];
+    barrier_ = bindings_.size();
+    for (std::size_t i = 0; i < fn.params.size(); ++i) {
+        SNode name;
+        name.kind = SNode::Kind::Symbol;
+        name.symbol = fn.params[i];
+        bind(name, values_[f.base + i], f.scope);
+    }
+    tree_ = &fn.body;
+    return 1;
+}
+
+void TermEvaluator::finish_call(Frame& f) {
+    tree_ = f.caller;
+    barrier_ = f.saved_barrier;
+    finish_let(f);
+}
+
 void TermEvaluator::expect_kind(const Frame& f, bool formula) const {
     for (std::size_t i = f.base; i < top_; ++i)
         if (values_[i].is_formula != formula && !values_[i].unsupported)
@@ -458,6 +522,8 @@ void TermEvaluator::push_symbol(const SNode& node) {
         case Meaning::BoolConstant:
             return outside(value, "the Boolean variable " + quoted(symbols_.name(node.symbol)),
                            node.pos);
+        case Meaning::Macro:
+            fail(node.pos, quoted(symbols_.name(node.symbol)) + " takes arguments");
         case Meaning::Function:
             return outside(value,
                            "the uninterpreted function " + quoted(symbols_.name(node.symbol)),
@@ -509,7 +575,7 @@ void TermEvaluator::unbind_to(std::size_t size) {
 TermEvaluator::Meaning TermEvaluator::meaning(std::uint32_t symbol) const {
     if (symbol >= states_.size()) return {};
     const SymbolState& s = states_[symbol];
-    return s.innermost != 0 ? bindings_[s.innermost - 1].meaning : s.global;
+    return s.innermost > barrier_ ? bindings_[s.innermost - 1].meaning : s.global;
 }
 
 TermEvaluator::SymbolState& TermEvaluator::state(std::uint32_t symbol) {

@@ -67,6 +67,10 @@ class TermEvaluator {
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool) and a term
     // otherwise, and gives `symbol` its value.
     void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula);
+    // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
+    // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
+    void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
+                         SExprTree::Id body);
     // Evaluates an asserted formula and adds the atoms it reaches that are not in the problem yet.
     void assert_formula(const SExprTree& tree, SExprTree::Id node);
 
@@ -83,7 +87,8 @@ class TermEvaluator {
             Formula,
             Unsupported,  // index: the Unsupported formula node
             BoolConstant,
-            Function
+            Function,
+            Macro  // index: in functions_
         };
         Kind kind = None;
         std::uint32_t index = 0;  // the variable, the slot of the term, or the formula node
@@ -105,7 +110,7 @@ class TermEvaluator {
         bool is_formula = false;
         bool unsupported = false;
     };
-    enum class Op : std::uint8_t { Arith, Relation, And, Or, Not, Implies, Let, Annotation };
+    enum class Op : std::uint8_t { Arith, Relation, And, Or, Not, Implies, Let, Annotation, Call };
     struct Frame {
         Id node;
         Id args;  // the first argument after the head (Let: the first binding)
@@ -117,6 +122,14 @@ class TermEvaluator {
         std::uint32_t base;       // the frame's first value slot
         std::uint32_t scope = 0;  // Let: bindings_ and let_terms_ sizes before it bound
         std::uint32_t let_terms = 0;
+        // Call: the definition, the barrier and tree to restore when the body is evaluated.
+        std::uint32_t function = 0;
+        std::uint32_t saved_barrier = 0;
+        const SExprTree* caller = nullptr;
+    };
+    struct Function {
+        SExprTree body;  // the body at node 1
+        std::vector<std::uint32_t> params;
     };
     struct FormulaNode {
         enum Kind : std::uint8_t { True, Atom, And, Or, Unsupported };
@@ -144,6 +157,8 @@ class TermEvaluator {
     void finish_relation(const Frame& f);
     void finish_and(const Frame& f);
     void finish_let(const Frame& f);
+    void finish_call(Frame& f);
+    Id bind_call(Frame& f);
     void finish_connective(const Frame& f);
     // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
     void outside(Value& value, const std::string& what, SourcePos pos);
@@ -175,10 +190,15 @@ class TermEvaluator {
     Problem& problem_;
     const NameTable& symbols_;
     bool lenient_;
-    const SExprTree* tree_ = nullptr;  // the tree being evaluated
-    std::vector<SymbolState> states_;  // by symbol
+    const SExprTree* tree_ = nullptr;       // the tree being evaluated
+    const SExprTree* root_tree_ = nullptr;  // the command's own tree
+    std::vector<SymbolState> states_;       // by symbol
     std::vector<Binding> bindings_;
-    std::vector<LinearExpr> let_terms_;      // values of numeric let bindings
+    // Bindings below this index are the caller's and invisible in a definition's body.
+    std::size_t barrier_ = 0;
+    std::vector<Function> functions_;
+    std::uint64_t body_nodes_ = 0;       // nodes of definition bodies evaluated for this command
+    std::vector<LinearExpr> let_terms_;  // values of numeric let bindings
     std::vector<LinearExpr> defined_terms_;  // values of numeric definitions
     std::vector<Value> values_;              // slots [0, top_) are in use
     std::size_t top_ = 0;
