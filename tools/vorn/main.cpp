@@ -32,7 +32,10 @@ std::string help_footer() {
            "it starts with '(' or ';'.\n\n"
            "Relations: solve accepts equalities (=) over Real variables; an Int variable is an "
            "error at its declaration. tableau accepts =, <=, <, >=, > and distinct over Real and "
-           "Int variables. A .lin file holds equations only.\n\n"
+           "Int variables. A .lin file holds equations only. check decides SMT-LIB scripts "
+           "command by command (conjunctions of linear literals; anything else answers unknown) "
+           "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
+           "--objective-bound and whose model prints only with --model.\n\n"
            "Limits: input of " +
            std::to_string(kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
            std::to_string(kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
@@ -42,7 +45,9 @@ std::string help_footer() {
            " bits.\n\n"
            "Exit status: 0 the answer is printed; 2 the input or the command line is wrong (an "
            "input error is one line FILE:LINE:COL: message on stderr, and nothing is printed on "
-           "stdout); 3 internal error.\n";
+           "stdout; check prints errors inside a readable script as (error \"...\") on stdout "
+           "and goes on); 3 internal error, also a model or certificate that --verify "
+           "rejects.\n";
 }
 
 // Phase messages for long runs, only when a person is watching stderr.
