@@ -228,3 +228,20 @@ TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
         EXPECT_EQ(run.out, c.answer) << c.problem << bound << run.err;
     }
 }
+
+TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
+    auto run = run_tool("check --certificate " VORN_SOURCE_DIR "/examples/core.smt2");
+    auto checks = [](const std::string& out) {
+        auto path = vorn::test::temp_file("core.out", out);
+        return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
+                            " >/dev/null")
+                               .c_str()) == 0;
+    };
+    ASSERT_TRUE(checks(run.out)) << run.out;
+    for (const char* from : {"atom:2:l:1", "1100"}) {  // a multiplier, then a bound's constant
+        std::string tampered = run.out;
+        tampered.replace(tampered.find(from), std::string(from).size(),
+                         std::string(from) == "1100" ? "1000" : "atom:2:l:2");
+        EXPECT_FALSE(checks(tampered)) << from;
+    }
+}
