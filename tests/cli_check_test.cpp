@@ -71,6 +71,9 @@ const ScriptCase kScripts[] = {
 (assert (and (> (* 2 n) 1) (< (* 2 n) 4) (= (+ n m) 5)))(check-sat)(get-model)
 (assert (> n 1))(check-sat)(assert (= (* 2 m) 7))(check-sat))",
      "sat\n(\n(define-fun n () Int 1)\n(define-fun m () Int 4)\n)\nunsat\nunsat\n", true},
+    {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
+(assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
+     "sat\n((n 2))\nunsat\n", true},
 };
 
 bool branching_available() {

@@ -69,10 +69,12 @@ class Decider {
 
     Decision run() {
         Decision d;
-        d.result = enter_atoms() ? search() : Result::Unsat;
+        d.result = !enter_atoms() ? Result::Unsat : has_integers_ ? search() : search_convex();
         if (d.result == Result::Sat) d.model = std::move(model_);
         if (d.result == Result::Unsat) d.proof = std::move(proof_);
-        if (d.result == Result::Unknown) d.reason_unknown = "branch and bound node limit";
+        if (d.result == Result::Unknown)
+            d.reason_unknown = has_integers_ ? "branch and bound node limit"
+                                             : "disequalities: no repair step found";
         d.stats = {simplex_.stats(), branch_.stats(), splits_};
         return d;
     }
@@ -88,10 +90,16 @@ class Decider {
     // The simplex term of `entries` (constant skipped); empty when it has no variable.
     const lra::TermEntries& simplex_term(std::span<const Entry> entries);
     Result search();
+    Result search_convex();
+    // A model on either side of the disequality split at `root`; false when both sides are
+    // unsat (the split and its two leaves are then the proof).
+    bool point_beside(std::size_t root, std::vector<QNumber>& point);
+    bool move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p);
+    std::size_t violations(const std::vector<QNumber>& point) const;
     Result check_node(std::size_t node);
-    std::optional<SplitTerm> violated_disequality();
-    void capture_model();
-    QNumber value_of(std::span<const Entry> term) const;
+    std::optional<SplitTerm> violated_disequality(const std::vector<QNumber>& point) const;
+    std::vector<QNumber> current_model() const;
+    static QNumber value_of(std::span<const Entry> term, const std::vector<QNumber>& point);
     // Makes `node` a split on s; false when the split term is constant (both sides contradict).
     bool make_split(std::size_t node, SplitTerm s);
     void assert_split(std::size_t node, bool high);
@@ -174,9 +182,10 @@ Result Decider::search() {
     for (;;) {
         Result r = check_node(node);
         if (r == Result::Sat) {
-            std::optional<SplitTerm> s = violated_disequality();
+            std::vector<QNumber> model = current_model();
+            std::optional<SplitTerm> s = violated_disequality(model);
             if (!s) {
-                capture_model();
+                model_ = std::move(model);
                 return Result::Sat;
             }
             if (make_split(node, std::move(*s))) {
@@ -219,24 +228,101 @@ Result Decider::check_node(std::size_t node) {
     return r;
 }
 
-QNumber Decider::value_of(std::span<const Entry> term) const {
+QNumber Decider::value_of(std::span<const Entry> term, const std::vector<QNumber>& point) {
     QNumber sum;
     for (const Entry& e : term)
         if (e.var == 0)
             sum += e.coeff;
         else
-            sum.add_product(e.coeff, simplex_.value(simplex_var_[e.var]));
+            sum.add_product(e.coeff, point[static_cast<std::size_t>(e.var)]);
     return sum;
 }
 
+// Without Int variables the other atoms describe a convex set P, and each disequality t ≠ c
+// removes one hyperplane. A finite union of hyperplanes, none containing P, cannot cover P; so
+// the atoms are satisfiable exactly when P meets a side (t < c or t > c) of every disequality
+// (P is convex with strict bounds too). The search repairs a point q of P one violated disequality
+// at a time: it finds a point p of P with t ≠ c and moves q a step s toward p, s chosen so that no
+// satisfied disequality breaks (each forbids at most one s). Every step satisfies one more, so each
+// step decides one split instead of exploring a tree of them.
+Result Decider::search_convex() {
+    std::size_t root = new_node();
+    Result r = check_node(root);
+    if (r != Result::Sat) return r;
+    std::vector<QNumber> q = current_model(), p;
+    for (;;) {
+        std::optional<SplitTerm> s = violated_disequality(q);
+        if (!s) {
+            model_ = std::move(q);
+            return Result::Sat;
+        }
+        proof_.assign(1, ProofStep{});
+        if (!make_split(root, std::move(*s)) || !point_beside(root, p)) return Result::Unsat;
+        if (!move_toward(q, p)) return Result::Unknown;
+    }
+}
+
+bool Decider::point_beside(std::size_t root, std::vector<QNumber>& point) {
+    stack_.assign(1, {root, false});
+    for (bool high : {false, true}) {
+        simplex_.push();
+        std::size_t side = new_node();
+        (high ? proof_[root].high : proof_[root].low) = side;
+        stack_.back().high = high;
+        assert_split(root, high);
+        bool sat = check_node(side) == Result::Sat;
+        if (sat) point = current_model();
+        simplex_.pop();
+        if (sat) return true;
+    }
+    return false;
+}
+
+bool Decider::move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p) {
+    constexpr int kTries = 1000;
+    std::size_t before = violations(q);
+    std::vector<QNumber> next(q.size());
+    for (int k = 1; k <= kTries; ++k) {
+        QNumber step(1, k);
+        for (std::size_t v = 1; v < q.size(); ++v) {
+            next[v] = q[v];
+            next[v].add_product(step, p[v] - q[v]);
+        }
+        if (violations(next) < before) {
+            q.swap(next);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Violated disequalities, a distinct counting its terms minus its distinct values.
+std::size_t Decider::violations(const std::vector<QNumber>& point) const {
+    std::size_t count = 0;
+    std::vector<QNumber> values;
+    for (std::size_t i : diseqs_) {
+        const Atom& atom = problem_.atoms[i];
+        if (atom.relation == Relation::Ne) {
+            count += value_of(problem_.term(atom.first_term), point).is_zero() ? 1 : 0;
+            continue;
+        }
+        values.clear();
+        for (std::uint32_t t = 0; t < atom.terms; ++t)
+            values.push_back(value_of(problem_.term(atom.first_term + t), point));
+        std::sort(values.begin(), values.end());
+        count += static_cast<std::size_t>(values.end() - std::unique(values.begin(), values.end()));
+    }
+    return count;
+}
+
 // The first disequality (in the order of the atoms) that the model makes an equality.
-std::optional<SplitTerm> Decider::violated_disequality() {
+std::optional<SplitTerm> Decider::violated_disequality(const std::vector<QNumber>& point) const {
     std::vector<std::pair<QNumber, std::uint32_t>> values;
     for (std::size_t i : diseqs_) {
         const Atom& atom = problem_.atoms[i];
         if (atom.relation == Relation::Ne) {
             auto term = problem_.term(atom.first_term);
-            if (!value_of(term).is_zero()) continue;
+            if (!value_of(term, point).is_zero()) continue;
             SplitTerm s{i, 0, 0, {}, QNumber()};
             for (const Entry& e : term)
                 if (e.var == 0)
@@ -247,7 +333,7 @@ std::optional<SplitTerm> Decider::violated_disequality() {
         }
         values.clear();
         for (std::uint32_t t = 0; t < atom.terms; ++t)
-            values.emplace_back(value_of(problem_.term(atom.first_term + t)), t);
+            values.emplace_back(value_of(problem_.term(atom.first_term + t), point), t);
         std::sort(values.begin(), values.end());
         for (std::size_t k = 0; k + 1 < values.size(); ++k) {
             if (values[k].first != values[k + 1].first) continue;
@@ -357,10 +443,11 @@ void Decider::copy_branch_proof(std::size_t node) {
     }
 }
 
-void Decider::capture_model() {
-    model_.assign(static_cast<std::size_t>(problem_.variables.size()) + 1, QNumber());
+std::vector<QNumber> Decider::current_model() const {
+    std::vector<QNumber> model(static_cast<std::size_t>(problem_.variables.size()) + 1);
     for (std::size_t v = 1; v < simplex_var_.size(); ++v)
-        if (simplex_var_[v] != 0) model_[v] = simplex_.value(simplex_var_[v]);
+        if (simplex_var_[v] != 0) model[v] = simplex_.value(simplex_var_[v]);
+    return model;
 }
 
 }  // namespace

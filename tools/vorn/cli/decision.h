@@ -4,11 +4,13 @@
 // variables integral, decided exactly by lra::Simplex and lra::BranchAndBound.
 //
 // Every atom but a disequality becomes one bound (Simplex::assert_term, the atom's index as its
-// reason). Disequalities (Ne, and distinct pairwise) are split on demand: when the model violates
-// one, term = c, the search tries term < c, then term > c, each under push/pop; a pair of an
-// n-ary distinct is only looked at when a model makes it equal. The search is depth-first with
-// its own stack, so its depth is bounded by memory, not the machine stack. Int variables go to
-// BranchAndBound at every node.
+// reason). Disequalities (Ne, and distinct pairwise) are split on demand: only one that the
+// current model violates, term = c, is tried as term < c and term > c, each under push/pop; a
+// pair of an n-ary distinct is only looked at when a model makes it equal. Over the rationals
+// the other atoms form a convex set, so one side of each violated disequality is enough and the
+// model is repaired step by step (search_convex); with Int variables the search is a depth-first
+// tree with its own stack (its depth bounded by memory, not the machine stack), BranchAndBound
+// deciding every node.
 //
 // An Unsat answer comes with a proof tree (ProofStep) over the atoms: splits on disequalities,
 // the branch-and-bound splits, and leaves that are Farkas combinations or gcd tests.
