@@ -44,8 +44,9 @@ const ScriptCase kScripts[] = {
      "unsat\n(\nbig\npos\nsum\n)\nunsat\nunsat\n", false},
     {"negations pushed inward", R"((declare-const x Real)
 (assert (not (or (> x 2) (not (>= x 1)))))(assert (=> (> 0 1) (> x 5)))
-(assert (or false (not (= x 1))))(check-sat)(get-model))",
-     "sat\n(\n(define-fun x () Real 2.0)\n)\n", false},
+(assert (or false (not (= x 1))))(check-sat)(get-model)
+(assert (! (<= x 5) :named le5))(check-sat-assuming ((not le5)))(check-sat))",
+     "sat\n(\n(define-fun x () Real 2.0)\n)\nunsat\nsat\n", false},
     {"outside the fragment", R"((declare-const x Real)(declare-const b Bool)
 (assert (or (> x 1) (< x 0)))(check-sat)(get-info :reason-unknown)(reset-assertions)
 (assert b)(assert (> x 0))(check-sat)(assert (< x 0))(check-sat)(reset)(declare-const x Real)

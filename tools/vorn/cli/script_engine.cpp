@@ -294,7 +294,10 @@ void ScriptEngine::assert_command() {
             if (tree_[c].kind == SNode::Kind::Keyword &&
                 symbols_.name(tree_[c].symbol) == ":named" && tree_.next(c) != tree_.end(f)) {
                 const SNode& n = tree_[tree_.next(c)];
-                if (n.kind != SNode::Kind::Symbol) fail(n.pos, "expected a name");
+                fresh(n);
+                // The name stands for the formula from now on (check-sat-assuming uses it).
+                terms_->define(n.symbol, tree_, tree_.next(tree_.first(f)), true);
+                declared_.push_back({n.symbol, 0});
                 named = static_cast<std::int32_t>(names_.size());
                 names_.push_back(name(n.symbol));
             }
