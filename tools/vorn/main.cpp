@@ -7,6 +7,7 @@
 #include <iostream>
 #include <optional>
 
+#include "cli/check.h"
 #include "cli/escape.h"
 #include "cli/input_error.h"
 #include "cli/input_format.h"
@@ -31,7 +32,10 @@ std::string help_footer() {
            "it starts with '(' or ';'.\n\n"
            "Relations: solve accepts equalities (=) over Real variables; an Int variable is an "
            "error at its declaration. tableau accepts =, <=, <, >=, > and distinct over Real and "
-           "Int variables. A .lin file holds equations only.\n\n"
+           "Int variables. A .lin file holds equations only. check decides SMT-LIB scripts "
+           "command by command (conjunctions of linear literals; anything else answers unknown) "
+           "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
+           "--objective-bound and whose model prints only with --model.\n\n"
            "Limits: input of " +
            std::to_string(kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
            std::to_string(kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
@@ -41,7 +45,9 @@ std::string help_footer() {
            " bits.\n\n"
            "Exit status: 0 the answer is printed; 2 the input or the command line is wrong (an "
            "input error is one line FILE:LINE:COL: message on stderr, and nothing is printed on "
-           "stdout); 3 internal error.\n";
+           "stdout; check prints errors inside a readable script as (error \"...\") on stdout "
+           "and goes on); 3 internal error, also a model or certificate that --verify "
+           "rejects.\n";
 }
 
 // Phase messages for long runs, only when a person is watching stderr.
@@ -66,6 +72,8 @@ struct Arguments {
     bool eliminate_given = false;
     std::string format = "text";
     bool triangular = false, stats = false, dump = false;
+    std::optional<std::string> objective_bound;
+    CheckOptions check;
 };
 
 std::optional<InputFormat> forced_format(const Arguments& args) {
@@ -103,6 +111,21 @@ int run_tableau(const Arguments& args) {
     double read_ms = ms_since(start);
     TableauSummary summary = build_tableau(problem);
     print_tableau(std::cout, summary, problem.variables, read_ms, args.dump, args.stats);
+    return kAnswered;
+}
+
+int run_check(const Arguments& args) {
+    Progress progress;
+    progress.phase("reading");
+    auto start = Clock::now();
+    SourceText source = SourceText::read(args.file);
+    double read_ms = ms_since(start);
+    progress.phase("checking");
+    CheckRequest request{forced_format(args), args.objective_bound, args.check};
+    CheckStats stats;
+    run_check(source, request, std::cout, stats);
+    std::cout.flush();
+    if (args.stats) std::cerr << check_stats(read_ms, stats);
     return kAnswered;
 }
 
@@ -146,6 +169,29 @@ int run(int argc, char** argv) {
     tableau_cmd->add_flag("--dump", args.dump, "print the tableau's rows");
     tableau_cmd->add_flag("--stats", args.stats, "print statistics (the default without --dump)");
 
+    auto* check_cmd = app.add_subcommand(
+        "check", "Decide SMT-LIB scripts (QF_LRA, QF_LIA, QF_RDL, QF_IDL) and LP files exactly");
+    add_input(check_cmd,
+              "a .smt2, .lin, .mps or .lp file (also .gz, .bz2), or - for standard input");
+    check_cmd->add_option("--objective-bound", args.objective_bound,
+                          "LP formats: add 'objective REL V' (REL one of <= >= < > =) as a "
+                          "constraint; the objective is ignored otherwise");
+    check_cmd->add_flag("--model", args.check.model,
+                        "LP formats: print the model of a sat answer (off: netlib models are "
+                        "large); SMT-LIB scripts ask with (get-model)");
+    check_cmd
+        ->add_option("--bb-limit", args.check.decide.bb_limit,
+                     "branch-and-bound nodes per check before answering unknown (0: no "
+                     "limit)")
+        ->default_val(10000);
+    check_cmd->add_flag("--certificate", args.check.certificate,
+                        "print a checkable certificate after every unsat (docs/certificates.md)");
+    check_cmd->add_flag("--verify", args.check.verify,
+                        "re-check every model and certificate exactly before printing it; a "
+                        "failure is an internal error (exit 3)");
+    check_cmd->add_flag("--stats", args.stats,
+                        "print simplex and branch-and-bound statistics and times to stderr");
+
     auto* replay_cmd = app.add_subcommand("replay", "Run a script of tableau operations");
     replay_cmd->add_option("TRACE", args.file, "the script, or - for standard input")->required();
 
@@ -159,6 +205,7 @@ int run(int argc, char** argv) {
     try {
         if (*solve_cmd) return run_solve(args);
         if (*tableau_cmd) return run_tableau(args);
+        if (*check_cmd) return run_check(args);
         return run_replay(args);
     } catch (const InputError& e) {
         std::cerr << format_error(shown, e) << "\n";
@@ -166,6 +213,10 @@ int run(int argc, char** argv) {
     } catch (const UsageError& e) {
         std::cerr << "vorn: " << escaped(e.what()) << "\n";
         return kBadInput;
+    } catch (const VerificationFailure& e) {
+        std::cout.flush();
+        std::cerr << "vorn: internal error: verification failed: " << escaped(e.what()) << "\n";
+        return kInternalError;
     }
 }
 

@@ -127,19 +127,28 @@ const char* relation_text(Relation r) {
             return ">";
         case Relation::Distinct:
             return "distinct";
+        case Relation::Ne:
+            return "!=";
     }
     return "?";
 }
 
-void append_name(std::string& out, const Variables& vars, int v) {
-    std::string_view name = vars.name(v);
-    if (vars.syntax() == NameSyntax::Plain || reads_back_plain(name)) {
+void append_symbol(std::string& out, std::string_view name) {
+    if (reads_back_plain(name)) {
         out += name;
         return;
     }
     out += '|';
     out += name;
     out += '|';
+}
+
+void append_name(std::string& out, const Variables& vars, int v) {
+    if (vars.syntax() == NameSyntax::Plain) {
+        out += vars.name(v);
+        return;
+    }
+    append_symbol(out, vars.name(v));
 }
 
 void append_sum(std::string& out, std::span<const LinearExpr::Entry> terms, const Variables& vars) {

@@ -24,6 +24,8 @@ const char* relation_text(Relation r);
 // would not read back as the same symbol ("|1|", "|x y|", "||"); names of the plain format
 // as they are.
 void append_name(std::string& out, const Variables& vars, int v);
+// An SMT-LIB symbol, in |bars| when its plain form would not read back.
+void append_symbol(std::string& out, std::string_view name);
 
 // "2*x - 1/3*y + 5": the terms in the order given with the constant (variable 0) last, "0" when
 // there are none.

@@ -17,7 +17,8 @@
 
 namespace vorn::cli {
 
-enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct };
+// Ne: term ≠ 0, a negated equality.
+enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
 
 struct Atom {
     Relation relation;

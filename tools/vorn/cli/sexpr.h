@@ -60,6 +60,19 @@ class SExprTree {
         return c;
     }
 
+    // A tree holding a copy of expression `id` at node 1 (node 0 is an empty list, so that 0
+    // never names the copy): for definitions that outlive their command.
+    SExprTree copy_of(Id id) const {
+        SExprTree out;
+        out.source_ = source_;
+        out.nodes_.push_back(SNode{});
+        out.nodes_.insert(out.nodes_.end(), nodes_.begin() + id, nodes_.begin() + next(id));
+        for (std::size_t i = 1; i < out.nodes_.size(); ++i)
+            if (out.nodes_[i].is_list()) out.nodes_[i].end = out.nodes_[i].end - id + 1;
+        out.nodes_[0].end = static_cast<std::uint32_t>(out.nodes_.size());
+        return out;
+    }
+
   private:
     friend class SExprReader;
     std::vector<SNode> nodes_;

@@ -56,7 +56,12 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "get-value",
     "exit",
     "push",
-    "pop"};
+    "pop",
+    "check-sat-assuming",
+    "get-unsat-core",
+    "reset",
+    "reset-assertions",
+    "echo"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

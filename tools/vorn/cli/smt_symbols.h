@@ -62,6 +62,11 @@ enum class Known : std::uint32_t {
     Exit,
     Push,
     Pop,
+    CheckSatAssuming,
+    GetUnsatCore,
+    Reset,
+    ResetAssertions,
+    Echo,
     Count
 };
 

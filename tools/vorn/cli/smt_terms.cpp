@@ -16,9 +16,6 @@ namespace {
 // Why a known symbol cannot head a term, or null when it can.
 const char* refusal(Known head) {
     switch (head) {
-        case Known::Or:
-        case Known::Not:
-        case Known::Implies:
         case Known::Xor:
         case Known::Ite:
         case Known::Forall:
@@ -62,9 +59,42 @@ void TermEvaluator::declare_variable(std::uint32_t symbol, int var) {
     state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
 }
 
+void TermEvaluator::declare_opaque(std::uint32_t symbol, bool boolean) {
+    state(symbol).global = {boolean ? Meaning::BoolConstant : Meaning::Function, 0};
+}
+
+const LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula) {
+    evaluate(tree, node);
+    const Value& value = values_[0];
+    *formula = value.is_formula && !value.unsupported;
+    forget_command_formulas();
+    return value.is_formula || value.unsupported ? nullptr : &value.expr;
+}
+
+void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params,
+                                    Id body) {
+    Function f{tree.copy_of(body), {}};
+    for (Id p = tree.first(params); p != tree.end(params); p = tree.next(p)) {
+        if (!tree[p].is_list() || tree[p].size != 2 ||
+            tree[tree.first(p)].kind != SNode::Kind::Symbol)
+            fail(tree[p].pos, "malformed parameter: expected (name Sort)");
+        std::uint32_t name = tree[tree.first(p)].symbol;
+        if (std::find(f.params.begin(), f.params.end(), name) != f.params.end())
+            fail(tree[p].pos, quoted(symbols_.name(name)) + " is a parameter twice");
+        f.params.push_back(name);
+    }
+    functions_.push_back(std::move(f));
+    state(symbol).global = {Meaning::Macro, static_cast<std::uint32_t>(functions_.size() - 1)};
+}
+
 void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula) {
     evaluate(tree, body);
     Value& value = values_[0];
+    if (value.unsupported) {
+        state(symbol).global = {Meaning::Unsupported, value.formula};
+        persistent_ = {formulas_.size(), children_.size(), atoms_.size(), unsupported_.size()};
+        return;
+    }
     if (value.is_formula != formula)
         fail(tree[body].pos,
              formula ? "expected a formula, found a term" : "expected a term, found a formula");
@@ -75,12 +105,13 @@ void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body,
         defined_terms_.emplace_back().swap(value.expr);
     }
     state(symbol).global = meaning;
-    persistent_ = {formulas_.size(), children_.size(), atoms_.size()};
+    persistent_ = {formulas_.size(), children_.size(), atoms_.size(), unsupported_.size()};
 }
 
 void TermEvaluator::assert_formula(const SExprTree& tree, Id id) {
     evaluate(tree, id);
-    if (!values_[0].is_formula) fail(tree[id].pos, "expected a formula, found a term");
+    if (!values_[0].is_formula && !values_[0].unsupported)
+        fail(tree[id].pos, "expected a formula, found a term");
     commit(values_[0].formula);
     forget_command_formulas();
 }
@@ -89,7 +120,11 @@ void TermEvaluator::assert_formula(const SExprTree& tree, Id id) {
 
 void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
     tree_ = &tree;
+    root_tree_ = &tree;
     frames_.clear();  // an error may have left a walk behind
+    forget_command_formulas();
+    barrier_ = 0;
+    body_nodes_ = 0;
     unbind_to(0);
     let_terms_.clear();
     top_ = 0;
@@ -107,6 +142,10 @@ void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
 
 // A leaf becomes a value at once; a list gets a frame whose arguments the walk visits next.
 void TermEvaluator::start(Id id) {
+    // Nested definitions can expand exponentially; lets, which share values, cannot.
+    constexpr std::uint64_t kMaxBodyNodes = 10'000'000;
+    if (tree_ != root_tree_ && ++body_nodes_ > kMaxBodyNodes)
+        fail(node(id).pos, "definitions expand to more than 10^7 nodes in one command");
     const SNode& n = node(id);
     switch (n.kind) {
         case SNode::Kind::Numeral:
@@ -133,13 +172,29 @@ void TermEvaluator::start_list(Id id) {
     std::size_t count = list.size - 1;
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
     if (!is_known(head.symbol)) {
+        Meaning m = meaning(head.symbol);
+        if (m.kind == Meaning::Macro) {
+            if (count != functions_[m.index].params.size())
+                fail(list.pos, quoted(name(head.symbol)) + " takes " +
+                                   std::to_string(functions_[m.index].params.size()) +
+                                   " arguments");
+            push_frame(id, args, list.end, Op::Call, Known::Count);
+            frames_.back().function = m.index;
+            return;
+        }
+        if (meaning(head.symbol).kind == Meaning::Function)
+            return outside(push_value(), "the uninterpreted function " + quoted(name(head.symbol)),
+                           head.pos);
         if (meaning(head.symbol).kind != Meaning::None)
             fail(head.pos, quoted(symbols_.name(head.symbol)) +
                                " is not a function (only constants can be declared)");
         fail(head.pos, "unknown function " + quoted(symbols_.name(head.symbol)));
     }
     Known k = known(head.symbol);
-    if (const char* why = refusal(k)) fail(head.pos, quoted(name(head.symbol)) + " " + why);
+    if (const char* why = refusal(k)) {
+        if (!lenient_) fail(head.pos, quoted(name(head.symbol)) + " " + why);
+        return outside(push_value(), quoted(name(head.symbol)), head.pos);
+    }
     auto at_least = [&](std::size_t n) {
         if (count < n)
             fail(list.pos, quoted(name(head.symbol)) + " needs at least " + std::to_string(n) +
@@ -167,6 +222,14 @@ void TermEvaluator::start_list(Id id) {
             return push_frame(id, args, list.end, Op::Relation, k);
         case Known::And:
             return push_frame(id, args, list.end, Op::And, k);
+        case Known::Or:
+            return push_frame(id, args, list.end, Op::Or, k);
+        case Known::Not:
+            if (count != 1) fail(list.pos, "'not' takes 1 argument");
+            return push_frame(id, args, list.end, Op::Not, k);
+        case Known::Implies:
+            at_least(2);
+            return push_frame(id, args, list.end, Op::Implies, k);
         case Known::Bang:
             at_least(1);
             return push_frame(id, args, tree.next(args), Op::Annotation, k);
@@ -201,6 +264,7 @@ TermEvaluator::Id TermEvaluator::next_child(Frame& f) {
         f.next = tree.next(current);
         return f.op == Op::Let ? tree.next(tree.first(current)) : current;
     }
+    if (f.op == Op::Call && !f.bound) return bind_call(f);
     if (f.op != Op::Let || f.bound) return 0;
     f.bound = true;
     f.scope = static_cast<std::uint32_t>(bindings_.size());
@@ -230,16 +294,42 @@ void TermEvaluator::finish(Frame& f) {
         case Op::And:
             finish_and(f);
             break;
+        case Op::Or:
+        case Op::Not:
+        case Op::Implies:
+            finish_connective(f);
+            break;
         case Op::Let:
             finish_let(f);
             break;
         case Op::Annotation:
             break;
+        case Op::Call:
+            finish_call(f);
+            break;
     }
     top_ = f.base + 1;
 }
 
+void TermEvaluator::outside(Value& value, const std::string& what, SourcePos pos) {
+    if (!lenient_) fail(pos, what);
+    value.unsupported = true;
+    value.is_formula = false;
+    value.formula = new_unsupported(what, pos);
+}
+
+bool TermEvaluator::propagate_unsupported(const Frame& f) {
+    for (std::size_t i = f.base; i < top_; ++i) {
+        if (!values_[i].unsupported) continue;
+        values_[f.base].unsupported = true;
+        values_[f.base].formula = values_[i].formula;
+        return true;
+    }
+    return false;
+}
+
 void TermEvaluator::finish_arith(const Frame& f) {
+    if (propagate_unsupported(f)) return;
     expect_kind(f, false);
     Value& result = values_[f.base];
     std::size_t n = top_ - f.base;
@@ -259,7 +349,7 @@ void TermEvaluator::finish_arith(const Frame& f) {
             std::size_t linear = n;  // the one argument with variables, if any
             for (std::size_t i = 0; i < n; ++i) {
                 if (!arg(i).is_constant()) {
-                    if (linear != n) fail(arg_pos(f, i), "non-linear product");
+                    if (linear != n) return outside(result, "non-linear product", arg_pos(f, i));
                     linear = i;
                     continue;
                 }
@@ -277,8 +367,10 @@ void TermEvaluator::finish_arith(const Frame& f) {
         case Known::Divide: {
             QNumber divisor(1);
             for (std::size_t i = 1; i < n; ++i) {
-                if (!arg(i).is_constant()) fail(arg_pos(f, i), "division by a non-constant term");
-                if (arg(i).constant_value().is_zero()) fail(arg_pos(f, i), "division by zero");
+                if (!arg(i).is_constant())
+                    return outside(result, "division by a non-constant term", arg_pos(f, i));
+                if (arg(i).constant_value().is_zero())
+                    return outside(result, "division by zero", arg_pos(f, i));
                 divisor *= arg(i).constant_value();
                 check_number_size(divisor, arg_pos(f, i));
             }
@@ -295,6 +387,13 @@ void TermEvaluator::finish_arith(const Frame& f) {
 
 // A chain (op a b c) asserts (op a b) and (op b c); distinct stays one atom over all its terms.
 void TermEvaluator::finish_relation(const Frame& f) {
+    if (propagate_unsupported(f)) return;
+    if (lenient_ && (f.head == Known::Eq || f.head == Known::Distinct))
+        for (std::size_t i = f.base; i < top_; ++i)
+            if (values_[i].is_formula)
+                return outside(values_[f.base],
+                               "'" + name(symbol_of(f.head)) + "' between formulas",
+                               node(f.node).pos);
     expect_kind(f, false);
     std::size_t n = top_ - f.base;
     Value& result = values_[f.base];
@@ -334,19 +433,65 @@ void TermEvaluator::finish_and(const Frame& f) {
     Value& result = n == 0 ? push_value() : values_[f.base];
     result.formula = n == 1 ? scratch_ids_[0] : new_and(scratch_ids_);
     result.is_formula = true;
+    result.unsupported = false;
+}
+
+// (or a b) is a node of its own; (not a) flips the reference's bit; (=> a b c) is (or ¬a ¬b c).
+void TermEvaluator::finish_connective(const Frame& f) {
+    expect_kind(f, true);
+    std::size_t n = top_ - f.base;
+    Value& result = values_[f.base];
+    if (f.op == Op::Not) {
+        result.formula ^= 1;
+    } else {
+        scratch_ids_.clear();
+        for (std::size_t i = 0; i < n; ++i)
+            scratch_ids_.push_back(values_[f.base + i].formula ^
+                                   (f.op == Op::Implies && i + 1 < n ? 1 : 0));
+        result.formula = new_and(scratch_ids_, FormulaNode::Or, node(f.node).pos);
+    }
+    result.is_formula = true;
+    result.unsupported = false;
 }
 
 void TermEvaluator::finish_let(const Frame& f) {
     values_[f.base].expr.swap(values_[top_ - 1].expr);
     values_[f.base].formula = values_[top_ - 1].formula;
     values_[f.base].is_formula = values_[top_ - 1].is_formula;
+    values_[f.base].unsupported = values_[top_ - 1].unsupported;
     unbind_to(f.scope);
     let_terms_.resize(f.let_terms);
 }
 
+// The arguments are values: the parameters name them above a barrier that hides the caller's
+// lets, and the walk continues in the body's own tree.
+TermEvaluator::Id TermEvaluator::bind_call(Frame& f) {
+    f.bound = true;
+    f.scope = static_cast<std::uint32_t>(bindings_.size());
+    f.let_terms = static_cast<std::uint32_t>(let_terms_.size());
+    f.saved_barrier = static_cast<std::uint32_t>(barrier_);
+    f.caller = tree_;
+    const Function& fn = functions_[f.function];
+    barrier_ = bindings_.size();
+    for (std::size_t i = 0; i < fn.params.size(); ++i) {
+        SNode name;
+        name.kind = SNode::Kind::Symbol;
+        name.symbol = fn.params[i];
+        bind(name, values_[f.base + i], f.scope);
+    }
+    tree_ = &fn.body;
+    return 1;
+}
+
+void TermEvaluator::finish_call(Frame& f) {
+    tree_ = f.caller;
+    barrier_ = f.saved_barrier;
+    finish_let(f);
+}
+
 void TermEvaluator::expect_kind(const Frame& f, bool formula) const {
     for (std::size_t i = f.base; i < top_; ++i)
-        if (values_[i].is_formula != formula)
+        if (values_[i].is_formula != formula && !values_[i].unsupported)
             fail(arg_pos(f, i - f.base),
                  formula ? "expected a formula, found a term" : "expected a term, found a formula");
 }
@@ -370,17 +515,24 @@ void TermEvaluator::push_symbol(const SNode& node) {
             value.formula = m.index;
             value.is_formula = true;
             return;
+        case Meaning::Unsupported:
+            value.formula = m.index;
+            value.unsupported = true;
+            return;
+        case Meaning::BoolConstant:
+            return outside(value, "the Boolean variable " + quoted(symbols_.name(node.symbol)),
+                           node.pos);
+        case Meaning::Macro:
+            fail(node.pos, quoted(symbols_.name(node.symbol)) + " takes arguments");
+        case Meaning::Function:
+            return outside(value,
+                           "the uninterpreted function " + quoted(symbols_.name(node.symbol)),
+                           node.pos);
         case Meaning::None:
             break;
     }
-    if (node.symbol == symbol_of(Known::True)) {
-        value.formula = 0;
-        value.is_formula = true;
-        return;
-    }
-    if (node.symbol == symbol_of(Known::False)) {
-        scratch_.set_constant(QNumber(1));  // false is the atom 1 = 0
-        value.formula = new_atom(Relation::Eq, problem_.add_term(scratch_), 1, node.pos);
+    if (node.symbol == symbol_of(Known::True) || node.symbol == symbol_of(Known::False)) {
+        value.formula = node.symbol == symbol_of(Known::True) ? 0 : 1;  // the True node, negated
         value.is_formula = true;
         return;
     }
@@ -393,6 +545,7 @@ TermEvaluator::Value& TermEvaluator::push_value() {
     Value& value = values_[top_++];
     value.expr.clear();
     value.is_formula = false;
+    value.unsupported = false;
     value.formula = 0;
     return value;
 }
@@ -401,8 +554,8 @@ void TermEvaluator::bind(const SNode& name, Value& value, std::size_t scope_begi
     SymbolState& s = state(name.symbol);
     if (s.innermost > scope_begin)
         fail(name.pos, quoted(symbols_.name(name.symbol)) + " is bound twice in one let");
-    Meaning m{Meaning::Formula, value.formula};
-    if (!value.is_formula) {
+    Meaning m{value.unsupported ? Meaning::Unsupported : Meaning::Formula, value.formula};
+    if (!value.is_formula && !value.unsupported) {
         // Normalized once here, or every use would copy the unmerged sum and double it.
         (void)value.expr.entries();
         m = {Meaning::LetTerm, static_cast<std::uint32_t>(let_terms_.size())};
@@ -422,7 +575,7 @@ void TermEvaluator::unbind_to(std::size_t size) {
 TermEvaluator::Meaning TermEvaluator::meaning(std::uint32_t symbol) const {
     if (symbol >= states_.size()) return {};
     const SymbolState& s = states_[symbol];
-    return s.innermost != 0 ? bindings_[s.innermost - 1].meaning : s.global;
+    return s.innermost > barrier_ ? bindings_[s.innermost - 1].meaning : s.global;
 }
 
 TermEvaluator::SymbolState& TermEvaluator::state(std::uint32_t symbol) {
@@ -436,32 +589,160 @@ TermEvaluator::SymbolState& TermEvaluator::state(std::uint32_t symbol) {
 TermEvaluator::FormulaId TermEvaluator::new_atom(Relation relation, std::uint32_t first_term,
                                                  std::uint32_t terms, SourcePos pos) {
     atoms_.push_back({relation, first_term, terms, pos});
-    formulas_.push_back({FormulaNode::Atom, static_cast<std::uint32_t>(atoms_.size() - 1), 0});
-    return static_cast<FormulaId>(formulas_.size() - 1);
+    formulas_.push_back({FormulaNode::Atom, static_cast<std::uint32_t>(atoms_.size() - 1), 0, pos});
+    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
 }
 
-TermEvaluator::FormulaId TermEvaluator::new_and(std::span<const FormulaId> children) {
-    formulas_.push_back({FormulaNode::And, static_cast<std::uint32_t>(children_.size()),
-                         static_cast<std::uint32_t>(children.size())});
+TermEvaluator::FormulaId TermEvaluator::new_and(std::span<const FormulaId> children,
+                                                FormulaNode::Kind kind, SourcePos pos) {
+    formulas_.push_back({kind, static_cast<std::uint32_t>(children_.size()),
+                         static_cast<std::uint32_t>(children.size()), pos});
     children_.insert(children_.end(), children.begin(), children.end());
-    return static_cast<FormulaId>(formulas_.size() - 1);
+    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
 }
 
-// Adds the atoms under `root` to the problem in order, visiting every shared node once.
+TermEvaluator::FormulaId TermEvaluator::new_unsupported(const std::string& what, SourcePos pos) {
+    unsupported_.push_back({what, pos});
+    formulas_.push_back(
+        {FormulaNode::Unsupported, static_cast<std::uint32_t>(unsupported_.size() - 1), 0, pos});
+    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
+}
+
+// Adds the literals under `root` to the problem in order, negations pushed inward, visiting every
+// shared node once per polarity.
 void TermEvaluator::commit(FormulaId root) {
-    committed_.resize(formulas_.size(), false);
+    committed_.resize(2 * formulas_.size(), false);
     commit_stack_.assign(1, root);
     while (!commit_stack_.empty()) {
-        FormulaId id = commit_stack_.back();
+        FormulaId ref = commit_stack_.back();
         commit_stack_.pop_back();
-        if (committed_[id]) continue;
-        committed_[id] = true;
-        const FormulaNode& node = formulas_[id];
-        if (node.kind == FormulaNode::Atom) problem_.atoms.push_back(atoms_[node.first]);
-        if (node.kind != FormulaNode::And) continue;
-        for (std::uint32_t i = node.size; i-- > 0;)
-            commit_stack_.push_back(children_[node.first + i]);
+        if (committed_[ref]) continue;
+        committed_[ref] = true;
+        const FormulaNode& node = formulas_[ref / 2];
+        bool negated = (ref & 1) != 0;
+        switch (node.kind) {
+            case FormulaNode::True:
+                if (negated) commit_atom({Relation::Ne, 0, 0, node.pos}, false, node.pos);
+                break;
+            case FormulaNode::Atom:
+                commit_atom(atoms_[node.first], negated, node.pos);
+                break;
+            case FormulaNode::Unsupported:
+                asserted_unsupported_.push_back(unsupported_[node.first]);
+                break;
+            case FormulaNode::And:
+            case FormulaNode::Or:
+                if ((node.kind == FormulaNode::Or) != negated) {
+                    commit_disjunction(node, negated);
+                    break;
+                }
+                for (std::uint32_t i = node.size; i-- > 0;)
+                    commit_stack_.push_back(children_[node.first + i] ^ (negated ? 1 : 0));
+                break;
+        }
     }
+}
+
+// ¬(a ≤ b) is a > b and so on; ¬(a = b) is a ≠ b; ¬(distinct a b) is a = b. `false` arrives as
+// the marker {Ne, terms = 0} and becomes the atom 1 = 0.
+void TermEvaluator::commit_atom(const Atom& atom, bool negated, SourcePos pos) {
+    if (atom.terms == 0) {
+        scratch_.set_constant(QNumber(1));
+        problem_.atoms.push_back({Relation::Eq, problem_.add_term(scratch_), 1, pos});
+        return;
+    }
+    if (!negated) return problem_.atoms.push_back(atom);
+    Atom flipped = atom;
+    switch (atom.relation) {
+        case Relation::Eq:
+            flipped.relation = Relation::Ne;
+            break;
+        case Relation::Ne:
+            flipped.relation = Relation::Eq;
+            break;
+        case Relation::Le:
+            flipped.relation = Relation::Gt;
+            break;
+        case Relation::Lt:
+            flipped.relation = Relation::Ge;
+            break;
+        case Relation::Ge:
+            flipped.relation = Relation::Lt;
+            break;
+        case Relation::Gt:
+            flipped.relation = Relation::Le;
+            break;
+        case Relation::Distinct:
+            if (atom.terms != 2) {
+                std::string what = "a negated 'distinct' of more than two terms (a disjunction)";
+                if (!lenient_) fail(atom.pos, what + " is not supported");
+                asserted_unsupported_.push_back({what, atom.pos});
+                return;
+            }
+            scratch_.clear();
+            for (const auto& e : problem_.term(atom.first_term))
+                scratch_.add_entry(e.var, e.coeff);
+            for (const auto& e : problem_.term(atom.first_term + 1))
+                scratch_.add_entry(e.var, -e.coeff);
+            flipped = {Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
+            break;
+    }
+    problem_.atoms.push_back(flipped);
+}
+
+int TermEvaluator::constant_truth(FormulaId ref) const {
+    const FormulaNode& node = formulas_[ref / 2];
+    bool negated = (ref & 1) != 0;
+    if (node.kind == FormulaNode::True) return negated ? 0 : 1;
+    if (node.kind == FormulaNode::Atom && atoms_[node.first].relation != Relation::Distinct) {
+        auto term = problem_.term(atoms_[node.first].first_term);
+        if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
+        int s = term.empty() ? 0 : term[0].coeff.sign();
+        bool holds = false;
+        switch (atoms_[node.first].relation) {
+            case Relation::Eq:
+                holds = s == 0;
+                break;
+            case Relation::Le:
+                holds = s <= 0;
+                break;
+            case Relation::Lt:
+                holds = s < 0;
+                break;
+            case Relation::Ge:
+                holds = s >= 0;
+                break;
+            case Relation::Gt:
+                holds = s > 0;
+                break;
+            default:
+                holds = s != 0;
+        }
+        return holds != negated ? 1 : 0;
+    }
+    if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)
+        return (node.kind == FormulaNode::And) != negated ? 1 : 0;
+    return -1;
+}
+
+// A disjunction (an or, or a negated and) is a conjunction only when at most one disjunct is not
+// constant false; one constant true disjunct makes it true.
+void TermEvaluator::commit_disjunction(const FormulaNode& node, bool negated) {
+    FormulaId open = 0;
+    std::uint32_t open_count = 0;
+    for (std::uint32_t i = 0; i < node.size; ++i) {
+        FormulaId child = children_[node.first + i] ^ (negated ? 1 : 0);
+        int truth = constant_truth(child);
+        if (truth == 1) return;
+        if (truth == 0) continue;
+        open = child;
+        ++open_count;
+    }
+    if (open_count == 1) return commit_stack_.push_back(open);
+    if (open_count == 0) return commit_stack_.push_back(1);
+    std::string what = "a disjunction";
+    if (!lenient_) fail(node.pos, what + " is not supported");
+    asserted_unsupported_.push_back({what, node.pos});
 }
 
 // An assertion's own formula nodes are not needed once its atoms are in the problem; those of
@@ -470,7 +751,8 @@ void TermEvaluator::forget_command_formulas() {
     formulas_.resize(persistent_.formulas);
     children_.resize(persistent_.children);
     atoms_.resize(persistent_.atoms);
-    committed_.resize(persistent_.formulas);
+    unsupported_.resize(persistent_.unsupported);
+    committed_.resize(2 * persistent_.formulas);
 }
 
 }  // namespace vorn::cli

@@ -14,7 +14,15 @@
 // common term allocates nothing but the atom's entries.
 //
 // Supported: numerals, decimals, declared constants, + - * / (by constants) to_real, let, !
-// (annotations are ignored), and, true, false, = <= < >= > (chained), distinct.
+// (annotations are ignored), and, or, not, =>, true, false, = <= < >= > (chained), distinct.
+// A formula reference carries a negation bit; an assertion pushes negations inward as it commits
+// its atoms (¬(a ≤ b) is a > b, ¬(a = b) the disequality Ne), and a disjunction is accepted when
+// all but one of its disjuncts are constant false.
+//
+// Strict evaluators (solve, tableau) fail on anything else. A lenient one (check) turns what lies
+// outside the fragment (a real disjunction, ite, Boolean variables, non-linear terms, functions
+// with arguments) into an Unsupported value that propagates up; an assertion reaching it records
+// it, so that check-sat can answer unknown and name the construct.
 
 #include <cstdint>
 #include <string>
@@ -28,19 +36,41 @@
 
 namespace vorn::cli {
 
+// A construct outside the fragment, with where it is.
+struct Unsupported {
+    std::string what;
+    SourcePos pos;
+};
+
 class TermEvaluator {
   public:
-    TermEvaluator(Problem& problem, const NameTable& symbols)
-        : problem_(problem), symbols_(symbols) {}
+    TermEvaluator(Problem& problem, const NameTable& symbols, bool lenient = false)
+        : problem_(problem), symbols_(symbols), lenient_(lenient) {}
 
     // True when `symbol` names a declared constant or a definition.
     bool is_defined(std::uint32_t symbol) const {
         return symbol < states_.size() && states_[symbol].global.kind != Meaning::None;
     }
     void declare_variable(std::uint32_t symbol, int var);
+    // Lenient evaluators only: a Boolean constant or a function with arguments, both outside the
+    // fragment wherever they are used.
+    void declare_opaque(std::uint32_t symbol, bool boolean);
+    // Forgets a declaration or definition (pop, reset).
+    void forget(std::uint32_t symbol) { state(symbol).global = {}; }
+    // Lets formulas of definitions be asserted again once their atoms were popped.
+    void forget_commits() { committed_.assign(committed_.size(), false); }
+    // The constructs outside the fragment that assertions reached, in order; the caller truncates
+    // it when it pops assertions.
+    std::vector<Unsupported>& unsupported_asserted() { return asserted_unsupported_; }
+    // Evaluates a term; null when it is a formula (*formula set) or outside the fragment.
+    const LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula);
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool) and a term
     // otherwise, and gives `symbol` its value.
     void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula);
+    // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
+    // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
+    void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
+                         SExprTree::Id body);
     // Evaluates an asserted formula and adds the atoms it reaches that are not in the problem yet.
     void assert_formula(const SExprTree& tree, SExprTree::Id node);
 
@@ -49,7 +79,17 @@ class TermEvaluator {
     using Id = SExprTree::Id;
 
     struct Meaning {
-        enum Kind : std::uint8_t { None, Variable, LetTerm, DefinedTerm, Formula };
+        enum Kind : std::uint8_t {
+            None,
+            Variable,
+            LetTerm,
+            DefinedTerm,
+            Formula,
+            Unsupported,  // index: the Unsupported formula node
+            BoolConstant,
+            Function,
+            Macro  // index: in functions_
+        };
         Kind kind = None;
         std::uint32_t index = 0;  // the variable, the slot of the term, or the formula node
     };
@@ -62,12 +102,15 @@ class TermEvaluator {
         std::uint32_t previous;
         Meaning meaning;
     };
+    // A formula is a reference: node index · 2 + negation bit. An unsupported value (term or
+    // formula) refers to its Unsupported node.
     struct Value {
         LinearExpr expr;
         FormulaId formula = 0;
         bool is_formula = false;
+        bool unsupported = false;
     };
-    enum class Op : std::uint8_t { Arith, Relation, And, Let, Annotation };
+    enum class Op : std::uint8_t { Arith, Relation, And, Or, Not, Implies, Let, Annotation, Call };
     struct Frame {
         Id node;
         Id args;  // the first argument after the head (Let: the first binding)
@@ -79,16 +122,26 @@ class TermEvaluator {
         std::uint32_t base;       // the frame's first value slot
         std::uint32_t scope = 0;  // Let: bindings_ and let_terms_ sizes before it bound
         std::uint32_t let_terms = 0;
+        // Call: the definition, the barrier and tree to restore when the body is evaluated.
+        std::uint32_t function = 0;
+        std::uint32_t saved_barrier = 0;
+        const SExprTree* caller = nullptr;
+    };
+    struct Function {
+        SExprTree body;  // the body at node 1
+        std::vector<std::uint32_t> params;
     };
     struct FormulaNode {
-        enum Kind : std::uint8_t { True, Atom, And };
+        enum Kind : std::uint8_t { True, Atom, And, Or, Unsupported };
         Kind kind;
-        std::uint32_t first;  // Atom: index in atoms_; And: first child in children_
-        std::uint32_t size;   // And: number of children
+        // Atom: index in atoms_; And, Or: first child in children_; Unsupported: in unsupported_
+        std::uint32_t first;
+        std::uint32_t size;  // And, Or: number of children
+        SourcePos pos;
     };
     // Sizes of the arenas that outlive a command (the formulas of definitions).
     struct Marks {
-        std::size_t formulas = 1, children = 0, atoms = 0;
+        std::size_t formulas = 1, children = 0, atoms = 0, unsupported = 0;
     };
 
     // Leaves the value of `node` in the slot values_[0].
@@ -104,6 +157,13 @@ class TermEvaluator {
     void finish_relation(const Frame& f);
     void finish_and(const Frame& f);
     void finish_let(const Frame& f);
+    void finish_call(Frame& f);
+    Id bind_call(Frame& f);
+    void finish_connective(const Frame& f);
+    // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
+    void outside(Value& value, const std::string& what, SourcePos pos);
+    // True (and the result set) when an argument of `f` is unsupported.
+    bool propagate_unsupported(const Frame& f);
 
     void push_symbol(const SNode& node);
     Value& push_value();
@@ -117,23 +177,37 @@ class TermEvaluator {
 
     FormulaId new_atom(Relation relation, std::uint32_t first_term, std::uint32_t terms,
                        SourcePos pos);
-    FormulaId new_and(std::span<const FormulaId> children);
+    FormulaId new_and(std::span<const FormulaId> children,
+                      FormulaNode::Kind kind = FormulaNode::And, SourcePos pos = {});
+    FormulaId new_unsupported(const std::string& what, SourcePos pos);
     void commit(FormulaId root);
+    void commit_atom(const Atom& atom, bool negated, SourcePos pos);
+    // 1 constant true, 0 constant false, −1 neither.
+    int constant_truth(FormulaId ref) const;
+    void commit_disjunction(const FormulaNode& node, bool negated);
     void forget_command_formulas();
 
     Problem& problem_;
     const NameTable& symbols_;
-    const SExprTree* tree_ = nullptr;  // the tree being evaluated
-    std::vector<SymbolState> states_;  // by symbol
+    bool lenient_;
+    const SExprTree* tree_ = nullptr;       // the tree being evaluated
+    const SExprTree* root_tree_ = nullptr;  // the command's own tree
+    std::vector<SymbolState> states_;       // by symbol
     std::vector<Binding> bindings_;
-    std::vector<LinearExpr> let_terms_;      // values of numeric let bindings
+    // Bindings below this index are the caller's and invisible in a definition's body.
+    std::size_t barrier_ = 0;
+    std::vector<Function> functions_;
+    std::uint64_t body_nodes_ = 0;       // nodes of definition bodies evaluated for this command
+    std::vector<LinearExpr> let_terms_;  // values of numeric let bindings
     std::vector<LinearExpr> defined_terms_;  // values of numeric definitions
     std::vector<Value> values_;              // slots [0, top_) are in use
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
-    std::vector<FormulaNode> formulas_{{FormulaNode::True, 0, 0}};
+    std::vector<FormulaNode> formulas_{{FormulaNode::True, 0, 0, {}}};
     std::vector<FormulaId> children_;
-    std::vector<Atom> atoms_;      // atoms built, not yet asserted
+    std::vector<Atom> atoms_;  // atoms built, not yet asserted
+    std::vector<Unsupported> unsupported_;
+    std::vector<Unsupported> asserted_unsupported_;
     std::vector<bool> committed_;  // by formula node: visited by an assertion
     std::vector<FormulaId> scratch_ids_;
     std::vector<FormulaId> commit_stack_;

@@ -56,6 +56,10 @@ TableauSummary build_tableau(const Problem& problem) {
             s.disequalities += std::uint64_t{atom.terms} * (atom.terms - 1) / 2;
             continue;
         }
+        if (atom.relation == Relation::Ne) {
+            ++s.disequalities;
+            continue;
+        }
         auto term = problem.term(atom.first_term);
         std::size_t vars = term.size() - (!term.empty() && term[0].var == 0 ? 1 : 0);
         if (vars <= 1) {

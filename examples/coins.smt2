@@ -1,0 +1,15 @@
+; How many 2-, 5- and 10-cent coins make 87 cents with 13 coins at most, without 2-cent pieces
+; outnumbering the others? And can an even number of 2-cent coins do it?
+(set-logic QF_LIA)
+(declare-const twos Int)
+(declare-const fives Int)
+(declare-const tens Int)
+(assert (and (>= twos 0) (>= fives 0) (>= tens 0)))
+(assert (= (+ (* 2 twos) (* 5 fives) (* 10 tens)) 87))
+(assert (<= (+ twos fives tens) 13))
+(assert (<= twos (+ fives tens)))
+(check-sat)
+(get-model)
+(declare-const half Int)
+(assert (= twos (* 2 half)))
+(check-sat)

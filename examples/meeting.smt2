@@ -1,0 +1,17 @@
+; Three talks in one room between 9:00 and 12:00 (minutes from 9:00): each starts strictly after
+; the previous one ends, the keynote strictly before 10:00, lunch not at 11:00 sharp.
+(set-logic QF_LRA)
+(set-option :produce-models true)
+(declare-const keynote Real)
+(declare-const panel Real)
+(declare-const demo Real)
+(define-fun ends ((start Real) (length Real)) Real (+ start length))
+(assert (>= keynote 0))
+(assert (< keynote 60))
+(assert (< (ends keynote 45) panel))
+(assert (< (ends panel 50) demo))
+(assert (<= (ends demo 30) 180))
+(assert (distinct (ends demo 30) 120))
+(check-sat)
+(get-model)
+(get-value ((- demo keynote)))

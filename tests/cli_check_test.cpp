@@ -1,0 +1,251 @@
+// vorn check: scripts with their exact responses, a differential test of generated conjunctions
+// against Fourier–Motzkin, and Netlib feasibility around the known optima.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+
+#include "cli/script_engine.h"
+#include "support/cli_run.h"
+#include "support/fourier_motzkin.h"
+
+using namespace vorn::cli;
+using vorn::test::run_tool;
+
+namespace {
+
+struct ScriptCase {
+    const char* name;
+    const char* script;
+    const char* expected;
+    bool needs_branching;  // passes once BranchAndBound branches; skipped while it answers unknown
+};
+
+const ScriptCase kScripts[] = {
+    {"strict bounds", R"((declare-const x Real)(declare-const y Real)
+(assert (< 0 x))(assert (< x y))(assert (< y (/ 1 2)))(check-sat)(get-model)
+(assert (<= y 0))(check-sat))",
+     "sat\n(\n(define-fun x () Real (/ 1 6))\n(define-fun y () Real (/ 1 3))\n)\nunsat\n", false},
+    {"disequalities split on demand", R"((declare-const x Real)(declare-const y Real)
+(assert (and (>= x 0) (<= x 1) (= y 0)))(assert (not (= x 0)))(assert (distinct x y 1))
+(check-sat)(get-value (x (- y 5) (* 2 x)))(assert (not (> x 0)))(check-sat))",
+     "sat\n((x (/ 1 2)) ((- y 5) (- 5.0)) ((* 2 x) 1.0))\nunsat\n", false},
+    {"push pop and declarations", R"((set-option :print-success true)(declare-const x Real)
+(push 2)(declare-const y Int)(assert (> x y))(assert (< x 0))(check-sat)(pop 2)
+(declare-const y Real)(assert (< y x))(check-sat)(pop 1))",
+     "success\nsuccess\nsuccess\nsuccess\nsuccess\nsuccess\nsat\nsuccess\nsuccess\nsuccess\nsat\n"
+     "(error \"s.smt2:3:50: cannot pop 1 levels: 0 pushed\")\n",
+     false},
+    {"core of unsat", R"((set-option :produce-unsat-cores true)(declare-const x Real)
+(declare-const y Real)(assert (! (>= x 3) :named big))(assert (! (> y 0) :named pos))
+(assert (! (<= (+ x y) 3) :named sum))(assert (! (< y 7) :named seven))
+(check-sat)(get-unsat-core)(check-sat-assuming ((< x 0)))(check-sat))",
+     "unsat\n(\nbig\npos\nsum\n)\nunsat\nunsat\n", false},
+    {"negations pushed inward", R"((declare-const x Real)
+(assert (not (or (> x 2) (not (>= x 1)))))(assert (=> (> 0 1) (> x 5)))
+(assert (or false (not (= x 1))))(check-sat)(get-model)
+(assert (! (<= x 5) :named le5))(check-sat-assuming ((not le5)))(check-sat))",
+     "sat\n(\n(define-fun x () Real 2.0)\n)\nunsat\nsat\n", false},
+    {"outside the fragment", R"((declare-const x Real)(declare-const b Bool)
+(assert (or (> x 1) (< x 0)))(check-sat)(get-info :reason-unknown)(reset-assertions)
+(assert b)(assert (> x 0))(check-sat)(assert (< x 0))(check-sat)(reset)(declare-const x Real)
+(assert (= (* x x) 2))(check-sat)(get-info :reason-unknown))",
+     "unknown\n(:reason-unknown \"s.smt2:2:9: a disjunction is outside the linear fragment\")\n"
+     "unknown\nunsat\nunknown\n(:reason-unknown \"s.smt2:4:17: non-linear product is outside "
+     "the linear fragment\")\n",
+     false},
+    {"errors keep the script going", R"((declare-const x Real)(assert (> x))(assert (< x z))
+(get-model)(frobnicate)(echo "still ""here""")(check-sat))",
+     "(error \"s.smt2:1:31: '>' needs at least 2 arguments\")\n"
+     "(error \"s.smt2:1:50: undeclared symbol 'z'\")\n"
+     "(error \"s.smt2:2:1: no model: the last check-sat did not answer sat\")\n"
+     "(error \"s.smt2:2:13: unknown command 'frobnicate'\")\n\"still \"\"here\"\"\"\nsat\n",
+     false},
+    {"definitions with parameters", R"((declare-const x Real)(declare-const y Real)
+(define-fun avg ((a Real) (b Real)) Real (/ (+ a b) 2))(define-fun shift ((a Real)) Real (+ a x))
+(define-fun in ((lo Real) (v Real) (hi Real)) Bool (and (< lo v) (< v hi)))
+(assert (let ((x 100)) (in 0 (avg (shift 0) y) 1)))(assert (= y 1))(check-sat)
+(get-value ((avg x y) (shift 3))))",
+     "sat\n(((avg x y) (/ 1 2)) ((shift 3) 3.0))\n", false},
+    {"Int by branch and bound", R"((declare-const n Int)(declare-const m Int)
+(assert (and (> (* 2 n) 1) (< (* 2 n) 4) (= (+ n m) 5)))(check-sat)(get-model)
+(assert (> n 1))(check-sat)(assert (= (* 2 m) 7))(check-sat))",
+     "sat\n(\n(define-fun n () Int 1)\n(define-fun m () Int 4)\n)\nunsat\nunsat\n", true},
+    {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
+(assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
+     "sat\n((n 2))\nunsat\n", true},
+};
+
+bool branching_available() {
+    auto path = vorn::test::temp_file("b.smt2",
+                                      "(declare-const n Int)(assert (< 0 (* 2 n) 2))"
+                                      "(check-sat)");
+    return run_tool("check " + path).out == "unsat\n";
+}
+
+}  // namespace
+
+TEST(CliCheck, ScriptsAnswerExactly) {
+    bool branching = branching_available();
+    for (const ScriptCase& c : kScripts) {
+        if (c.needs_branching && !branching) continue;
+        auto path = vorn::test::temp_file("s.smt2", c.script);
+        auto run = run_tool("check --verify " + path);
+        std::string out = run.out;
+        for (std::size_t at; (at = out.find(::testing::TempDir())) != std::string::npos;)
+            out.erase(at, ::testing::TempDir().size());
+        EXPECT_EQ(out, c.expected) << c.name << "\n" << run.err;
+        EXPECT_EQ(run.status, 0) << c.name;
+    }
+}
+
+TEST(CliCheck, UnreadableScriptStopsWithOneLine) {
+    auto path = vorn::test::temp_file("u.smt2", "(check-sat)\n(assert (< 1 2)");
+    auto run = run_tool("check " + path);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "sat\n");
+    EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+}
+
+namespace {
+
+// Atoms over x0..x2 with coefficients in −2..2 and constants in −3..3: bounds, strict bounds,
+// equalities and disequalities, a distinct now and then.
+struct Generated {
+    std::string script;
+    std::vector<vorn::test::Inequality> inequalities;
+    std::vector<vorn::test::Inequality> disequalities;  // Σ ≠ 0, split both ways by the reference
+};
+
+std::string numeral(int n) {
+    return n < 0 ? "(- " + std::to_string(-n) + ")" : std::to_string(n);
+}
+
+Generated generate(std::mt19937& rng) {
+    Generated g;
+    int atoms = 2 + static_cast<int>(rng() % 5);
+    for (int k = 0; k < atoms; ++k) {
+        vorn::test::Inequality q;
+        std::string sum = "(+ 0";
+        for (int v = 0; v < 3; ++v) {
+            int c = static_cast<int>(rng() % 5) - 2;
+            if (c == 0) continue;
+            q.coeffs[v + 1] = c;
+            sum += " (* " + numeral(c) + " x" + std::to_string(v) + ")";
+        }
+        int constant = static_cast<int>(rng() % 7) - 3;
+        q.constant = -constant;
+        sum += " 0)";
+        const char* ops[] = {"<=", "<", ">=", ">", "=", "distinct"};
+        std::string op = ops[rng() % 6];
+        std::string atom = "(" + op + " " + sum + " " + numeral(constant) + ")";
+        if (op == "distinct") {
+            g.disequalities.push_back(q);
+        } else if (op == "=") {
+            g.inequalities.push_back(q);
+            for (auto& [v, c] : q.coeffs)
+                c = -c;
+            q.constant = -q.constant;
+        } else if (op[0] == '<') {
+            for (auto& [v, c] : q.coeffs)
+                c = -c;
+            q.constant = -q.constant;
+        }
+        q.strict = op == "<" || op == ">";
+        if (op != "distinct") g.inequalities.push_back(q);
+        g.script += "(assert " + (rng() % 4 == 0 ? "(not (not " + atom + "))" : atom) + ")\n";
+    }
+    return g;
+}
+
+// Feasible when some choice of side for every disequality is.
+bool reference_feasible(const Generated& g) {
+    for (unsigned sides = 0; sides < (1u << g.disequalities.size()); ++sides) {
+        auto system = g.inequalities;
+        for (std::size_t i = 0; i < g.disequalities.size(); ++i) {
+            auto q = g.disequalities[i];
+            if ((sides >> i & 1) != 0) {
+                for (auto& [v, c] : q.coeffs)
+                    c = -c;
+                q.constant = -q.constant;
+            }
+            q.strict = true;
+            system.push_back(q);
+        }
+        if (vorn::test::fm_feasible(system)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+TEST(CliCheck, GeneratedConjunctionsMatchFourierMotzkin) {
+    const unsigned seed = 20261123;
+    std::mt19937 rng(seed);
+    std::string script = "(declare-const x0 Real)(declare-const x1 Real)(declare-const x2 Real)\n";
+    std::string expected;
+    for (int i = 0; i < 300; ++i) {
+        Generated g = generate(rng);
+        script += "(push 1)\n" + g.script + "(check-sat)\n(pop 1)\n";
+        expected += reference_feasible(g) ? "sat\n" : "unsat\n";
+    }
+    CheckOptions options;
+    options.verify = true;  // every model and proof checked exactly, or VerificationFailure
+    options.certificate = true;
+    std::ostringstream out;
+    CheckStats stats;
+    run_script(script, "gen.smt2", options, out, stats);
+    std::string answers;
+    std::istringstream lines(out.str());
+    for (std::string line; std::getline(lines, line);)
+        if (line == "sat" || line == "unsat") answers += line + "\n";
+    EXPECT_EQ(answers, expected) << "seed " << seed;
+    EXPECT_EQ(out.str().find("(error"), std::string::npos) << out.str();
+    EXPECT_GT(stats.decide.splits, 0u);
+    auto path = vorn::test::temp_file("gen.out", out.str());
+    EXPECT_EQ(std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
+                           " >/dev/null")
+                              .c_str()),
+              0);
+}
+
+TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
+    const std::string dir = "/work/shared/data/netlib/";
+    struct Case {
+        const char* problem;
+        const char* bound;
+        const char* answer;
+    } cases[] = {
+        {"afiro", "", "sat\n"},
+        {"afiro", "'<= -464.76'", "unsat\n"},
+        {"afiro", "'<= -464.75'", "sat\n"},
+        {"sc50b", "'< -70'", "unsat\n"},
+        {"sc50b", "'<= -70'", "sat\n"},
+        {"kb2", "", "sat\n"},
+    };
+    if (!std::ifstream(dir + "netlib-afiro.mps.bz2")) GTEST_SKIP() << "no Netlib data";
+    for (const Case& c : cases) {
+        std::string bound = *c.bound ? std::string(" --objective-bound ") + c.bound : "";
+        auto run =
+            run_tool("check --verify" + bound + " " + dir + "netlib-" + c.problem + ".mps.bz2");
+        EXPECT_EQ(run.out, c.answer) << c.problem << bound << run.err;
+    }
+}
+
+TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
+    auto run = run_tool("check --certificate " VORN_SOURCE_DIR "/examples/core.smt2");
+    auto checks = [](const std::string& out) {
+        auto path = vorn::test::temp_file("core.out", out);
+        return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
+                            " >/dev/null")
+                               .c_str()) == 0;
+    };
+    ASSERT_TRUE(checks(run.out)) << run.out;
+    for (const char* from : {"atom:2:l:1", "1100"}) {  // a multiplier, then a bound's constant
+        std::string tampered = run.out;
+        tampered.replace(tampered.find(from), std::string(from).size(),
+                         std::string(from) == "1100" ? "1000" : "atom:2:l:2");
+        EXPECT_FALSE(checks(tampered)) << from;
+    }
+}

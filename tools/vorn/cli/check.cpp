@@ -1,0 +1,126 @@
+#include "cli/check.h"
+
+#include <cstdio>
+#include <ostream>
+
+#include "cli/certificate.h"
+#include "cli/input_error.h"
+#include "cli/model_check.h"
+#include "cli/output.h"
+#include "cli/real_literal.h"
+#include "cli/smt_values.h"
+#include "cli/solve.h"
+#include "cli/stopwatch.h"
+
+namespace vorn::cli {
+
+namespace {
+
+// "objective ⋈ V" as an atom: objective − V ⋈ 0.
+void add_objective_bound(Problem& problem, const std::string& bound) {
+    if (!problem.objective) throw UsageError("--objective-bound: the input states no objective");
+    std::string_view text = bound;
+    while (!text.empty() && text.front() == ' ')
+        text.remove_prefix(1);
+    static constexpr std::pair<std::string_view, Relation> kOps[] = {{"<=", Relation::Le},
+                                                                     {">=", Relation::Ge},
+                                                                     {"<", Relation::Lt},
+                                                                     {">", Relation::Gt},
+                                                                     {"=", Relation::Eq}};
+    for (const auto& [op, relation] : kOps) {
+        if (!text.starts_with(op)) continue;
+        std::string_view number = text.substr(op.size());
+        while (!number.empty() && number.front() == ' ')
+            number.remove_prefix(1);
+        std::optional<QNumber> value = parse_real_literal(number);
+        if (!value) break;
+        LinearExpr expr;
+        for (const auto& e : problem.term(*problem.objective))
+            expr.add_entry(e.var, e.coeff);
+        expr.add_entry(0, -*value);
+        problem.atoms.push_back({relation, problem.add_term(expr), 1, SourcePos{}});
+        return;
+    }
+    throw UsageError("--objective-bound: expected a relation and a number, as in '<= 2.5', not " +
+                     quoted(bound));
+}
+
+void print_model(std::ostream& out, const Problem& problem, const std::vector<QNumber>& model) {
+    std::string text = "(\n";
+    for (int v = 1; v <= problem.variables.size(); ++v) {
+        Sort sort = problem.variables.sort(v);
+        text += "(define-fun ";
+        append_name(text, problem.variables, v);
+        text += sort == Sort::Int ? " () Int " : " () Real ";
+        append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(), sort);
+        text += ")\n";
+        if (text.size() > (1 << 16)) {
+            out << text;
+            text.clear();
+        }
+    }
+    out << text << ")\n";
+}
+
+void check_problem(Problem& problem, const CheckRequest& request, std::ostream& out,
+                   CheckStats& stats) {
+    if (request.objective_bound) add_objective_bound(problem, *request.objective_bound);
+    auto start = Clock::now();
+    Decision d = decide(problem, request.options.decide);
+    stats.solve_seconds += ms_since(start) / 1000;
+    stats.checks = 1;
+    stats.decide = d.stats;
+    if (request.options.verify) {
+        std::string bad;
+        if (d.result == lra::Result::Sat) bad = check_model(problem, d.model);
+        if (d.result == lra::Result::Unsat) bad = check_proof(problem, d.proof);
+        if (!bad.empty()) throw VerificationFailure(bad);
+    }
+    switch (d.result) {
+        case lra::Result::Sat:
+            out << "sat\n";
+            if (request.options.model) print_model(out, problem, d.model);
+            break;
+        case lra::Result::Unsat:
+            out << "unsat\n";
+            if (request.options.certificate) print_certificate(out, problem, d.proof);
+            break;
+        case lra::Result::Unknown:
+            out << "unknown\n";
+            break;
+    }
+}
+
+}  // namespace
+
+void run_check(const SourceText& source, const CheckRequest& request, std::ostream& out,
+               CheckStats& stats) {
+    InputFormat format = input_format(source, request.format);
+    if (format == InputFormat::Smt2) {
+        if (request.objective_bound)
+            throw UsageError("--objective-bound applies to .lin, MPS and LP files");
+        return run_script(source.text, source.name, request.options, out, stats);
+    }
+    Problem problem = read_problem(source, format);
+    check_problem(problem, request, out, stats);
+}
+
+std::string check_stats(double read_ms, const CheckStats& s) {
+    const lra::SimplexStats& x = s.decide.simplex;
+    char line[512];
+    std::snprintf(line, sizeof line,
+                  "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
+                  "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
+                  "splits, %llu branch-and-bound nodes\n",
+                  read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
+                  static_cast<unsigned long long>(x.pivots),
+                  static_cast<unsigned long long>(x.bland_switches),
+                  static_cast<unsigned long long>(x.conflicts),
+                  static_cast<unsigned long long>(x.eliminated),
+                  static_cast<unsigned long long>(x.restored),
+                  static_cast<unsigned long long>(s.decide.splits),
+                  static_cast<unsigned long long>(s.decide.branch.nodes));
+    return line;
+}
+
+}  // namespace vorn::cli
