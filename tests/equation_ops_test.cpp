@@ -99,25 +99,6 @@ TEST(EquationSubstitute, HandBuiltUnsortedEquationsAreHandled) {
     EXPECT_TRUE(dropped.empty());
 }
 
-TEST(EquationSubstitute, CancellationReportsOnlyVanishedVariables) {
-    // row: x5 = x3 - x1 ; def: x3 = x1 + x2  →  x5 = x2, and x1 vanished.
-    Equation row(5, {{5, QNumber(-1)}, {3, QNumber(1)}, {1, QNumber(-1)}});
-    Equation def(3, {{3, QNumber(-1)}, {1, QNumber(1)}, {2, QNumber(1)}});
-    std::vector<int> dropped;
-    row.substitute_var(3, def, &dropped);
-    EXPECT_EQ(row.to_str(false), "x5 = x2");
-    EXPECT_EQ(dropped, std::vector<int>{1});
-}
-
-TEST(EquationSubstitute, RowWithoutXReportsDefinitionVariablesItLacks) {
-    Equation row(5, {{5, QNumber(-1)}, {2, QNumber(1)}});
-    Equation def(3, {{3, QNumber(-1)}, {1, QNumber(1)}, {2, QNumber(1)}});
-    std::vector<int> dropped;
-    row.substitute_var(3, def, &dropped);
-    EXPECT_EQ(row.to_str(false), "x5 = x2");
-    EXPECT_EQ(dropped, std::vector<int>{1});
-}
-
 TEST(EquationChangeBasic, SolvesForTheNewVariableWithCoefficientMinusOne) {
     std::mt19937_64 rng(5);
     for (int round = 0; round < 2000; ++round) {

@@ -15,7 +15,7 @@ using namespace vorn::lra;
 using vorn::QNumber;
 using vorn::test::Atom;
 using vorn::test::Inequality;
-using vorn::test::mpq_of;
+using vorn::test::to_mpq;
 
 namespace {
 
@@ -41,12 +41,12 @@ struct Problem {
 bool gcd_refutes(const ProofNode& leaf, const Problem& p) {
     const Atom& a = p.atoms.at(static_cast<std::size_t>(leaf.reason));
     TermEntries term = a.term;  // repeated variables merged
-    mpq_class constant = mpq_of(a.constant / normalize_term(term));
-    mpz_class scale = constant.get_den(), g, claimed = mpq_of(leaf.gcd).get_num();
+    mpq_class constant = to_mpq(a.constant / normalize_term(term));
+    mpz_class scale = constant.get_den(), g, claimed = to_mpq(leaf.gcd).get_num();
     for (const auto& e : term)
-        scale = lcm(scale, mpq_of(e.coeff).get_den());
+        scale = lcm(scale, to_mpq(e.coeff).get_den());
     for (const auto& e : term) {
-        mpq_class c = mpq_of(e.coeff) * scale;
+        mpq_class c = to_mpq(e.coeff) * scale;
         g = p.integer[e.var] ? gcd(g, c.get_num()) : mpz_class(1);
     }
     mpz_class c = mpq_class(constant * scale).get_num(), common = gcd(g, c);
@@ -110,7 +110,7 @@ struct Session {
         for (std::size_t v = 1; v < problem.integer.size(); ++v)
             if (problem.integer[v] && !simplex.value(static_cast<int>(v)).is_integer())
                 return "not integral";
-        return vorn::test::check_model([&](int v) { return mpq_of(simplex.value(v)); },
+        return vorn::test::check_model([&](int v) { return to_mpq(simplex.value(v)); },
                                        problem.atoms);
     }
 };

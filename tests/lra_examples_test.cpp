@@ -66,42 +66,6 @@ TEST(SimplexExamples, CertificatesUseTheCallersAtoms) {
     EXPECT_EQ(entries_of(s),
               (std::vector<Entry>{
                   {10, true, QNumber(1, 2)}, {11, false, 1}, {12, false, QNumber(5, 2)}}));
-
-    // −2x − 4y ≥ −4 and x + 2y ≥ 3 share a slack; the first is its upper bound, halved.
-    Simplex t;
-    x = t.new_variable(), y = t.new_variable();
-    auto negative = t.term_variable({{x, -2}, {y, -4}});
-    auto positive = t.term_variable({{y, 2}, {x, 1}});
-    EXPECT_EQ(negative.var, positive.var);
-    EXPECT_EQ(negative.scale, -2);
-    ASSERT_TRUE(t.assert_term(negative, Relation::Ge, -4, 20));
-    ASSERT_FALSE(t.assert_term(positive, Relation::Ge, 3, 21));
-    EXPECT_EQ(entries_of(t), (std::vector<Entry>{{20, false, QNumber(1, 2)}, {21, false, 1}}));
-}
-
-TEST(SimplexExamples, EliminatedVariablesAreModelledAndRestoredForBounds) {
-    Simplex s;
-    int x = s.new_variable(), y = s.new_variable(), z = s.new_variable();
-    ASSERT_TRUE(s.assert_term(s.term_variable({{x, 1}, {y, 1}}), Relation::Eq, 2, 0));
-    ASSERT_TRUE(s.assert_term(s.term_variable({{x, 1}, {y, -1}, {z, 1}}), Relation::Eq, 0, 1));
-    ASSERT_TRUE(s.assert_lower(z, 2, false, 2));
-    ASSERT_EQ(s.check(), Result::Sat);
-    EXPECT_EQ(s.stats().eliminated, 2u);
-    EXPECT_EQ(s.value(x), 0);  // z = 2 at its bound, x + y = 2, x − y = −2
-    EXPECT_EQ(s.value(y), 2);
-    // A new term over y restores it: z = 2y − 2 ≥ 2 and y + z ≤ 4 leave y = z = 2.
-    ASSERT_TRUE(s.assert_term(s.term_variable({{y, 1}, {z, 1}}), Relation::Le, 4, 4));
-    EXPECT_GE(s.stats().restored, 1u);
-    ASSERT_EQ(s.check(), Result::Sat);
-    EXPECT_EQ(std::vector<QNumber>({s.value(x), s.value(y), s.value(z)}),
-              std::vector<QNumber>({0, 2, 2}));
-    s.push();
-    ASSERT_TRUE(s.assert_lower(x, 1, false, 3));  // x ≥ 1 forces z ≤ 0
-    ASSERT_EQ(s.check(), Result::Unsat);
-    EXPECT_EQ(entries_of(s).size(), 4u);
-    s.pop();
-    EXPECT_EQ(s.check(), Result::Sat);
-    EXPECT_EQ(s.stats().checks, 4u);
 }
 
 TEST(SimplexExamples, BealesCyclingExampleTerminates) {

@@ -16,7 +16,7 @@ using vorn::lra::Relation;
 using vorn::lra::Result;
 using vorn::lra::Simplex;
 using vorn::test::Atom;
-using vorn::test::mpq_of;
+using vorn::test::to_mpq;
 
 namespace {
 
@@ -55,7 +55,7 @@ struct Session {
         bool expected = vorn::test::fm_feasible(vorn::test::inequalities(atoms));
         if ((r == Result::Sat) != expected) return expected ? "unsat, expected sat" : "sat";
         if (r != Result::Sat) return check_certificate(simplex, atoms);
-        return vorn::test::check_model([&](int v) { return mpq_of(simplex.value(v)); }, atoms);
+        return vorn::test::check_model([&](int v) { return to_mpq(simplex.value(v)); }, atoms);
     }
 
     void push() {

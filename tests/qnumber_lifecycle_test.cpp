@@ -8,12 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "support/gmp_counter.h"
 #include "support/gmp_trace.h"
 #include "vorn/numbers/qnumber.h"
 
 using vorn::QNumber;
-using vorn::test::GmpCounter;
 using vorn::test::GmpRecord;
 using vorn::test::GmpTrace;
 
@@ -44,8 +42,6 @@ TEST(QNumberConstruction, ConstructorsParsingAndPrintingAgree) {
         {"-5/(INT64_MIN+1)", QNumber(-5, INT64_MIN + 1), "5/9223372036854775807", false},
         {"INT64_MIN/-1", QNumber(INT64_MIN, -1), "9223372036854775808", true},
         {"1/INT64_MIN", QNumber(1, INT64_MIN), "-1/9223372036854775808", true},
-        {"unsigned", QNumber(7u), "7", false},
-        {"short", QNumber(static_cast<short>(-3)), "-3", false},
         {"uint64 INT64_MAX", QNumber(std::uint64_t{INT64_MAX}), "9223372036854775807", false},
         {"uint64 2^63", QNumber(std::uint64_t{1} << 63), "9223372036854775808", true},
         {"parse -12", parse("-12"), "-12", false},
@@ -189,21 +185,8 @@ TEST(QNumberForms, CopyAssignDestroyFollowTheFormRules) {
     }
 }
 
-TEST(QNumberForms, BigDestinationKeepsItsBlockAcrossValues) {
-    QNumber big = QNumber::make_big(QNumber(2));
-    const mpq_srcptr block = big.big_block();
-    big = QNumber(3, 4);
-    EXPECT_FALSE(big.is_integer());
-    big = QNumber(5);
-    EXPECT_TRUE(big.is_integer());  // through the GMP denominator
-    big += QNumber(1, 2);
-    big.set_product(QNumber(2), QNumber(3));
-    EXPECT_EQ(big, QNumber(6));
-    EXPECT_EQ(big.big_block(), block);
-}
-
 TEST(QNumberForms, SmallNumbersNeverReachGmp) {
-    GmpCounter counter;
+    GmpTrace trace;
     {
         QNumber a(3, 4);
         QNumber b(a);
@@ -213,7 +196,9 @@ TEST(QNumberForms, SmallNumbersNeverReachGmp) {
         c *= QNumber(-5, 3);
         EXPECT_EQ(c, QNumber(-5, 3));
     }
-    EXPECT_EQ(counter.counts().allocs + counter.counts().frees, 0);
+    GmpRecord record = trace.stop();
+    EXPECT_TRUE(record.calls.empty());
+    EXPECT_EQ(record.blocks_allocated + record.blocks_freed, 0);
 }
 
 TEST(QNumberConversion, RoundTripsThroughGmp) {
@@ -230,8 +215,6 @@ TEST(QNumberConversion, RoundTripsThroughGmp) {
     mpq_init(back);
     tiny.get_mpq(back);
     EXPECT_TRUE(mpq_equal(q, back));
-    QNumber(-3, 7).get_mpq(back);
-    EXPECT_EQ(mpq_cmp_si(back, -3, 7), 0);
     mpq_clear(back);
     mpq_clear(q);
 }

@@ -58,18 +58,6 @@ TEST(TableauState, AllVariablesListsBasicsAscendingThenColumnsInBucketOrder) {
     EXPECT_EQ(all.capacity(), 4u);
 }
 
-TEST(TableauWorkedExamples, Pivot) {
-    Tableau t(0);
-    worked_example(t);
-    t.pivot(1, 3);
-    EXPECT_EQ(basics_of(t), (std::vector<int>{2, 3}));
-    EXPECT_EQ(columns_of(t), (Cols{{1, {2, 3}}, {4, {2, 3}}, {5, {2}}}));
-    EXPECT_EQ(t.get_num_variables(), 5u);
-    EXPECT_EQ(t.rows().at(3)->to_str(false), "x3 = x1 - x4");
-    EXPECT_EQ(t.rows().at(2)->to_str(false), "x2 = x1 - x4 + x5");
-    EXPECT_EQ(tableau_fault(t), "");
-}
-
 TEST(TableauWorkedExamples, EliminationThenRestorationByANewEquation) {
     Tableau t(0);
     worked_example(t);

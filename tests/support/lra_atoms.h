@@ -10,15 +10,10 @@
 #include <vector>
 
 #include "support/fourier_motzkin.h"
+#include "support/gmp_reference.h"
 #include "vorn/lra/simplex.h"
 
 namespace vorn::test {
-
-inline mpq_class mpq_of(const QNumber& q) {
-    mpq_class out;
-    q.get_mpq(out.get_mpq_t());
-    return out;
-}
 
 struct Atom {
     lra::TermEntries term;
@@ -37,9 +32,9 @@ inline Inequality side_of(const Atom& a, bool upper) {
     Inequality q;
     mpq_class sign = upper ? -1 : 1;
     for (const auto& e : a.term)
-        q.coeffs[e.var] += sign * mpq_of(e.coeff);
+        q.coeffs[e.var] += sign * to_mpq(e.coeff);
     std::erase_if(q.coeffs, [](const auto& e) { return e.second == 0; });
-    q.constant = -sign * mpq_of(a.constant);
+    q.constant = -sign * to_mpq(a.constant);
     q.strict = a.relation == lra::Relation::Lt || a.relation == lra::Relation::Gt;
     return q;
 }
@@ -73,7 +68,7 @@ std::string check_certificate(const std::vector<lra::Explanation>& conflict, Sid
     for (const lra::Explanation& e : conflict) {
         std::optional<Inequality> q = side(e);
         if (!q || e.multiplier.sign() <= 0) return "unknown reason, wrong side or multiplier";
-        mpq_class m = mpq_of(e.multiplier);
+        mpq_class m = to_mpq(e.multiplier);
         for (const auto& [v, c] : q->coeffs)
             total.coeffs[v] += m * c;
         total.constant += m * q->constant;

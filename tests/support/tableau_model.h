@@ -73,8 +73,6 @@ class TableauModel {
         return error_;
     }
 
-    std::size_t operations() const { return steps_; }
-
   private:
     void check(bool ok, const std::string& what) {
         if (!ok && error_.empty()) error_ = what;
