@@ -18,8 +18,8 @@ using vorn::la::Equation;
 
 namespace {
 
-using vorn::bench::substitute;
 using vorn::bench::MapRow;
+using vorn::bench::substitute;
 
 constexpr int kX = 1;
 constexpr int kY = 2;
