@@ -74,6 +74,15 @@ struct SetModel {
 }  // namespace
 
 TEST(VarSet, RandomOperationsMatchTheExactModel) {
+    // Erasing down to exactly a quarter live keeps the array; one more erasure compacts it.
+    VarSet q;
+    for (int v = 1; v <= 8; ++v)
+        q.insert(v);
+    for (int v = 1; v <= 6; ++v)
+        q.erase(v);
+    EXPECT_EQ(q.entries().size(), 8u);
+    q.erase(7);
+    EXPECT_EQ(raw_entries(q), std::vector<std::int32_t>{16});
     const unsigned seed = 1234;
     std::mt19937 rng(seed);
     for (int trial = 0; trial < 25; ++trial) {
