@@ -5,7 +5,8 @@ Reads the tool's output (a file or standard input), finds every "(certificate" b
 it with exact rationals, sharing nothing with the solver: every proof node is reached once from
 node 0; a disequality split names a != atom and its children hold term < c and term > c; an
 integer split names an Int variable and an integer b, its children hold var <= b and var >= b + 1;
-a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side) combine with
+a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side; an inequality
+over Int variables only counts with its bound rounded to the integers) combine with
 positive multipliers into a constant K with every variable cancelled, K < 0, or K = 0 with a
 strict bound; a gcd leaf names an equality over Int variables whose scaled coefficients' gcd does
 not divide its constant. The format is described in docs/certificates.md.
@@ -56,6 +57,20 @@ def split_bound(cert, split, high):
     return {var: Fraction(1)}, below + 1 if high else below, not high, False
 
 
+def rounded(rel, c, terms):
+    """The constant of an integral atom's bound once rounded: with the term scaled to coprime
+    integer coefficients (factor s), T <= c gives T <= floor(c), T < c gives T <= ceil(c) - 1,
+    and the other way round for lower bounds; the bound is then non-strict."""
+    scale = math.lcm(*(a.denominator for a in terms.values()))
+    g = 0
+    for a in terms.values():
+        g = math.gcd(g, int(a * scale))
+    s = Fraction(scale, g)
+    cs = c * s
+    k = {"<=": math.floor(cs), "<": math.ceil(cs) - 1, ">=": math.ceil(cs), ">": math.floor(cs) + 1}
+    return Fraction(k[rel]) / s
+
+
 def check_farkas(cert, words, path):
     total, k, strict = {}, Fraction(0), False
     for word in words:
@@ -69,6 +84,8 @@ def check_farkas(cert, words, path):
             if rel not in halves:
                 raise ValueError("atom %s has no %s half" % (ref, side))
             is_strict = halves[rel]
+            if rel != "=" and terms and all(cert["vars"][v] == "Int" for v in terms):
+                c, is_strict = rounded(rel, c, terms), False
         else:
             if int(ref) not in path:
                 raise ValueError("split %s is not an ancestor" % ref)

@@ -68,6 +68,10 @@ const ScriptCase kScripts[] = {
 (assert (and (> (* 2 n) 1) (< (* 2 n) 4) (= (+ n m) 5)))(check-sat)(get-model)
 (assert (> n 1))(check-sat)(assert (= (* 2 m) 7))(check-sat))",
      "sat\n(\n(define-fun n () Int 1)\n(define-fun m () Int 4)\n)\nunsat\nunsat\n"},
+    {"Int strict bounds on terms are rounded", R"((declare-const x Int)(declare-const y Int)
+(assert (< (+ (* 4 x) y) 5))(assert (<= (- (* 3 y) x) (- 5)))(assert (> (- y x) (- 2)))
+(check-sat)(assert (> x (- 1)))(check-sat))",
+     "sat\nunsat\n"},
     {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
 (assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
      "sat\n((n 2))\nunsat\n"},

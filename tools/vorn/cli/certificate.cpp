@@ -6,6 +6,7 @@
 #include <ostream>
 #include <set>
 
+#include "cli/integral_bound.h"
 #include "cli/output.h"
 
 namespace vorn::cli {
@@ -132,6 +133,10 @@ bool ProofChecker::atom_bound(std::size_t atom, Bound& b) const {
     b.lower =
         a.relation == Relation::Ge || a.relation == Relation::Gt || a.relation == Relation::Eq;
     b.strict = a.relation == Relation::Lt || a.relation == Relation::Gt;
+    if (auto rounded = round_integral_bound(b.term, a.relation, b.c, p_.variables)) {
+        b.c = rounded->constant;
+        b.strict = false;
+    }
     return true;
 }
 

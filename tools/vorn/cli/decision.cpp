@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "cli/integral_bound.h"
+
 namespace vorn::cli {
 
 namespace {
@@ -168,9 +170,13 @@ bool Decider::enter_atoms() {
                 {false, i, false_half_is_upper(atom.relation, c), QNumber(1)});
             return false;
         }
+        Relation relation = atom.relation;
+        if (auto rounded = round_integral_bound(term, relation, c, problem_.variables)) {
+            relation = rounded->relation;
+            c = rounded->constant;
+        }
         lra::TermVar tv = simplex_.term_variable(entries);
-        if (!simplex_.assert_term(tv, simplex_relation(atom.relation), c,
-                                  static_cast<lra::Reason>(i)))
+        if (!simplex_.assert_term(tv, simplex_relation(relation), c, static_cast<lra::Reason>(i)))
             break;  // check() reports the conflict
     }
     return true;
