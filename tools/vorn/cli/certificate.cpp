@@ -1,7 +1,5 @@
 #include "cli/certificate.h"
 
-#include <gmp.h>
-
 #include <map>
 #include <ostream>
 #include <set>
@@ -183,42 +181,6 @@ std::string ProofChecker::farkas(std::size_t node) {
     return "Farkas leaf " + std::to_string(node) + " is no contradiction";
 }
 
-// An mpz_t that frees itself.
-struct Integer {
-    mpz_t z;
-    Integer() { mpz_init(z); }
-    ~Integer() { mpz_clear(z); }
-    Integer(const Integer&) = delete;
-    Integer& operator=(const Integer&) = delete;
-};
-
-// Whether Σ aᵢxᵢ = c, scaled to integers, has a gcd of the aᵢ that does not divide c.
-bool gcd_refutes(std::span<const Entry> term, const QNumber& c) {
-    mpq_t q;
-    mpq_init(q);
-    Integer lcm, g, scaled;
-    mpz_set_ui(lcm.z, 1);
-    auto scale = [&](const QNumber& value, mpz_t out) {
-        value.get_mpq(q);
-        mpz_divexact(out, lcm.z, mpq_denref(q));
-        mpz_mul(out, out, mpq_numref(q));
-    };
-    for (const Entry& e : term) {
-        e.coeff.get_mpq(q);
-        mpz_lcm(lcm.z, lcm.z, mpq_denref(q));
-    }
-    c.get_mpq(q);
-    mpz_lcm(lcm.z, lcm.z, mpq_denref(q));
-    for (const Entry& e : term) {
-        scale(e.coeff, scaled.z);
-        mpz_gcd(g.z, g.z, scaled.z);
-    }
-    scale(c, scaled.z);
-    bool refutes = mpz_sgn(g.z) != 0 && !mpz_divisible_p(scaled.z, g.z);
-    mpq_clear(q);
-    return refutes;
-}
-
 std::string ProofChecker::gcd(const ProofStep& step) {
     if (step.atom >= p_.atoms.size() || p_.atoms[step.atom].relation != Relation::Eq)
         return "a gcd leaf on no equality";
@@ -226,7 +188,8 @@ std::string ProofChecker::gcd(const ProofStep& step) {
     QNumber c = split_constant(p_.term(p_.atoms[step.atom].first_term), term);
     for (const Entry& e : term)
         if (p_.variables.sort(e.var) != Sort::Int) return "a gcd leaf over a Real variable";
-    return gcd_refutes(term, c) ? std::string() : "a gcd leaf whose equality has integer solutions";
+    return integral_equation_refuted(term, c) ? std::string()
+                                              : "a gcd leaf whose equality has integer solutions";
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gmpxx.h>
 
+#include <algorithm>
+
 namespace vorn::cli {
 
 namespace {
@@ -23,6 +25,11 @@ mpq_class integral_scale(std::span<const LinearExpr::Entry> term) {
 }
 
 }  // namespace
+
+bool integral_equation_refuted(std::span<const LinearExpr::Entry> term, const QNumber& c) {
+    bool any = std::any_of(term.begin(), term.end(), [](const auto& e) { return e.var != 0; });
+    return any && mpq_class(to_mpq(c) * integral_scale(term)).get_den() != 1;
+}
 
 std::optional<RoundedBound> round_integral_bound(std::span<const LinearExpr::Entry> term,
                                                  Relation relation, const QNumber& c,

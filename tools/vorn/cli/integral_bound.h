@@ -26,4 +26,9 @@ std::optional<RoundedBound> round_integral_bound(std::span<const LinearExpr::Ent
                                                  Relation relation, const QNumber& c,
                                                  const Variables& variables);
 
+// Whether  term = c  has no solution over the integers (all of the term's variables Int): scaled
+// to coprime integer coefficients, the term takes every integer value and only those, so the
+// equation is refuted exactly when the scaled c is not an integer (the gcd test).
+bool integral_equation_refuted(std::span<const LinearExpr::Entry> term, const QNumber& c);
+
 }  // namespace vorn::cli
