@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
-#include "cli/lin_reader.h"
-#include "cli/smt_reader.h"
+#include "vorn/io/lin_reader.h"
+#include "vorn/io/smt_reader.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ template <bool Smt>
 void BM_Read(benchmark::State& state) {
     const std::string text = sparse_text(static_cast<int>(state.range(0)), Smt);
     for (auto _ : state) {
-        auto problem = Smt ? vorn::cli::read_smt2(text) : vorn::cli::read_lin(text);
+        auto problem = Smt ? vorn::io::read_smt2(text) : vorn::io::read_lin(text);
         benchmark::DoNotOptimize(problem.atoms.data());
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));

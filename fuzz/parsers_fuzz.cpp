@@ -1,22 +1,22 @@
 // The tool's readers and commands on arbitrary text: every input gives a result or an
-// InputError, never a crash, a hang or a sanitizer report. The first byte picks the reader.
+// ParseError, never a crash, a hang or a sanitizer report. The first byte picks the reader.
 
 #include <cstdint>
 #include <sstream>
 #include <string>
 
-#include "cli/input_error.h"
-#include "cli/lin_reader.h"
 #include "cli/output.h"
 #include "cli/replay.h"
-#include "cli/smt_reader.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
+#include "vorn/io/lin_reader.h"
+#include "vorn/io/parse_error.h"
+#include "vorn/io/smt_reader.h"
 
 namespace {
 
 // Small problems go through both commands and every printer.
-void exercise(vorn::cli::Problem problem) {
+void exercise(vorn::smt::Problem problem) {
     if (problem.atoms.size() > 64) return;
     std::ostringstream sink;
     vorn::cli::print_tableau(sink, vorn::cli::build_tableau(problem), problem.variables, 0, true,
@@ -34,15 +34,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     try {
         switch (bytes[0] % 3) {
             case 0:
-                exercise(vorn::cli::read_lin(text));
+                exercise(vorn::io::read_lin(text));
                 break;
             case 1:
-                exercise(vorn::cli::read_smt2(text));
+                exercise(vorn::io::read_smt2(text));
                 break;
             default:
                 (void)vorn::cli::replay(text);
         }
-    } catch (const vorn::cli::InputError&) {
+    } catch (const vorn::io::ParseError&) {
     }
     return 0;
 }

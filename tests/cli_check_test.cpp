@@ -6,11 +6,12 @@
 #include <random>
 #include <sstream>
 
-#include "cli/script_engine.h"
 #include "support/cli_run.h"
 #include "support/fourier_motzkin.h"
+#include "vorn/io/script_engine.h"
 
-using namespace vorn::cli;
+using namespace vorn::smt;
+using namespace vorn::io;
 using vorn::test::run_tool;
 
 namespace {
@@ -198,7 +199,7 @@ TEST(CliCheck, GeneratedConjunctionsMatchFourierMotzkin) {
 }
 
 TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
-    const std::string dir = "/work/shared/data/netlib/";
+    const std::string dir = VORN_DATA_DIR "/netlib/";
     struct Case {
         const char* problem;
         const char* bound;
@@ -211,7 +212,7 @@ TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
         {"sc50b", "'<= -70'", "sat\n"},
         {"kb2", "", "sat\n"},
     };
-    if (!std::ifstream(dir + "netlib-afiro.mps.bz2")) GTEST_SKIP() << "no Netlib data";
+    ASSERT_TRUE(std::ifstream(dir + "netlib-afiro.mps.bz2")) << "no Netlib data in " << dir;
     for (const Case& c : cases) {
         std::string bound = *c.bound ? std::string(" --objective-bound ") + c.bound : "";
         auto run =

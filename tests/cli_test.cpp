@@ -5,14 +5,16 @@
 
 #include <random>
 
-#include "cli/input_error.h"
-#include "cli/lin_reader.h"
-#include "cli/smt_reader.h"
 #include "cli/solve.h"
 #include "support/cli_run.h"
 #include "support/row_space.h"
+#include "vorn/io/lin_reader.h"
+#include "vorn/io/parse_error.h"
+#include "vorn/io/smt_reader.h"
 
 using namespace vorn::cli;
+using namespace vorn::smt;
+using namespace vorn::io;
 using vorn::QNumber;
 using vorn::test::run_tool;
 
@@ -96,7 +98,7 @@ TEST(CliLin, OneGrammar) {
     EXPECT_EQ(entries("x*0 = 0"), 0u);
     for (const char* bad : {"2 x = 4", "x y = 1", "1e5 = x", "2E-3 = x", "x = 1..2", "(x = 1",
                             "x/y = 1", "x / (1 - 1) = 1", "x = 1 = 2", "x * y = 1", "= 1"})
-        EXPECT_THROW(read_lin(bad), InputError) << bad;
+        EXPECT_THROW(read_lin(bad), ParseError) << bad;
 }
 
 // The readers' copy-once normalization and the library's normal form agree, repeats, zeros and

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "cli/input_error.h"
-#include "cli/lp_reader.h"
-#include "cli/mps_reader.h"
 #include "cli/output.h"
+#include "vorn/io/lp_reader.h"
+#include "vorn/io/mps_reader.h"
+#include "vorn/io/parse_error.h"
 
-using vorn::cli::InputError;
-using vorn::cli::Problem;
+using vorn::io::ParseError;
+using vorn::smt::Problem;
 
 namespace {
 
@@ -31,13 +31,13 @@ struct Case {
 
 std::string render(const Problem& p, std::uint32_t term) {
     std::string out;
-    vorn::cli::append_sum(out, p.term(term), p.variables);
+    vorn::smt::append_sum(out, p.term(term), p.variables);
     return out;
 }
 
 const Case kCases[] = {
     {"free MPS",
-     vorn::cli::read_mps,
+     vorn::io::read_mps,
      "NAME demo\n* a comment\nOBJSENSE MAX\nROWS\n N cost\n E r1\n L r2\n G r3\n E r4\n N aux\n"
      "COLUMNS\n x r1 1 r2 2\n x cost 3\n MARKER 'MARKER' 'INTORG'\n y r1 1 r3 -1.5e1\n"
      " MARKER 'MARKER' 'INTEND'\n z r4 1 aux 9\n w r2 1\n"
@@ -48,21 +48,21 @@ const Case kCases[] = {
      "y",
      "3*x - 10"},
     {"MPS bound kinds",
-     vorn::cli::read_mps,
+     vorn::io::read_mps,
      "ROWS\n N obj\nCOLUMNS\n a obj 1\n b obj 1\n c obj 1\n d obj 1\n e obj 1\nBOUNDS\n"
      " LO b1 a -2\n MI b1 b\n PL b1 c\n FX b1 d 7\n LI b1 e 3\n UI b1 e 1e31\nENDATA\n",
      {"a + 2 >= 0", "c >= 0", "d - 7 = 0", "e - 3 >= 0"},
      "e",
      "a + b + c + d + e"},
     {"fixed MPS with blanks in names",
-     vorn::cli::read_mps,
+     vorn::io::read_mps,
      "ROWS\n N  COST\n L  LIMIT A\nCOLUMNS\n    X ONE     LIMIT A   2.5\nRHS\n"
      "    RHS       LIMIT A   10\nENDATA\n",
      {"5/2*|X ONE| - 10 <= 0", "|X ONE| >= 0"},
      "",
      "0"},
     {"LP",
-     vorn::cli::read_lp,
+     vorn::io::read_lp,
      "\\ a comment\nMaximize\n obj: 3 x + 2y - z + 4\nSubject To\n c1: x + y <= 10\n"
      " c2: -x + 2 y >= -3\n x + y + z + 1 = 5\n -5 <= x - y <= 5\n c5: 2 x < 8\n"
      "Bounds\n 0 <= x <= 40\n y free\n -inf <= z <= 3\nGenerals\n x\nBinary\n b\nEnd\n",
@@ -81,19 +81,19 @@ struct Bad {
 };
 
 const Bad kBad[] = {
-    {vorn::cli::read_mps, "ROWS\n N c\nCOLUMNS\n x r9 1\nENDATA\n", 4, 4, "unknown row"},
-    {vorn::cli::read_mps, "ROWS\n L r\nCOLUMNS\n x r one\nENDATA\n", 4, 6, "number"},
-    {vorn::cli::read_mps, "ROWS\n N c\nCOLUMNS\n x c 1\nBOUNDS\n SC b x 4\nENDATA\n", 6, 2,
+    {vorn::io::read_mps, "ROWS\n N c\nCOLUMNS\n x r9 1\nENDATA\n", 4, 4, "unknown row"},
+    {vorn::io::read_mps, "ROWS\n L r\nCOLUMNS\n x r one\nENDATA\n", 4, 6, "number"},
+    {vorn::io::read_mps, "ROWS\n N c\nCOLUMNS\n x c 1\nBOUNDS\n SC b x 4\nENDATA\n", 6, 2,
      "semi-continuous"},
-    {vorn::cli::read_mps, "ROWS\n N c\n L c\nENDATA\n", 3, 4, "twice"},
-    {vorn::cli::read_mps, "ROWS\n N c\nRANGES\n r c 4\nENDATA\n", 4, 4, "free row"},
-    {vorn::cli::read_mps, "ROWS\n X c\nENDATA\n", 2, 2, "row type"},
-    {vorn::cli::read_mps, "ROWS\n N c\n", 3, 1, "ENDATA"},
-    {vorn::cli::read_lp, "min\n x + [ x ^ 2 ]\nst\n x >= 1\n", 2, 6, "quadratic"},
-    {vorn::cli::read_lp, "min\n x\nst\n c: 5 >= x <= 7\n", 4, 2, "range"},
-    {vorn::cli::read_lp, "min\n x\nst\n c: x >= \nend\n", 5, 1, "number"},
-    {vorn::cli::read_lp, "min\n x\nbounds\n x >= inf\n", 4, 2, "no value"},
-    {vorn::cli::read_lp, "min\n x\nsemi-continuous\n x\n", 3, 1, "unsupported"},
+    {vorn::io::read_mps, "ROWS\n N c\n L c\nENDATA\n", 3, 4, "twice"},
+    {vorn::io::read_mps, "ROWS\n N c\nRANGES\n r c 4\nENDATA\n", 4, 4, "free row"},
+    {vorn::io::read_mps, "ROWS\n X c\nENDATA\n", 2, 2, "row type"},
+    {vorn::io::read_mps, "ROWS\n N c\n", 3, 1, "ENDATA"},
+    {vorn::io::read_lp, "min\n x + [ x ^ 2 ]\nst\n x >= 1\n", 2, 6, "quadratic"},
+    {vorn::io::read_lp, "min\n x\nst\n c: 5 >= x <= 7\n", 4, 2, "range"},
+    {vorn::io::read_lp, "min\n x\nst\n c: x >= \nend\n", 5, 1, "number"},
+    {vorn::io::read_lp, "min\n x\nbounds\n x >= inf\n", 4, 2, "no value"},
+    {vorn::io::read_lp, "min\n x\nsemi-continuous\n x\n", 3, 1, "unsupported"},
 };
 
 }  // namespace
@@ -105,11 +105,11 @@ TEST(LpFormats, InputsBecomeTheirAtomsIntegersAndObjective) {
         std::vector<std::string> atoms;
         for (const auto& atom : p.atoms)
             atoms.push_back(render(p, atom.first_term) + " " +
-                            vorn::cli::relation_text(atom.relation) + " 0");
+                            vorn::smt::relation_text(atom.relation) + " 0");
         EXPECT_EQ(atoms, c.atoms);
         std::string integers;
         for (int v = 1; v <= p.variables.size(); ++v)
-            if (p.variables.sort(v) == vorn::cli::Sort::Int)
+            if (p.variables.sort(v) == vorn::smt::Sort::Int)
                 integers += (integers.empty() ? "" : " ") + std::string(p.variables.name(v));
         EXPECT_EQ(integers, c.integers);
         EXPECT_EQ(p.objective ? render(p, *p.objective) : "", c.objective);
@@ -122,7 +122,7 @@ TEST(LpFormats, MalformedInputIsOnePositionedError) {
         try {
             bad.read(bad.text);
             ADD_FAILURE() << "accepted";
-        } catch (const InputError& e) {
+        } catch (const ParseError& e) {
             EXPECT_EQ(e.pos().line, bad.line) << e.message();
             EXPECT_EQ(e.pos().col, bad.col) << e.message();
             EXPECT_NE(e.message().find(bad.message_part), std::string::npos) << e.message();

@@ -8,19 +8,21 @@
 #include <optional>
 
 #include "cli/check.h"
-#include "cli/escape.h"
-#include "cli/input_error.h"
-#include "cli/input_format.h"
-#include "cli/limits.h"
 #include "cli/output.h"
 #include "cli/replay.h"
 #include "cli/solve.h"
-#include "cli/stopwatch.h"
 #include "cli/tableau_summary.h"
+#include "vorn/io/escape.h"
+#include "vorn/io/input_format.h"
+#include "vorn/io/limits.h"
+#include "vorn/io/parse_error.h"
+#include "vorn/smt/stopwatch.h"
 
 namespace {
 
 using namespace vorn::cli;
+namespace io = vorn::io;
+namespace smt = vorn::smt;
 
 constexpr int kAnswered = 0;
 constexpr int kBadInput = 2;
@@ -37,11 +39,11 @@ std::string help_footer() {
            "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
            "--objective-bound and whose model prints only with --model.\n\n"
            "Limits: input of " +
-           std::to_string(kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
-           std::to_string(kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
-           std::to_string(kMaxLinDepth) + " levels deep; numerals of " +
-           std::to_string(kMaxNumeralDigits) + " digits; numbers computed while reading of " +
-           std::to_string(kMaxNumberBits) +
+           std::to_string(io::kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
+           std::to_string(io::kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
+           std::to_string(io::kMaxLinDepth) + " levels deep; numerals of " +
+           std::to_string(io::kMaxNumeralDigits) + " digits; numbers computed while reading of " +
+           std::to_string(io::kMaxNumberBits) +
            " bits.\n\n"
            "Exit status: 0 the answer is printed; 2 the input or the command line is wrong (an "
            "input error is one line FILE:LINE:COL: message on stderr, and nothing is printed on "
@@ -73,20 +75,20 @@ struct Arguments {
     std::string format = "text";
     bool triangular = false, stats = false, dump = false;
     std::optional<std::string> objective_bound;
-    CheckOptions check;
+    io::CheckOptions check;
 };
 
-std::optional<InputFormat> forced_format(const Arguments& args) {
+std::optional<io::InputFormat> forced_format(const Arguments& args) {
     if (!args.format_in) return std::nullopt;
-    return format_named(*args.format_in);
+    return io::format_named(*args.format_in);
 }
 
 int run_solve(const Arguments& args) {
     Progress progress;
     progress.phase("reading");
-    auto start = Clock::now();
-    Problem problem = read_problem(SourceText::read(args.file), forced_format(args));
-    double read_ms = ms_since(start);
+    auto start = smt::Clock::now();
+    smt::Problem problem = io::read_problem(io::SourceText::read(args.file), forced_format(args));
+    double read_ms = smt::ms_since(start);
     SolveOptions options;
     options.triangular = args.triangular;
     if (args.eliminate_given) {
@@ -106,9 +108,9 @@ int run_solve(const Arguments& args) {
 }
 
 int run_tableau(const Arguments& args) {
-    auto start = Clock::now();
-    Problem problem = read_problem(SourceText::read(args.file), forced_format(args));
-    double read_ms = ms_since(start);
+    auto start = smt::Clock::now();
+    smt::Problem problem = io::read_problem(io::SourceText::read(args.file), forced_format(args));
+    double read_ms = smt::ms_since(start);
     TableauSummary summary = build_tableau(problem);
     print_tableau(std::cout, summary, problem.variables, read_ms, args.dump, args.stats);
     return kAnswered;
@@ -117,12 +119,12 @@ int run_tableau(const Arguments& args) {
 int run_check(const Arguments& args) {
     Progress progress;
     progress.phase("reading");
-    auto start = Clock::now();
-    SourceText source = SourceText::read(args.file);
-    double read_ms = ms_since(start);
+    auto start = smt::Clock::now();
+    io::SourceText source = io::SourceText::read(args.file);
+    double read_ms = smt::ms_since(start);
     progress.phase("checking");
     CheckRequest request{forced_format(args), args.objective_bound, args.check};
-    CheckStats stats;
+    io::CheckStats stats;
     run_check(source, request, std::cout, stats);
     std::cout.flush();
     if (args.stats) std::cerr << check_stats(read_ms, stats);
@@ -130,7 +132,7 @@ int run_check(const Arguments& args) {
 }
 
 int run_replay(const Arguments& args) {
-    std::cout << replay(SourceText::read(args.file).text);
+    std::cout << replay(io::SourceText::read(args.file).text);
     return kAnswered;
 }
 
@@ -207,15 +209,15 @@ int run(int argc, char** argv) {
         if (*tableau_cmd) return run_tableau(args);
         if (*check_cmd) return run_check(args);
         return run_replay(args);
-    } catch (const InputError& e) {
-        std::cerr << format_error(shown, e) << "\n";
+    } catch (const io::ParseError& e) {
+        std::cerr << io::format_error(shown, e) << "\n";
         return kBadInput;
     } catch (const UsageError& e) {
-        std::cerr << "vorn: " << escaped(e.what()) << "\n";
+        std::cerr << "vorn: " << io::escaped(e.what()) << "\n";
         return kBadInput;
-    } catch (const VerificationFailure& e) {
+    } catch (const io::VerificationFailure& e) {
         std::cout.flush();
-        std::cerr << "vorn: internal error: verification failed: " << escaped(e.what()) << "\n";
+        std::cerr << "vorn: internal error: verification failed: " << io::escaped(e.what()) << "\n";
         return kInternalError;
     }
 }
@@ -236,7 +238,7 @@ int main(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         std::cerr << "vorn: internal error: out of memory\n";
     } catch (const std::exception& e) {
-        std::cerr << "vorn: internal error: " << escaped(e.what()) << "\n";
+        std::cerr << "vorn: internal error: " << io::escaped(e.what()) << "\n";
     } catch (...) {
         std::cerr << "vorn: internal error\n";
     }

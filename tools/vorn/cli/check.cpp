@@ -3,56 +3,58 @@
 #include <cstdio>
 #include <ostream>
 
-#include "cli/certificate.h"
-#include "cli/input_error.h"
-#include "cli/model_check.h"
 #include "cli/output.h"
-#include "cli/real_literal.h"
-#include "cli/smt_values.h"
 #include "cli/solve.h"
-#include "cli/stopwatch.h"
+#include "vorn/io/parse_error.h"
+#include "vorn/io/real_literal.h"
+#include "vorn/io/smt_values.h"
+#include "vorn/smt/certificate.h"
+#include "vorn/smt/model_check.h"
+#include "vorn/smt/stopwatch.h"
 
 namespace vorn::cli {
 
 namespace {
 
 // "objective ⋈ V" as an atom: objective − V ⋈ 0.
-void add_objective_bound(Problem& problem, const std::string& bound) {
+void add_objective_bound(smt::Problem& problem, const std::string& bound) {
     if (!problem.objective) throw UsageError("--objective-bound: the input states no objective");
     std::string_view text = bound;
     while (!text.empty() && text.front() == ' ')
         text.remove_prefix(1);
-    static constexpr std::pair<std::string_view, Relation> kOps[] = {{"<=", Relation::Le},
-                                                                     {">=", Relation::Ge},
-                                                                     {"<", Relation::Lt},
-                                                                     {">", Relation::Gt},
-                                                                     {"=", Relation::Eq}};
+    static constexpr std::pair<std::string_view, smt::Relation> kOps[] = {{"<=", smt::Relation::Le},
+                                                                          {">=", smt::Relation::Ge},
+                                                                          {"<", smt::Relation::Lt},
+                                                                          {">", smt::Relation::Gt},
+                                                                          {"=", smt::Relation::Eq}};
     for (const auto& [op, relation] : kOps) {
         if (!text.starts_with(op)) continue;
         std::string_view number = text.substr(op.size());
         while (!number.empty() && number.front() == ' ')
             number.remove_prefix(1);
-        std::optional<QNumber> value = parse_real_literal(number);
+        std::optional<QNumber> value = io::parse_real_literal(number);
         if (!value) break;
-        LinearExpr expr;
+        smt::LinearExpr expr;
         for (const auto& e : problem.term(*problem.objective))
             expr.add_entry(e.var, e.coeff);
         expr.add_entry(0, -*value);
-        problem.atoms.push_back({relation, problem.add_term(expr), 1, SourcePos{}});
+        problem.atoms.push_back({relation, problem.add_term(expr), 1, smt::SourcePos{}});
         return;
     }
     throw UsageError("--objective-bound: expected a relation and a number, as in '<= 2.5', not " +
-                     quoted(bound));
+                     io::quoted(bound));
 }
 
-void print_model(std::ostream& out, const Problem& problem, const std::vector<QNumber>& model) {
+void print_model(std::ostream& out, const smt::Problem& problem,
+                 const std::vector<QNumber>& model) {
     std::string text = "(\n";
     for (int v = 1; v <= problem.variables.size(); ++v) {
-        Sort sort = problem.variables.sort(v);
+        smt::Sort sort = problem.variables.sort(v);
         text += "(define-fun ";
-        append_name(text, problem.variables, v);
-        text += sort == Sort::Int ? " () Int " : " () Real ";
-        append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(), sort);
+        smt::append_name(text, problem.variables, v);
+        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
+        io::append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(),
+                         sort);
         text += ")\n";
         if (text.size() > (1 << 16)) {
             out << text;
@@ -62,19 +64,19 @@ void print_model(std::ostream& out, const Problem& problem, const std::vector<QN
     out << text << ")\n";
 }
 
-void check_problem(Problem& problem, const CheckRequest& request, std::ostream& out,
-                   CheckStats& stats) {
+void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
+                   io::CheckStats& stats) {
     if (request.objective_bound) add_objective_bound(problem, *request.objective_bound);
-    auto start = Clock::now();
-    Decision d = decide(problem, request.options.decide);
-    stats.solve_seconds += ms_since(start) / 1000;
+    auto start = smt::Clock::now();
+    smt::Decision d = smt::decide(problem, request.options.decide);
+    stats.solve_seconds += smt::ms_since(start) / 1000;
     stats.checks = 1;
     stats.decide = d.stats;
     if (request.options.verify) {
         std::string bad;
-        if (d.result == lra::Result::Sat) bad = check_model(problem, d.model);
-        if (d.result == lra::Result::Unsat) bad = check_proof(problem, d.proof);
-        if (!bad.empty()) throw VerificationFailure(bad);
+        if (d.result == lra::Result::Sat) bad = smt::check_model(problem, d.model);
+        if (d.result == lra::Result::Unsat) bad = smt::check_proof(problem, d.proof);
+        if (!bad.empty()) throw io::VerificationFailure(bad);
     }
     switch (d.result) {
         case lra::Result::Sat:
@@ -83,7 +85,7 @@ void check_problem(Problem& problem, const CheckRequest& request, std::ostream& 
             break;
         case lra::Result::Unsat:
             out << "unsat\n";
-            if (request.options.certificate) print_certificate(out, problem, d.proof);
+            if (request.options.certificate) smt::print_certificate(out, problem, d.proof);
             break;
         case lra::Result::Unknown:
             out << "unknown\n";
@@ -93,19 +95,19 @@ void check_problem(Problem& problem, const CheckRequest& request, std::ostream& 
 
 }  // namespace
 
-void run_check(const SourceText& source, const CheckRequest& request, std::ostream& out,
-               CheckStats& stats) {
-    InputFormat format = input_format(source, request.format);
-    if (format == InputFormat::Smt2) {
+void run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
+               io::CheckStats& stats) {
+    io::InputFormat format = io::input_format(source, request.format);
+    if (format == io::InputFormat::Smt2) {
         if (request.objective_bound)
             throw UsageError("--objective-bound applies to .lin, MPS and LP files");
-        return run_script(source.text, source.name, request.options, out, stats);
+        return io::run_script(source.text, source.name, request.options, out, stats);
     }
-    Problem problem = read_problem(source, format);
+    smt::Problem problem = io::read_problem(source, format);
     check_problem(problem, request, out, stats);
 }
 
-std::string check_stats(double read_ms, const CheckStats& s) {
+std::string check_stats(double read_ms, const io::CheckStats& s) {
     const lra::SimplexStats& x = s.decide.simplex;
     char line[512];
     std::snprintf(line, sizeof line,

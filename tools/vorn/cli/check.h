@@ -9,24 +9,24 @@
 #include <optional>
 #include <string>
 
-#include "cli/input_format.h"
-#include "cli/script_engine.h"
-#include "cli/source.h"
+#include "vorn/io/input_format.h"
+#include "vorn/io/script_engine.h"
+#include "vorn/io/source.h"
 
 namespace vorn::cli {
 
 struct CheckRequest {
-    std::optional<InputFormat> format;
+    std::optional<io::InputFormat> format;
     std::optional<std::string> objective_bound;  // "<= 5", ">= -1.5e3", "< 0", "> 2", "= 1"
-    CheckOptions options;
+    io::CheckOptions options;
 };
 
-// Throws InputError for input that cannot be read, UsageError (cli/solve.h) for a bad
+// Throws ParseError for input that cannot be read, UsageError (cli/solve.h) for a bad
 // --objective-bound, VerificationFailure when --verify rejects an answer.
-void run_check(const SourceText& source, const CheckRequest& request, std::ostream& out,
-               CheckStats& stats);
+void run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
+               io::CheckStats& stats);
 
 // The --stats line.
-std::string check_stats(double read_ms, const CheckStats& stats);
+std::string check_stats(double read_ms, const io::CheckStats& stats);
 
 }  // namespace vorn::cli

@@ -6,7 +6,7 @@ namespace vorn::cli {
 
 namespace {
 
-using Entries = LinearExpr::Entries;
+using Entries = smt::LinearExpr::Entries;
 
 // x = Σ (−c/c_x)·v over the other entries of `eq`, without the slacks above `last_var`.
 Entries solved_for(const la::Equation& eq, int x, int last_var) {

@@ -4,14 +4,14 @@
 
 #include <vector>
 
-#include "cli/linear_expr.h"
 #include "vorn/la/tableau.h"
+#include "vorn/smt/linear_expr.h"
 
 namespace vorn::cli {
 
 struct Definition {
     int var;
-    LinearExpr::Entries terms;  // var = Σ terms, variable 0 the constant
+    smt::LinearExpr::Entries terms;  // var = Σ terms, variable 0 the constant
 };
 
 // Every variable up to `last_var` that `t` holds eliminated, with the slacks above `last_var`

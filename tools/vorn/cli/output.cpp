@@ -11,87 +11,31 @@ namespace vorn::cli {
 
 namespace {
 
-bool smt_symbol_char(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           std::string_view("~!@$%^&*_-+=<>.?/").find(c) != std::string_view::npos;
-}
-
-// Words that read as syntax, not as a symbol, when written without bars.
-bool reserved_word(std::string_view name) {
-    static constexpr std::string_view kReserved[] = {"!",
-                                                     "_",
-                                                     "as",
-                                                     "BINARY",
-                                                     "DECIMAL",
-                                                     "exists",
-                                                     "HEXADECIMAL",
-                                                     "forall",
-                                                     "let",
-                                                     "match",
-                                                     "NUMERAL",
-                                                     "par",
-                                                     "STRING",
-                                                     "assert",
-                                                     "check-sat",
-                                                     "check-sat-assuming",
-                                                     "declare-const",
-                                                     "declare-datatype",
-                                                     "declare-datatypes",
-                                                     "declare-fun",
-                                                     "declare-sort",
-                                                     "define-fun",
-                                                     "define-fun-rec",
-                                                     "define-funs-rec",
-                                                     "define-sort",
-                                                     "echo",
-                                                     "exit",
-                                                     "get-assertions",
-                                                     "get-assignment",
-                                                     "get-info",
-                                                     "get-model",
-                                                     "get-option",
-                                                     "get-proof",
-                                                     "get-unsat-assumptions",
-                                                     "get-unsat-core",
-                                                     "get-value",
-                                                     "pop",
-                                                     "push",
-                                                     "reset",
-                                                     "reset-assertions",
-                                                     "set-info",
-                                                     "set-logic",
-                                                     "set-option"};
-    return std::find(std::begin(kReserved), std::end(kReserved), name) != std::end(kReserved);
-}
-
-bool reads_back_plain(std::string_view name) {
-    return !name.empty() && !(name[0] >= '0' && name[0] <= '9') &&
-           std::all_of(name.begin(), name.end(), smt_symbol_char) && !reserved_word(name);
-}
-
 void append_rational(std::string& out, const QNumber& q) {
     out += q.to_string();
 }
 
 // Σ terms = c as "terms without the constant = −c".
-void append_equation(std::string& out, const LinearExpr::Entries& terms, const Variables& vars) {
+void append_equation(std::string& out, const smt::LinearExpr::Entries& terms,
+                     const smt::Variables& vars) {
     bool has_constant = !terms.empty() && terms[0].var == 0;
-    std::span<const LinearExpr::Entry> variables(terms);
-    append_sum(out, variables.subspan(has_constant ? 1 : 0), vars);
+    std::span<const smt::LinearExpr::Entry> variables(terms);
+    smt::append_sum(out, variables.subspan(has_constant ? 1 : 0), vars);
     out += " = ";
     append_rational(out, has_constant ? -terms[0].coeff : QNumber(0));
 }
 
-void append_definition(std::string& out, const Definition& d, const Variables& vars) {
-    append_name(out, vars, d.var);
+void append_definition(std::string& out, const Definition& d, const smt::Variables& vars) {
+    smt::append_name(out, vars, d.var);
     out += " = ";
-    append_sum(out, d.terms, vars);
+    smt::append_sum(out, d.terms, vars);
 }
 
 using Json = nlohmann::ordered_json;
 
 // {"name": "coeff", ...} over the variables; the constant (variable 0) goes to `constant`.
-Json terms_json(const LinearExpr::Entries& terms, const Variables& vars, QNumber& constant) {
+Json terms_json(const smt::LinearExpr::Entries& terms, const smt::Variables& vars,
+                QNumber& constant) {
     Json out = Json::object();
     for (const auto& e : terms) {
         if (e.var == 0)
@@ -113,66 +57,7 @@ void write_json_items(std::ostream& out, const char* key, std::size_t count, Ite
 
 }  // namespace
 
-const char* relation_text(Relation r) {
-    switch (r) {
-        case Relation::Eq:
-            return "=";
-        case Relation::Le:
-            return "<=";
-        case Relation::Lt:
-            return "<";
-        case Relation::Ge:
-            return ">=";
-        case Relation::Gt:
-            return ">";
-        case Relation::Distinct:
-            return "distinct";
-        case Relation::Ne:
-            return "!=";
-    }
-    return "?";
-}
-
-void append_symbol(std::string& out, std::string_view name) {
-    if (reads_back_plain(name)) {
-        out += name;
-        return;
-    }
-    out += '|';
-    out += name;
-    out += '|';
-}
-
-void append_name(std::string& out, const Variables& vars, int v) {
-    if (vars.syntax() == NameSyntax::Plain) {
-        out += vars.name(v);
-        return;
-    }
-    append_symbol(out, vars.name(v));
-}
-
-void append_sum(std::string& out, std::span<const LinearExpr::Entry> terms, const Variables& vars) {
-    bool first = true;
-    const QNumber* constant = nullptr;
-    std::string name;
-    for (const auto& t : terms) {
-        if (t.var == 0) {
-            constant = &t.coeff;
-            continue;
-        }
-        name.clear();
-        append_name(name, vars, t.var);
-        la::append_sum_term(out, t.coeff, name, first);
-        first = false;
-    }
-    if (constant != nullptr) {
-        la::append_sum_term(out, *constant, {}, first);
-        first = false;
-    }
-    if (first) out += '0';
-}
-
-void print_solve_text(std::ostream& out, const SolveResult& result, const Variables& vars) {
+void print_solve_text(std::ostream& out, const SolveResult& result, const smt::Variables& vars) {
     if (!result.sat) {
         out << "unsat\n";
         return;
@@ -194,7 +79,7 @@ void print_solve_text(std::ostream& out, const SolveResult& result, const Variab
     }
 }
 
-void print_solve_json(std::ostream& out, const SolveResult& result, const Variables& vars) {
+void print_solve_json(std::ostream& out, const SolveResult& result, const smt::Variables& vars) {
     out << "{\n  \"status\": \"" << (result.sat ? "sat" : "unsat") << "\"";
     if (result.sat) {
         write_json_items(out, "equations", result.equations.size(), [&](std::size_t i) {
@@ -234,7 +119,7 @@ std::string solve_stats(double read_ms, const SolveResult& result) {
     return buf;
 }
 
-void print_tableau(std::ostream& out, const TableauSummary& s, const Variables& vars,
+void print_tableau(std::ostream& out, const TableauSummary& s, const smt::Variables& vars,
                    double read_ms, bool dump, bool stats) {
     if (dump) {
         out << s.tableau->to_str() << "\n" << names_legend(vars);
@@ -260,12 +145,12 @@ void print_tableau(std::ostream& out, const TableauSummary& s, const Variables& 
     line("tableau ms", buf);
 }
 
-std::string names_legend(const Variables& vars) {
+std::string names_legend(const smt::Variables& vars) {
     std::string out = "NAMES:\n";
     for (int v = 1; v <= vars.size(); ++v) {
         out += std::to_string(v);
         out += ' ';
-        append_name(out, vars, v);
+        smt::append_name(out, vars, v);
         out += '\n';
     }
     return out;

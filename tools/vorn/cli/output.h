@@ -9,43 +9,30 @@
 #include <span>
 #include <string>
 
-#include "cli/linear_expr.h"
-#include "cli/problem.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
 #include "vorn/la/tableau.h"
+#include "vorn/smt/linear_expr.h"
+#include "vorn/smt/problem.h"
+#include "vorn/smt/problem_text.h"
 
 namespace vorn::cli {
 
-// "=", "<=", "<", ">=", ">", "distinct".
-const char* relation_text(Relation r);
-
-// The name of variable v as text output shows it: SMT-LIB names in |bars| when their plain form
-// would not read back as the same symbol ("|1|", "|x y|", "||"); names of the plain format
-// as they are.
-void append_name(std::string& out, const Variables& vars, int v);
-// An SMT-LIB symbol, in |bars| when its plain form would not read back.
-void append_symbol(std::string& out, std::string_view name);
-
-// "2*x - 1/3*y + 5": the terms in the order given with the constant (variable 0) last, "0" when
-// there are none.
-void append_sum(std::string& out, std::span<const LinearExpr::Entry> terms, const Variables& vars);
-
 // sat / unsat, then the projected equations and the definitions.
-void print_solve_text(std::ostream& out, const SolveResult& result, const Variables& vars);
+void print_solve_text(std::ostream& out, const SolveResult& result, const smt::Variables& vars);
 // One JSON object; each equation and definition is an object on a line of its own, with the
 // exact text, a "terms" object from names to coefficients and the "constant", numbers as
 // exact rationals in strings.
-void print_solve_json(std::ostream& out, const SolveResult& result, const Variables& vars);
+void print_solve_json(std::ostream& out, const SolveResult& result, const smt::Variables& vars);
 // The --stats line of solve, phase times in milliseconds.
 std::string solve_stats(double read_ms, const SolveResult& result);
 
 // The --dump text (rows, columns and names) and/or the statistics of `vorn tableau`.
-void print_tableau(std::ostream& out, const TableauSummary& summary, const Variables& vars,
+void print_tableau(std::ostream& out, const TableauSummary& summary, const smt::Variables& vars,
                    double read_ms, bool dump, bool stats);
 
 // "NAMES:" then "v name" for every variable.
-std::string names_legend(const Variables& vars);
+std::string names_legend(const smt::Variables& vars);
 // The `stats` lines of a replay: rows, columns, eliminated variables, equations.
 std::string tableau_counts(const la::Tableau& t);
 

@@ -3,9 +3,9 @@
 #include <set>
 #include <vector>
 
-#include "cli/input_error.h"
-#include "cli/lin_reader.h"
 #include "cli/output.h"
+#include "vorn/io/lin_reader.h"
+#include "vorn/io/parse_error.h"
 #include "vorn/la/tableau.h"
 
 namespace vorn::cli {
@@ -14,7 +14,7 @@ namespace {
 
 struct Word {
     std::string_view text;
-    SourcePos pos;
+    smt::SourcePos pos;
 };
 
 bool name_like(std::string_view w) {
@@ -89,21 +89,22 @@ class Replay {
             arity(words, 1);
             out_ += tableau_counts(t_);
         } else {
-            throw InputError(words[0].pos, "unknown operation " + quoted(op));
+            throw io::ParseError(words[0].pos, "unknown operation " + io::quoted(op));
         }
     }
 
     static void arity(const std::vector<Word>& words, std::size_t n) {
-        if (words.size() > n) throw InputError(words[n].pos, "unexpected " + quoted(words[n].text));
+        if (words.size() > n)
+            throw io::ParseError(words[n].pos, "unexpected " + io::quoted(words[n].text));
         if (words.size() < n)
-            throw InputError(words[0].pos, quoted(words[0].text) + " needs " +
-                                               std::to_string(n - 1) + " argument" +
-                                               (n == 2 ? "" : "s"));
+            throw io::ParseError(words[0].pos, io::quoted(words[0].text) + " needs " +
+                                                   std::to_string(n - 1) + " argument" +
+                                                   (n == 2 ? "" : "s"));
     }
 
     int known(const Word& w) const {
         int v = variables_.find(w.text);
-        if (v == 0) throw InputError(w.pos, "unknown variable " + quoted(w.text));
+        if (v == 0) throw io::ParseError(w.pos, "unknown variable " + io::quoted(w.text));
         return v;
     }
 
@@ -114,37 +115,39 @@ class Replay {
 
     void add(std::string_view line, const std::vector<Word>& words) {
         if (words.size() < 4 || words[2].text != "=")
-            throw InputError(words[0].pos, "expected 'add NAME = TERM [now]'");
+            throw io::ParseError(words[0].pos, "expected 'add NAME = TERM [now]'");
         const Word& name = words[1];
-        if (!name_like(name.text)) throw InputError(name.pos, "expected a variable name");
+        if (!name_like(name.text)) throw io::ParseError(name.pos, "expected a variable name");
         bool now = words.back().text == "now" && words.size() > 4;
         // check enters every stored equation: one entered before it would be entered twice, one
         // stored after it would never be.
         if (now && !t_.initialized())
-            throw InputError(words.back().pos,
-                             "'now' needs check first (check enters every "
-                             "equation stored before it)");
+            throw io::ParseError(words.back().pos,
+                                 "'now' needs check first (check enters every "
+                                 "equation stored before it)");
         if (!now && t_.initialized())
-            throw InputError(words[0].pos,
-                             "after check, an equation must enter at once: add 'now'");
-        int basic = variables_.intern(name.text, Sort::Real, name.pos);
+            throw io::ParseError(words[0].pos,
+                                 "after check, an equation must enter at once: add 'now'");
+        int basic = variables_.intern(name.text, smt::Sort::Real, name.pos);
         if (t_.rows().contains(basic))
-            throw InputError(name.pos, quoted(name.text) + " is basic already");
-        if (eliminated(basic)) throw InputError(name.pos, quoted(name.text) + " is eliminated");
+            throw io::ParseError(name.pos, io::quoted(name.text) + " is basic already");
+        if (eliminated(basic))
+            throw io::ParseError(name.pos, io::quoted(name.text) + " is eliminated");
         if (mentioned(basic) || pending_.count(basic))
-            throw InputError(name.pos, quoted(name.text) + " is mentioned by a row already");
+            throw io::ParseError(name.pos,
+                                 io::quoted(name.text) + " is mentioned by a row already");
         auto term_begin = static_cast<std::size_t>(words[3].pos.col - 1);
         std::size_t term_end =
             now ? static_cast<std::size_t>(words.back().pos.col - 1) : line.size();
-        LinearExpr term =
-            read_lin_sum(line.substr(term_begin, term_end - term_begin), words[3].pos, variables_);
+        smt::LinearExpr term = io::read_lin_sum(line.substr(term_begin, term_end - term_begin),
+                                                words[3].pos, variables_);
         std::vector<la::Equation::VarCoeff> entries{{basic, QNumber(-1)}};
         for (const auto& e : term.entries()) {
             if (e.var == basic)
-                throw InputError(words[3].pos, "the term mentions the variable it defines");
+                throw io::ParseError(words[3].pos, "the term mentions the variable it defines");
             if (!t_.initialized() && pending_.count(e.var))
-                throw InputError(words[3].pos,
-                                 "before check, a term may not mention a basic variable");
+                throw io::ParseError(words[3].pos,
+                                     "before check, a term may not mention a basic variable");
             entries.push_back(e);
         }
         if (!t_.initialized()) {
@@ -160,15 +163,16 @@ class Replay {
         int leaving = known(words[1]);
         int entering = known(words[2]);
         if (!t_.rows().contains(leaving))
-            throw InputError(words[1].pos, quoted(words[1].text) + " has no row");
+            throw io::ParseError(words[1].pos, io::quoted(words[1].text) + " has no row");
         if (entering == leaving || t_.rows().at(leaving)->coeff_of(entering) == nullptr)
-            throw InputError(words[2].pos, "the row of " + quoted(words[1].text) +
-                                               " does not mention " + quoted(words[2].text));
+            throw io::ParseError(words[2].pos, "the row of " + io::quoted(words[1].text) +
+                                                   " does not mention " +
+                                                   io::quoted(words[2].text));
         t_.pivot(leaving, entering);
     }
 
     void eliminate(const std::vector<Word>& words) {
-        if (!t_.initialized()) throw InputError(words[0].pos, "eliminate needs check first");
+        if (!t_.initialized()) throw io::ParseError(words[0].pos, "eliminate needs check first");
         la::VarSet vars;
         for (std::size_t i = 1; i < words.size(); ++i)
             vars.insert(known(words[i]));
@@ -179,12 +183,12 @@ class Replay {
         arity(words, 2);
         int v = known(words[1]);
         if (!eliminated(v))
-            throw InputError(words[1].pos, quoted(words[1].text) + " is not eliminated");
+            throw io::ParseError(words[1].pos, io::quoted(words[1].text) + " is not eliminated");
         t_.uneliminate(v, nullptr);
     }
 
     la::Tableau t_{0};
-    Variables variables_;
+    smt::Variables variables_;
     std::set<int> pending_;           // basic variables of equations waiting for check
     std::set<int> pending_mentions_;  // variables those equations mention
     std::string out_;

@@ -14,7 +14,7 @@
 //
 // "#" starts a comment; TERM is a sum of the plain format (cli/lin_reader.h). Every line is
 // checked against the preconditions of its operation before it runs; the first violation is an
-// InputError and no output is produced.
+// ParseError and no output is produced.
 
 #include <string>
 #include <string_view>

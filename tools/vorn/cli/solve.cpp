@@ -2,34 +2,34 @@
 
 #include <algorithm>
 
-#include "cli/input_error.h"
 #include "cli/output.h"
-#include "cli/stopwatch.h"
+#include "vorn/io/parse_error.h"
 #include "vorn/la/eliminate_greedy.h"
 #include "vorn/la/tableau.h"
+#include "vorn/smt/stopwatch.h"
 
 namespace vorn::cli {
 
 namespace {
 
-using Entries = LinearExpr::Entries;
+using Entries = smt::LinearExpr::Entries;
 
 // Everything solve refuses, found before any work is done.
-void check_accepted(const Problem& problem) {
-    for (const Atom& atom : problem.atoms) {
-        if (atom.relation != Relation::Eq)
-            throw InputError(atom.pos, std::string("solve accepts only equalities, not '") +
-                                           relation_text(atom.relation) + "'");
+void check_accepted(const smt::Problem& problem) {
+    for (const smt::Atom& atom : problem.atoms) {
+        if (atom.relation != smt::Relation::Eq)
+            throw io::ParseError(atom.pos, std::string("solve accepts only equalities, not '") +
+                                               smt::relation_text(atom.relation) + "'");
         for (const auto& e : problem.term(atom.first_term)) {
-            if (e.var == 0 || problem.variables.sort(e.var) != Sort::Int) continue;
-            throw InputError(problem.variables.declared(e.var),
-                             "variable " + quoted(problem.variables.name(e.var)) +
-                                 " is Int: solve decides systems over the rationals only");
+            if (e.var == 0 || problem.variables.sort(e.var) != smt::Sort::Int) continue;
+            throw io::ParseError(problem.variables.declared(e.var),
+                                 "variable " + io::quoted(problem.variables.name(e.var)) +
+                                     " is Int: solve decides systems over the rationals only");
         }
     }
 }
 
-la::VarSet chosen_variables(const Problem& problem, const SolveOptions& options) {
+la::VarSet chosen_variables(const smt::Problem& problem, const SolveOptions& options) {
     la::VarSet vars;
     if (!options.eliminate) {
         for (int v = 1; v <= problem.variables.size(); ++v)
@@ -38,14 +38,14 @@ la::VarSet chosen_variables(const Problem& problem, const SolveOptions& options)
     }
     for (const std::string& name : *options.eliminate) {
         int v = problem.variables.find(name);
-        if (v == 0) throw UsageError("unknown variable " + quoted(name) + " in --eliminate");
+        if (v == 0) throw UsageError("unknown variable " + io::quoted(name) + " in --eliminate");
         vars.insert(v);
     }
     return vars;
 }
 
 // Slack n+1+i for atom i: s = term, entered by check().
-void enter_equations(const Problem& problem, la::Tableau& t) {
+void enter_equations(const smt::Problem& problem, la::Tableau& t) {
     const int n = problem.variables.size();
     la::Equation eq;  // reused: add_equation stores its own copy
     for (std::size_t i = 0; i < problem.atoms.size(); ++i) {
@@ -105,33 +105,33 @@ bool kept_system_is_consistent(la::Tableau& t, int last_var) {
 
 }  // namespace
 
-SolveResult solve(Problem& problem, const SolveOptions& options) {
+SolveResult solve(smt::Problem& problem, const SolveOptions& options) {
     check_accepted(problem);
     const int n = problem.variables.size();
     la::VarSet vars = chosen_variables(problem, options);
     SolveResult result;
-    auto start = Clock::now();
+    auto start = smt::Clock::now();
     la::Tableau t(0);
     enter_equations(problem, t);
     problem.release_atoms();
-    result.times.tableau_ms = ms_since(start);
+    result.times.tableau_ms = smt::ms_since(start);
 
-    start = Clock::now();
+    start = smt::Clock::now();
     result.rounds = la::eliminate_greedy(t, vars).rounds;
-    result.times.eliminate_ms = ms_since(start);
+    result.times.eliminate_ms = smt::ms_since(start);
 
     project_rows(t, n, result);
-    start = Clock::now();
+    start = smt::Clock::now();
     if (result.sat) result.definitions = read_definitions(t, n, options.triangular);
-    result.times.definitions_ms = ms_since(start);
+    result.times.definitions_ms = smt::ms_since(start);
 
-    start = Clock::now();
+    start = smt::Clock::now();
     if (result.sat && !result.equations.empty() && !kept_system_is_consistent(t, n)) {
         result.sat = false;
         result.equations.clear();
         result.definitions.clear();
     }
-    result.times.decide_ms = ms_since(start);
+    result.times.decide_ms = smt::ms_since(start);
     return result;
 }
 

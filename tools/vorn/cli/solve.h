@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "cli/definitions.h"
-#include "cli/problem.h"
+#include "vorn/smt/problem.h"
 
 namespace vorn::cli {
 
@@ -36,7 +36,7 @@ struct SolveResult {
     bool sat = true;
     // Σ terms = 0 over kept variables (variable 0 the constant), scaled to a leading coefficient
     // of 1; in the order of the tableau's rows.
-    std::vector<LinearExpr::Entries> equations;
+    std::vector<smt::LinearExpr::Entries> equations;
     std::vector<Definition> definitions;
     std::size_t rounds = 0;  // elimination rounds of eliminate_greedy
     SolveTimes times;
@@ -47,10 +47,10 @@ class UsageError : public std::invalid_argument {
     using std::invalid_argument::invalid_argument;
 };
 
-// Throws InputError, before any work, for an atom that is not an equality or that mentions an
+// Throws ParseError, before any work, for an atom that is not an equality or that mentions an
 // Int variable (at that variable's declaration), and UsageError for an unknown name in
 // options.eliminate. Consumes the problem's atoms: they are released once they are rows, so that
 // the elimination reuses their memory; the variables stay, for printing.
-SolveResult solve(Problem& problem, const SolveOptions& options);
+SolveResult solve(smt::Problem& problem, const SolveOptions& options);
 
 }  // namespace vorn::cli

@@ -2,13 +2,13 @@
 
 #include <map>
 
-#include "cli/stopwatch.h"
+#include "vorn/smt/stopwatch.h"
 
 namespace vorn::cli {
 
 namespace {
 
-using Entries = LinearExpr::Entries;
+using Entries = smt::LinearExpr::Entries;
 
 // Lexicographic on (variable, coefficient): the key of a scaled term.
 struct TermLess {
@@ -21,7 +21,7 @@ struct TermLess {
 };
 
 // The variable part of a term scaled to a leading coefficient of 1.
-Entries scaled_variable_part(std::span<const LinearExpr::Entry> term) {
+Entries scaled_variable_part(std::span<const smt::LinearExpr::Entry> term) {
     Entries out;
     out.reserve(term.size());
     const QNumber* lead = nullptr;
@@ -44,19 +44,19 @@ void count_coefficients(TableauSummary& s) {
 
 }  // namespace
 
-TableauSummary build_tableau(const Problem& problem) {
-    auto start = Clock::now();
+TableauSummary build_tableau(const smt::Problem& problem) {
+    auto start = smt::Clock::now();
     TableauSummary s;
     s.tableau = std::make_unique<la::Tableau>(0);
     s.variables = s.last_slack = problem.variables.size();
     s.atoms = problem.atoms.size();
     std::map<Entries, int, TermLess> slacks;
-    for (const Atom& atom : problem.atoms) {
-        if (atom.relation == Relation::Distinct) {
+    for (const smt::Atom& atom : problem.atoms) {
+        if (atom.relation == smt::Relation::Distinct) {
             s.disequalities += std::uint64_t{atom.terms} * (atom.terms - 1) / 2;
             continue;
         }
-        if (atom.relation == Relation::Ne) {
+        if (atom.relation == smt::Relation::Ne) {
             ++s.disequalities;
             continue;
         }
@@ -75,7 +75,7 @@ TableauSummary build_tableau(const Problem& problem) {
         s.tableau->add_equation(la::Equation(slack, std::move(entries)), false, nullptr);
     }
     s.tableau->check();
-    s.tableau_ms = ms_since(start);
+    s.tableau_ms = smt::ms_since(start);
     count_coefficients(s);
     return s;
 }

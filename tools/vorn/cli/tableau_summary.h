@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "cli/problem.h"
 #include "vorn/la/tableau.h"
+#include "vorn/smt/problem.h"
 
 namespace vorn::cli {
 
@@ -28,6 +28,6 @@ struct TableauSummary {
     double tableau_ms = 0;
 };
 
-TableauSummary build_tableau(const Problem& problem);
+TableauSummary build_tableau(const smt::Problem& problem);
 
 }  // namespace vorn::cli

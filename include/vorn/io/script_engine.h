@@ -1,0 +1,45 @@
+#pragma once
+
+// `vorn check` on an SMT-LIB script: the commands run one at a time, as they are read, and each
+// writes its response (sat, a model, an error, success with :print-success) before the next one
+// is read. An error in a command is the response (error "FILE:LINE:COL: message") and the script
+// goes on; text that cannot be read as s-expressions stops it with an ParseError.
+//
+// The assertion stack is the Problem's atom list: push records its size, pop truncates it, and
+// check-sat decides whatever is in it (cli/decision.h). Declarations made after a push are
+// forgotten by its pop. Assertions the fragment cannot express make check-sat answer unknown,
+// naming them, unless the rest is already unsat.
+
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "vorn/smt/decision.h"
+
+namespace vorn::io {
+
+struct CheckOptions {
+    smt::DecideOptions decide;
+    bool certificate = false;  // print a certificate after every unsat
+    bool verify = false;       // re-check every model and certificate before printing it
+    bool model = false;        // LP formats: print the model of a sat answer
+};
+
+// What --stats reports, summed over the check-sat commands.
+struct CheckStats {
+    std::uint64_t checks = 0;
+    smt::DecideStats decide;
+    double solve_seconds = 0;
+};
+
+// Thrown by --verify when a model or certificate does not check: an internal error.
+class VerificationFailure : public std::logic_error {
+    using std::logic_error::logic_error;
+};
+
+// Runs the script; `file` names it in error responses.
+void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
+                std::ostream& out, CheckStats& stats);
+
+}  // namespace vorn::io

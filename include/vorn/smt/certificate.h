@@ -1,0 +1,28 @@
+#pragma once
+
+// Certificates of unsat answers: the proof tree of cli/decision.h written as text that a short
+// program can check without the solver (scripts/check_certificate.py; the format is described in
+// docs/certificates.md), and the tool's own exact check of a proof against the input's atoms
+// (--verify), which shares nothing with the simplex's checkers.
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "vorn/smt/decision.h"
+#include "vorn/smt/problem.h"
+
+namespace vorn::smt {
+
+// "(certificate", the variables and atoms the proof uses, one line per proof node, ")".
+void print_certificate(std::ostream& out, const Problem& problem,
+                       const std::vector<ProofStep>& proof);
+
+// Empty when the proof shows that the problem's atoms have no (integral) solution: every node is
+// reached once from the root, splits cover their cases (a disequality of an atom; an Int
+// variable at an integer), every Farkas leaf combines its bounds into 0 < 0, 0 ≤ −c or 0 < −c
+// with c > 0 or ≥ 0, and every gcd leaf is an equality over Int variables that the gcd of its
+// coefficients does not divide. Otherwise what fails.
+std::string check_proof(const Problem& problem, const std::vector<ProofStep>& proof);
+
+}  // namespace vorn::smt

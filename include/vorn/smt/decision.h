@@ -1,0 +1,77 @@
+#pragma once
+
+// The decision core of `vorn check`: whether the atoms of a Problem have a common solution, Int
+// variables integral, decided exactly by lra::Simplex and lra::BranchAndBound.
+//
+// Every atom but a disequality becomes one bound (Simplex::assert_term, the atom's index as its
+// reason). Disequalities (Ne, and distinct pairwise) are split on demand: only one that the
+// current model violates, term = c, is tried as term < c and term > c, each under push/pop; a
+// pair of an n-ary distinct is only looked at when a model makes it equal. Over the rationals
+// the other atoms form a convex set, so one side of each violated disequality is enough and the
+// model is repaired step by step (search_convex); with Int variables the search is a depth-first
+// tree with its own stack (its depth bounded by memory, not the machine stack), BranchAndBound
+// deciding every node.
+//
+// An Unsat answer comes with a proof tree (ProofStep) over the atoms: splits on disequalities,
+// the branch-and-bound splits, and leaves that are Farkas combinations or gcd tests.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vorn/lra/branch_and_bound.h"
+#include "vorn/lra/simplex.h"
+#include "vorn/smt/linear_expr.h"
+#include "vorn/smt/problem.h"
+
+namespace vorn::smt {
+
+// One bound of a Farkas leaf. From an atom: the atom's "term ≤ c" (upper) or "term ≥ c" half, as
+// in lra::Explanation, where the atom is term + k ⋈ 0 read as term ⋈ −k. From a split: the
+// bound that the ancestor split `index` asserts on the side this leaf lies in.
+struct FarkasEntry {
+    bool from_split = false;
+    std::size_t index = 0;  // atom or proof node
+    bool upper = false;
+    QNumber multiplier;
+};
+
+struct ProofStep {
+    enum class Kind { Farkas, SplitNe, SplitInt, Gcd } kind = Kind::Farkas;
+    // SplitNe: the disequality term ≠ c of atom `atom` (for a distinct: its terms `first` −
+    // `second`), split into term < c (child `low`) and term > c (child `high`); term over problem
+    // variables, without constant.
+    std::size_t atom = 0;
+    std::uint32_t first = 0, second = 0;
+    LinearExpr::Entries term;
+    QNumber constant;
+    // SplitInt: var ≤ below (low), var ≥ below + 1 (high).
+    int var = 0;
+    QNumber below;
+    std::size_t low = 0, high = 0;
+    std::vector<FarkasEntry> farkas;
+    QNumber gcd;  // Gcd: of the scaled coefficients of atom `atom`, an equality
+};
+
+struct DecideOptions {
+    std::uint64_t bb_limit = 10000;  // branch-and-bound nodes per check (0: no limit)
+};
+
+struct DecideStats {
+    lra::SimplexStats simplex;
+    lra::BranchStats branch;
+    std::uint64_t splits = 0;  // disequality splits
+};
+
+struct Decision {
+    lra::Result result = lra::Result::Unknown;
+    std::string reason_unknown;
+    std::vector<QNumber> model;    // Sat: by problem variable, index 0 unused
+    std::vector<ProofStep> proof;  // Unsat: nodes[0] is the root
+    DecideStats stats;
+};
+
+Decision decide(const Problem& problem, const DecideOptions& options);
+
+}  // namespace vorn::smt

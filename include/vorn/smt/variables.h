@@ -1,0 +1,58 @@
+#pragma once
+
+// The variables of a problem: numbered from 1 in order of first appearance, each with its name,
+// its sort and where it was declared (its first use in the plain format).
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "vorn/smt/name_table.h"
+#include "vorn/smt/source_pos.h"
+
+namespace vorn::smt {
+
+enum class Sort : std::uint8_t { Real, Int };
+
+// How names are written back: SMT-LIB symbols need |bars| when their plain form would not read
+// back; names of the plain format are identifiers and never do.
+enum class NameSyntax : std::uint8_t { Plain, SmtLib };
+
+class Variables {
+  public:
+    explicit Variables(NameSyntax syntax = NameSyntax::Plain) : syntax_(syntax) {}
+
+    // The variable called `name`, added with `sort` and `pos` when it is new.
+    int intern(std::string_view name, Sort sort, SourcePos pos) {
+        std::uint32_t id = names_.intern(name);
+        if (id == info_.size()) info_.push_back({pos, sort});
+        return static_cast<int>(id) + 1;
+    }
+    // 0 when there is no such variable.
+    int find(std::string_view name) const {
+        std::uint32_t id = names_.find(name);
+        return id == NameTable::kNone ? 0 : static_cast<int>(id) + 1;
+    }
+    std::string_view name(int v) const { return names_.name(static_cast<std::uint32_t>(v - 1)); }
+    Sort sort(int v) const { return info_[static_cast<std::size_t>(v - 1)].sort; }
+    void set_sort(int v, Sort sort) { info_[static_cast<std::size_t>(v - 1)].sort = sort; }
+    SourcePos declared(int v) const { return info_[static_cast<std::size_t>(v - 1)].declared; }
+    int size() const { return static_cast<int>(info_.size()); }
+    NameSyntax syntax() const { return syntax_; }
+    void reserve(std::size_t variables, std::size_t name_chars) {
+        names_.reserve(variables, name_chars);
+        info_.reserve(variables);
+    }
+
+  private:
+    struct Info {
+        SourcePos declared;
+        Sort sort;
+    };
+
+    NameTable names_;
+    std::vector<Info> info_;
+    NameSyntax syntax_;
+};
+
+}  // namespace vorn::smt

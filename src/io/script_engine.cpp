@@ -1,0 +1,504 @@
+#include "vorn/io/script_engine.h"
+
+#include <algorithm>
+#include <memory>
+#include <ostream>
+#include <set>
+
+#include "vorn/io/parse_error.h"
+#include "vorn/io/sexpr.h"
+#include "vorn/io/smt_symbols.h"
+#include "vorn/io/smt_terms.h"
+#include "vorn/io/smt_values.h"
+#include "vorn/smt/certificate.h"
+#include "vorn/smt/model_check.h"
+#include "vorn/smt/problem_text.h"
+#include "vorn/smt/stopwatch.h"
+
+namespace vorn::io {
+
+namespace {
+
+[[noreturn]] void fail(smt::SourcePos pos, const std::string& message) {
+    throw ParseError(pos, message);
+}
+
+// The sizes of the assertion stack's parts at a push.
+struct Level {
+    std::size_t atoms, unsupported, declared;
+};
+
+struct Declared {
+    std::uint32_t symbol;
+    int var;  // 0: not a variable (a definition, a Boolean or a function)
+};
+
+class ScriptEngine {
+  public:
+    ScriptEngine(std::string_view text, std::string_view file, const CheckOptions& options,
+                 std::ostream& out, CheckStats& stats)
+        : file_(file), options_(options), out_(out), stats_(stats), reader_(text, symbols_) {
+        intern_known_symbols(symbols_);
+        reset();
+    }
+
+    void run() {
+        while (reader_.next(tree_)) {
+            try {
+                if (!command(tree_.root())) break;
+            } catch (const ParseError& e) {
+                out_ << error_response(format_error(file_, e)) << "\n";
+            }
+            out_.flush();
+        }
+    }
+
+  private:
+    using Id = SExprTree::Id;
+
+    const SNode& item(std::size_t k) const { return tree_[items_[k]]; }
+    std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
+
+    bool command(Id id);
+    void success() {
+        if (print_success_) out_ << "success\n";
+    }
+    void expect_arity(const SNode& cmd, std::size_t n);
+    void set_option();
+    void get_info();
+    void declare(const SNode& name, const SNode* params, const SNode& sort);
+    void define();
+    void fresh(const SNode& name);
+    void assert_command();
+    void check_sat();
+    void check_sat_assuming();
+    void get_model();
+    void get_value();
+    void get_unsat_core();
+    void push(const SNode& cmd);
+    void pop(const SNode& cmd);
+    std::size_t level_count(const SNode& cmd);
+    void truncate(const Level& level);
+    void reset();
+    void reset_assertions();
+    void need_last(lra::Result result, const SNode& cmd, const char* what);
+    void verify(const smt::Decision& d);
+
+    std::string file_;
+    const CheckOptions& options_;
+    std::ostream& out_;
+    CheckStats& stats_;
+    smt::NameTable symbols_;
+    SExprReader reader_;
+    SExprTree tree_;
+    std::vector<Id> items_;
+    std::unique_ptr<smt::Problem> problem_;
+    std::unique_ptr<TermEvaluator> terms_;
+    std::vector<Level> levels_;
+    std::vector<Declared> declared_;
+    std::vector<std::int32_t> atom_name_;  // by atom: its assertion's :named name, or −1
+    std::vector<std::string> names_;
+    bool print_success_ = false;
+    bool produce_cores_ = false;
+    bool has_last_ = false;
+    smt::Decision last_;
+    std::string last_unknown_;
+};
+
+bool ScriptEngine::command(Id id) {
+    const SNode& cmd = tree_[id];
+    if (!cmd.is_list() || cmd.size == 0 || tree_[tree_.first(id)].kind != SNode::Kind::Symbol)
+        fail(cmd.pos, "expected a command in parentheses");
+    items_.clear();
+    for (Id c = tree_.first(id); c != cmd.end && items_.size() < 6; c = tree_.next(c))
+        items_.push_back(c);
+    const SNode& head = item(0);
+    switch (is_known(head.symbol) ? known(head.symbol) : Known::Count) {
+        case Known::SetLogic:
+            expect_arity(cmd, 2);
+            return success(), true;
+        case Known::SetInfo:
+            return success(), true;
+        case Known::SetOption:
+            set_option();
+            return true;
+        case Known::GetInfo:
+            get_info();
+            return true;
+        case Known::DeclareFun:
+            expect_arity(cmd, 4);
+            declare(item(1), &item(2), item(3));
+            return true;
+        case Known::DeclareConst:
+            expect_arity(cmd, 3);
+            declare(item(1), nullptr, item(2));
+            return true;
+        case Known::DefineFun:
+            expect_arity(cmd, 5);
+            define();
+            return true;
+        case Known::Assert:
+            expect_arity(cmd, 2);
+            assert_command();
+            return true;
+        case Known::CheckSat:
+            expect_arity(cmd, 1);
+            check_sat();
+            return true;
+        case Known::CheckSatAssuming:
+            expect_arity(cmd, 2);
+            check_sat_assuming();
+            return true;
+        case Known::GetModel:
+            need_last(lra::Result::Sat, cmd, "model");
+            get_model();
+            return true;
+        case Known::GetValue:
+            expect_arity(cmd, 2);
+            need_last(lra::Result::Sat, cmd, "values");
+            get_value();
+            return true;
+        case Known::GetUnsatCore:
+            if (!produce_cores_)
+                fail(cmd.pos,
+                     "unsat cores are not enabled: (set-option :produce-unsat-cores true)");
+            need_last(lra::Result::Unsat, cmd, "unsat core");
+            get_unsat_core();
+            return true;
+        case Known::Push:
+            push(cmd);
+            return true;
+        case Known::Pop:
+            pop(cmd);
+            return true;
+        case Known::Reset:
+            reset();
+            print_success_ = false;
+            return true;
+        case Known::ResetAssertions:
+            reset_assertions();
+            return success(), true;
+        case Known::Echo:
+            expect_arity(cmd, 2);
+            if (item(1).kind != SNode::Kind::String) fail(item(1).pos, "expected a string");
+            out_ << '"' << tree_.text(item(1)) << "\"\n";
+            return true;
+        case Known::Exit:
+            return success(), false;
+        default:
+            fail(head.pos, "unknown command " + quoted(name(head.symbol)));
+    }
+}
+
+void ScriptEngine::expect_arity(const SNode& cmd, std::size_t n) {
+    if (cmd.size != n)
+        fail(cmd.pos, quoted(name(item(0).symbol)) + " takes " + std::to_string(n - 1) +
+                          " argument" + (n == 2 ? "" : "s"));
+}
+
+void ScriptEngine::need_last(lra::Result result, const SNode& cmd, const char* what) {
+    if (!has_last_ || last_.result != result)
+        fail(cmd.pos, std::string("no ") + what + ": the last check-sat did not answer " +
+                          (result == lra::Result::Sat ? "sat" : "unsat"));
+}
+
+void ScriptEngine::set_option() {
+    if (items_.size() != 3 || item(1).kind != SNode::Kind::Keyword)
+        fail(tree_[0].pos, "expected (set-option :keyword value)");
+    std::string_view key = symbols_.name(item(1).symbol);
+    const SNode& value = item(2);
+    bool on = value.is_symbol(symbol_of(Known::True));
+    if (!on && !value.is_symbol(symbol_of(Known::False)) &&
+        (key == ":print-success" || key == ":produce-unsat-cores" || key == ":produce-models"))
+        fail(value.pos, "expected true or false");
+    if (key == ":print-success") print_success_ = on;
+    if (key == ":produce-unsat-cores") produce_cores_ = on;
+    success();
+}
+
+void ScriptEngine::get_info() {
+    if (items_.size() != 2 || item(1).kind != SNode::Kind::Keyword)
+        fail(tree_[0].pos, "expected (get-info :keyword)");
+    std::string_view key = symbols_.name(item(1).symbol);
+    if (key == ":name") {
+        out_ << "(:name \"vorn\")\n";
+    } else if (key == ":version") {
+        out_ << "(:version \"" << VORN_VERSION << "\")\n";
+    } else if (key == ":error-behavior") {
+        out_ << "(:error-behavior continued-execution)\n";
+    } else if (key == ":reason-unknown") {
+        if (!has_last_ || last_.result != lra::Result::Unknown)
+            fail(item(1).pos, "no reason: the last check-sat did not answer unknown");
+        out_ << "(:reason-unknown " << smt_string(last_unknown_) << ")\n";
+    } else {
+        fail(item(1).pos, "unsupported info " + quoted(key));
+    }
+}
+
+void ScriptEngine::fresh(const SNode& name) {
+    if (name.kind != SNode::Kind::Symbol) fail(name.pos, "expected a symbol");
+    if (is_known(name.symbol))
+        fail(name.pos, quoted(this->name(name.symbol)) + " is a predefined symbol");
+    if (terms_->is_defined(name.symbol))
+        fail(name.pos, "symbol " + quoted(this->name(name.symbol)) + " is already declared");
+}
+
+// A Real or Int constant is a variable; a Boolean constant and a function with parameters are
+// declared but outside the fragment wherever they are used.
+void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& sort) {
+    fresh(name);
+    if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
+    bool function = params != nullptr && params->size != 0;
+    bool boolean = sort.is_symbol(symbol_of(Known::Bool));
+    smt::Sort s = sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int : smt::Sort::Real;
+    if (!boolean && !sort.is_symbol(symbol_of(Known::Int)) &&
+        !sort.is_symbol(symbol_of(Known::Real)))
+        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
+    int var = 0;
+    if (function || boolean) {
+        terms_->declare_opaque(name.symbol, boolean && !function);
+    } else {
+        var = problem_->variables.intern(symbols_.name(name.symbol), s, name.pos);
+        problem_->variables.set_sort(var, s);
+        terms_->declare_variable(name.symbol, var);
+    }
+    declared_.push_back({name.symbol, var});
+    success();
+}
+
+void ScriptEngine::define() {
+    const SNode& name = item(1);
+    fresh(name);
+    if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
+    const SNode& sort = item(3);
+    bool formula = sort.is_symbol(symbol_of(Known::Bool));
+    if (!formula && !sort.is_symbol(symbol_of(Known::Real)) &&
+        !sort.is_symbol(symbol_of(Known::Int)))
+        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
+    if (item(2).size != 0)
+        terms_->define_function(name.symbol, tree_, items_[2], items_[4]);
+    else
+        terms_->define(name.symbol, tree_, items_[4], formula);
+    declared_.push_back({name.symbol, 0});
+    success();
+}
+
+// The atoms an assertion adds carry its :named name, for unsat cores.
+void ScriptEngine::assert_command() {
+    std::size_t before = problem_->atoms.size();
+    std::int32_t named = -1;
+    Id f = items_[1];
+    if (tree_[f].is_list() && tree_[f].size >= 4 &&
+        tree_[tree_.first(f)].is_symbol(symbol_of(Known::Bang))) {
+        for (Id c = tree_.next(tree_.next(tree_.first(f))); c != tree_.end(f); c = tree_.next(c))
+            if (tree_[c].kind == SNode::Kind::Keyword &&
+                symbols_.name(tree_[c].symbol) == ":named" && tree_.next(c) != tree_.end(f)) {
+                const SNode& n = tree_[tree_.next(c)];
+                fresh(n);
+                // The name stands for the formula from now on (check-sat-assuming uses it).
+                terms_->define(n.symbol, tree_, tree_.next(tree_.first(f)), true);
+                declared_.push_back({n.symbol, 0});
+                named = static_cast<std::int32_t>(names_.size());
+                names_.push_back(name(n.symbol));
+            }
+    }
+    terms_->assert_formula(tree_, f);
+    atom_name_.resize(before);
+    atom_name_.resize(problem_->atoms.size(), named);
+    has_last_ = false;
+    success();
+}
+
+void ScriptEngine::check_sat_assuming() {
+    const SNode& list = item(1);
+    if (!list.is_list()) fail(list.pos, "expected a list of literals");
+    Level saved{problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()};
+    try {
+        for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
+            terms_->assert_formula(tree_, c);
+    } catch (...) {
+        truncate(saved);
+        throw;
+    }
+    atom_name_.resize(problem_->atoms.size(), -1);
+    check_sat();
+    truncate(saved);
+}
+
+void ScriptEngine::check_sat() {
+    auto start = smt::Clock::now();
+    last_ = smt::decide(*problem_, options_.decide);
+    stats_.solve_seconds += smt::ms_since(start) / 1000;
+    ++stats_.checks;
+    stats_.decide.simplex.pivots += last_.stats.simplex.pivots;
+    stats_.decide.simplex.bland_switches += last_.stats.simplex.bland_switches;
+    stats_.decide.simplex.conflicts += last_.stats.simplex.conflicts;
+    stats_.decide.simplex.eliminated += last_.stats.simplex.eliminated;
+    stats_.decide.simplex.restored += last_.stats.simplex.restored;
+    stats_.decide.branch.nodes += last_.stats.branch.nodes;
+    stats_.decide.splits += last_.stats.splits;
+    const auto& outside = terms_->unsupported_asserted();
+    if (last_.result == lra::Result::Sat && !outside.empty()) {
+        // A model of the linear part says nothing about the rest.
+        last_.result = lra::Result::Unknown;
+        last_.reason_unknown = format_error(
+            file_, ParseError(outside[0].pos, outside[0].what + " is outside the linear fragment"));
+    }
+    last_unknown_ = last_.reason_unknown;
+    has_last_ = true;
+    if (options_.verify) verify(last_);
+    switch (last_.result) {
+        case lra::Result::Sat:
+            out_ << "sat\n";
+            break;
+        case lra::Result::Unsat:
+            out_ << "unsat\n";
+            if (options_.certificate) smt::print_certificate(out_, *problem_, last_.proof);
+            break;
+        case lra::Result::Unknown:
+            out_ << "unknown\n";
+            break;
+    }
+}
+
+void ScriptEngine::verify(const smt::Decision& d) {
+    std::string problem;
+    if (d.result == lra::Result::Sat) problem = smt::check_model(*problem_, d.model);
+    if (d.result == lra::Result::Unsat) problem = smt::check_proof(*problem_, d.proof);
+    if (!problem.empty()) throw VerificationFailure(problem);
+}
+
+void ScriptEngine::get_model() {
+    std::string text = "(\n";
+    for (const Declared& d : declared_) {
+        if (d.var == 0) continue;
+        smt::Sort sort = problem_->variables.sort(d.var);
+        text += "(define-fun ";
+        smt::append_symbol(text, symbols_.name(d.symbol));
+        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
+        std::size_t v = static_cast<std::size_t>(d.var);
+        append_value(text, v < last_.model.size() ? last_.model[v] : QNumber(), sort);
+        text += ")\n";
+    }
+    out_ << text << ")\n";
+}
+
+void ScriptEngine::get_value() {
+    const SNode& list = item(1);
+    if (!list.is_list() || list.size == 0) fail(list.pos, "expected a non-empty list of terms");
+    std::string text = "(";
+    for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c)) {
+        bool formula = false;
+        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &formula);
+        if (expr == nullptr)
+            fail(tree_[c].pos, formula ? "get-value of a formula is not supported"
+                                       : "the term is outside the linear fragment");
+        QNumber value;
+        bool integral = true;
+        for (const auto& e : expr->entries()) {
+            std::size_t v = static_cast<std::size_t>(e.var);
+            if (e.var == 0) {
+                value += e.coeff;
+            } else {
+                integral = integral && problem_->variables.sort(e.var) == smt::Sort::Int;
+                if (v < last_.model.size()) value.add_product(e.coeff, last_.model[v]);
+            }
+            integral = integral && e.coeff.is_integer();
+        }
+        text += text.size() == 1 ? "(" : " (";
+        append_sexpr(text, tree_, c, symbols_);
+        text += ' ';
+        append_value(text, value,
+                     integral && value.is_integer() ? smt::Sort::Int : smt::Sort::Real);
+        text += ')';
+    }
+    out_ << text << ")\n";
+}
+
+// The named assertions whose atoms the proof uses, in the order they were named.
+void ScriptEngine::get_unsat_core() {
+    std::set<std::int32_t> core;
+    auto use = [&](std::size_t atom) {
+        if (atom < atom_name_.size() && atom_name_[atom] >= 0) core.insert(atom_name_[atom]);
+    };
+    for (const smt::ProofStep& step : last_.proof) {
+        for (const smt::FarkasEntry& e : step.farkas)
+            if (!e.from_split) use(e.index);
+        if (step.kind == smt::ProofStep::Kind::SplitNe || step.kind == smt::ProofStep::Kind::Gcd)
+            use(step.atom);
+    }
+    std::string text = "(\n";
+    for (std::int32_t n : core) {
+        smt::append_symbol(text, names_[static_cast<std::size_t>(n)]);
+        text += '\n';
+    }
+    out_ << text << ")\n";
+}
+
+std::size_t ScriptEngine::level_count(const SNode& cmd) {
+    if (cmd.size == 1) return 1;
+    if (cmd.size != 2 || item(1).kind != SNode::Kind::Numeral || item(1).text_size > 9)
+        fail(cmd.pos, "expected a numeral of at most 9 digits");
+    return std::stoul(std::string(tree_.text(item(1))));
+}
+
+void ScriptEngine::push(const SNode& cmd) {
+    std::size_t n = level_count(cmd);
+    for (std::size_t i = 0; i < n; ++i)
+        levels_.push_back(
+            {problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()});
+    has_last_ = false;
+    success();
+}
+
+void ScriptEngine::pop(const SNode& cmd) {
+    std::size_t n = level_count(cmd);
+    if (n > levels_.size())
+        fail(cmd.pos, "cannot pop " + std::to_string(n) +
+                          " levels: " + std::to_string(levels_.size()) + " pushed");
+    if (n > 0) {
+        Level level = levels_[levels_.size() - n];
+        levels_.resize(levels_.size() - n);
+        truncate(level);
+    }
+    has_last_ = false;
+    success();
+}
+
+void ScriptEngine::truncate(const Level& level) {
+    problem_->atoms.resize(level.atoms);
+    atom_name_.resize(std::min(atom_name_.size(), level.atoms));
+    terms_->unsupported_asserted().resize(level.unsupported);
+    for (std::size_t i = level.declared; i < declared_.size(); ++i)
+        terms_->forget(declared_[i].symbol);
+    declared_.resize(level.declared);
+    terms_->forget_commits();
+}
+
+void ScriptEngine::reset_assertions() {
+    Level base{0, 0, levels_.empty() ? declared_.size() : levels_[0].declared};
+    levels_.clear();
+    truncate(base);
+    has_last_ = false;
+}
+
+void ScriptEngine::reset() {
+    levels_.clear();
+    declared_.clear();
+    atom_name_.clear();
+    names_.clear();
+    terms_.reset();
+    problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
+    terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, true);
+    has_last_ = false;
+    produce_cores_ = false;
+}
+
+}  // namespace
+
+void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
+                std::ostream& out, CheckStats& stats) {
+    ScriptEngine(text, file, options, out, stats).run();
+}
+
+}  // namespace vorn::io

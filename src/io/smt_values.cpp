@@ -1,0 +1,80 @@
+#include "vorn/io/smt_values.h"
+
+#include <vector>
+
+#include "vorn/io/escape.h"
+#include "vorn/smt/problem_text.h"
+
+namespace vorn::io {
+
+namespace {
+
+void append_magnitude(std::string& out, std::string_view digits, bool negative, bool real) {
+    if (negative) out += "(- ";
+    out += digits;
+    if (real) out += ".0";
+    if (negative) out += ')';
+}
+
+}  // namespace
+
+void append_value(std::string& out, const QNumber& value, smt::Sort sort) {
+    std::string text = value.to_string();
+    bool negative = !text.empty() && text[0] == '-';
+    std::string_view magnitude = std::string_view(text).substr(negative ? 1 : 0);
+    std::size_t slash = magnitude.find('/');
+    if (slash == std::string_view::npos)
+        return append_magnitude(out, magnitude, negative, sort == smt::Sort::Real);
+    out += "(/ ";
+    append_magnitude(out, magnitude.substr(0, slash), negative, false);
+    out += ' ';
+    out += magnitude.substr(slash + 1);
+    out += ')';
+}
+
+void append_sexpr(std::string& out, const SExprTree& tree, SExprTree::Id id,
+                  const smt::NameTable& symbols) {
+    std::vector<SExprTree::Id> open;  // ends of the lists not closed yet
+    SExprTree::Id end = tree.next(id);
+    for (SExprTree::Id i = id; i != end; ++i) {
+        while (!open.empty() && open.back() == i) {
+            out += ')';
+            open.pop_back();
+        }
+        if (i != id && out.back() != '(') out += ' ';
+        const SNode& n = tree[i];
+        switch (n.kind) {
+            case SNode::Kind::List:
+                out += '(';
+                open.push_back(n.end);
+                break;
+            case SNode::Kind::Symbol:
+                smt::append_symbol(out, symbols.name(n.symbol));
+                break;
+            case SNode::Kind::Keyword:
+                out += symbols.name(n.symbol);
+                break;
+            case SNode::Kind::String:
+                out += '"';
+                out += tree.text(n);  // as written, its quotes still doubled
+                out += '"';
+                break;
+            default:
+                out += tree.text(n);
+        }
+    }
+    out.append(open.size(), ')');
+}
+
+std::string smt_string(std::string_view text) {
+    std::string out = "\"";
+    for (char c : escaped(text))
+        out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + '"';
+}
+
+std::string error_response(std::string_view message) {
+    return "(error " + smt_string(message) + ")";
+}
+
+}  // namespace vorn::io

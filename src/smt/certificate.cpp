@@ -1,0 +1,264 @@
+#include "vorn/smt/certificate.h"
+
+#include <map>
+#include <ostream>
+#include <set>
+
+#include "vorn/smt/integral_bound.h"
+#include "vorn/smt/problem_text.h"
+
+namespace vorn::smt {
+
+namespace {
+
+using Entry = LinearExpr::Entry;
+using Kind = ProofStep::Kind;
+
+const char* relation_word(Relation r) {
+    return r == Relation::Distinct ? "!=" : relation_text(r);
+}
+
+// term ⋈ c for a one-term atom: the entries without the constant, and c.
+QNumber split_constant(std::span<const Entry> term, LinearExpr::Entries& out) {
+    QNumber c;
+    for (const Entry& e : term)
+        if (e.var == 0)
+            c = -e.coeff;
+        else
+            out.push_back(e);
+    return c;
+}
+
+// The disequality a SplitNe node splits, as the atom states it.
+QNumber stated_disequality(const Problem& p, const ProofStep& step, LinearExpr::Entries& term) {
+    const Atom& atom = p.atoms[step.atom];
+    if (atom.relation == Relation::Ne) return split_constant(p.term(atom.first_term), term);
+    LinearExpr diff;
+    for (const Entry& e : p.term(atom.first_term + step.first))
+        diff.add_entry(e.var, e.coeff);
+    for (const Entry& e : p.term(atom.first_term + step.second))
+        diff.add_entry(e.var, -e.coeff);
+    return split_constant(diff.entries(), term);
+}
+
+std::string atom_id(const ProofStep& step, const Problem& p) {
+    std::string id = std::to_string(step.atom);
+    if (p.atoms[step.atom].relation == Relation::Distinct)
+        id += "." + std::to_string(step.first) + "." + std::to_string(step.second);
+    return id;
+}
+
+void write_terms(std::ostream& out, std::span<const Entry> term) {
+    for (const Entry& e : term)
+        out << ' ' << e.var << ':' << e.coeff.to_string();
+}
+
+// One bound of a Farkas combination, read as  Σ coeff·var ⋈ c.
+struct Bound {
+    LinearExpr::Entries term;
+    QNumber c;
+    bool upper = false, lower = false, strict = false;
+};
+
+class ProofChecker {
+  public:
+    ProofChecker(const Problem& p, const std::vector<ProofStep>& proof) : p_(p), proof_(proof) {}
+    std::string run();
+
+  private:
+    std::string leaf(std::size_t node);
+    std::string farkas(std::size_t node);
+    std::string gcd(const ProofStep& step);
+    bool split_bound(std::size_t leaf, std::size_t split, Bound& b) const;
+    bool atom_bound(std::size_t atom, Bound& b) const;
+
+    const Problem& p_;
+    const std::vector<ProofStep>& proof_;
+    std::vector<std::size_t> parent_;
+    std::vector<char> high_side_;  // by node: it is its parent's high child
+};
+
+std::string ProofChecker::run() {
+    const std::size_t none = static_cast<std::size_t>(-1);
+    if (proof_.empty()) return "the proof is empty";
+    parent_.assign(proof_.size(), none);
+    high_side_.assign(proof_.size(), 0);
+    std::vector<char> seen(proof_.size(), 0);
+    std::vector<std::size_t> todo{0};
+    while (!todo.empty()) {
+        std::size_t n = todo.back();
+        todo.pop_back();
+        if (n >= proof_.size() || seen[n]) return "proof node " + std::to_string(n) + " reused";
+        seen[n] = 1;
+        const ProofStep& step = proof_[n];
+        if (step.kind == Kind::SplitNe || step.kind == Kind::SplitInt) {
+            if (step.low >= proof_.size() || step.high >= proof_.size())
+                return "a split without children";
+            if (step.kind == Kind::SplitInt &&
+                (p_.variables.sort(step.var) != Sort::Int || !step.below.is_integer()))
+                return "a split on a non-integer";
+            if (step.kind == Kind::SplitNe) {
+                LinearExpr::Entries stated;
+                QNumber c = stated_disequality(p_, step, stated);
+                bool same = stated.size() == step.term.size() && c == step.constant;
+                for (std::size_t i = 0; same && i < stated.size(); ++i)
+                    same =
+                        stated[i].var == step.term[i].var && stated[i].coeff == step.term[i].coeff;
+                if (!same) return "a split on no disequality";
+            }
+            parent_[step.low] = parent_[step.high] = n;
+            high_side_[step.high] = 1;
+            todo.push_back(step.low);
+            todo.push_back(step.high);
+            continue;
+        }
+        if (std::string bad = leaf(n); !bad.empty()) return bad;
+    }
+    return {};
+}
+
+std::string ProofChecker::leaf(std::size_t node) {
+    return proof_[node].kind == Kind::Gcd ? gcd(proof_[node]) : farkas(node);
+}
+
+bool ProofChecker::atom_bound(std::size_t atom, Bound& b) const {
+    if (atom >= p_.atoms.size()) return false;
+    const Atom& a = p_.atoms[atom];
+    if (a.relation == Relation::Ne || a.relation == Relation::Distinct) return false;
+    b.c = split_constant(p_.term(a.first_term), b.term);
+    b.upper =
+        a.relation == Relation::Le || a.relation == Relation::Lt || a.relation == Relation::Eq;
+    b.lower =
+        a.relation == Relation::Ge || a.relation == Relation::Gt || a.relation == Relation::Eq;
+    b.strict = a.relation == Relation::Lt || a.relation == Relation::Gt;
+    if (auto rounded = round_integral_bound(b.term, a.relation, b.c, p_.variables)) {
+        b.c = rounded->constant;
+        b.strict = false;
+    }
+    return true;
+}
+
+// The bound that ancestor `split` asserts on the side of `leaf`.
+bool ProofChecker::split_bound(std::size_t leaf, std::size_t split, Bound& b) const {
+    std::size_t child = leaf;
+    while (child < parent_.size() && parent_[child] != split)
+        child = parent_[child];
+    if (child >= parent_.size()) return false;
+    bool high = high_side_[child] != 0;
+    const ProofStep& s = proof_[split];
+    b.upper = !high;
+    b.lower = high;
+    if (s.kind == Kind::SplitNe) {
+        b.term = s.term;
+        b.c = s.constant;
+        b.strict = true;
+    } else {
+        b.term = {{s.var, QNumber(1)}};
+        b.c = high ? s.below + QNumber(1) : s.below;
+    }
+    return true;
+}
+
+std::string ProofChecker::farkas(std::size_t node) {
+    std::map<int, QNumber> sum;
+    QNumber k;
+    bool strict = false;
+    for (const FarkasEntry& e : proof_[node].farkas) {
+        Bound b;
+        bool ok = e.from_split ? split_bound(node, e.index, b) : atom_bound(e.index, b);
+        if (!ok || !(e.upper ? b.upper : b.lower) || e.multiplier.sign() <= 0)
+            return "Farkas leaf " + std::to_string(node) + " uses a bound it does not have";
+        // upper: m·(c − term) ≥ 0; lower: m·(term − c) ≥ 0.
+        QNumber m = e.upper ? e.multiplier : -e.multiplier;
+        k.add_product(m, b.c);
+        for (const Entry& t : b.term)
+            sum[t.var].add_product(-m, t.coeff);
+        strict = strict || b.strict;
+    }
+    for (const auto& [var, coeff] : sum)
+        if (!coeff.is_zero()) return "Farkas leaf " + std::to_string(node) + " leaves a variable";
+    if (k.sign() < 0 || (k.is_zero() && strict)) return {};
+    return "Farkas leaf " + std::to_string(node) + " is no contradiction";
+}
+
+std::string ProofChecker::gcd(const ProofStep& step) {
+    if (step.atom >= p_.atoms.size() || p_.atoms[step.atom].relation != Relation::Eq)
+        return "a gcd leaf on no equality";
+    LinearExpr::Entries term;
+    QNumber c = split_constant(p_.term(p_.atoms[step.atom].first_term), term);
+    for (const Entry& e : term)
+        if (p_.variables.sort(e.var) != Sort::Int) return "a gcd leaf over a Real variable";
+    return integral_equation_refuted(term, c) ? std::string()
+                                              : "a gcd leaf whose equality has integer solutions";
+}
+
+}  // namespace
+
+void print_certificate(std::ostream& out, const Problem& problem,
+                       const std::vector<ProofStep>& proof) {
+    std::set<std::size_t> atoms;
+    std::set<int> vars;
+    for (const ProofStep& step : proof) {
+        for (const FarkasEntry& e : step.farkas)
+            if (!e.from_split) atoms.insert(e.index);
+        if (step.kind == Kind::Gcd) atoms.insert(step.atom);
+        if (step.kind == Kind::SplitInt) vars.insert(step.var);
+        for (const Entry& e : step.term)
+            vars.insert(e.var);
+    }
+    for (std::size_t a : atoms)
+        for (const Entry& e : problem.term(problem.atoms[a].first_term))
+            if (e.var != 0) vars.insert(e.var);
+    out << "(certificate\n";
+    for (int v : vars) {
+        std::string name;
+        append_name(name, problem.variables, v);
+        out << "var " << v << (problem.variables.sort(v) == Sort::Int ? " Int " : " Real ") << name
+            << "\n";
+    }
+    for (std::size_t a : atoms) {
+        LinearExpr::Entries term;
+        QNumber c = split_constant(problem.term(problem.atoms[a].first_term), term);
+        out << "atom " << a << ' ' << relation_word(problem.atoms[a].relation) << ' '
+            << c.to_string();
+        write_terms(out, term);
+        out << "\n";
+    }
+    for (const ProofStep& step : proof) {
+        if (step.kind != Kind::SplitNe) continue;
+        out << "atom " << atom_id(step, problem) << " != " << step.constant.to_string();
+        write_terms(out, step.term);
+        out << "\n";
+    }
+    for (std::size_t n = 0; n < proof.size(); ++n) {
+        const ProofStep& step = proof[n];
+        out << "node " << n;
+        switch (step.kind) {
+            case Kind::SplitNe:
+                out << " split-ne " << atom_id(step, problem) << ' ' << step.low << ' '
+                    << step.high;
+                break;
+            case Kind::SplitInt:
+                out << " split-int " << step.var << ' ' << step.below.to_string() << ' ' << step.low
+                    << ' ' << step.high;
+                break;
+            case Kind::Gcd:
+                out << " gcd " << step.atom << ' ' << step.gcd.to_string();
+                break;
+            case Kind::Farkas:
+                out << " farkas";
+                for (const FarkasEntry& e : step.farkas)
+                    out << ' ' << (e.from_split ? "split:" : "atom:") << e.index << ':'
+                        << (e.upper ? 'u' : 'l') << ':' << e.multiplier.to_string();
+                break;
+        }
+        out << "\n";
+    }
+    out << ")\n";
+}
+
+std::string check_proof(const Problem& problem, const std::vector<ProofStep>& proof) {
+    return ProofChecker(problem, proof).run();
+}
+
+}  // namespace vorn::smt

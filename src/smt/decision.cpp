@@ -1,0 +1,465 @@
+#include "vorn/smt/decision.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "vorn/smt/integral_bound.h"
+
+namespace vorn::smt {
+
+namespace {
+
+using lra::Result;
+using Entry = LinearExpr::Entry;
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+bool is_disequality(const Atom& atom) {
+    return atom.relation == Relation::Ne || atom.relation == Relation::Distinct;
+}
+
+lra::Relation simplex_relation(Relation r) {
+    switch (r) {
+        case Relation::Le:
+            return lra::Relation::Le;
+        case Relation::Lt:
+            return lra::Relation::Lt;
+        case Relation::Ge:
+            return lra::Relation::Ge;
+        case Relation::Gt:
+            return lra::Relation::Gt;
+        default:
+            return lra::Relation::Eq;
+    }
+}
+
+// Whether the constant atom 0 ⋈ c holds.
+bool holds(Relation r, const QNumber& c) {
+    int s = c.sign();
+    switch (r) {
+        case Relation::Le:
+            return s >= 0;
+        case Relation::Lt:
+            return s > 0;
+        case Relation::Ge:
+            return s <= 0;
+        case Relation::Gt:
+            return s < 0;
+        case Relation::Eq:
+            return s == 0;
+        default:
+            return s != 0;
+    }
+}
+
+// The half of a false constant atom 0 ⋈ c that is a contradiction on its own.
+bool false_half_is_upper(Relation r, const QNumber& c) {
+    return r == Relation::Le || r == Relation::Lt || (r == Relation::Eq && c.sign() < 0);
+}
+
+// term ≠ c, term without constant.
+struct SplitTerm {
+    std::size_t atom = 0;
+    std::uint32_t first = 0, second = 0;
+    LinearExpr::Entries term;
+    QNumber constant;
+};
+
+class Decider {
+  public:
+    Decider(const Problem& problem, const DecideOptions& options)
+        : problem_(problem), branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
+
+    Decision run() {
+        Decision d;
+        d.result = !enter_atoms() ? Result::Unsat : has_integers_ ? search() : search_convex();
+        if (d.result == Result::Sat) d.model = std::move(model_);
+        if (d.result == Result::Unsat) d.proof = std::move(proof_);
+        if (d.result == Result::Unknown)
+            d.reason_unknown = has_integers_ ? "branch and bound node limit"
+                                             : "disequalities: no repair step found";
+        d.stats = {simplex_.stats(), branch_.stats(), splits_};
+        return d;
+    }
+
+  private:
+    struct Frame {
+        std::size_t node;
+        bool high;
+    };
+
+    bool enter_atoms();
+    int simplex_var(int v);
+    // The simplex term of `entries` (constant skipped); empty when it has no variable.
+    const lra::TermEntries& simplex_term(std::span<const Entry> entries);
+    Result search();
+    Result search_convex();
+    // A model on either side of the disequality split at `root`; false when both sides are
+    // unsat (the split and its two leaves are then the proof).
+    bool point_beside(std::size_t root, std::vector<QNumber>& point);
+    bool move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p);
+    std::size_t violations(const std::vector<QNumber>& point) const;
+    Result check_node(std::size_t node);
+    std::optional<SplitTerm> violated_disequality(const std::vector<QNumber>& point) const;
+    std::vector<QNumber> current_model() const;
+    static QNumber value_of(std::span<const Entry> term, const std::vector<QNumber>& point);
+    // Makes `node` a split on s; false when the split term is constant (both sides contradict).
+    bool make_split(std::size_t node, SplitTerm s);
+    void assert_split(std::size_t node, bool high);
+    std::size_t new_node() {
+        proof_.emplace_back();
+        return proof_.size() - 1;
+    }
+    FarkasEntry translate(const lra::Explanation& e, const std::vector<std::size_t>& branch_path);
+    void copy_branch_proof(std::size_t node);
+
+    const Problem& problem_;
+    lra::Simplex simplex_;
+    lra::BranchAndBound branch_;
+    bool has_integers_ = false;
+    std::vector<int> simplex_var_;     // by problem variable, 0: none yet
+    std::vector<int> problem_var_;     // by simplex variable
+    std::vector<std::size_t> diseqs_;  // atoms to split on demand
+    std::vector<Frame> stack_;
+    std::vector<lra::TermVar> split_vars_;  // by proof node of a SplitNe
+    std::vector<ProofStep> proof_;
+    std::vector<QNumber> model_;
+    lra::TermEntries scratch_;
+    std::uint64_t splits_ = 0;
+};
+
+int Decider::simplex_var(int v) {
+    if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
+    if (simplex_var_[v] != 0) return simplex_var_[v];
+    int s = simplex_.new_variable();
+    simplex_var_[v] = s;
+    if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
+    problem_var_[s] = v;
+    if (problem_.variables.sort(v) == Sort::Int) {
+        branch_.set_integer(s);
+        has_integers_ = true;
+    }
+    return s;
+}
+
+const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
+    scratch_.clear();
+    for (const Entry& e : entries)
+        if (e.var != 0) scratch_.push_back({simplex_var(e.var), e.coeff});
+    return scratch_;
+}
+
+// Bounds for every atom but the disequalities; false when a constant atom is false (the proof is
+// then that atom alone).
+bool Decider::enter_atoms() {
+    for (std::size_t i = 0; i < problem_.atoms.size(); ++i) {
+        const Atom& atom = problem_.atoms[i];
+        for (std::uint32_t t = 0; t < atom.terms; ++t)
+            for (const Entry& e : problem_.term(atom.first_term + t))
+                if (e.var != 0) simplex_var(e.var);
+        if (is_disequality(atom)) {
+            diseqs_.push_back(i);
+            continue;
+        }
+        auto term = problem_.term(atom.first_term);
+        QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
+        const lra::TermEntries& entries = simplex_term(term);
+        if (entries.empty()) {
+            if (holds(atom.relation, c)) continue;
+            proof_.assign(1, ProofStep{});
+            proof_[0].farkas.push_back(
+                {false, i, false_half_is_upper(atom.relation, c), QNumber(1)});
+            return false;
+        }
+        Relation relation = atom.relation;
+        if (auto rounded = round_integral_bound(term, relation, c, problem_.variables)) {
+            relation = rounded->relation;
+            c = rounded->constant;
+        }
+        lra::TermVar tv = simplex_.term_variable(entries);
+        if (!simplex_.assert_term(tv, simplex_relation(relation), c, static_cast<lra::Reason>(i)))
+            break;  // check() reports the conflict
+    }
+    return true;
+}
+
+Result Decider::search() {
+    std::size_t node = new_node();
+    bool unknown = false;
+    for (;;) {
+        Result r = check_node(node);
+        if (r == Result::Sat) {
+            std::vector<QNumber> model = current_model();
+            std::optional<SplitTerm> s = violated_disequality(model);
+            if (!s) {
+                model_ = std::move(model);
+                return Result::Sat;
+            }
+            if (make_split(node, std::move(*s))) {
+                stack_.push_back({node, false});
+                simplex_.push();
+                node = new_node();
+                proof_[stack_.back().node].low = node;
+                assert_split(stack_.back().node, false);
+                continue;
+            }
+        }
+        if (r == Result::Unknown) unknown = true;
+        for (;;) {  // backtrack to the next open high side
+            if (stack_.empty()) return unknown ? Result::Unknown : Result::Unsat;
+            Frame& f = stack_.back();
+            simplex_.pop();
+            if (!f.high) {
+                f.high = true;
+                simplex_.push();
+                node = new_node();
+                proof_[f.node].high = node;
+                assert_split(f.node, true);
+                break;
+            }
+            stack_.pop_back();
+        }
+    }
+}
+
+Result Decider::check_node(std::size_t node) {
+    if (has_integers_) {
+        Result r = branch_.check();
+        if (r == Result::Unsat) copy_branch_proof(node);
+        return r;
+    }
+    Result r = simplex_.check();
+    if (r == Result::Unsat)
+        for (const lra::Explanation& e : simplex_.conflict())
+            proof_[node].farkas.push_back(translate(e, {}));
+    return r;
+}
+
+QNumber Decider::value_of(std::span<const Entry> term, const std::vector<QNumber>& point) {
+    QNumber sum;
+    for (const Entry& e : term)
+        if (e.var == 0)
+            sum += e.coeff;
+        else
+            sum.add_product(e.coeff, point[static_cast<std::size_t>(e.var)]);
+    return sum;
+}
+
+// Without Int variables the other atoms describe a convex set P, and each disequality t ≠ c
+// removes one hyperplane. A finite union of hyperplanes, none containing P, cannot cover P; so
+// the atoms are satisfiable exactly when P meets a side (t < c or t > c) of every disequality
+// (P is convex with strict bounds too). The search repairs a point q of P one violated disequality
+// at a time: it finds a point p of P with t ≠ c and moves q a step s toward p, s chosen so that no
+// satisfied disequality breaks (each forbids at most one s). Every step satisfies one more, so each
+// step decides one split instead of exploring a tree of them.
+Result Decider::search_convex() {
+    std::size_t root = new_node();
+    Result r = check_node(root);
+    if (r != Result::Sat) return r;
+    std::vector<QNumber> q = current_model(), p;
+    for (;;) {
+        std::optional<SplitTerm> s = violated_disequality(q);
+        if (!s) {
+            model_ = std::move(q);
+            return Result::Sat;
+        }
+        proof_.assign(1, ProofStep{});
+        if (!make_split(root, std::move(*s)) || !point_beside(root, p)) return Result::Unsat;
+        if (!move_toward(q, p)) return Result::Unknown;
+    }
+}
+
+bool Decider::point_beside(std::size_t root, std::vector<QNumber>& point) {
+    stack_.assign(1, {root, false});
+    for (bool high : {false, true}) {
+        simplex_.push();
+        std::size_t side = new_node();
+        (high ? proof_[root].high : proof_[root].low) = side;
+        stack_.back().high = high;
+        assert_split(root, high);
+        bool sat = check_node(side) == Result::Sat;
+        if (sat) point = current_model();
+        simplex_.pop();
+        if (sat) return true;
+    }
+    return false;
+}
+
+bool Decider::move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p) {
+    constexpr int kTries = 1000;
+    std::size_t before = violations(q);
+    std::vector<QNumber> next(q.size());
+    for (int k = 1; k <= kTries; ++k) {
+        QNumber step(1, k);
+        for (std::size_t v = 1; v < q.size(); ++v) {
+            next[v] = q[v];
+            next[v].add_product(step, p[v] - q[v]);
+        }
+        if (violations(next) < before) {
+            q.swap(next);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Violated disequalities, a distinct counting its terms minus its distinct values.
+std::size_t Decider::violations(const std::vector<QNumber>& point) const {
+    std::size_t count = 0;
+    std::vector<QNumber> values;
+    for (std::size_t i : diseqs_) {
+        const Atom& atom = problem_.atoms[i];
+        if (atom.relation == Relation::Ne) {
+            count += value_of(problem_.term(atom.first_term), point).is_zero() ? 1 : 0;
+            continue;
+        }
+        values.clear();
+        for (std::uint32_t t = 0; t < atom.terms; ++t)
+            values.push_back(value_of(problem_.term(atom.first_term + t), point));
+        std::sort(values.begin(), values.end());
+        count += static_cast<std::size_t>(values.end() - std::unique(values.begin(), values.end()));
+    }
+    return count;
+}
+
+// The first disequality (in the order of the atoms) that the model makes an equality.
+std::optional<SplitTerm> Decider::violated_disequality(const std::vector<QNumber>& point) const {
+    std::vector<std::pair<QNumber, std::uint32_t>> values;
+    for (std::size_t i : diseqs_) {
+        const Atom& atom = problem_.atoms[i];
+        if (atom.relation == Relation::Ne) {
+            auto term = problem_.term(atom.first_term);
+            if (!value_of(term, point).is_zero()) continue;
+            SplitTerm s{i, 0, 0, {}, QNumber()};
+            for (const Entry& e : term)
+                if (e.var == 0)
+                    s.constant = -e.coeff;
+                else
+                    s.term.push_back(e);
+            return s;
+        }
+        values.clear();
+        for (std::uint32_t t = 0; t < atom.terms; ++t)
+            values.emplace_back(value_of(problem_.term(atom.first_term + t), point), t);
+        std::sort(values.begin(), values.end());
+        for (std::size_t k = 0; k + 1 < values.size(); ++k) {
+            if (values[k].first != values[k + 1].first) continue;
+            std::uint32_t a = std::min(values[k].second, values[k + 1].second);
+            std::uint32_t b = std::max(values[k].second, values[k + 1].second);
+            LinearExpr diff;
+            for (const Entry& e : problem_.term(atom.first_term + a))
+                diff.add_entry(e.var, e.coeff);
+            for (const Entry& e : problem_.term(atom.first_term + b))
+                diff.add_entry(e.var, -e.coeff);
+            SplitTerm s{i, a, b, {}, QNumber()};
+            for (const Entry& e : diff.entries())
+                if (e.var == 0)
+                    s.constant = -e.coeff;
+                else
+                    s.term.push_back(e);
+            return s;
+        }
+    }
+    return std::nullopt;
+}
+
+bool Decider::make_split(std::size_t node, SplitTerm s) {
+    ++splits_;
+    ProofStep& step = proof_[node];
+    step.kind = ProofStep::Kind::SplitNe;
+    step.atom = s.atom;
+    step.first = s.first;
+    step.second = s.second;
+    step.term = std::move(s.term);
+    step.constant = std::move(s.constant);
+    if (split_vars_.size() <= node) split_vars_.resize(node + 1);
+    if (!step.term.empty()) {
+        split_vars_[node] = simplex_.term_variable(simplex_term(step.term));
+        return true;
+    }
+    // 0 ≠ 0: each side, 0 < 0 and 0 > 0, contradicts itself.
+    for (bool high : {false, true}) {
+        std::size_t leaf = new_node();
+        (high ? proof_[node].high : proof_[node].low) = leaf;
+        proof_[leaf].farkas.push_back({true, node, !high, QNumber(1)});
+    }
+    return false;
+}
+
+// The bound of split `node` on one side; its reason names the split by its depth on the stack.
+void Decider::assert_split(std::size_t node, bool high) {
+    lra::Reason reason = static_cast<lra::Reason>(problem_.atoms.size() + stack_.size() - 1);
+    simplex_.assert_term(split_vars_[node], high ? lra::Relation::Gt : lra::Relation::Lt,
+                         proof_[node].constant, reason);
+}
+
+FarkasEntry Decider::translate(const lra::Explanation& e,
+                               const std::vector<std::size_t>& branch_path) {
+    FarkasEntry out{false, 0, e.upper, e.multiplier};
+    const auto atoms = static_cast<lra::Reason>(problem_.atoms.size());
+    if (e.reason < 0) {
+        out.from_split = true;
+        out.index = branch_path[static_cast<std::size_t>(-e.reason - 1)];
+    } else if (e.reason >= atoms) {
+        out.from_split = true;
+        out.index = stack_[static_cast<std::size_t>(e.reason - atoms)].node;
+    } else {
+        out.index = static_cast<std::size_t>(e.reason);
+    }
+    return out;
+}
+
+// Grafts the proof of BranchAndBound at `node`; its branch bounds are named by their depth on the
+// branch path, which the walk keeps.
+void Decider::copy_branch_proof(std::size_t node) {
+    const std::vector<lra::ProofNode>& from = branch_.proof();
+    struct Todo {
+        std::size_t from, to, depth;
+    };
+    std::vector<Todo> todo{{0, node, 0}};
+    std::vector<std::size_t> path;  // the split nodes above the current one, by depth
+    while (!todo.empty()) {
+        Todo t = todo.back();
+        todo.pop_back();
+        path.resize(t.depth);
+        const lra::ProofNode& p = from[t.from];
+        switch (p.kind) {
+            case lra::ProofNode::Kind::Split: {
+                std::size_t low = new_node(), high = new_node();
+                ProofStep& step = proof_[t.to];
+                step.kind = ProofStep::Kind::SplitInt;
+                step.var = problem_var_[p.var];
+                step.below = p.below;
+                step.low = low;
+                step.high = high;
+                path.push_back(t.to);
+                todo.push_back({p.high, high, t.depth + 1});
+                todo.push_back({p.low, low, t.depth + 1});
+                break;
+            }
+            case lra::ProofNode::Kind::Farkas:
+                for (const lra::Explanation& e : p.farkas)
+                    proof_[t.to].farkas.push_back(translate(e, path));
+                break;
+            case lra::ProofNode::Kind::Gcd:
+                proof_[t.to].kind = ProofStep::Kind::Gcd;
+                proof_[t.to].atom = static_cast<std::size_t>(p.reason);
+                proof_[t.to].gcd = p.gcd;
+                break;
+        }
+    }
+}
+
+std::vector<QNumber> Decider::current_model() const {
+    std::vector<QNumber> model(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    for (std::size_t v = 1; v < simplex_var_.size(); ++v)
+        if (simplex_var_[v] != 0) model[v] = simplex_.value(simplex_var_[v]);
+    return model;
+}
+
+}  // namespace
+
+Decision decide(const Problem& problem, const DecideOptions& options) {
+    return Decider(problem, options).run();
+}
+
+}  // namespace vorn::smt

@@ -1,0 +1,58 @@
+#include "vorn/smt/model_check.h"
+
+#include <algorithm>
+
+namespace vorn::smt {
+
+namespace {
+
+bool atom_holds(const Problem& problem, const Atom& atom, const std::vector<QNumber>& model) {
+    if (atom.relation == Relation::Distinct) {
+        std::vector<QNumber> values;
+        for (std::uint32_t t = 0; t < atom.terms; ++t)
+            values.push_back(term_value(problem, atom.first_term + t, model));
+        std::sort(values.begin(), values.end());
+        return std::adjacent_find(values.begin(), values.end()) == values.end();
+    }
+    int s = term_value(problem, atom.first_term, model).sign();
+    switch (atom.relation) {
+        case Relation::Eq:
+            return s == 0;
+        case Relation::Le:
+            return s <= 0;
+        case Relation::Lt:
+            return s < 0;
+        case Relation::Ge:
+            return s >= 0;
+        case Relation::Gt:
+            return s > 0;
+        default:
+            return s != 0;
+    }
+}
+
+}  // namespace
+
+QNumber term_value(const Problem& problem, std::uint32_t index, const std::vector<QNumber>& model) {
+    QNumber sum;
+    for (const auto& e : problem.term(index))
+        if (e.var == 0)
+            sum += e.coeff;
+        else if (static_cast<std::size_t>(e.var) < model.size())
+            sum.add_product(e.coeff, model[static_cast<std::size_t>(e.var)]);
+    return sum;
+}
+
+std::string check_model(const Problem& problem, const std::vector<QNumber>& model) {
+    for (std::size_t v = 1; v < model.size(); ++v)
+        if (problem.variables.sort(static_cast<int>(v)) == Sort::Int && !model[v].is_integer())
+            return "the model gives the Int variable '" +
+                   std::string(problem.variables.name(static_cast<int>(v))) + "' a fraction";
+    for (const Atom& atom : problem.atoms)
+        if (!atom_holds(problem, atom, model))
+            return "the model violates the atom at " + std::to_string(atom.pos.line) + ":" +
+                   std::to_string(atom.pos.col);
+    return {};
+}
+
+}  // namespace vorn::smt

@@ -1,0 +1,27 @@
+#include "vorn/smt/problem.h"
+
+#include <stdexcept>
+
+namespace vorn::smt {
+
+std::uint32_t Problem::add_term(const LinearExpr& expr) {
+    expr.append_normalized_to(entries_);
+    if (entries_.size() > UINT32_MAX)
+        throw std::length_error("more than 2^32 coefficients in one problem");
+    term_begin_.push_back(static_cast<std::uint32_t>(entries_.size()));
+    return term_count() - 1;
+}
+
+void Problem::reserve(std::size_t atoms_expected, std::size_t entries) {
+    atoms.reserve(atoms_expected);
+    term_begin_.reserve(atoms_expected + 1);
+    entries_.reserve(entries);
+}
+
+void Problem::release_atoms() {
+    std::vector<Atom>().swap(atoms);
+    std::vector<Entry>().swap(entries_);
+    std::vector<std::uint32_t>{0}.swap(term_begin_);
+}
+
+}  // namespace vorn::smt
