@@ -330,13 +330,7 @@ void ScriptEngine::check_sat() {
     last_ = smt::decide(*problem_, options_.decide);
     stats_.solve_seconds += smt::ms_since(start) / 1000;
     ++stats_.checks;
-    stats_.decide.simplex.pivots += last_.stats.simplex.pivots;
-    stats_.decide.simplex.bland_switches += last_.stats.simplex.bland_switches;
-    stats_.decide.simplex.conflicts += last_.stats.simplex.conflicts;
-    stats_.decide.simplex.eliminated += last_.stats.simplex.eliminated;
-    stats_.decide.simplex.restored += last_.stats.simplex.restored;
-    stats_.decide.branch.nodes += last_.stats.branch.nodes;
-    stats_.decide.splits += last_.stats.splits;
+    stats_.decide += last_.stats;
     const auto& outside = terms_->unsupported_asserted();
     if (last_.result == lra::Result::Sat && !outside.empty()) {
         // A model of the linear part says nothing about the rest.

@@ -458,6 +458,22 @@ std::vector<QNumber> Decider::current_model() const {
 
 }  // namespace
 
+DecideStats& DecideStats::operator+=(const DecideStats& o) {
+    simplex.checks += o.simplex.checks;
+    simplex.pivots += o.simplex.pivots;
+    simplex.bland_switches += o.simplex.bland_switches;
+    simplex.conflicts += o.simplex.conflicts;
+    simplex.eliminated += o.simplex.eliminated;
+    simplex.restored += o.simplex.restored;
+    simplex.check_seconds += o.simplex.check_seconds;
+    branch.nodes += o.branch.nodes;
+    branch.max_depth = std::max(branch.max_depth, o.branch.max_depth);
+    branch.gcd_conflicts += o.branch.gcd_conflicts;
+    branch.seconds += o.branch.seconds;
+    splits += o.splits;
+    return *this;
+}
+
 Decision decide(const Problem& problem, const DecideOptions& options) {
     return Decider(problem, options).run();
 }

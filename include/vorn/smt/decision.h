@@ -62,6 +62,9 @@ struct DecideStats {
     lra::SimplexStats simplex;
     lra::BranchStats branch;
     std::uint64_t splits = 0;  // disequality splits
+
+    // Sums counters and times (max_depth: the larger one).
+    DecideStats& operator+=(const DecideStats& other);
 };
 
 struct Decision {

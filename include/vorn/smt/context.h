@@ -1,0 +1,48 @@
+#pragma once
+
+// Context: one incremental decision over a Problem's atom list, kept across checks.
+//
+// The caller appends atoms to problem.atoms (and variables to problem.variables) at any time;
+// check() decides every atom in the list, Int variables integral (decision.h describes how).
+// push() marks a level, pop() truncates the atom list back to it. One lra::Simplex lives for the
+// whole context: atoms are asserted once, at the level they were added on, and a pop loosens
+// the bounds of the popped atoms while the rows, the basis and the assignment stay, so a check
+// after a pop starts from the last basis instead of from scratch. Atom indices are the reasons
+// of the simplex, so proofs and cores name atoms by their place in problem.atoms.
+//
+// Variables added to the problem after a pop are new variables even when a name repeats
+// (Variables::add); a variable is integral when its sort is Int at the moment the context first
+// meets it.
+
+#include <cstddef>
+#include <memory>
+
+#include "vorn/smt/decision.h"
+#include "vorn/smt/problem.h"
+
+namespace vorn::smt {
+
+class Context {
+  public:
+    explicit Context(Problem& problem, DecideOptions options = {});
+    ~Context();
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
+    void push();
+    // Pops n levels (precondition: n ≤ level()), truncating problem.atoms to its size at the
+    // matching push.
+    void pop(std::size_t n = 1);
+    std::size_t level() const;
+    // Decides the atoms now in the problem. The answer's model is indexed by problem variable.
+    Decision check();
+    void set_options(const DecideOptions& options);
+    // Summed over every check so far.
+    const DecideStats& stats() const;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace vorn::smt
