@@ -11,6 +11,7 @@
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
 #include "vorn/smt/certificate.h"
+#include "vorn/smt/context.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 #include "vorn/smt/stopwatch.h"
@@ -94,6 +95,7 @@ class ScriptEngine {
     std::vector<Id> items_;
     std::unique_ptr<smt::Problem> problem_;
     std::unique_ptr<TermEvaluator> terms_;
+    std::unique_ptr<smt::Context> context_;  // one solver for every check-sat
     std::vector<Level> levels_;
     std::vector<Declared> declared_;
     std::vector<std::int32_t> atom_name_;  // by atom: its assertion's :named name, or −1
@@ -258,8 +260,7 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     if (function || boolean) {
         terms_->declare_opaque(name.symbol, boolean && !function);
     } else {
-        var = problem_->variables.intern(symbols_.name(name.symbol), s, name.pos);
-        problem_->variables.set_sort(var, s);
+        var = problem_->variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
     }
     declared_.push_back({name.symbol, var});
@@ -313,21 +314,25 @@ void ScriptEngine::check_sat_assuming() {
     const SNode& list = item(1);
     if (!list.is_list()) fail(list.pos, "expected a list of literals");
     Level saved{problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()};
+    context_->push();
     try {
         for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
             terms_->assert_formula(tree_, c);
+        atom_name_.resize(problem_->atoms.size(), -1);
+        check_sat();
     } catch (...) {
+        context_->pop(1);
         truncate(saved);
         throw;
     }
-    atom_name_.resize(problem_->atoms.size(), -1);
-    check_sat();
+    context_->pop(1);
     truncate(saved);
 }
 
 void ScriptEngine::check_sat() {
     auto start = smt::Clock::now();
-    last_ = smt::decide(*problem_, options_.decide);
+    last_ = options_.fresh_solver_per_check ? smt::decide(*problem_, options_.decide)
+                                            : context_->check();
     stats_.solve_seconds += smt::ms_since(start) / 1000;
     ++stats_.checks;
     stats_.decide += last_.stats;
@@ -438,9 +443,11 @@ std::size_t ScriptEngine::level_count(const SNode& cmd) {
 
 void ScriptEngine::push(const SNode& cmd) {
     std::size_t n = level_count(cmd);
-    for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t i = 0; i < n; ++i) {
         levels_.push_back(
             {problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()});
+        context_->push();
+    }
     has_last_ = false;
     success();
 }
@@ -453,6 +460,7 @@ void ScriptEngine::pop(const SNode& cmd) {
     if (n > 0) {
         Level level = levels_[levels_.size() - n];
         levels_.resize(levels_.size() - n);
+        context_->pop(n);
         truncate(level);
     }
     has_last_ = false;
@@ -473,6 +481,8 @@ void ScriptEngine::reset_assertions() {
     Level base{0, 0, levels_.empty() ? declared_.size() : levels_[0].declared};
     levels_.clear();
     truncate(base);
+    // Level 0's atoms go too, and a context never forgets those: a new one starts empty.
+    context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
     has_last_ = false;
 }
 
@@ -481,9 +491,11 @@ void ScriptEngine::reset() {
     declared_.clear();
     atom_name_.clear();
     names_.clear();
+    context_.reset();
     terms_.reset();
     problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
     terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, true);
+    context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
     has_last_ = false;
     produce_cores_ = false;
 }

@@ -1,17 +1,16 @@
 #include "vorn/smt/decision.h"
 
+#include "decider.h"
+
 #include <algorithm>
 #include <optional>
 
 #include "vorn/smt/integral_bound.h"
+#include "vorn/smt/model_check.h"
 
 namespace vorn::smt {
 
 namespace {
-
-using lra::Result;
-using Entry = LinearExpr::Entry;
-constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
 bool is_disequality(const Atom& atom) {
     return atom.relation == Relation::Ne || atom.relation == Relation::Distinct;
@@ -32,100 +31,12 @@ lra::Relation simplex_relation(Relation r) {
     }
 }
 
-// Whether the constant atom 0 ⋈ c holds.
-bool holds(Relation r, const QNumber& c) {
-    int s = c.sign();
-    switch (r) {
-        case Relation::Le:
-            return s >= 0;
-        case Relation::Lt:
-            return s > 0;
-        case Relation::Ge:
-            return s <= 0;
-        case Relation::Gt:
-            return s < 0;
-        case Relation::Eq:
-            return s == 0;
-        default:
-            return s != 0;
-    }
-}
-
 // The half of a false constant atom 0 ⋈ c that is a contradiction on its own.
 bool false_half_is_upper(Relation r, const QNumber& c) {
     return r == Relation::Le || r == Relation::Lt || (r == Relation::Eq && c.sign() < 0);
 }
 
-// term ≠ c, term without constant.
-struct SplitTerm {
-    std::size_t atom = 0;
-    std::uint32_t first = 0, second = 0;
-    LinearExpr::Entries term;
-    QNumber constant;
-};
-
-class Decider {
-  public:
-    Decider(const Problem& problem, const DecideOptions& options)
-        : problem_(problem), branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
-
-    Decision run() {
-        Decision d;
-        d.result = !enter_atoms() ? Result::Unsat : has_integers_ ? search() : search_convex();
-        if (d.result == Result::Sat) d.model = std::move(model_);
-        if (d.result == Result::Unsat) d.proof = std::move(proof_);
-        if (d.result == Result::Unknown)
-            d.reason_unknown = has_integers_ ? "branch and bound node limit"
-                                             : "disequalities: no repair step found";
-        d.stats = {simplex_.stats(), branch_.stats(), splits_};
-        return d;
-    }
-
-  private:
-    struct Frame {
-        std::size_t node;
-        bool high;
-    };
-
-    bool enter_atoms();
-    int simplex_var(int v);
-    // The simplex term of `entries` (constant skipped); empty when it has no variable.
-    const lra::TermEntries& simplex_term(std::span<const Entry> entries);
-    Result search();
-    Result search_convex();
-    // A model on either side of the disequality split at `root`; false when both sides are
-    // unsat (the split and its two leaves are then the proof).
-    bool point_beside(std::size_t root, std::vector<QNumber>& point);
-    bool move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p);
-    std::size_t violations(const std::vector<QNumber>& point) const;
-    Result check_node(std::size_t node);
-    std::optional<SplitTerm> violated_disequality(const std::vector<QNumber>& point) const;
-    std::vector<QNumber> current_model() const;
-    static QNumber value_of(std::span<const Entry> term, const std::vector<QNumber>& point);
-    // Makes `node` a split on s; false when the split term is constant (both sides contradict).
-    bool make_split(std::size_t node, SplitTerm s);
-    void assert_split(std::size_t node, bool high);
-    std::size_t new_node() {
-        proof_.emplace_back();
-        return proof_.size() - 1;
-    }
-    FarkasEntry translate(const lra::Explanation& e, const std::vector<std::size_t>& branch_path);
-    void copy_branch_proof(std::size_t node);
-
-    const Problem& problem_;
-    lra::Simplex simplex_;
-    lra::BranchAndBound branch_;
-    bool has_integers_ = false;
-    std::vector<int> simplex_var_;     // by problem variable, 0: none yet
-    std::vector<int> problem_var_;     // by simplex variable
-    std::vector<std::size_t> diseqs_;  // atoms to split on demand
-    std::vector<Frame> stack_;
-    std::vector<lra::TermVar> split_vars_;  // by proof node of a SplitNe
-    std::vector<ProofStep> proof_;
-    std::vector<QNumber> model_;
-    lra::TermEntries scratch_;
-    std::uint64_t splits_ = 0;
-};
+}  // namespace
 
 int Decider::simplex_var(int v) {
     if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
@@ -134,10 +45,7 @@ int Decider::simplex_var(int v) {
     simplex_var_[v] = s;
     if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
     problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) {
-        branch_.set_integer(s);
-        has_integers_ = true;
-    }
+    if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
     return s;
 }
 
@@ -148,41 +56,100 @@ const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
     return scratch_;
 }
 
-// Bounds for every atom but the disequalities; false when a constant atom is false (the proof is
-// then that atom alone).
-bool Decider::enter_atoms() {
-    for (std::size_t i = 0; i < problem_.atoms.size(); ++i) {
-        const Atom& atom = problem_.atoms[i];
-        for (std::uint32_t t = 0; t < atom.terms; ++t)
-            for (const Entry& e : problem_.term(atom.first_term + t))
-                if (e.var != 0) simplex_var(e.var);
-        if (is_disequality(atom)) {
-            diseqs_.push_back(i);
-            continue;
-        }
-        auto term = problem_.term(atom.first_term);
-        QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
-        const lra::TermEntries& entries = simplex_term(term);
-        if (entries.empty()) {
-            if (holds(atom.relation, c)) continue;
-            proof_.assign(1, ProofStep{});
-            proof_[0].farkas.push_back(
-                {false, i, false_half_is_upper(atom.relation, c), QNumber(1)});
-            return false;
-        }
-        Relation relation = atom.relation;
-        if (auto rounded = round_integral_bound(term, relation, c, problem_.variables)) {
-            relation = rounded->relation;
-            c = rounded->constant;
-        }
-        lra::TermVar tv = simplex_.term_variable(entries);
-        if (!simplex_.assert_term(tv, simplex_relation(relation), c, static_cast<lra::Reason>(i)))
-            break;  // check() reports the conflict
-    }
-    return true;
+Decider::Decider(const Problem& problem, const DecideOptions& options)
+    : problem_(problem), branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
+
+void Decider::set_options(const DecideOptions& options) {
+    branch_.set_options(lra::BranchOptions{options.bb_limit});
 }
 
-Result Decider::search() {
+void Decider::push() {
+    enter_atoms();
+    levels_.push_back({entered_, diseqs_.size(), integral_atoms_});
+    simplex_.push();
+}
+
+void Decider::pop(std::size_t n) {
+    if (n == 0) return;
+    Level level = levels_[levels_.size() - n];
+    levels_.resize(levels_.size() - n);
+    simplex_.pop(n);
+    entered_ = level.atoms;
+    diseqs_.resize(level.disequalities);
+    integral_atoms_ = level.integral_atoms;
+    if (false_atom_ && *false_atom_ >= entered_) false_atom_.reset();
+}
+
+void Decider::enter_atoms() {
+    for (; entered_ < problem_.atoms.size(); ++entered_)
+        enter_atom(entered_);
+}
+
+// A bound for an atom that is not a disequality. After a conflict the simplex ignores further
+// bounds until the conflict's level is popped, and so do the atoms entered meanwhile: they lie
+// on that level or above it.
+void Decider::enter_atom(std::size_t i) {
+    const Atom& atom = problem_.atoms[i];
+    bool integral = false;
+    for (std::uint32_t t = 0; t < atom.terms; ++t)
+        for (const Entry& e : problem_.term(atom.first_term + t))
+            if (e.var != 0) {
+                simplex_var(e.var);
+                integral = integral || problem_.variables.sort(e.var) == Sort::Int;
+            }
+    if (integral) ++integral_atoms_;
+    if (is_disequality(atom)) {
+        diseqs_.push_back(i);
+        return;
+    }
+    auto term = problem_.term(atom.first_term);
+    QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
+    const lra::TermEntries& entries = simplex_term(term);
+    if (entries.empty()) {
+        if (!relation_holds(atom.relation, -c.sign()) && !false_atom_) false_atom_ = i;
+        return;
+    }
+    Relation relation = atom.relation;
+    if (auto rounded = round_integral_bound(term, relation, c, problem_.variables)) {
+        relation = rounded->relation;
+        c = rounded->constant;
+    }
+    lra::TermVar tv = simplex_.term_variable(entries);
+    simplex_.assert_term(tv, simplex_relation(relation), c, static_cast<lra::Reason>(i));
+}
+
+Decision Decider::check() {
+    enter_atoms();
+    DecideStats before = stats();
+    proof_.clear();
+    stack_.clear();
+    split_vars_.clear();
+    model_.clear();
+    Decision d;
+    bool integral = integral_atoms_ > 0;
+    if (false_atom_) {
+        const Atom& atom = problem_.atoms[*false_atom_];
+        auto term = problem_.term(atom.first_term);
+        QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
+        proof_.assign(1, ProofStep{});
+        proof_[0].farkas.push_back(
+            {false, *false_atom_, false_half_is_upper(atom.relation, c), QNumber(1)});
+        d.result = Result::Unsat;
+    } else {
+        std::size_t base = simplex_.level();
+        d.result = integral ? search() : search_convex();
+        simplex_.pop(simplex_.level() - base);  // the splits' levels
+    }
+    if (d.result == Result::Sat) d.model = std::move(model_);
+    if (d.result == Result::Unsat) d.proof = std::move(proof_);
+    if (d.result == Result::Unknown)
+        d.reason_unknown =
+            integral ? "branch and bound node limit" : "disequalities: no repair step found";
+    d.stats = stats() - before;
+    return d;
+}
+
+Decider::Result Decider::search() {
     std::size_t node = new_node();
     bool unknown = false;
     for (;;) {
@@ -221,8 +188,8 @@ Result Decider::search() {
     }
 }
 
-Result Decider::check_node(std::size_t node) {
-    if (has_integers_) {
+Decider::Result Decider::check_node(std::size_t node) {
+    if (integral_atoms_ > 0) {
         Result r = branch_.check();
         if (r == Result::Unsat) copy_branch_proof(node);
         return r;
@@ -234,16 +201,6 @@ Result Decider::check_node(std::size_t node) {
     return r;
 }
 
-QNumber Decider::value_of(std::span<const Entry> term, const std::vector<QNumber>& point) {
-    QNumber sum;
-    for (const Entry& e : term)
-        if (e.var == 0)
-            sum += e.coeff;
-        else
-            sum.add_product(e.coeff, point[static_cast<std::size_t>(e.var)]);
-    return sum;
-}
-
 // Without Int variables the other atoms describe a convex set P, and each disequality t ≠ c
 // removes one hyperplane. A finite union of hyperplanes, none containing P, cannot cover P; so
 // the atoms are satisfiable exactly when P meets a side (t < c or t > c) of every disequality
@@ -251,7 +208,7 @@ QNumber Decider::value_of(std::span<const Entry> term, const std::vector<QNumber
 // at a time: it finds a point p of P with t ≠ c and moves q a step s toward p, s chosen so that no
 // satisfied disequality breaks (each forbids at most one s). Every step satisfies one more, so each
 // step decides one split instead of exploring a tree of them.
-Result Decider::search_convex() {
+Decider::Result Decider::search_convex() {
     std::size_t root = new_node();
     Result r = check_node(root);
     if (r != Result::Sat) return r;
@@ -309,12 +266,12 @@ std::size_t Decider::violations(const std::vector<QNumber>& point) const {
     for (std::size_t i : diseqs_) {
         const Atom& atom = problem_.atoms[i];
         if (atom.relation == Relation::Ne) {
-            count += value_of(problem_.term(atom.first_term), point).is_zero() ? 1 : 0;
+            count += evaluate(problem_.term(atom.first_term), point).is_zero() ? 1 : 0;
             continue;
         }
         values.clear();
         for (std::uint32_t t = 0; t < atom.terms; ++t)
-            values.push_back(value_of(problem_.term(atom.first_term + t), point));
+            values.push_back(evaluate(problem_.term(atom.first_term + t), point));
         std::sort(values.begin(), values.end());
         count += static_cast<std::size_t>(values.end() - std::unique(values.begin(), values.end()));
     }
@@ -322,13 +279,14 @@ std::size_t Decider::violations(const std::vector<QNumber>& point) const {
 }
 
 // The first disequality (in the order of the atoms) that the model makes an equality.
-std::optional<SplitTerm> Decider::violated_disequality(const std::vector<QNumber>& point) const {
+std::optional<Decider::SplitTerm> Decider::violated_disequality(
+    const std::vector<QNumber>& point) const {
     std::vector<std::pair<QNumber, std::uint32_t>> values;
     for (std::size_t i : diseqs_) {
         const Atom& atom = problem_.atoms[i];
         if (atom.relation == Relation::Ne) {
             auto term = problem_.term(atom.first_term);
-            if (!value_of(term, point).is_zero()) continue;
+            if (!evaluate(term, point).is_zero()) continue;
             SplitTerm s{i, 0, 0, {}, QNumber()};
             for (const Entry& e : term)
                 if (e.var == 0)
@@ -339,7 +297,7 @@ std::optional<SplitTerm> Decider::violated_disequality(const std::vector<QNumber
         }
         values.clear();
         for (std::uint32_t t = 0; t < atom.terms; ++t)
-            values.emplace_back(value_of(problem_.term(atom.first_term + t), point), t);
+            values.emplace_back(evaluate(problem_.term(atom.first_term + t), point), t);
         std::sort(values.begin(), values.end());
         for (std::size_t k = 0; k + 1 < values.size(); ++k) {
             if (values[k].first != values[k + 1].first) continue;
@@ -449,14 +407,17 @@ void Decider::copy_branch_proof(std::size_t node) {
     }
 }
 
+// Without atoms over Int variables nothing branched, and an Int variable that only popped atoms
+// mentioned may hold a fraction; no atom constrains it now, so 0 does as well.
 std::vector<QNumber> Decider::current_model() const {
     std::vector<QNumber> model(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    bool integral = integral_atoms_ > 0;
     for (std::size_t v = 1; v < simplex_var_.size(); ++v)
-        if (simplex_var_[v] != 0) model[v] = simplex_.value(simplex_var_[v]);
+        if (simplex_var_[v] != 0 &&
+            (integral || problem_.variables.sort(static_cast<int>(v)) != Sort::Int))
+            model[v] = simplex_.value(simplex_var_[v]);
     return model;
 }
-
-}  // namespace
 
 DecideStats& DecideStats::operator+=(const DecideStats& o) {
     simplex.checks += o.simplex.checks;
@@ -474,8 +435,24 @@ DecideStats& DecideStats::operator+=(const DecideStats& o) {
     return *this;
 }
 
+DecideStats DecideStats::operator-(const DecideStats& o) const {
+    DecideStats d = *this;
+    d.simplex.checks -= o.simplex.checks;
+    d.simplex.pivots -= o.simplex.pivots;
+    d.simplex.bland_switches -= o.simplex.bland_switches;
+    d.simplex.conflicts -= o.simplex.conflicts;
+    d.simplex.eliminated -= o.simplex.eliminated;
+    d.simplex.restored -= o.simplex.restored;
+    d.simplex.check_seconds -= o.simplex.check_seconds;
+    d.branch.nodes -= o.branch.nodes;
+    d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
+    d.branch.seconds -= o.branch.seconds;
+    d.splits -= o.splits;
+    return d;
+}
+
 Decision decide(const Problem& problem, const DecideOptions& options) {
-    return Decider(problem, options).run();
+    return Decider(problem, options).check();
 }
 
 }  // namespace vorn::smt

@@ -14,33 +14,23 @@ bool atom_holds(const Problem& problem, const Atom& atom, const std::vector<QNum
         std::sort(values.begin(), values.end());
         return std::adjacent_find(values.begin(), values.end()) == values.end();
     }
-    int s = term_value(problem, atom.first_term, model).sign();
-    switch (atom.relation) {
-        case Relation::Eq:
-            return s == 0;
-        case Relation::Le:
-            return s <= 0;
-        case Relation::Lt:
-            return s < 0;
-        case Relation::Ge:
-            return s >= 0;
-        case Relation::Gt:
-            return s > 0;
-        default:
-            return s != 0;
-    }
+    return relation_holds(atom.relation, term_value(problem, atom.first_term, model).sign());
 }
 
 }  // namespace
 
-QNumber term_value(const Problem& problem, std::uint32_t index, const std::vector<QNumber>& model) {
+QNumber evaluate(std::span<const LinearExpr::Entry> term, const std::vector<QNumber>& model) {
     QNumber sum;
-    for (const auto& e : problem.term(index))
+    for (const auto& e : term)
         if (e.var == 0)
             sum += e.coeff;
         else if (static_cast<std::size_t>(e.var) < model.size())
             sum.add_product(e.coeff, model[static_cast<std::size_t>(e.var)]);
     return sum;
+}
+
+QNumber term_value(const Problem& problem, std::uint32_t index, const std::vector<QNumber>& model) {
+    return evaluate(problem.term(index), model);
 }
 
 std::string check_model(const Problem& problem, const std::vector<QNumber>& model) {

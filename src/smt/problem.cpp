@@ -4,6 +4,25 @@
 
 namespace vorn::smt {
 
+bool relation_holds(Relation relation, int sign) {
+    switch (relation) {
+        case Relation::Eq:
+            return sign == 0;
+        case Relation::Le:
+            return sign <= 0;
+        case Relation::Lt:
+            return sign < 0;
+        case Relation::Ge:
+            return sign >= 0;
+        case Relation::Gt:
+            return sign > 0;
+        case Relation::Distinct:
+        case Relation::Ne:
+            return sign != 0;
+    }
+    return false;
+}
+
 std::uint32_t Problem::add_term(const LinearExpr& expr) {
     expr.append_normalized_to(entries_);
     if (entries_.size() > UINT32_MAX)

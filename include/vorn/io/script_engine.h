@@ -24,6 +24,9 @@ struct CheckOptions {
     bool certificate = false;  // print a certificate after every unsat
     bool verify = false;       // re-check every model and certificate before printing it
     bool model = false;        // LP formats: print the model of a sat answer
+    // Decide every check-sat from scratch instead of with the one solver kept across them: the
+    // reference of the differential tests.
+    bool fresh_solver_per_check = false;
 };
 
 // What --stats reports, summed over the check-sat commands.

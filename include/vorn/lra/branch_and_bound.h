@@ -71,6 +71,8 @@ class BranchAndBound {
     explicit BranchAndBound(Simplex& simplex, BranchOptions options = {})
         : simplex_(simplex), options_(options) {}
 
+    // Takes effect at the next check().
+    void set_options(BranchOptions options) { options_ = options; }
     // Marks a structural variable integral (from then on, for every check()).
     void set_integer(int var);
     bool is_integer(int var) const;

@@ -65,6 +65,8 @@ struct DecideStats {
 
     // Sums counters and times (max_depth: the larger one).
     DecideStats& operator+=(const DecideStats& other);
+    // The counts since `earlier`; max_depth stays this one's.
+    DecideStats operator-(const DecideStats& earlier) const;
 };
 
 struct Decision {

@@ -20,6 +20,9 @@ namespace vorn::smt {
 // Ne: term ≠ 0, a negated equality.
 enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
 
+// Whether  t ⋈ 0  holds for a value t of sign `sign` (−1, 0, 1); Distinct reads as Ne.
+bool relation_holds(Relation relation, int sign);
+
 struct Atom {
     Relation relation;
     std::uint32_t first_term;  // Distinct: `terms` argument terms; otherwise one, lhs − rhs
