@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "integer_math.h"
+#include "vorn/lra/integer_bounds.h"
 
 namespace vorn::lra {
 
@@ -21,6 +22,45 @@ void BranchAndBound::set_integer(int var) {
 
 bool BranchAndBound::is_integer(int var) const {
     return static_cast<std::size_t>(var) < integer_.size() && integer_[var] != 0;
+}
+
+namespace {
+
+Relation mirrored(Relation r) {
+    switch (r) {
+        case Relation::Le:
+            return Relation::Ge;
+        case Relation::Lt:
+            return Relation::Gt;
+        case Relation::Ge:
+            return Relation::Le;
+        case Relation::Gt:
+            return Relation::Lt;
+        default:
+            return r;
+    }
+}
+
+}  // namespace
+
+// The term is t.scale times its normal form (a slack's term, or the variable itself); the
+// rounding works on the normal form, and the bound goes back to the caller's term.
+Asserted BranchAndBound::assert_term(const TermVar& t, Relation relation, const QNumber& constant,
+                                     Reason reason) {
+    la::Equation::VarCoeff single{t.var, QNumber(1)};
+    std::span<const la::Equation::VarCoeff> normal =
+        simplex_.is_slack(t.var) ? simplex_.slack_term(t.var)
+                                 : std::span<const la::Equation::VarCoeff>(&single, 1);
+    bool integral = std::all_of(normal.begin(), normal.end(),
+                                [&](const auto& e) { return e.var == 0 || is_integer(e.var); });
+    bool negative = t.scale.sign() < 0;
+    if (integral)
+        if (auto rounded = round_integral_bound(normal, negative ? mirrored(relation) : relation,
+                                                constant / t.scale)) {
+            Relation r = negative ? mirrored(rounded->relation) : rounded->relation;
+            return simplex_.assert_term(t, r, rounded->constant * t.scale, reason);
+        }
+    return simplex_.assert_term(t, relation, constant, reason);
 }
 
 Result BranchAndBound::check() {

@@ -1,5 +1,7 @@
 #include "integer_math.h"
 
+#include "vorn/lra/integer_bounds.h"
+
 #include <gmp.h>
 
 namespace vorn::lra {
@@ -41,7 +43,72 @@ void scale_to(const Rational& value, const Integer& lcm, Integer& out) {
     mpz_mul(out.z, out.z, mpq_numref(value.q));
 }
 
+// L/g for the term's variables (variable 0 skipped): the factor that turns their coefficients
+// into coprime integers. False when the term has no variable.
+bool integral_scale(std::span<const la::Equation::VarCoeff> term, mpq_t factor) {
+    Integer lcm, gcd, scaled;
+    mpz_set_ui(lcm.z, 1);
+    bool any = false;
+    for (const auto& e : term)
+        if (e.var != 0) {
+            Rational a(e.coeff);
+            mpz_lcm(lcm.z, lcm.z, mpq_denref(a.q));
+            any = true;
+        }
+    if (!any) return false;
+    for (const auto& e : term)
+        if (e.var != 0) {
+            Rational a(e.coeff);
+            scale_to(a, lcm, scaled);
+            mpz_gcd(gcd.z, gcd.z, scaled.z);
+        }
+    mpq_set_num(factor, lcm.z);
+    mpq_set_den(factor, gcd.z);
+    mpq_canonicalize(factor);
+    return true;
+}
+
+struct Scaled {
+    mpq_t factor, c;
+    Scaled() {
+        mpq_init(factor);
+        mpq_init(c);
+    }
+    Scaled(const Scaled&) = delete;
+    Scaled& operator=(const Scaled&) = delete;
+    ~Scaled() {
+        mpq_clear(factor);
+        mpq_clear(c);
+    }
+};
+
 }  // namespace
+
+std::optional<RoundedBound> round_integral_bound(std::span<const la::Equation::VarCoeff> term,
+                                                 Relation relation, const QNumber& c) {
+    bool upper = relation == Relation::Le || relation == Relation::Lt;
+    bool lower = relation == Relation::Ge || relation == Relation::Gt;
+    Scaled s;
+    if (!(upper || lower) || !integral_scale(term, s.factor)) return std::nullopt;
+    c.get_mpq(s.c);
+    mpq_mul(s.c, s.c, s.factor);
+    Integer k;
+    bool floor = relation == Relation::Le || relation == Relation::Gt;
+    (floor ? mpz_fdiv_q : mpz_cdiv_q)(k.z, mpq_numref(s.c), mpq_denref(s.c));
+    if (relation == Relation::Lt) mpz_sub_ui(k.z, k.z, 1);  // T ≤ ⌈c⌉ − 1
+    if (relation == Relation::Gt) mpz_add_ui(k.z, k.z, 1);  // T ≥ ⌊c⌋ + 1
+    mpq_set_z(s.c, k.z);
+    mpq_div(s.c, s.c, s.factor);
+    return RoundedBound{upper ? Relation::Le : Relation::Ge, QNumber(s.c)};
+}
+
+bool integral_equation_refuted(std::span<const la::Equation::VarCoeff> term, const QNumber& c) {
+    Scaled s;
+    if (!integral_scale(term, s.factor)) return false;
+    c.get_mpq(s.c);
+    mpq_mul(s.c, s.c, s.factor);
+    return mpz_cmp_ui(mpq_denref(s.c), 1) != 0;
+}
 
 QNumber floor_of(const DeltaRational& v) {
     Rational real(v.real());

@@ -6,8 +6,17 @@
 
 namespace vorn::lra {
 
-Simplex::Simplex(SimplexOptions options) : options_(options) {
+Simplex::Simplex(SimplexOptions options)
+    : options_(options), tableau_(std::make_unique<la::Tableau>(0)) {
     add_variable();  // variable 0, the constant of the equations, is never used
+}
+
+Simplex::Simplex(Simplex&&) noexcept = default;
+Simplex& Simplex::operator=(Simplex&&) noexcept = default;
+Simplex::~Simplex() = default;
+
+void Simplex::reset() {
+    *this = Simplex(options_);
 }
 
 int Simplex::add_variable() {
@@ -54,11 +63,11 @@ TermVar Simplex::term_variable(const TermEntries& entries) {
     normal.push_back({slack, QNumber(-1)});  // the row  slack = term
     la::Equation row(slack, std::move(normal));
     if (!initialized_) {
-        tableau_.add_equation(row, false, nullptr);
+        tableau_->add_equation(row, false, nullptr);
         return {slack, scale};
     }
     restored_.clear();
-    tableau_.add_equation(row, true, &restored_);
+    tableau_->add_equation(row, true, &restored_);
     absorb_restored();
     compute_row_value(slack);  // unbounded yet: never violated
     return {slack, scale};

@@ -2,6 +2,7 @@
 // bounds, and restoring eliminated variables that get a bound.
 
 #include <cassert>
+#include <stdexcept>
 
 #include "vorn/lra/simplex.h"
 
@@ -16,18 +17,18 @@ const QNumber& one() {
 
 }  // namespace
 
-bool Simplex::assert_lower(int var, const QNumber& value, bool strict, Reason reason) {
+Asserted Simplex::assert_lower(int var, const QNumber& value, bool strict, Reason reason) {
     return assert_bound(var, false, DeltaRational(value, QNumber(strict ? 1 : 0)),
                         {reason, false, one()});
 }
 
-bool Simplex::assert_upper(int var, const QNumber& value, bool strict, Reason reason) {
+Asserted Simplex::assert_upper(int var, const QNumber& value, bool strict, Reason reason) {
     return assert_bound(var, true, DeltaRational(value, QNumber(strict ? -1 : 0)),
                         {reason, true, one()});
 }
 
-bool Simplex::assert_term(const TermVar& t, Relation relation, const QNumber& constant,
-                          Reason reason) {
+Asserted Simplex::assert_term(const TermVar& t, Relation relation, const QNumber& constant,
+                              Reason reason) {
     assert(!t.scale.is_zero() && "assert_term: zero scale");
     bool flip = t.scale.sign() < 0;  // dividing by a negative scale turns ≤ into ≥
     QNumber magnitude = flip ? -t.scale : t.scale;
@@ -47,37 +48,42 @@ bool Simplex::assert_term(const TermVar& t, Relation relation, const QNumber& co
             return side(false, false);
         case Relation::Gt:
             return side(false, true);
-        case Relation::Eq:
-            return side(false, false) && side(true, false);
+        case Relation::Eq: {
+            Asserted lower = side(false, false);
+            return lower ? side(true, false) : lower;
+        }
+        case Relation::Distinct:
+        case Relation::Ne:
+            break;
     }
-    return true;
+    throw std::invalid_argument("assert_term: a disequality is not a bound");
 }
 
-bool Simplex::assert_bound(int var, bool upper, const DeltaRational& bound,
-                           const CallerAtom& atom) {
+Asserted Simplex::assert_bound(int var, bool upper, const DeltaRational& bound,
+                               const CallerAtom& atom) {
     assert(var >= 1 && var <= num_variables() && "assert: unknown variable");
-    if (in_conflict()) return false;
+    if (in_conflict()) return Asserted::Ignored;
     sat_ = false;
     if (is_eliminated(var)) restore_eliminated(var);
     if (upper ? bounds_.has_upper(var) && bounds_.upper_value(var) <= bound
               : bounds_.has_lower(var) && bounds_.lower_value(var) >= bound)
-        return true;  // no tighter than the current bound
+        return Asserted::Ok;  // no tighter than the current bound
     if (upper ? bounds_.has_lower(var) && bounds_.lower_value(var) > bound
               : bounds_.has_upper(var) && bounds_.upper_value(var) < bound) {
         set_conflict_from_bounds(var, upper, bound, atom);
-        return false;
+        return Asserted::Conflict;
     }
     BoundRecord& r = bounds_.add(var, upper);
     r.value = bound;
     r.reason = atom.reason;
     r.caller_upper = atom.upper;
     r.caller_scale = atom.scale;
-    if (!initialized_) return true;
-    if (tableau_.rows().contains(var))
+    if (!initialized_) return Asserted::Ok;
+    if (tableau_->rows().contains(var))
         queue_if_violated(var);
     else if (upper ? values_[var] > bound : values_[var] < bound)
         update_non_basic(var, bound);
-    return true;
+    return Asserted::Ok;
 }
 
 void Simplex::restore(int var) {
@@ -88,7 +94,7 @@ void Simplex::restore(int var) {
 
 void Simplex::restore_eliminated(int var) {
     restored_.clear();
-    tableau_.uneliminate(var, &restored_);
+    tableau_->uneliminate(var, &restored_);
     restored_.push_back(var);
     absorb_restored();
 }

@@ -62,7 +62,7 @@ int Simplex::next_violated() {
         int v = violated_.back();
         violated_.pop_back();
         queued_[v] = 0;
-        if (tableau_.rows().contains(v) && is_violated(v)) return v;
+        if (tableau_->rows().contains(v) && is_violated(v)) return v;
     }
     return 0;
 }
@@ -75,13 +75,13 @@ bool Simplex::can_move(int var, bool up) const {
 int Simplex::choose_entering(int basic, bool increase) const {
     int best = 0;
     std::size_t best_column = std::numeric_limits<std::size_t>::max();
-    for (const auto& e : tableau_.rows().at(basic)->coeffs_) {
+    for (const auto& e : tableau_->rows().at(basic)->coeffs_) {
         if (e.var == basic || !can_move(e.var, increase == (e.coeff.sign() > 0))) continue;
         if (bland_) {
             if (best == 0 || before(e.var, best)) best = e.var;
             continue;
         }
-        std::size_t column = tableau_.cols().find(e.var)->value.second.size();
+        std::size_t column = tableau_->cols().find(e.var)->value.second.size();
         if (column < best_column) {
             best = e.var;
             best_column = column;
@@ -95,13 +95,13 @@ void Simplex::pivot_and_update(int leaving, int entering, const DeltaRational& t
     // the leaving variable exactly to its target; every row of its column follows.
     step_ = target;
     step_ -= values_[leaving];
-    step_ /= coefficient_of(*tableau_.rows().at(leaving), entering);
-    for (int row : tableau_.cols().find(entering)->value.second) {
-        values_[row].add_product(coefficient_of(*tableau_.rows().at(row), entering), step_);
+    step_ /= coefficient_of(*tableau_->rows().at(leaving), entering);
+    for (int row : tableau_->cols().find(entering)->value.second) {
+        values_[row].add_product(coefficient_of(*tableau_->rows().at(row), entering), step_);
         if (row != leaving) queue_if_violated(row);
     }
     values_[entering] += step_;
-    tableau_.pivot(leaving, entering);
+    tableau_->pivot(leaving, entering);
     queue_if_violated(entering);
 }
 
@@ -121,8 +121,8 @@ void Simplex::rank_for_bland() {
     std::vector<std::pair<std::size_t, int>> keyed;
     keyed.reserve(values_.size());
     for (int v = 1; v <= num_variables(); ++v) {
-        const auto& rows = tableau_.rows();
-        auto* column = tableau_.cols().find(v);
+        const auto& rows = tableau_->rows();
+        auto* column = tableau_->cols().find(v);
         std::size_t key = rows.contains(v)    ? rows.at(v)->coeffs_.size() - 1
                           : column != nullptr ? column->value.second.size()
                                               : 0;
@@ -151,7 +151,7 @@ void Simplex::explain_row(int basic, bool increase) {
     conflict_.clear();
     conflict_bounds_.clear();
     add_to_conflict(increase ? bounds_.lower(basic) : bounds_.upper(basic), QNumber(1));
-    for (const auto& e : tableau_.rows().at(basic)->coeffs_) {
+    for (const auto& e : tableau_->rows().at(basic)->coeffs_) {
         if (e.var == basic) continue;
         bool stuck_at_upper = increase == (e.coeff.sign() > 0);
         QNumber magnitude = e.coeff.sign() > 0 ? e.coeff : -e.coeff;

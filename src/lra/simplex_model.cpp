@@ -41,10 +41,10 @@ void Simplex::compute_model() const {
     }
     // Latest elimination first: an equation mentions only variables that were non-basic when it
     // was kept, so any of them eliminated now was eliminated later and is evaluated already.
-    const auto& records = tableau_.elim_eqs();
+    const auto& records = tableau_->elim_eqs();
     for (std::size_t i = records.size(); i-- > 0;) {
         int x = records[i].first;
-        auto* node = tableau_.elim_index().find(x);
+        auto* node = tableau_->elim_index().find(x);
         if (node == nullptr || node->value.second != i) continue;  // restored since
         QNumber& out = model_[x];
         out = QNumber();

@@ -26,16 +26,16 @@ void Simplex::queue_if_violated(int var) {
 void Simplex::compute_row_value(int basic) {
     DeltaRational& v = values_[basic];
     v.set_zero();
-    for (const auto& e : tableau_.rows().at(basic)->coeffs_)
+    for (const auto& e : tableau_->rows().at(basic)->coeffs_)
         if (e.var != basic) v.add_product(e.coeff, values_[e.var]);
 }
 
 void Simplex::update_non_basic(int var, const DeltaRational& target) {
     step_ = target;
     step_ -= values_[var];
-    if (auto* column = tableau_.cols().find(var)) {
+    if (auto* column = tableau_->cols().find(var)) {
         for (int row : column->value.second) {
-            values_[row].add_product(coefficient_of(*tableau_.rows().at(row), var), step_);
+            values_[row].add_product(coefficient_of(*tableau_->rows().at(row), var), step_);
             queue_if_violated(row);
         }
     }
@@ -43,17 +43,17 @@ void Simplex::update_non_basic(int var, const DeltaRational& target) {
 }
 
 void Simplex::initialize() {
-    tableau_.check();
+    tableau_->check();
     if (options_.eliminate) eliminate_equality_variables();
     // Every value is 0 so far: move each non-basic variable to the bound nearest to 0.
     for (int v = 1; v <= num_variables(); ++v) {
-        if (tableau_.rows().contains(v)) continue;
+        if (tableau_->rows().contains(v)) continue;
         if (bounds_.has_lower(v) && values_[v] < bounds_.lower_value(v))
             values_[v] = bounds_.lower_value(v);
         else if (bounds_.has_upper(v) && values_[v] > bounds_.upper_value(v))
             values_[v] = bounds_.upper_value(v);
     }
-    for (auto it = tableau_.rows().begin(); it != tableau_.rows().end(); ++it) {
+    for (auto it = tableau_->rows().begin(); it != tableau_->rows().end(); ++it) {
         compute_row_value(it.index());
         queue_if_violated(it.index());
     }
@@ -65,14 +65,14 @@ void Simplex::eliminate_equality_variables() {
     la::VarSet vars;
     for (int v = 1; v <= num_variables(); ++v) {
         if (is_slack(v) || bounds_.has_lower(v) || bounds_.has_upper(v)) continue;
-        auto* column = tableau_.cols().find(v);
+        auto* column = tableau_->cols().find(v);
         if (column == nullptr) continue;
         const la::VarSet& rows = column->value.second;
         if (std::all_of(rows.begin(), rows.end(), [&](int b) { return bounds_.is_fixed(b); }))
             vars.insert(v);  // ascending: appends
     }
     if (vars.empty()) return;
-    stats_.eliminated += la::eliminate_greedy(tableau_, vars).eliminated;
+    stats_.eliminated += la::eliminate_greedy(*tableau_, vars).eliminated;
 }
 
 }  // namespace vorn::lra

@@ -1,10 +1,11 @@
 #include "vorn/smt/certificate.h"
 
+#include <algorithm>
 #include <map>
 #include <ostream>
 #include <set>
 
-#include "vorn/smt/integral_bound.h"
+#include "vorn/lra/integer_bounds.h"
 #include "vorn/smt/problem_text.h"
 
 namespace vorn::smt {
@@ -71,6 +72,12 @@ class ProofChecker {
     std::string gcd(const ProofStep& step);
     bool split_bound(std::size_t leaf, std::size_t split, Bound& b) const;
     bool atom_bound(std::size_t atom, Bound& b) const;
+    // Whether every variable of the term is Int.
+    bool integral(std::span<const LinearExpr::Entry> term) const {
+        return std::all_of(term.begin(), term.end(), [&](const auto& e) {
+            return e.var == 0 || p_.variables.sort(e.var) == Sort::Int;
+        });
+    }
 
     const Problem& p_;
     const std::vector<ProofStep>& proof_;
@@ -131,7 +138,8 @@ bool ProofChecker::atom_bound(std::size_t atom, Bound& b) const {
     b.lower =
         a.relation == Relation::Ge || a.relation == Relation::Gt || a.relation == Relation::Eq;
     b.strict = a.relation == Relation::Lt || a.relation == Relation::Gt;
-    if (auto rounded = round_integral_bound(b.term, a.relation, b.c, p_.variables)) {
+    if (auto rounded =
+            integral(b.term) ? lra::round_integral_bound(b.term, a.relation, b.c) : std::nullopt) {
         b.c = rounded->constant;
         b.strict = false;
     }
@@ -188,8 +196,9 @@ std::string ProofChecker::gcd(const ProofStep& step) {
     QNumber c = split_constant(p_.term(p_.atoms[step.atom].first_term), term);
     for (const Entry& e : term)
         if (p_.variables.sort(e.var) != Sort::Int) return "a gcd leaf over a Real variable";
-    return integral_equation_refuted(term, c) ? std::string()
-                                              : "a gcd leaf whose equality has integer solutions";
+    return lra::integral_equation_refuted(term, c)
+               ? std::string()
+               : "a gcd leaf whose equality has integer solutions";
 }
 
 }  // namespace

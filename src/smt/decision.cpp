@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <optional>
 
-#include "vorn/smt/integral_bound.h"
 #include "vorn/smt/model_check.h"
 
 namespace vorn::smt {
@@ -14,21 +13,6 @@ namespace {
 
 bool is_disequality(const Atom& atom) {
     return atom.relation == Relation::Ne || atom.relation == Relation::Distinct;
-}
-
-lra::Relation simplex_relation(Relation r) {
-    switch (r) {
-        case Relation::Le:
-            return lra::Relation::Le;
-        case Relation::Lt:
-            return lra::Relation::Lt;
-        case Relation::Ge:
-            return lra::Relation::Ge;
-        case Relation::Gt:
-            return lra::Relation::Gt;
-        default:
-            return lra::Relation::Eq;
-    }
 }
 
 // The half of a false constant atom 0 ⋈ c that is a contradiction on its own.
@@ -109,13 +93,8 @@ void Decider::enter_atom(std::size_t i) {
         if (!relation_holds(atom.relation, -c.sign()) && !false_atom_) false_atom_ = i;
         return;
     }
-    Relation relation = atom.relation;
-    if (auto rounded = round_integral_bound(term, relation, c, problem_.variables)) {
-        relation = rounded->relation;
-        c = rounded->constant;
-    }
     lra::TermVar tv = simplex_.term_variable(entries);
-    simplex_.assert_term(tv, simplex_relation(relation), c, static_cast<lra::Reason>(i));
+    branch_.assert_term(tv, atom.relation, c, static_cast<lra::Reason>(i));
 }
 
 Decision Decider::check() {

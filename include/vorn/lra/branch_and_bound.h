@@ -16,10 +16,11 @@
 // Integrality is read from the assignment with δ kept symbolic (Simplex::delta_value), never
 // from Simplex::value, whose stand-in for δ depends on the bounds of the moment: x = 2 + δ is
 // fractional, and its branch x ≤ 2 | x ≥ 3 is the rounding of a strict bound x > 2 (the first
-// child closes at once, by the assertion's conflict, without a pivot). Bounds on terms are not
-// rounded in advance: the proof has no rule for it, and branching on their variables decides
-// them anyway. Eliminated integer variables are restored after the relaxation, so that their
-// values are symbolic too.
+// child closes at once, by the assertion's conflict, without a pivot). Bounds asserted through
+// assert_term on terms over integer variables are rounded there (integer_bounds.h), so that
+// strict bounds on terms such as 0 < 2n − 2m < 2 close at the root instead of branching without
+// end; bounds asserted on the simplex directly are taken as they are. Eliminated integer variables
+// are restored after the relaxation, so that their values are symbolic too.
 //
 // Branching rule: the fractional integer variable with the smallest number. It is
 // deterministic, costs one scan, and reproduces the same tree from the same input, which keeps
@@ -76,6 +77,12 @@ class BranchAndBound {
     // Marks a structural variable integral (from then on, for every check()).
     void set_integer(int var);
     bool is_integer(int var) const;
+
+    // Simplex::assert_term, with the bound rounded (integer_bounds.h) when every variable of the
+    // term is integral: the form branching needs, and the one the proofs' Farkas leaves use. Mark
+    // the variables integral before asserting bounds over them.
+    Asserted assert_term(const TermVar& t, Relation relation, const QNumber& constant,
+                         Reason reason);
 
     // Sat: the simplex holds a model (Simplex::value) that is integral on every integer variable
     // and satisfies every bound. Unsat: proof() explains it. Unknown: the node limit was reached.

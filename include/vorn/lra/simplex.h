@@ -35,6 +35,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -47,7 +48,25 @@
 namespace vorn::lra {
 
 enum class Result { Sat, Unsat, Unknown };
-enum class Relation { Le, Lt, Ge, Gt, Eq };
+// The relation of an atom  term ⋈ constant. The simplex asserts the first five; Distinct (n
+// terms pairwise different) and Ne are decided above it, by splitting (smt::Context).
+enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
+
+// What an assertion did. Ok: the bound is recorded, or was no tighter than the current one.
+// Conflict: it contradicts the current bounds, conflict() explains it and it is not recorded.
+// Ignored: a conflict is already pending on this push level, so nothing is recorded until a pop
+// removes it. Converts to true for Ok only.
+class Asserted {
+  public:
+    enum Kind : std::uint8_t { Ok, Conflict, Ignored };
+    constexpr Asserted(Kind kind) : kind_(kind) {}  // NOLINT: a result reads as its kind
+    constexpr Kind kind() const { return kind_; }
+    constexpr explicit operator bool() const { return kind_ == Ok; }
+    constexpr bool operator==(Kind kind) const { return kind_ == kind; }
+
+  private:
+    Kind kind_;
+};
 
 // term = scale · var.
 struct TermVar {
@@ -90,6 +109,13 @@ class Simplex {
     explicit Simplex(SimplexOptions options = {});
     Simplex(const Simplex&) = delete;
     Simplex& operator=(const Simplex&) = delete;
+    // Moving keeps every variable, bound and level; a BranchAndBound over the source must not be
+    // used afterwards.
+    Simplex(Simplex&&) noexcept;
+    Simplex& operator=(Simplex&&) noexcept;
+    ~Simplex();
+    // Back to a new simplex with the same options: no variables, bounds, levels or statistics.
+    void reset();
 
     // --- Variables and terms ---
 
@@ -114,16 +140,18 @@ class Simplex {
     // --- Bounds ---
 
     // Asserts var ≥ value (var > value when strict). Any variable at any time (an eliminated
-    // one is restored first). A bound no tighter than the current one changes nothing. Returns
-    // false on a conflict with the current upper bound: conflict() explains it, the bound is
-    // not recorded, and until the current push level is popped check() answers Unsat and
-    // further assertions are ignored (returning false).
-    bool assert_lower(int var, const QNumber& value, bool strict, Reason reason);
-    bool assert_upper(int var, const QNumber& value, bool strict, Reason reason);
+    // one is restored first). A bound no tighter than the current one changes nothing. On a
+    // conflict with the current upper bound (Asserted::Conflict) conflict() explains it, the
+    // bound is not recorded, and until the current push level is popped check() answers Unsat
+    // and further assertions are Asserted::Ignored.
+    Asserted assert_lower(int var, const QNumber& value, bool strict, Reason reason);
+    Asserted assert_upper(int var, const QNumber& value, bool strict, Reason reason);
     // Asserts  term ⋈ constant  for term = t.scale · t.var: divides by the scale, flipping the
     // relation when it is negative, and records the caller's atom so that explanations read in
-    // its terms. Eq asserts both bounds with the one reason.
-    bool assert_term(const TermVar& t, Relation relation, const QNumber& constant, Reason reason);
+    // its terms. Eq asserts both bounds with the one reason. Ne and Distinct are not bounds:
+    // std::invalid_argument.
+    Asserted assert_term(const TermVar& t, Relation relation, const QNumber& constant,
+                         Reason reason);
 
     // Pushes a level: pop() removes every bound asserted after it. Rows, terms, the basis and
     // the assignment stay (popping only loosens bounds, so they stay valid).
@@ -153,8 +181,8 @@ class Simplex {
     // Whether var is eliminated now: its value comes from its kept equation, and delta_value
     // does not cover it.
     bool is_eliminated(int var) const {
-        return initialized_ && !tableau_.elim_index().empty() &&
-               tableau_.elim_index().find(var) != nullptr;
+        return initialized_ && !tableau_->elim_index().empty() &&
+               tableau_->elim_index().find(var) != nullptr;
     }
     // Brings an eliminated variable back as the basic variable of its kept equation (nothing
     // for any other variable), so that delta_value covers it from now on. The values stay as
@@ -163,7 +191,7 @@ class Simplex {
     void restore(int var);
 
     const SimplexStats& stats() const { return stats_; }
-    const la::Tableau& tableau() const { return tableau_; }
+    const la::Tableau& tableau() const { return *tableau_; }
 
     // --- Checkers (run by check() in debug builds; tests call them too) ---
 
@@ -195,7 +223,7 @@ class Simplex {
     bool in_conflict() const { return conflict_level_ != kNoConflict; }
 
     // simplex_bounds.cpp
-    bool assert_bound(int var, bool upper, const DeltaRational& bound, const CallerAtom& atom);
+    Asserted assert_bound(int var, bool upper, const DeltaRational& bound, const CallerAtom& atom);
     void restore_eliminated(int var);
     void set_conflict_from_bounds(int var, bool upper, const DeltaRational& bound,
                                   const CallerAtom& atom);
@@ -228,7 +256,7 @@ class Simplex {
     static constexpr std::size_t kNoConflict = static_cast<std::size_t>(-1);
 
     SimplexOptions options_;
-    la::Tableau tableau_{0};
+    std::unique_ptr<la::Tableau> tableau_;  // on the heap: the tableau itself does not move
     TermTable terms_;
     BoundTrail bounds_;
     std::vector<int> term_of_;   // per variable: its TermTable index, −1 for structurals

@@ -11,6 +11,7 @@
 #include <span>
 #include <vector>
 
+#include "vorn/lra/simplex.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/source_pos.h"
 #include "vorn/smt/variables.h"
@@ -18,7 +19,7 @@
 namespace vorn::smt {
 
 // Ne: term ≠ 0, a negated equality.
-enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
+using lra::Relation;
 
 // Whether  t ⋈ 0  holds for a value t of sign `sign` (−1, 0, 1); Distinct reads as Ne.
 bool relation_holds(Relation relation, int sign);
