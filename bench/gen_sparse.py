@@ -8,6 +8,26 @@ import random
 import sys
 
 
+def equations(rng, m, n, entries=4, max_coeff=9):
+    """Yields m equations ([(coefficient, variable index)], rhs) over variables 0..n-1; other
+    generators (gen_incremental.py) draw from the same stream to stay in this family."""
+    for _ in range(m):
+        terms = []
+        for v in rng.sample(range(n), entries):
+            c = rng.randint(1, max_coeff) * rng.choice((-1, 1))
+            terms.append((c, v))
+        yield terms, rng.randint(-max_coeff, max_coeff)
+
+
+def smt_number(k):
+    return str(k) if k >= 0 else f"(- {-k})"
+
+
+def smt_sum(terms):
+    """An SMT-LIB sum of (coefficient, variable index) pairs, always as (+ ...) as before."""
+    return "(+ " + " ".join(f"(* {smt_number(c)} v{v})" for c, v in terms) + ")"
+
+
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("output", help="file to write; the extension (.lin or .smt2) picks the format")
@@ -26,15 +46,9 @@ def main():
         if smt:
             out.write("(set-logic QF_LRA)\n")
             out.writelines(f"(declare-const v{i} Real)\n" for i in range(n))
-        for _ in range(a.equations):
-            terms = []
-            for v in rng.sample(range(n), a.entries):
-                c = rng.randint(1, a.max_coeff) * rng.choice((-1, 1))
-                terms.append((c, v))
-            rhs = rng.randint(-a.max_coeff, a.max_coeff)
+        for terms, rhs in equations(rng, a.equations, n, a.entries, a.max_coeff):
             if smt:
-                body = " ".join(f"(* {c} v{v})" if c > 0 else f"(* (- {-c}) v{v})" for c, v in terms)
-                out.write(f"(assert (= (+ {body}) {rhs}))\n" if rhs >= 0 else f"(assert (= (+ {body}) (- {-rhs})))\n")
+                out.write(f"(assert (= {smt_sum(terms)} {smt_number(rhs)}))\n")
             else:
                 out.write(" + ".join(f"{c}*v{v}" for c, v in terms).replace("+ -", "- ") + f" = {rhs}\n")
         if smt:

@@ -3,13 +3,16 @@
 
 usage: report.py RESULTS_DIR REPORT.md SCALING.dat [ANALYSIS.md]
 
-RESULTS_DIR holds Google Benchmark JSON files (and e2e.json in the same shape) and, when perf
-was available, pivot_profile.txt. ANALYSIS.md, hand-written, is copied in after the tables.
+RESULTS_DIR holds Google Benchmark JSON files (and e2e.json and incremental.json in the same
+shape) and, when perf was available, pivot_profile.txt. ANALYSIS.md, hand-written, is copied in
+after the tables.
 """
 import json
 import math
 import pathlib
 import sys
+
+import incremental
 
 UNITS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
 SKIP = {"name", "run_name", "run_type", "repetitions", "repetition_index", "threads",
@@ -255,6 +258,11 @@ def e2e_table(res):
     return lines + [""]
 
 
+def incremental_table(res):
+    runs = res.files.get("incremental")
+    return incremental.report_section(runs) if runs else []
+
+
 def reader_table(res):
     runs = res.files.get("reader_bench")
     if not runs:
@@ -335,7 +343,7 @@ def main():
         lines += [f"Machine: {context.get('num_cpus')} CPUs at {context.get('mhz_per_cpu')} MHz, "
                   f"run {context.get('date')}.", ""]
     for section in (reference_table, simplex_table, check_table, equations_table,
-                    allocation_table, memory_table, reader_table, e2e_table):
+                    allocation_table, memory_table, reader_table, e2e_table, incremental_table):
         lines += section(res)
     scaling_lines, series = scaling(res)
     lines += scaling_lines + profile(directory)
