@@ -41,15 +41,20 @@ InputFormat input_format(const SourceText& source, std::optional<InputFormat> fo
 }
 
 smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced) {
-    switch (input_format(source, forced)) {
-        case InputFormat::Smt2:
-            return read_smt2(source.text);
-        case InputFormat::Mps:
-            return read_mps(source.text);
-        case InputFormat::Lp:
-            return read_lp(source.text);
-        default:
-            return read_lin(source.text);
+    try {
+        switch (input_format(source, forced)) {
+            case InputFormat::Smt2:
+                return read_smt2(source.text);
+            case InputFormat::Mps:
+                return read_mps(source.text);
+            case InputFormat::Lp:
+                return read_lp(source.text);
+            default:
+                return read_lin(source.text);
+        }
+    } catch (ParseError& e) {
+        e.set_file(source.name);
+        throw;
     }
 }
 

@@ -14,8 +14,9 @@ std::string quoted(std::string_view text) {
 }
 
 std::string format_error(std::string_view file, const ParseError& error) {
-    return escaped(file) + ":" + std::to_string(error.pos().line) + ":" +
-           std::to_string(error.pos().col) + ": " + escaped(error.message());
+    return escaped(error.file().empty() ? file : error.file()) + ":" +
+           std::to_string(error.pos().line) + ":" + std::to_string(error.pos().col) + ": " +
+           escaped(error.message());
 }
 
 }  // namespace vorn::io

@@ -7,6 +7,7 @@
 
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
+#include "vorn/io/smt_reader.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
@@ -34,17 +35,37 @@ struct Declared {
     int var;  // 0: not a variable (a definition, a Boolean or a function)
 };
 
+// Checking runs every command and answers it, an error being the answer. Reading collects the
+// one problem a file states for solve and tableau: the first error ends it, commands that only
+// ask something are passed over, and what would change the problem's shape (push, pop, reset,
+// Boolean constants, functions with arguments) is refused.
+enum class Mode { Check, Read };
+
 class ScriptEngine {
   public:
     ScriptEngine(std::string_view text, std::string_view file, const CheckOptions& options,
-                 std::ostream& out, CheckStats& stats)
-        : file_(file), options_(options), out_(out), stats_(stats), reader_(text, symbols_) {
+                 std::ostream& out, CheckStats& stats, Mode mode = Mode::Check)
+        : file_(file),
+          options_(options),
+          out_(out),
+          stats_(stats),
+          reading_(mode == Mode::Read),
+          reader_(text, symbols_) {
         intern_known_symbols(symbols_);
         reset();
+        if (reading_) {
+            symbols_.reserve(text.size() / 64, text.size() / 16);
+            problem_->variables.reserve(text.size() / 64, text.size() / 16);
+            problem_->reserve(text.size() / 128, text.size() / 24);
+        }
     }
 
     void run() {
         while (reader_.next(tree_)) {
+            if (reading_) {
+                if (!command(tree_.root())) break;
+                continue;
+            }
             try {
                 if (!command(tree_.root())) break;
             } catch (const ParseError& e) {
@@ -54,6 +75,12 @@ class ScriptEngine {
         }
     }
 
+    smt::Problem take_problem() {
+        context_.reset();
+        terms_.reset();
+        return std::move(*problem_);
+    }
+
   private:
     using Id = SExprTree::Id;
 
@@ -61,6 +88,8 @@ class ScriptEngine {
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
     bool command(Id id);
+    // Reading: whether the command is one that is passed over (true) or refused (throws).
+    bool skipped_in_reading(const SNode& cmd, Known head);
     void success() {
         if (print_success_) out_ << "success\n";
     }
@@ -89,6 +118,7 @@ class ScriptEngine {
     const CheckOptions& options_;
     std::ostream& out_;
     CheckStats& stats_;
+    bool reading_;
     smt::NameTable symbols_;
     SExprReader reader_;
     SExprTree tree_;
@@ -115,7 +145,9 @@ bool ScriptEngine::command(Id id) {
     for (Id c = tree_.first(id); c != cmd.end && items_.size() < 6; c = tree_.next(c))
         items_.push_back(c);
     const SNode& head = item(0);
-    switch (is_known(head.symbol) ? known(head.symbol) : Known::Count) {
+    Known k = is_known(head.symbol) ? known(head.symbol) : Known::Count;
+    if (reading_ && skipped_in_reading(cmd, k)) return true;
+    switch (k) {
         case Known::SetLogic:
             expect_arity(cmd, 2);
             return success(), true;
@@ -192,6 +224,36 @@ bool ScriptEngine::command(Id id) {
     }
 }
 
+bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
+    switch (head) {
+        case Known::SetLogic:
+        case Known::SetInfo:
+        case Known::SetOption:
+        case Known::CheckSat:
+        case Known::GetModel:
+        case Known::GetInfo:
+        case Known::GetValue:
+            return true;
+        case Known::Push:
+        case Known::Pop:
+        case Known::Reset:
+        case Known::ResetAssertions:
+        case Known::CheckSatAssuming:
+            fail(cmd.pos,
+                 quoted(name(item(0).symbol)) + " is not supported: give one problem per file");
+        case Known::DeclareFun:
+            if (cmd.size == 4 && (!item(2).is_list() || item(2).size != 0))
+                fail(item(2).pos, "only constants (functions without arguments) are supported");
+            return false;
+        case Known::DefineFun:
+            if (cmd.size == 5 && (!item(2).is_list() || item(2).size != 0))
+                fail(item(2).pos, "only define-fun without parameters is supported");
+            return false;
+        default:
+            return false;
+    }
+}
+
 void ScriptEngine::expect_arity(const SNode& cmd, std::size_t n) {
     if (cmd.size != n)
         fail(cmd.pos, quoted(name(item(0).symbol)) + " takes " + std::to_string(n - 1) +
@@ -252,6 +314,7 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
     bool boolean = sort.is_symbol(symbol_of(Known::Bool));
+    if (reading_ && boolean) fail(sort.pos, "unsupported sort (only Real and Int)");
     smt::Sort s = sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int : smt::Sort::Real;
     if (!boolean && !sort.is_symbol(symbol_of(Known::Int)) &&
         !sort.is_symbol(symbol_of(Known::Real)))
@@ -494,8 +557,8 @@ void ScriptEngine::reset() {
     context_.reset();
     terms_.reset();
     problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
-    terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, true);
-    context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
+    terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, !reading_);
+    if (!reading_) context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
     has_last_ = false;
     produce_cores_ = false;
 }
@@ -505,6 +568,15 @@ void ScriptEngine::reset() {
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
                 std::ostream& out, CheckStats& stats) {
     ScriptEngine(text, file, options, out, stats).run();
+}
+
+smt::Problem read_smt2(std::string_view text) {
+    CheckOptions options;
+    CheckStats stats;
+    std::ostream none(nullptr);
+    ScriptEngine engine(text, "", options, none, stats, Mode::Read);
+    engine.run();
+    return engine.take_problem();
 }
 
 }  // namespace vorn::io

@@ -1,10 +1,12 @@
 #pragma once
 
-// The linear real/integer subset of SMT-LIB 2: declare-fun and declare-const of Real and Int
-// constants, define-fun without parameters (of sort Real, Int or Bool), assert, and the commands
-// that do not change the problem (set-logic, set-info, set-option, check-sat, get-model,
-// get-info, get-value, exit). push and pop are refused: one problem per file. Terms and
-// formulas are those of cli/smt_terms.h.
+// The one problem an SMT-LIB file states, for solve and tableau, read by the script engine of
+// `vorn check` (script_engine.h) in its reading mode: declare-fun and declare-const of Real and
+// Int constants, define-fun without parameters (of sort Real, Int or Bool) and assert build the
+// problem; set-logic, set-info, set-option, check-sat, get-model, get-info and get-value are
+// passed over; exit ends it. push, pop, reset and check-sat-assuming are refused: one problem per
+// file. Terms and formulas are those of smt_terms.h, outside the fragment an error. The first
+// error is thrown as a ParseError.
 
 #include <string_view>
 
