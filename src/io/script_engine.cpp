@@ -424,25 +424,15 @@ void ScriptEngine::check_sat() {
 }
 
 void ScriptEngine::verify(const smt::Decision& d) {
-    std::string problem;
-    if (d.result == lra::Result::Sat) problem = smt::check_model(*problem_, d.model);
-    if (d.result == lra::Result::Unsat) problem = smt::check_proof(*problem_, d.proof);
+    std::string problem = smt::check_decision(*problem_, d);
     if (!problem.empty()) throw VerificationFailure(problem);
 }
 
 void ScriptEngine::get_model() {
-    std::string text = "(\n";
-    for (const Declared& d : declared_) {
-        if (d.var == 0) continue;
-        smt::Sort sort = problem_->variables.sort(d.var);
-        text += "(define-fun ";
-        smt::append_symbol(text, symbols_.name(d.symbol));
-        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
-        std::size_t v = static_cast<std::size_t>(d.var);
-        append_value(text, v < last_.model.size() ? last_.model[v] : QNumber(), sort);
-        text += ")\n";
-    }
-    out_ << text << ")\n";
+    std::vector<int> shown;
+    for (const Declared& d : declared_)
+        if (d.var != 0) shown.push_back(d.var);
+    write_model(out_, problem_->variables, last_.model, shown);
 }
 
 void ScriptEngine::get_value() {

@@ -1,5 +1,7 @@
 #include "vorn/io/smt_values.h"
 
+#include <ostream>
+
 #include <vector>
 
 #include "vorn/io/escape.h"
@@ -64,6 +66,24 @@ void append_sexpr(std::string& out, const SExprTree& tree, SExprTree::Id id,
         }
     }
     out.append(open.size(), ')');
+}
+
+void write_model(std::ostream& out, const smt::Variables& vars, const std::vector<QNumber>& model,
+                 std::span<const int> shown) {
+    std::string text = "(\n";
+    for (int v : shown) {
+        smt::Sort sort = vars.sort(v);
+        text += "(define-fun ";
+        smt::append_name(text, vars, v);
+        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
+        append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(), sort);
+        text += ")\n";
+        if (text.size() > (1 << 16)) {
+            out << text;
+            text.clear();
+        }
+    }
+    out << text << ")\n";
 }
 
 std::string smt_string(std::string_view text) {

@@ -32,14 +32,7 @@ QNumber split_constant(std::span<const Entry> term, LinearExpr::Entries& out) {
 
 // The disequality a SplitNe node splits, as the atom states it.
 QNumber stated_disequality(const Problem& p, const ProofStep& step, LinearExpr::Entries& term) {
-    const Atom& atom = p.atoms[step.atom];
-    if (atom.relation == Relation::Ne) return split_constant(p.term(atom.first_term), term);
-    LinearExpr diff;
-    for (const Entry& e : p.term(atom.first_term + step.first))
-        diff.add_entry(e.var, e.coeff);
-    for (const Entry& e : p.term(atom.first_term + step.second))
-        diff.add_entry(e.var, -e.coeff);
-    return split_constant(diff.entries(), term);
+    return p.disequality(p.atoms[step.atom], step.first, step.second, term);
 }
 
 std::string atom_id(const ProofStep& step, const Problem& p) {

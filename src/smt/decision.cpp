@@ -267,11 +267,7 @@ std::optional<Decider::SplitTerm> Decider::violated_disequality(
             auto term = problem_.term(atom.first_term);
             if (!evaluate(term, point).is_zero()) continue;
             SplitTerm s{i, 0, 0, {}, QNumber()};
-            for (const Entry& e : term)
-                if (e.var == 0)
-                    s.constant = -e.coeff;
-                else
-                    s.term.push_back(e);
+            s.constant = problem_.disequality(atom, 0, 0, s.term);
             return s;
         }
         values.clear();
@@ -282,17 +278,8 @@ std::optional<Decider::SplitTerm> Decider::violated_disequality(
             if (values[k].first != values[k + 1].first) continue;
             std::uint32_t a = std::min(values[k].second, values[k + 1].second);
             std::uint32_t b = std::max(values[k].second, values[k + 1].second);
-            LinearExpr diff;
-            for (const Entry& e : problem_.term(atom.first_term + a))
-                diff.add_entry(e.var, e.coeff);
-            for (const Entry& e : problem_.term(atom.first_term + b))
-                diff.add_entry(e.var, -e.coeff);
             SplitTerm s{i, a, b, {}, QNumber()};
-            for (const Entry& e : diff.entries())
-                if (e.var == 0)
-                    s.constant = -e.coeff;
-                else
-                    s.term.push_back(e);
+            s.constant = problem_.disequality(atom, a, b, s.term);
             return s;
         }
     }

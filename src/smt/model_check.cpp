@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "vorn/smt/certificate.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -42,6 +44,12 @@ std::string check_model(const Problem& problem, const std::vector<QNumber>& mode
         if (!atom_holds(problem, atom, model))
             return "the model violates the atom at " + std::to_string(atom.pos.line) + ":" +
                    std::to_string(atom.pos.col);
+    return {};
+}
+
+std::string check_decision(const Problem& problem, const Decision& decision) {
+    if (decision.result == lra::Result::Sat) return check_model(problem, decision.model);
+    if (decision.result == lra::Result::Unsat) return check_proof(problem, decision.proof);
     return {};
 }
 

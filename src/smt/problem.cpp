@@ -31,6 +31,27 @@ std::uint32_t Problem::add_term(const LinearExpr& expr) {
     return term_count() - 1;
 }
 
+QNumber Problem::disequality(const Atom& atom, std::uint32_t first, std::uint32_t second,
+                             LinearExpr::Entries& out) const {
+    LinearExpr diff;
+    if (atom.relation == Relation::Ne) {
+        for (const Entry& e : term(atom.first_term))
+            diff.add_entry(e.var, e.coeff);
+    } else {
+        for (const Entry& e : term(atom.first_term + first))
+            diff.add_entry(e.var, e.coeff);
+        for (const Entry& e : term(atom.first_term + second))
+            diff.add_entry(e.var, -e.coeff);
+    }
+    QNumber c;
+    for (const Entry& e : diff.entries())
+        if (e.var == 0)
+            c = -e.coeff;
+        else
+            out.push_back(e);
+    return c;
+}
+
 void Problem::reserve(std::size_t atoms_expected, std::size_t entries) {
     atoms.reserve(atoms_expected);
     term_begin_.reserve(atoms_expected + 1);

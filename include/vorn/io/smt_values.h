@@ -6,8 +6,11 @@
 // "(/ 1 3)" and a negative fraction "(/ (- 1) 3)"; an Int is "5" or "(- 5)"; a model is "(" and
 // ")" on lines of their own with one define-fun per line between.
 
+#include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "vorn/io/sexpr.h"
 #include "vorn/numbers/qnumber.h"
@@ -17,6 +20,11 @@
 namespace vorn::io {
 
 void append_value(std::string& out, const QNumber& value, smt::Sort sort);
+// "(" and ")" on lines of their own, one define-fun per variable of `shown` between them, its
+// value from `model` (by variable; past its end 0). Written in pieces, so a large model is not
+// held as one string.
+void write_model(std::ostream& out, const smt::Variables& vars, const std::vector<QNumber>& model,
+                 std::span<const int> shown);
 
 // The expression `id` of `tree` as it reads back: symbols through `symbols`, numbers and strings
 // as written, one space between the items of a list. Iterative, like the reader.

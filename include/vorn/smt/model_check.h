@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
@@ -19,5 +20,9 @@ QNumber term_value(const Problem& problem, std::uint32_t index, const std::vecto
 
 // Empty when the model satisfies every atom; otherwise what fails, for an internal error.
 std::string check_model(const Problem& problem, const std::vector<QNumber>& model);
+
+// The model of a Sat decision (check_model) or the proof of an Unsat one (check_proof in
+// certificate.h); empty when it checks or the answer is Unknown.
+std::string check_decision(const Problem& problem, const Decision& decision);
 
 }  // namespace vorn::smt

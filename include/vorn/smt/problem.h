@@ -47,6 +47,11 @@ class Problem {
     std::span<const Entry> term(std::uint32_t index) const {
         return {entries_.data() + term_begin_[index], entries_.data() + term_begin_[index + 1]};
     }
+    // The disequality  term ≠ c  that an Ne atom states, or a Distinct atom between its terms
+    // `first` and `second` (first − second): appends the term without its constant to `term`
+    // and returns c.
+    QNumber disequality(const Atom& atom, std::uint32_t first, std::uint32_t second,
+                        LinearExpr::Entries& term) const;
     std::uint32_t term_count() const { return static_cast<std::uint32_t>(term_begin_.size() - 1); }
     void reserve(std::size_t atoms, std::size_t entries);
     // Frees the atoms and their terms once a command has taken what it needs; the variables

@@ -1,6 +1,7 @@
 #include "cli/check.h"
 
 #include <cstdio>
+#include <numeric>
 #include <ostream>
 
 #include "cli/output.h"
@@ -45,25 +46,6 @@ void add_objective_bound(smt::Problem& problem, const std::string& bound) {
                      io::quoted(bound));
 }
 
-void print_model(std::ostream& out, const smt::Problem& problem,
-                 const std::vector<QNumber>& model) {
-    std::string text = "(\n";
-    for (int v = 1; v <= problem.variables.size(); ++v) {
-        smt::Sort sort = problem.variables.sort(v);
-        text += "(define-fun ";
-        smt::append_name(text, problem.variables, v);
-        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
-        io::append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(),
-                         sort);
-        text += ")\n";
-        if (text.size() > (1 << 16)) {
-            out << text;
-            text.clear();
-        }
-    }
-    out << text << ")\n";
-}
-
 void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
                    io::CheckStats& stats) {
     if (request.objective_bound) add_objective_bound(problem, *request.objective_bound);
@@ -73,15 +55,17 @@ void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostr
     stats.checks = 1;
     stats.decide = d.stats;
     if (request.options.verify) {
-        std::string bad;
-        if (d.result == lra::Result::Sat) bad = smt::check_model(problem, d.model);
-        if (d.result == lra::Result::Unsat) bad = smt::check_proof(problem, d.proof);
+        std::string bad = smt::check_decision(problem, d);
         if (!bad.empty()) throw io::VerificationFailure(bad);
     }
     switch (d.result) {
         case lra::Result::Sat:
             out << "sat\n";
-            if (request.options.model) print_model(out, problem, d.model);
+            if (request.options.model) {
+                std::vector<int> all(static_cast<std::size_t>(problem.variables.size()));
+                std::iota(all.begin(), all.end(), 1);
+                io::write_model(out, problem.variables, d.model, all);
+            }
             break;
         case lra::Result::Unsat:
             out << "unsat\n";

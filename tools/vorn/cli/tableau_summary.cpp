@@ -1,7 +1,6 @@
 #include "cli/tableau_summary.h"
 
-#include <map>
-
+#include "vorn/lra/term_table.h"
 #include "vorn/smt/stopwatch.h"
 
 namespace vorn::cli {
@@ -9,29 +8,6 @@ namespace vorn::cli {
 namespace {
 
 using Entries = smt::LinearExpr::Entries;
-
-// Lexicographic on (variable, coefficient): the key of a scaled term.
-struct TermLess {
-    bool operator()(const Entries& a, const Entries& b) const {
-        return std::lexicographical_compare(
-            a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
-                return x.var != y.var ? x.var < y.var : x.coeff < y.coeff;
-            });
-    }
-};
-
-// The variable part of a term scaled to a leading coefficient of 1.
-Entries scaled_variable_part(std::span<const smt::LinearExpr::Entry> term) {
-    Entries out;
-    out.reserve(term.size());
-    const QNumber* lead = nullptr;
-    for (const auto& e : term) {
-        if (e.var == 0) continue;
-        if (lead == nullptr) lead = &e.coeff;
-        out.push_back({e.var, e.coeff / *lead});
-    }
-    return out;
-}
 
 void count_coefficients(TableauSummary& s) {
     const la::Tableau& t = *s.tableau;
@@ -50,7 +26,8 @@ TableauSummary build_tableau(const smt::Problem& problem) {
     s.tableau = std::make_unique<la::Tableau>(0);
     s.variables = s.last_slack = problem.variables.size();
     s.atoms = problem.atoms.size();
-    std::map<Entries, int, TermLess> slacks;
+    lra::TermTable terms;  // one slack per term up to a factor, as the simplex has it
+    lra::TermEntries normal;
     for (const smt::Atom& atom : problem.atoms) {
         if (atom.relation == smt::Relation::Distinct) {
             s.disequalities += std::uint64_t{atom.terms} * (atom.terms - 1) / 2;
@@ -67,10 +44,13 @@ TableauSummary build_tableau(const smt::Problem& problem) {
             continue;
         }
         ++s.term_atoms;
-        auto [it, fresh] = slacks.emplace(scaled_variable_part(term), s.last_slack + 1);
-        if (!fresh) continue;
+        normal.clear();
+        for (const auto& e : term)
+            if (e.var != 0) normal.push_back(e);
+        lra::normalize_term(normal);
+        if (!terms.intern(normal).fresh) continue;
         int slack = ++s.last_slack;
-        Entries entries = it->first;
+        Entries entries = normal;
         entries.push_back({slack, QNumber(-1)});
         s.tableau->add_equation(la::Equation(slack, std::move(entries)), false, nullptr);
     }
