@@ -166,3 +166,34 @@ TEST(BranchAndBoundExamples, GcdTestBranchingAndNodeLimit) {
         EXPECT_EQ(split.solver.proof()[0].kind, ProofNode::Kind::Split);
     }
 }
+
+TEST(BranchAndBoundExamples, BoundsOnIntegralTermsAreRounded) {
+    // lo < a·(x − y) < hi over unbounded integers: decided at the root once rounded, where
+    // branching on x and y alone never ends.
+    struct Case {
+        int a, lo, hi;
+        Result expected;
+    } cases[] = {{2, 0, 2, Result::Unsat},
+                 {-2, -2, 0, Result::Unsat},
+                 {2, 0, 3, Result::Sat},
+                 {-3, -4, -2, Result::Sat},
+                 {6, 1, 5, Result::Unsat}};
+    for (const Case& c : cases) {
+        Simplex simplex;
+        BranchAndBound solver(simplex, {50});
+        int x = simplex.new_variable(), y = simplex.new_variable();
+        solver.set_integer(x);
+        solver.set_integer(y);
+        auto t = simplex.term_variable({{x, QNumber(c.a)}, {y, QNumber(-c.a)}});
+        ASSERT_TRUE(solver.assert_term(t, Relation::Gt, QNumber(c.lo), 0));
+        ASSERT_TRUE(solver.assert_term(t, Relation::Lt, QNumber(c.hi), 1) ||
+                    c.expected == Result::Unsat);
+        EXPECT_EQ(solver.check(), c.expected) << c.a << " " << c.lo << " " << c.hi;
+        if (c.expected == Result::Unsat) {
+            EXPECT_EQ(solver.proof().size(), 1u);
+        } else {
+            QNumber v = QNumber(c.a) * (simplex.value(x) - simplex.value(y));
+            EXPECT_TRUE(v > c.lo && v < c.hi && simplex.value(x).is_integer());
+        }
+    }
+}

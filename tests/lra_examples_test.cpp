@@ -46,13 +46,34 @@ TEST(SimplexExamples, StrictBoundsAreInfinitesimallyInside) {
     ASSERT_TRUE(s.assert_lower(y, 0, true, 5));
     ASSERT_TRUE(s.assert_upper(y, 3, false, 6));
     s.push();
-    ASSERT_FALSE(s.assert_upper(x, 1, true, 7));  // crosses x ≥ 1 at once
+    ASSERT_EQ(s.assert_upper(x, 1, true, 7), vorn::lra::Asserted::Conflict);  // crosses x ≥ 1
     EXPECT_EQ(entries_of(s), (std::vector<Entry>{{0, false, 1}, {7, true, 1}}));
+    EXPECT_EQ(s.assert_upper(y, 9, false, 9), vorn::lra::Asserted::Ignored);  // pending
     EXPECT_EQ(s.check(), Result::Unsat);
     s.pop();
+    EXPECT_EQ(s.assert_upper(y, 9, false, 9), vorn::lra::Asserted::Ok);
     ASSERT_TRUE(s.assert_term(sum, Relation::Gt, 4, 8));
     ASSERT_EQ(s.check(), Result::Sat);  // x < 2, y ≤ 3, x + y > 4
     EXPECT_TRUE(s.value(x) < 2 && s.value(x) + s.value(y) > 4);
+}
+
+TEST(SimplexExamples, MovedAndResetSimplexes) {
+    Simplex s;
+    int x = s.new_variable();
+    ASSERT_TRUE(s.assert_lower(x, 3, false, 0));
+    s.push();
+    Simplex moved(std::move(s));
+    ASSERT_EQ(moved.check(), Result::Sat);
+    EXPECT_EQ(moved.value(x), 3);
+    EXPECT_EQ(moved.level(), 1u);
+    EXPECT_FALSE(moved.assert_upper(x, 2, false, 1));
+    moved.reset();
+    EXPECT_EQ(moved.num_variables(), 0);
+    EXPECT_EQ(moved.level(), 0u);
+    int y = moved.new_variable();
+    ASSERT_TRUE(moved.assert_upper(y, 2, false, 0));
+    EXPECT_EQ(moved.check(), Result::Sat);
+    EXPECT_THROW(moved.assert_term({y, 1}, Relation::Ne, 0, 1), std::invalid_argument);
 }
 
 TEST(SimplexExamples, CertificatesUseTheCallersAtoms) {
