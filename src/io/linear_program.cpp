@@ -24,6 +24,11 @@ void LinearProgram::set_upper(int col, const Bound& value, smt::SourcePos pos) {
     b.upper_pos = pos;
 }
 
+LinearProgram::Bound LinearProgram::infinite(bool lower_side, bool negative, smt::SourcePos pos) {
+    if (lower_side != negative) add_atom(smt::Relation::Ge, smt::LinearExpr(), QNumber(1), pos);
+    return std::nullopt;
+}
+
 void LinearProgram::add_row(const smt::LinearExpr& expr, const Bound& lower, const Bound& upper,
                             smt::SourcePos pos) {
     add_interval(expr, lower, pos, upper, pos);

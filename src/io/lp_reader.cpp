@@ -252,39 +252,46 @@ class LpReader {
         const Token& t = take();
         if (t.kind == Kind::Name && is_infinity(t.text)) return std::nullopt;
         if (t.kind != Kind::Number) throw ParseError(t.pos, "expected a number");
-        QNumber value = literal(t);
+        QNumber value = literal(t);  // exact however large: only the words mean infinity
         if (negative) value.negate();
-        if (is_infinite(value)) return std::nullopt;
         return value;
     }
 
     void constraint() {
         smt::SourcePos pos = peek().pos;
         skip_label();
-        std::optional<std::pair<Rel, LinearProgram::Bound>> left;
+        struct Side {
+            Rel rel;
+            LinearProgram::Bound value;
+            bool negative;
+        };
+        std::optional<Side> left;
         if (starts_with_constant()) {  // a range: constant rel expr rel constant
             bool negative;
             LinearProgram::Bound value = constant(negative);
-            left = {relation(), value};
+            left = Side{relation(), value, negative};
         }
         smt::LinearExpr expr;
         expression(expr, QNumber(1));
         Rel rel = relation();
         bool negative;
         LinearProgram::Bound rhs = constant(negative);
-        if (rel == Rel::Eq && !rhs) throw ParseError(pos, "an equation with an infinite side");
         QNumber offset = constant_of(expr);
         expr.add_entry(0, -offset);
-        auto shift = [&](const LinearProgram::Bound& b) {
-            return b ? LinearProgram::Bound(*b - offset) : b;
+        // One side of the row from a constant: shifted by the expression's own constant, or the
+        // rule for an infinite one.
+        auto side = [&](bool lower_side, const LinearProgram::Bound& b, bool minus) {
+            return b ? LinearProgram::Bound(*b - offset)
+                     : program_.infinite(lower_side, minus, pos);
         };
         LinearProgram::Bound lower, upper;
-        if (rel != Rel::Ge) upper = shift(rhs);
-        if (rel != Rel::Le) lower = shift(rhs);
+        if (rel != Rel::Ge) upper = side(false, rhs, negative);
+        if (rel != Rel::Le) lower = side(true, rhs, negative);
         if (left) {
-            if (left->first == Rel::Eq || left->first != rel)
+            if (left->rel == Rel::Eq || left->rel != rel)
                 throw ParseError(pos, "a range needs two relations of the same direction");
-            (left->first == Rel::Le ? lower : upper) = shift(left->second);
+            bool lower_side = left->rel == Rel::Le;
+            (lower_side ? lower : upper) = side(lower_side, left->value, left->negative);
         }
         program_.add_row(expr, lower, upper, pos);
     }
@@ -336,13 +343,13 @@ class LpReader {
 
     static Rel flip(Rel r) { return r == Rel::Le ? Rel::Ge : r == Rel::Ge ? Rel::Le : r; }
 
-    // col rel value; an infinite value is only meaningful on its own side.
+    // col rel value, an infinite value by the rule of LinearProgram::infinite.
     void apply(int col, Rel rel, const LinearProgram::Bound& value, bool negative,
                smt::SourcePos pos) {
-        if (!value && (rel == Rel::Eq || (rel == Rel::Le) == negative))
-            throw ParseError(pos, "a bound that no value can meet");
-        if (rel != Rel::Le) program_.set_lower(col, value, pos);
-        if (rel != Rel::Ge) program_.set_upper(col, value, pos);
+        if (rel != Rel::Le)
+            program_.set_lower(col, value ? value : program_.infinite(true, negative, pos), pos);
+        if (rel != Rel::Ge)
+            program_.set_upper(col, value ? value : program_.infinite(false, negative, pos), pos);
     }
 
     void integer_column(bool binary) {

@@ -248,9 +248,11 @@ class MpsReader {
         } else if (type == "LO" || type == "LI") {
             program_.set_lower(col, value ? value : lower_infinity(f.back()), f[0].pos);
         } else if (type == "FX") {
-            if (!value) throw ParseError(f.back().pos, "an infinite fixed value");
-            program_.set_lower(col, value, f[0].pos);
-            program_.set_upper(col, value, f[0].pos);
+            bool below = number(f.back()).sign() < 0;
+            program_.set_lower(col, value ? value : program_.infinite(true, below, f[0].pos),
+                               f[0].pos);
+            program_.set_upper(col, value ? value : program_.infinite(false, below, f[0].pos),
+                               f[0].pos);
         } else if (type == "FR") {
             program_.set_lower(col, {}, f[0].pos);
             program_.set_upper(col, {}, f[0].pos);
@@ -269,14 +271,12 @@ class MpsReader {
         if (type == "UI" || type == "LI" || type == "BV") program_.set_integer(col);
     }
 
-    // An infinite value where a finite one was written: only +∞ makes sense as an upper bound.
+    // An infinite value in a bound, by the rule of LinearProgram::infinite.
     std::optional<QNumber> upper_infinity(const Field& f) {
-        if (number(f).sign() < 0) throw ParseError(f.pos, "an upper bound of −∞");
-        return std::nullopt;
+        return program_.infinite(false, number(f).sign() < 0, f.pos);
     }
     std::optional<QNumber> lower_infinity(const Field& f) {
-        if (number(f).sign() > 0) throw ParseError(f.pos, "a lower bound of +∞");
-        return std::nullopt;
+        return program_.infinite(true, number(f).sign() < 0, f.pos);
     }
 
     Row& row_of(const Field& f) {
@@ -305,17 +305,18 @@ class MpsReader {
         return program_.finish();
     }
 
-    static std::pair<LinearProgram::Bound, LinearProgram::Bound> interval(const Row& r) {
+    std::pair<LinearProgram::Bound, LinearProgram::Bound> interval(const Row& r) {
         LinearProgram::Bound rhs;
         if (!is_infinite(r.rhs)) rhs = r.rhs;
-        bool below = r.rhs.sign() < 0;  // an infinite rhs: which infinity
-        if (!rhs && ((r.type == RowType::L && below) || (r.type == RowType::G && !below) ||
-                     r.type == RowType::E))
-            throw ParseError(r.pos, "an infinite right-hand side leaves the row unsatisfiable");
         if (!r.range) {
-            if (r.type == RowType::E) return {rhs, rhs};
-            return r.type == RowType::L ? std::pair{LinearProgram::Bound(), rhs}
-                                        : std::pair{rhs, LinearProgram::Bound()};
+            bool below = r.rhs.sign() < 0;  // an infinite rhs: which infinity
+            auto side = [&](bool lower_side) {
+                return rhs ? rhs : program_.infinite(lower_side, below, r.pos);
+            };
+            LinearProgram::Bound none;
+            if (r.type == RowType::E) return {side(true), side(false)};
+            return r.type == RowType::L ? std::pair{none, side(false)}
+                                        : std::pair{side(true), none};
         }
         if (!rhs) throw ParseError(r.pos, "a range on a row with an infinite right-hand side");
         QNumber width = r.range->sign() < 0 ? -*r.range : *r.range;

@@ -29,6 +29,12 @@ class LinearProgram {
     // True until a bound statement sets the lower bound.
     bool default_lower(int col) const { return !bounds_[index(col)].lower_set; }
 
+    // The side of a row or a column bound that a reader found written as ±∞ (`negative`: −∞),
+    // one rule for every format. Beyond the side (expr ≤ +∞, expr ≥ −∞) it leaves the side open;
+    // otherwise (expr ≥ +∞, expr ≤ −∞, and so expr = ±∞) no value meets it, and the problem is
+    // unsatisfiable: the false atom 0 ≥ 1 at `pos` stands for the row, so that an unsat answer's
+    // certificate names it. Returns the side's Bound, open in both cases.
+    Bound infinite(bool lower_side, bool negative, smt::SourcePos pos);
     // lower ≤ expr ≤ upper; both infinite: no constraint.
     void add_row(const smt::LinearExpr& expr, const Bound& lower, const Bound& upper,
                  smt::SourcePos pos);
