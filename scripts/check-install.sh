@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a built tree into a scratch prefix and builds an outside project against it, through
-# find_package(vorn) and through pkg-config.
+# Installs a built tree into a scratch prefix and builds outside projects against it:
+# tests/consumer through find_package(vorn) and through pkg-config, and examples/embed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/debug}
@@ -13,4 +13,7 @@ cmake --build "$prefix/consumer" >/dev/null
 PKG_CONFIG_PATH="$prefix/lib/pkgconfig" c++ -std=c++20 tests/consumer/main.cpp \
     $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs vorn) -o "$prefix/consumer-pc"
 "$prefix/consumer-pc" >/dev/null
-echo "install check: find_package(vorn) and pkg-config consumers built and ran"
+cmake -S examples/embed -B "$prefix/embed" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$prefix/embed" >/dev/null
+"$prefix/embed/embed" >/dev/null
+echo "install check: find_package(vorn) and pkg-config consumers and examples/embed built and ran"

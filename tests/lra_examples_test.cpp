@@ -76,6 +76,32 @@ TEST(SimplexExamples, MovedAndResetSimplexes) {
     EXPECT_THROW(moved.assert_term({y, 1}, Relation::Ne, 0, 1), std::invalid_argument);
 }
 
+TEST(SimplexExamples, PoppedTermsLeaveTheTableau) {
+    Simplex s;
+    int x = s.new_variable(), y = s.new_variable(), z = s.new_variable();
+    ASSERT_TRUE(s.assert_term(s.term_variable({{x, 1}, {y, 1}}), Relation::Le, 4, 0));
+    ASSERT_EQ(s.check(), Result::Sat);
+    std::size_t rows = s.tableau().rows().size();
+    for (int round = 0; round < 3; ++round) {
+        s.push();
+        auto t = s.term_variable({{x, 1}, {z, -2}});
+        auto u = s.term_variable({{y, 1}, {z, 1}, {x, round + 1}});
+        ASSERT_TRUE(s.assert_term(t, Relation::Ge, 5, 1) && s.assert_term(u, Relation::Le, -3, 2));
+        ASSERT_TRUE(s.assert_lower(x, 1, false, 3) && s.assert_upper(y, 0, false, 4));
+        ASSERT_EQ(s.check(), Result::Sat);  // pivots the new slacks out of the basis
+        s.pop();
+        EXPECT_EQ(s.tableau().rows().size(), rows);
+        EXPECT_THROW(s.value(x), std::logic_error);  // the pop voided the model
+        ASSERT_EQ(s.check(), Result::Sat);
+        EXPECT_TRUE(s.model_is_valid());
+    }
+    auto again = s.term_variable({{x, 1}, {z, -2}});  // a new slack: the old one is gone
+    EXPECT_EQ(again.var, s.num_variables());
+    ASSERT_TRUE(s.assert_term(again, Relation::Ge, 5, 5));
+    EXPECT_EQ(s.check(), Result::Sat);
+    EXPECT_TRUE(s.model_is_valid());
+}
+
 TEST(SimplexExamples, CertificatesUseTheCallersAtoms) {
     Simplex s;
     int x = s.new_variable(), y = s.new_variable();

@@ -654,39 +654,21 @@ void TermEvaluator::commit_atom(const smt::Atom& atom, bool negated, smt::Source
     }
     if (!negated) return problem_.atoms.push_back(atom);
     smt::Atom flipped = atom;
-    switch (atom.relation) {
-        case smt::Relation::Eq:
-            flipped.relation = smt::Relation::Ne;
-            break;
-        case smt::Relation::Ne:
-            flipped.relation = smt::Relation::Eq;
-            break;
-        case smt::Relation::Le:
-            flipped.relation = smt::Relation::Gt;
-            break;
-        case smt::Relation::Lt:
-            flipped.relation = smt::Relation::Ge;
-            break;
-        case smt::Relation::Ge:
-            flipped.relation = smt::Relation::Lt;
-            break;
-        case smt::Relation::Gt:
-            flipped.relation = smt::Relation::Le;
-            break;
-        case smt::Relation::Distinct:
-            if (atom.terms != 2) {
-                std::string what = "a negated 'distinct' of more than two terms (a disjunction)";
-                if (!lenient_) fail(atom.pos, what + " is not supported");
-                asserted_unsupported_.push_back({what, atom.pos});
-                return;
-            }
-            scratch_.clear();
-            for (const auto& e : problem_.term(atom.first_term))
-                scratch_.add_entry(e.var, e.coeff);
-            for (const auto& e : problem_.term(atom.first_term + 1))
-                scratch_.add_entry(e.var, -e.coeff);
-            flipped = {smt::Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
-            break;
+    if (atom.relation != smt::Relation::Distinct) {
+        flipped.relation = smt::negation(atom.relation);
+    } else {
+        if (atom.terms != 2) {
+            std::string what = "a negated 'distinct' of more than two terms (a disjunction)";
+            if (!lenient_) fail(atom.pos, what + " is not supported");
+            asserted_unsupported_.push_back({what, atom.pos});
+            return;
+        }
+        scratch_.clear();
+        for (const auto& e : problem_.term(atom.first_term))
+            scratch_.add_entry(e.var, e.coeff);
+        for (const auto& e : problem_.term(atom.first_term + 1))
+            scratch_.add_entry(e.var, -e.coeff);
+        flipped = {smt::Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
     }
     problem_.atoms.push_back(flipped);
 }
@@ -699,26 +681,7 @@ int TermEvaluator::constant_truth(FormulaId ref) const {
         auto term = problem_.term(atoms_[node.first].first_term);
         if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
         int s = term.empty() ? 0 : term[0].coeff.sign();
-        bool holds = false;
-        switch (atoms_[node.first].relation) {
-            case smt::Relation::Eq:
-                holds = s == 0;
-                break;
-            case smt::Relation::Le:
-                holds = s <= 0;
-                break;
-            case smt::Relation::Lt:
-                holds = s < 0;
-                break;
-            case smt::Relation::Ge:
-                holds = s >= 0;
-                break;
-            case smt::Relation::Gt:
-                holds = s > 0;
-                break;
-            default:
-                holds = s != 0;
-        }
+        bool holds = smt::relation_holds(atoms_[node.first].relation, s);
         return holds != negated ? 1 : 0;
     }
     if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)

@@ -2,6 +2,8 @@
 
 #include "vorn/lra/simplex.h"
 
+#include <algorithm>
+
 #include <cassert>
 
 namespace vorn::lra {
@@ -83,12 +85,42 @@ void Simplex::absorb_restored() {
 
 void Simplex::push() {
     bounds_.push();
+    term_marks_.push_back(terms_.size());
 }
 
 void Simplex::pop(std::size_t n) {
     sat_ = false;
+    std::size_t target = bounds_.level() - std::min(n, bounds_.level());
     bounds_.pop(n);
     if (in_conflict() && bounds_.level() < conflict_level_) conflict_level_ = kNoConflict;
+    if (target < term_marks_.size()) {
+        std::size_t keep = term_marks_[target];
+        term_marks_.resize(target);
+        if (initialized_) reclaim_slacks(std::max(keep, terms_at_first_check_));
+    }
+}
+
+void Simplex::reclaim_slacks(std::size_t keep) {
+    if (keep >= terms_.size()) return;
+    for (std::size_t index = terms_.size(); index-- > keep;) {
+        int slack = slack_of_[index];
+        const auto* column = tableau_->cols().find(slack);
+        int basic = 0;  // the row a non-basic slack is pivoted into, whose variable leaves
+        if (!tableau_->rows().contains(slack) && column != nullptr && !column->value.second.empty())
+            basic = tableau_->pivot_row_in(column->value.second);
+        tableau_->remove_variable(slack);
+        term_of_[slack] = -1;
+        values_[slack].set_zero();
+        // Non-basic now, so within its bounds: the row it left held at any value of it.
+        if (basic != 0) {
+            if (bounds_.has_lower(basic) && values_[basic] < bounds_.lower_value(basic))
+                update_non_basic(basic, bounds_.lower_value(basic));
+            else if (bounds_.has_upper(basic) && values_[basic] > bounds_.upper_value(basic))
+                update_non_basic(basic, bounds_.upper_value(basic));
+        }
+    }
+    terms_.truncate(keep);
+    slack_of_.resize(keep);
 }
 
 }  // namespace vorn::lra

@@ -5,6 +5,8 @@
 
 #include "vorn/lra/simplex.h"
 
+#include <stdexcept>
+
 namespace vorn::lra {
 
 namespace {
@@ -55,7 +57,9 @@ void Simplex::compute_model() const {
 }
 
 const QNumber& Simplex::value(int var) const {
-    assert(sat_ && "value: no model (the last check was not Sat, or something changed since)");
+    if (!sat_)
+        throw std::logic_error(
+            "Simplex::value: no model (the last check was not Sat, or something changed since)");
     if (!model_ready_) compute_model();
     return model_[var];
 }

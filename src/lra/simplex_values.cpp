@@ -58,6 +58,7 @@ void Simplex::initialize() {
         queue_if_violated(it.index());
     }
     initialized_ = true;
+    terms_at_first_check_ = terms_.size();
 }
 
 void Simplex::eliminate_equality_variables() {

@@ -64,4 +64,19 @@ TermTable::Interned TermTable::intern(std::span<const la::Equation::VarCoeff> no
     return {index, true};
 }
 
+void TermTable::truncate(std::size_t n) {
+    for (std::size_t k = size(); k-- > n;) {
+        auto [first, last] = by_hash_.equal_range(hash_of(term(static_cast<int>(k))));
+        for (auto it = first; it != last; ++it)
+            if (it->second == static_cast<int>(k)) {
+                by_hash_.erase(it);
+                break;
+            }
+    }
+    if (n < size()) {
+        entries_.resize(starts_[n]);
+        starts_.resize(n + 1);
+    }
+}
+
 }  // namespace vorn::lra

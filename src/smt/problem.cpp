@@ -23,6 +23,26 @@ bool relation_holds(Relation relation, int sign) {
     return false;
 }
 
+Relation negation(Relation relation) {
+    switch (relation) {
+        case Relation::Eq:
+            return Relation::Ne;
+        case Relation::Ne:
+            return Relation::Eq;
+        case Relation::Le:
+            return Relation::Gt;
+        case Relation::Lt:
+            return Relation::Ge;
+        case Relation::Ge:
+            return Relation::Lt;
+        case Relation::Gt:
+            return Relation::Le;
+        case Relation::Distinct:
+            break;
+    }
+    throw std::invalid_argument("negation: a distinct's negation is a disjunction");
+}
+
 std::uint32_t Problem::add_term(const LinearExpr& expr) {
     expr.append_normalized_to(entries_);
     if (entries_.size() > UINT32_MAX)

@@ -153,10 +153,15 @@ class Simplex {
     Asserted assert_term(const TermVar& t, Relation relation, const QNumber& constant,
                          Reason reason);
 
-    // Pushes a level: pop() removes every bound asserted after it. Rows, terms, the basis and
-    // the assignment stay (popping only loosens bounds, so they stay valid).
+    // Pushes a level: pop() removes every bound asserted after it. The basis and the assignment
+    // stay (popping only loosens bounds, so they stay valid), and so do the rows of terms made
+    // before the push.
     void push();
-    // Pops n levels (all of them when n exceeds the level).
+    // Pops n levels (all of them when n exceeds the level). The slacks of terms made after the
+    // first check and since the popped push have no bound left: their rows leave the tableau
+    // (pivoted out when non-basic) and their terms leave the TermTable, so that an incremental
+    // caller's rounds of push, new terms, check, pop do not make every later pivot dearer. Their
+    // variable numbers stay taken, as unbounded variables in no row; TermVars of them are void.
     void pop(std::size_t n = 1);
     std::size_t level() const { return bounds_.level(); }
 
@@ -170,6 +175,7 @@ class Simplex {
     // After Sat: an exact model value for any variable (structural, slack or eliminated), with δ
     // replaced by a positive rational small enough that every strict bound holds. The first
     // call after a check is linear in the number of variables and eliminations; later ones O(1).
+    // Anywhere else (no check yet, Unsat, or a bound, row, push or pop since): std::logic_error.
     const QNumber& value(int var) const;
     // After Sat: the assignment itself, δ kept symbolic (not for eliminated variables).
     const DeltaRational& delta_value(int var) const { return values_[var]; }
@@ -218,6 +224,8 @@ class Simplex {
 
     // simplex.cpp
     int add_variable();
+    // Takes out the rows of the slacks of TermTable entries from `keep` on.
+    void reclaim_slacks(std::size_t keep);
     // Values and queue entries for the variables in `restored_`, now basic again.
     void absorb_restored();
     bool in_conflict() const { return conflict_level_ != kNoConflict; }
@@ -261,6 +269,10 @@ class Simplex {
     BoundTrail bounds_;
     std::vector<int> term_of_;   // per variable: its TermTable index, −1 for structurals
     std::vector<int> slack_of_;  // per TermTable index: its slack variable
+    // TermTable sizes at each push, and at the first check: kept equations of eliminated
+    // variables may mention the slacks made before it, so those are never reclaimed.
+    std::vector<std::size_t> term_marks_;
+    std::size_t terms_at_first_check_ = 0;
     std::vector<DeltaRational> values_;
     bool initialized_ = false;
 

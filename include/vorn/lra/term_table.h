@@ -13,7 +13,8 @@
 // `term(k)`. Indices are dense from 0 in order of first interning. A hash of the normal form
 // leads to its candidates, which are compared exactly, coefficient by coefficient.
 //
-// Costs: interning is linear in the term's length plus one hash lookup; nothing is ever removed.
+// Costs: interning is linear in the term's length plus one hash lookup; only the latest entries
+// can be removed (truncate), each at the cost of one hash lookup.
 
 #include <cstddef>
 #include <cstdint>
@@ -46,6 +47,8 @@ class TermTable {
         return {entries_.data() + starts_[index], entries_.data() + starts_[index + 1]};
     }
     std::size_t size() const { return starts_.size() - 1; }
+    // Forgets the entries from index n on (the latest ones), so that their terms are new again.
+    void truncate(std::size_t n);
 
   private:
     static std::uint64_t hash_of(std::span<const la::Equation::VarCoeff> normal);

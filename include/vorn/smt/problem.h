@@ -23,6 +23,9 @@ using lra::Relation;
 
 // Whether  t ⋈ 0  holds for a value t of sign `sign` (−1, 0, 1); Distinct reads as Ne.
 bool relation_holds(Relation relation, int sign);
+// ¬(t ⋈ 0) as  t ⋈' 0: = and ≠ swap, ≤ becomes >, < becomes ≥ and so on. Not for Distinct (its
+// negation is a disjunction).
+Relation negation(Relation relation);
 
 struct Atom {
     Relation relation;

@@ -1,0 +1,189 @@
+#pragma once
+
+// The embedding interface: declare Real, Int and Boolean variables, state linear constraints over
+// them as C++ expressions, and decide them exactly, incrementally and under assumptions.
+//
+//   vorn::smt::Solver s;
+//   vorn::smt::Term x = s.real("x"), n = s.integer("n");
+//   s.add(x > 0 && 2 * x + n <= 5);
+//   if (s.check() == vorn::smt::Result::Sat) std::cout << s.value(x) << '\n';
+//
+// Terms are linear: sums, differences, negation, products with a number (QNumber or any integer
+// type). There is deliberately no Term * Term: a product of two variables is not linear, and
+// writing one is a compile error rather than a run-time surprise. A long sum is best built with
+// `+=` (or `std::move(sum) + t`): each step then costs the size of its right-hand side.
+//
+// What is decided today is the conjunctive fragment: conjunctions of comparisons (strict ones
+// too), disequalities (`!=`, a negated `==`), Int variables; negations are pushed inward, and a
+// disjunction or implication counts when all its disjuncts but one are constant false. The rest
+// (a real disjunction, a Boolean variable, an ite whose condition is not constant) is kept aside:
+// check() then answers Unknown unless the linear part alone is already Unsat.
+//
+// Terms and formulas are immutable values; formulas share their structure (copies are cheap) and
+// may be read from several threads. A Solver is used by one thread at a time.
+//
+// Misuse (a value without a Sat answer just before, a core without an Unsat answer under
+// assumptions, a term of another solver) throws UsageError; popping more levels than were pushed
+// throws std::invalid_argument and changes nothing.
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "vorn/numbers/qnumber.h"
+
+namespace vorn::smt {
+
+enum class Result { Sat, Unsat, Unknown };
+
+// A call the solver's state does not allow, or mixing terms and formulas of two solvers. The
+// message says which.
+class UsageError : public std::logic_error {
+  public:
+    using std::logic_error::logic_error;
+};
+
+class Formula;
+class Solver;
+
+namespace detail {
+struct Node;
+struct Access;
+}  // namespace detail
+
+// A linear term: Σ coefficient · variable + constant (and, outside the decided fragment, ite
+// summands).
+class Term {
+  public:
+    Term() = default;            // the constant 0
+    Term(const QNumber& value);  // NOLINT: numbers are constant terms
+    template <std::integral I>
+    requires(!std::same_as<I, bool>) Term(I value)  // NOLINT: so that `x <= 3` reads as written
+        : Term(QNumber(value)) {}
+
+    Term& operator+=(const Term& other);
+    Term& operator-=(const Term& other);
+    Term& operator*=(const QNumber& factor);
+
+    friend Term operator+(Term a, const Term& b) {
+        a += b;
+        return a;
+    }
+    friend Term operator-(Term a, const Term& b) {
+        a -= b;
+        return a;
+    }
+    friend Term operator-(Term a) {
+        a *= QNumber(-1);
+        return a;
+    }
+    friend Term operator*(Term a, const QNumber& factor) {
+        a *= factor;
+        return a;
+    }
+    friend Term operator*(const QNumber& factor, Term a) {
+        a *= factor;
+        return a;
+    }
+
+    friend Formula operator<=(const Term& a, const Term& b);
+    friend Formula operator<(const Term& a, const Term& b);
+    friend Formula operator>=(const Term& a, const Term& b);
+    friend Formula operator>(const Term& a, const Term& b);
+    friend Formula operator==(const Term& a, const Term& b);
+    friend Formula operator!=(const Term& a, const Term& b);
+
+  private:
+    friend struct detail::Access;
+
+    struct Part {
+        int var;  // 0: the constant
+        QNumber coeff;
+    };
+    struct Ite {
+        std::shared_ptr<const detail::Node> node;
+        QNumber coeff;
+    };
+
+    void take_owner(std::uint64_t other);
+    // Sorts the parts by variable, sums repeats and drops zeros.
+    void merge();
+
+    std::uint64_t owner_ = 0;  // the solver whose variables occur; 0: none
+    std::vector<Part> parts_;  // in any order, repeats allowed until merge()
+    std::vector<Ite> ites_;
+    std::size_t merged_ = 0;  // parts_.size() after the last merge, to merge at each doubling
+};
+
+// A formula over comparisons of terms and Boolean variables.
+class Formula {
+  public:
+    template <std::same_as<bool> B>
+    Formula(B value)  // NOLINT: `f && true`; only bool, so that `f && 1` does not compile
+        : Formula(constant(value)) {}
+
+    // Whether both are the same formula: one a copy of the other (as unsat_core() returns the
+    // assumptions), not merely equal in meaning.
+    bool identical(const Formula& other) const noexcept { return node_ == other.node_; }
+
+    friend Formula operator!(const Formula& f);
+    friend Formula operator&&(const Formula& a, const Formula& b);
+    friend Formula operator||(const Formula& a, const Formula& b);
+
+  private:
+    friend struct detail::Access;
+
+    explicit Formula(std::shared_ptr<const detail::Node> node) : node_(std::move(node)) {}
+    static Formula constant(bool value);
+
+    std::shared_ptr<const detail::Node> node_;
+};
+
+Formula implies(const Formula& a, const Formula& b);
+// `then` when the condition holds, `otherwise` when not. With a constant condition this is
+// simply one of the two terms; otherwise the term is outside the decided fragment for now.
+Term ite(const Formula& condition, const Term& then, const Term& otherwise);
+
+class Solver {
+  public:
+    Solver();
+    ~Solver();
+    Solver(Solver&&) noexcept;  // a moved-from solver may only be destroyed or assigned to
+    Solver& operator=(Solver&&) noexcept;
+
+    // A new variable each call, even when the name repeats (as a declaration after a pop does).
+    Term real(std::string_view name);
+    Term integer(std::string_view name);
+    Formula boolean(std::string_view name);
+
+    void add(const Formula& f);
+    Result check();
+    // Decides the assertions together with `assumptions`, which are then forgotten again.
+    Result check(std::span<const Formula> assumptions);
+    void push(unsigned levels = 1);
+    // Removes what was added since the matching push (std::invalid_argument past level 0).
+    void pop(unsigned levels = 1);
+    unsigned level() const;
+
+    // The model of the last check() when it answered Sat and nothing was added, pushed or popped
+    // since. Variables created after that check are 0. UsageError otherwise, and for a formula
+    // over Boolean variables (which have no values yet).
+    QNumber value(const Term& t) const;
+    bool value(const Formula& f) const;
+    // After check(assumptions) answered Unsat (nothing added, pushed or popped since): the
+    // assumptions whose constraints the refutation uses, in the order given. An assumption that
+    // is constant true is never in it.
+    std::vector<Formula> unsat_core() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vorn::smt

@@ -1,0 +1,290 @@
+// The embedding API: a table of small problems with known answers, incremental use, cores,
+// misuse, and random conjunctions decided against Fourier–Motzkin elimination.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+#include <string>
+#include <tuple>
+
+#include "support/fourier_motzkin.h"
+#include "vorn/smt/solver.h"
+
+using vorn::QNumber;
+using vorn::smt::Formula;
+using vorn::smt::Result;
+using vorn::smt::Solver;
+using vorn::smt::Term;
+using vorn::smt::UsageError;
+
+namespace {
+
+// Non-linear products and formulas from integers must not compile.
+template <class A, class B>
+concept Multipliable = requires(A a, B b) {
+    a* b;
+};
+static_assert(!Multipliable<Term, Term> && Multipliable<int, Term> && Multipliable<Term, QNumber>);
+static_assert(!std::is_convertible_v<int, Formula> && std::is_convertible_v<bool, Formula>);
+
+// Each case sees Real x, y, Int n, m and a Boolean b of a fresh solver.
+struct Vars {
+    Term x, y, n, m;
+    Formula b;
+};
+using Formulas = std::vector<Formula>;
+using V = const Vars&;
+
+TEST(SolverTest, SmallProblems) {
+    // clang-format off
+    const std::tuple<const char*, Result, Formulas (*)(V)> cases[] = {
+        {"strict bounds meet", Result::Unsat, [](V v) { return Formulas{v.x > 1, v.x <= 1}; }},
+        {"closed bounds meet", Result::Sat,
+         [](V v) { return Formulas{v.x >= 1, 1 >= v.x, 3 * v.x == 3}; }},
+        {"open interval, Real", Result::Sat,
+         [](V v) { return Formulas{0 < 2 * v.x - 2 * v.y && 2 * v.x - 2 * v.y < 2}; }},
+        {"open interval, Int", Result::Unsat,
+         [](V v) { return Formulas{0 < 2 * v.n - 2 * v.m && 2 * v.n - 2 * v.m < 2}; }},
+        {"odd and even", Result::Unsat, [](V v) { return Formulas{2 * v.n == 1}; }},
+        {"Int in between", Result::Sat,
+         [](V v) { return Formulas{QNumber(7, 2) < v.n, v.n < QNumber(9, 2)}; }},
+        {"disequality pins", Result::Unsat,
+         [](V v) { return Formulas{v.x != 0, v.x >= 0, v.x <= 0}; }},
+        {"disequality leaves room", Result::Sat,
+         [](V v) { return Formulas{v.x != 1, v.x >= 1, v.x <= 2, v.n != 0, v.n >= 0, v.n <= 1}; }},
+        {"negations pushed inward", Result::Unsat,
+         [](V v) { return Formulas{!(v.x <= 0) || false, !(v.x != 2), !!(v.x < 2)}; }},
+        {"negated equality", Result::Unsat,
+         [](V v) { return Formulas{!(v.x == v.y + 1), v.x - 1 >= v.y, v.x - 1 <= v.y}; }},
+        {"implication reduces", Result::Unsat,
+         [](V v) { return Formulas{implies(v.x > 0, false), implies(true, v.x >= 1)}; }},
+        {"negated implication", Result::Sat,
+         [](V v) { return Formulas{!implies(v.x > 0, v.x > 1), !(v.x < 1)}; }},
+        {"constant false", Result::Unsat, [](V v) { return Formulas{v.x - v.x > 0}; }},
+        {"constant true", Result::Sat, [](V) { return Formulas{true}; }},
+        {"constant ite", Result::Unsat,
+         [](V v) { return Formulas{ite(v.x == v.x, v.x, v.y) == 3, v.x != 3}; }},
+        {"disjunction", Result::Unknown, [](V v) { return Formulas{v.x < 0 || v.x > 1}; }},
+        {"Boolean variable", Result::Unknown, [](V v) { return Formulas{v.b, v.x > 0}; }},
+        {"ite on a variable", Result::Unknown,
+         [](V v) { return Formulas{ite(v.x > 0, v.x, -v.x) >= 0}; }},
+        {"unsupported beside unsat", Result::Unsat,
+         [](V v) { return Formulas{(v.x < 0 || v.x > 1) && v.b, v.x > 5, v.x < 3}; }},
+    };
+    // clang-format on
+    for (const auto& [name, expected, build] : cases) {
+        SCOPED_TRACE(name);
+        Solver s;
+        Formulas fs =
+            build({s.real("x"), s.real("y"), s.integer("n"), s.integer("m"), s.boolean("b")});
+        for (const Formula& f : fs)
+            s.add(f);
+        ASSERT_EQ(s.check(), expected);
+        if (expected != Result::Sat) continue;
+        for (const Formula& f : fs)
+            EXPECT_TRUE(s.value(f));
+    }
+}
+
+TEST(SolverTest, PushPopRedeclaresAndForgets) {
+    Solver s;
+    Term x = s.real("x");
+    s.add(x >= 0);
+    s.push(2);
+    Term shadow = s.real("x");
+    s.add(shadow == x + 1 && x >= 10);
+    s.add(s.boolean("b"));
+    EXPECT_EQ(s.check(), Result::Unknown);
+    s.pop();
+    EXPECT_EQ(s.level(), 1u);
+    s.add(x < 0);
+    EXPECT_EQ(s.check(), Result::Unsat);
+    s.pop();
+    Term again = s.real("x");
+    s.add(again == x - 3 && x <= 1);
+    ASSERT_EQ(s.check(), Result::Sat);
+    EXPECT_EQ(s.value(again), s.value(x) - 3);
+    EXPECT_LE(s.value(x), QNumber(1));
+    EXPECT_EQ(s.value(s.real("fresh") + 2), QNumber(2));  // never seen by the check: 0
+}
+
+TEST(SolverTest, AssumptionsAndCores) {
+    Solver s;
+    Term x = s.real("x"), y = s.real("y"), n = s.integer("n");
+    s.add(y <= 100);
+    Formula big = x >= 10, small = x <= 5, pos = y >= 0;
+    // Assumptions, and the indices of the expected core among them.
+    const std::pair<std::vector<Formula>, std::vector<std::size_t>> cases[] = {
+        {{pos, big, true, small, s.boolean("b")}, {1, 3}},
+        {{pos, false}, {1}},
+        {{2 * n == 1, pos}, {0}},
+        {{x != 0, pos, x == 0}, {0, 2}},
+        {{pos, big, x < 10}, {1, 2}},
+    };
+    for (const auto& [assumptions, expected] : cases) {
+        SCOPED_TRACE(&assumptions - &cases[0].first);
+        ASSERT_EQ(s.check(assumptions), Result::Unsat);
+        std::vector<Formula> core = s.unsat_core();
+        ASSERT_EQ(core.size(), expected.size());
+        for (std::size_t i = 0; i < core.size(); ++i)
+            EXPECT_TRUE(core[i].identical(assumptions[expected[i]])) << i;
+        ASSERT_EQ(s.check(), Result::Sat);  // the assumptions are gone
+    }
+    ASSERT_EQ(s.check(std::vector<Formula>{pos, x == 4}), Result::Sat);
+    EXPECT_EQ(s.value(x), QNumber(4));
+}
+
+TEST(SolverTest, Misuse) {
+    Solver other;
+    Term foreign = other.real("z");
+    const std::pair<const char*, std::function<void(Solver&, Term)>> misuse[] = {
+        {"value before check", [](Solver& s, Term x) { s.value(x); }},
+        {"value after add", [](Solver& s, Term x) { s.check(), s.add(x > 0), s.value(x); }},
+        {"value after push", [](Solver& s, Term x) { s.check(), s.push(), s.value(x); }},
+        {"value after pop", [](Solver& s, Term x) { s.push(), s.check(), s.pop(), s.value(x); }},
+        {"value after unsat", [](Solver& s, Term x) { s.add(false), s.check(), s.value(x); }},
+        {"value of a Boolean", [](Solver& s, Term) { s.check(), s.value(s.boolean("b")); }},
+        {"core after sat", [](Solver& s, Term x) { s.check({{x > 0}}), s.unsat_core(); }},
+        {"core without assumptions",
+         [](Solver& s, Term) { s.add(false), s.check(), s.unsat_core(); }},
+        {"foreign term added", [&](Solver& s, Term) { s.add(foreign > 0); }},
+        {"foreign assumption", [&](Solver& s, Term) { s.check({{foreign > 0}}); }},
+        {"foreign value", [&](Solver& s, Term) { s.check(), s.value(foreign); }},
+        {"terms mixed", [&](Solver&, Term x) { (void)(x + foreign); }},
+        {"formulas mixed", [&](Solver&, Term x) { (void)(x > 0 && foreign > 0); }},
+    };
+    for (const auto& [name, run] : misuse) {
+        Solver s;
+        EXPECT_THROW(run(s, s.real("x")), UsageError) << name;
+    }
+    Solver s;
+    s.push();
+    EXPECT_THROW(s.pop(2), std::invalid_argument);
+    EXPECT_EQ(s.level(), 1u);  // unchanged by the refused pop
+}
+
+TEST(SolverTest, ValuesUnderTheModel) {
+    Solver s;
+    Term x = s.real("x"), y = s.real("y"), n = s.integer("n");
+    s.add(x == 2 && y == QNumber(-1, 2) && n >= 3 && n <= 3);
+    ASSERT_EQ(s.check(), Result::Sat);
+    const std::pair<Formula, bool> formulas[] = {
+        {implies(x > 0, y > 0), false}, {implies(y > 0, x > 5), true},
+        {x > 0 || y > 0, true},         {!(x > 0) || y > 0, false},
+        {x > 0 && !(y < 0), false},     {ite(x > y, x, y) == 2, true},
+        {ite(y > x, x, y) == 2, false}, {x != 2, false},
+        {2 * y + 1 == 0, true},         {n - 3 * y > QNumber(9, 2), false},
+    };
+    for (const auto& [f, expected] : formulas)
+        EXPECT_EQ(s.value(f), expected);
+    EXPECT_EQ(s.value(ite(x > 0, 3 * x, y) - ite(x < 0, x, n)), QNumber(3));
+    EXPECT_EQ(s.value(-(x - y) * QNumber(2, 5) + 1), 0);
+}
+
+// Built as a caller's loop would: the sum by +=, the formula as a chain 200000 deep, which
+// translation, evaluation and destruction must not recurse through.
+TEST(SolverTest, LongChainsStayLinearAndShallow) {
+    Solver s;
+    std::vector<Term> vars;
+    std::vector<Formula> nonnegative;
+    for (int i = 0; i < 100; ++i) {
+        vars.push_back(s.real("v" + std::to_string(i)));
+        nonnegative.push_back(vars.back() >= 0);
+    }
+    Term sum;
+    Formula all = true;
+    for (std::size_t i = 0; i < 200000; ++i) {
+        sum += vars[i % 100];
+        all = all && nonnegative[i % 100];
+    }
+    s.add(all && sum == 2000);
+    ASSERT_EQ(s.check(), Result::Sat);
+    EXPECT_EQ(s.value(sum), QNumber(2000));
+    EXPECT_TRUE(s.value(all));
+}
+
+// Σ coeffs·x + constant ⋈ 0 for ⋈ in <=, <, >=, >, =, ≠.
+struct RandomAtom {
+    std::vector<int> coeffs;
+    int constant, relation;
+};
+
+// Feasibility by Fourier–Motzkin, each disequality tried as < and as >.
+bool reference(const std::vector<RandomAtom>& atoms) {
+    auto ne = std::count_if(atoms.begin(), atoms.end(), [](auto& a) { return a.relation == 5; });
+    for (std::size_t sides = 0; sides < std::size_t{1} << ne; ++sides) {
+        std::vector<vorn::test::Inequality> system;
+        std::size_t k = 0;
+        for (const RandomAtom& a : atoms) {
+            vorn::test::Inequality ge, le;  // t ≥ 0, −t ≥ 0
+            for (std::size_t v = 0; v < a.coeffs.size(); ++v)
+                if (a.coeffs[v] != 0) {
+                    ge.coeffs[static_cast<int>(v) + 1] = a.coeffs[v];
+                    le.coeffs[static_cast<int>(v) + 1] = -a.coeffs[v];
+                }
+            ge.constant = a.constant;
+            le.constant = -a.constant;
+            int rel = a.relation == 5 ? (sides >> k++ & 1 ? 1 : 3) : a.relation;
+            le.strict = rel == 1;
+            ge.strict = rel == 3;
+            if (rel == 0 || rel == 1 || rel == 4) system.push_back(le);
+            if (rel == 2 || rel == 3 || rel == 4) system.push_back(ge);
+        }
+        if (vorn::test::fm_feasible(system)) return true;
+    }
+    return false;
+}
+
+TEST(SolverTest, RandomConjunctionsAgainstFourierMotzkin) {
+    for (std::uint64_t seed = 1; seed <= 2000; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937_64 rng(seed);
+        auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+        Solver s;
+        std::vector<Term> vars;
+        for (int v = 2 + pick(2); v > 0; --v)
+            vars.push_back(s.real("x" + std::to_string(v)));
+        std::vector<RandomAtom> atoms;
+        std::vector<Formula> added, assumed;
+        for (int i = 1 + pick(6); i > 0; --i) {
+            RandomAtom a{{}, pick(9) - 4, pick(6)};
+            Term t = a.constant;
+            for (const Term& x : vars) {
+                a.coeffs.push_back(pick(3) == 0 ? 0 : pick(7) - 3);
+                t += a.coeffs.back() * x;
+            }
+            Formula f = a.relation == 0   ? t <= 0
+                        : a.relation == 1 ? t < 0
+                        : a.relation == 2 ? t >= 0
+                        : a.relation == 3 ? t > 0
+                        : a.relation == 4 ? t == 0
+                                          : t != 0;
+            if (pick(3) == 0)
+                f = !(a.relation == 0   ? t > 0  // the same atom, negated twice
+                      : a.relation == 1 ? t >= 0
+                      : a.relation == 2 ? t < 0
+                      : a.relation == 3 ? t <= 0
+                      : a.relation == 4 ? t != 0
+                                        : t == 0);
+            atoms.push_back(a);
+            (pick(2) ? added : assumed).push_back(f);
+        }
+        for (const Formula& f : added)
+            s.add(f);
+        Result r = s.check(assumed);
+        ASSERT_EQ(r, reference(atoms) ? Result::Sat : Result::Unsat);
+        if (r == Result::Sat) {
+            for (const Formula& f : added)
+                EXPECT_TRUE(s.value(f));
+            for (const Formula& f : assumed)
+                EXPECT_TRUE(s.value(f));
+        } else {
+            std::vector<Formula> core = s.unsat_core();
+            EXPECT_LE(core.size(), assumed.size());
+            EXPECT_EQ(s.check(core), Result::Unsat);  // the core alone still refutes
+        }
+    }
+}
+
+}  // namespace
