@@ -90,6 +90,8 @@ def check_farkas(cert, words, path):
             if int(ref) not in path:
                 raise ValueError("split %s is not an ancestor" % ref)
             terms, c, bound_upper, is_strict = split_bound(cert, int(ref), path[int(ref)])
+            if is_strict and terms and all(cert["vars"][v] == "Int" for v in terms):
+                c, is_strict = rounded("<" if bound_upper else ">", c, terms), False
             if bound_upper != upper:
                 raise ValueError("split %s used on the wrong side" % ref)
         sign = mult if upper else -mult  # upper: m(c - t) >= 0; lower: m(t - c) >= 0

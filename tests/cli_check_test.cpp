@@ -73,6 +73,11 @@ const ScriptCase kScripts[] = {
 (assert (< (+ (* 4 x) y) 5))(assert (<= (- (* 3 y) x) (- 5)))(assert (> (- y x) (- 2)))
 (check-sat)(assert (> x (- 1)))(check-sat))",
      "sat\nunsat\n"},
+    {"Int disequalities over unbounded terms close at once", R"((declare-const a Int)
+(declare-const b Int)(assert (distinct a b))(assert (< (- a b) 1))(assert (> (- a b) (- 1)))
+(check-sat)(assert (distinct (+ a 1) b))(assert (< (- a b) 3))(assert (> (- a b) (- 3)))
+(check-sat))",
+     "unsat\nunsat\n"},
     {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
 (assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
      "sat\n((n 2))\nunsat\n"},

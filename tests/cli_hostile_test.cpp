@@ -161,8 +161,9 @@ TEST(CliHostile, AnswersDoNotDependOnHowTheQuestionIsAsked) {
 
 TEST(CliHostile, ExitStatusesOfTheCommandLine) {
     std::string file = temp_file("a.lin", "x = 1\n");
-    for (const char* args : {"", "solve", "frobnicate", "solve --bogus a.lin",
-                             "solve --format xml a.lin", "tableau --format-in c a.lin"})
+    for (const char* args :
+         {"", "solve", "frobnicate", "solve --bogus a.lin", "solve --format xml a.lin",
+          "tableau --format-in c a.lin", "check --bb-limit 0 a.lin"})
         EXPECT_EQ(run_tool(args).status, 2) << args;
     auto unknown = run_tool("solve --eliminate 'no\nsuch' " + file);
     EXPECT_EQ(unknown.status, 2);

@@ -153,6 +153,13 @@ bool ProofChecker::split_bound(std::size_t leaf, std::size_t split, Bound& b) co
         b.term = s.term;
         b.c = s.constant;
         b.strict = true;
+        // A side over Int variables counts rounded, as the solver asserts it.
+        if (integral(b.term))
+            if (auto r =
+                    lra::round_integral_bound(b.term, high ? Relation::Gt : Relation::Lt, b.c)) {
+                b.c = r->constant;
+                b.strict = false;
+            }
     } else {
         b.term = {{s.var, QNumber(1)}};
         b.c = high ? s.below + QNumber(1) : s.below;

@@ -83,6 +83,8 @@ class Decider {
     void copy_branch_proof(std::size_t node);
 
     const Problem& problem_;
+    DecideOptions options_;
+    std::uint64_t budget_ = 0;  // branch-and-bound nodes left in the current check
     lra::Simplex simplex_;
     lra::BranchAndBound branch_;
     std::vector<Level> levels_;

@@ -3,6 +3,7 @@
 #include "decider.h"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 
 #include "vorn/smt/model_check.h"
@@ -41,10 +42,12 @@ const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
 }
 
 Decider::Decider(const Problem& problem, const DecideOptions& options)
-    : problem_(problem), branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
+    : problem_(problem),
+      options_(options),
+      branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
 
 void Decider::set_options(const DecideOptions& options) {
-    branch_.set_options(lra::BranchOptions{options.bb_limit});
+    options_ = options;
 }
 
 void Decider::push() {
@@ -106,6 +109,8 @@ Decision Decider::check() {
     model_.clear();
     Decision d;
     bool integral = integral_atoms_ > 0;
+    budget_ =
+        options_.bb_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : options_.bb_limit;
     if (false_atom_) {
         const Atom& atom = problem_.atoms[*false_atom_];
         auto term = problem_.term(atom.first_term);
@@ -167,9 +172,15 @@ Decider::Result Decider::search() {
     }
 }
 
+// Branch and bound gets what is left of the check's node budget, so that the limit bounds the
+// whole check however many disequality splits it makes.
 Decider::Result Decider::check_node(std::size_t node) {
     if (integral_atoms_ > 0) {
+        if (budget_ == 0) return Result::Unknown;
+        branch_.set_options(lra::BranchOptions{budget_});
+        std::uint64_t before = branch_.stats().nodes;
         Result r = branch_.check();
+        budget_ -= std::min(budget_, branch_.stats().nodes - before);
         if (r == Result::Unsat) copy_branch_proof(node);
         return r;
     }
@@ -312,8 +323,9 @@ bool Decider::make_split(std::size_t node, SplitTerm s) {
 // The bound of split `node` on one side; its reason names the split by its depth on the stack.
 void Decider::assert_split(std::size_t node, bool high) {
     lra::Reason reason = static_cast<lra::Reason>(problem_.atoms.size() + stack_.size() - 1);
-    simplex_.assert_term(split_vars_[node], high ? lra::Relation::Gt : lra::Relation::Lt,
-                         proof_[node].constant, reason);
+    // Over Int variables the side is rounded (t < c to t ≤ ⌈c⌉ − 1), as bounds of atoms are.
+    branch_.assert_term(split_vars_[node], high ? lra::Relation::Gt : lra::Relation::Lt,
+                        proof_[node].constant, reason);
 }
 
 FarkasEntry Decider::translate(const lra::Explanation& e,

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <limits>
 #include <optional>
 
 #include "cli/check.h"
@@ -183,8 +184,9 @@ int run(int argc, char** argv) {
                         "large); SMT-LIB scripts ask with (get-model)");
     check_cmd
         ->add_option("--bb-limit", args.check.decide.bb_limit,
-                     "branch-and-bound nodes per check before answering unknown (0: no "
-                     "limit)")
+                     "branch-and-bound nodes one check-sat may explore, over all its "
+                     "disequality splits, before answering unknown (at least 1)")
+        ->check(CLI::Range(std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()))
         ->default_val(10000);
     check_cmd->add_flag("--certificate", args.check.certificate,
                         "print a checkable certificate after every unsat (docs/certificates.md)");

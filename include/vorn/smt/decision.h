@@ -55,7 +55,7 @@ struct ProofStep {
 };
 
 struct DecideOptions {
-    std::uint64_t bb_limit = 10000;  // branch-and-bound nodes per check (0: no limit)
+    std::uint64_t bb_limit = 10000;  // branch-and-bound nodes in one whole check (0: no limit)
 };
 
 struct DecideStats {
