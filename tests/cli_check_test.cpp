@@ -59,6 +59,12 @@ const ScriptCase kScripts[] = {
      "(error \"s.smt2:1:50: undeclared symbol 'z'\")\n"
      "(error \"s.smt2:2:1: no model: the last check-sat did not answer sat\")\n"
      "(error \"s.smt2:2:13: unknown command 'frobnicate'\")\n\"still \"\"here\"\"\"\nsat\n"},
+    {"bit-vector literals fail their command; terms echo as written", R"((declare-const y Int)
+(declare-const x Real)(assert (= y #b101))(assert (= x 2))(check-sat)
+(get-value ((let ((z x)) (+ z 1)) (! x :named n)))(get-info :authors))",
+     "(error \"s.smt2:2:36: binary and hexadecimal literals (bit-vectors) are not supported\")\n"
+     "sat\n(((let ((z x)) (+ z 1)) 3.0) ((! x :named n) 2.0))\n(:authors \"The vorn "
+     "developers\")\n"},
     {"definitions with parameters", R"((declare-const x Real)(declare-const y Real)
 (define-fun avg ((a Real) (b Real)) Real (/ (+ a b) 2))(define-fun shift ((a Real)) Real (+ a x))
 (define-fun in ((lo Real) (v Real) (hi Real)) Bool (and (< lo v) (< v hi)))

@@ -288,6 +288,8 @@ void ScriptEngine::get_info() {
         out_ << "(:name \"vorn\")\n";
     } else if (key == ":version") {
         out_ << "(:version \"" << VORN_VERSION << "\")\n";
+    } else if (key == ":authors") {
+        out_ << "(:authors \"The vorn developers\")\n";
     } else if (key == ":error-behavior") {
         out_ << "(:error-behavior continued-execution)\n";
     } else if (key == ":reason-unknown") {

@@ -1,5 +1,7 @@
 #include "vorn/io/sexpr.h"
 
+#include <cctype>
+
 #include <cstring>
 
 #include "vorn/io/escape.h"
@@ -103,7 +105,7 @@ void SExprReader::atom(SNode& node) {
         node.kind = SNode::Kind::Keyword;
         return symbol(node, i_++);
     }
-    if (c == '#') throw ParseError(node.pos, "binary and hexadecimal literals are not supported");
+    if (c == '#') return bits(node);
     std::string_view rest = text_.substr(i_);
     std::size_t n = std::max<std::size_t>(1, utf8_sequence_length(rest));
     throw ParseError(node.pos, "unexpected character " + quoted(rest.substr(0, n)));
@@ -200,6 +202,25 @@ void SExprReader::number(SNode& node) {
     node.text_size = static_cast<std::uint32_t>(i_ - begin);
     if (node.text_size > kMaxNumeralDigits)
         check_numeral_length(text_.substr(begin, i_ - begin), node.pos);
+}
+
+void SExprReader::bits(SNode& node) {
+    std::size_t begin = i_++;
+    char base = at_end() ? '\0' : text_[i_++];
+    auto digit = [&](char d) {
+        return base == 'b' ? d == '0' || d == '1' : std::isxdigit(static_cast<unsigned char>(d));
+    };
+    std::size_t first = i_;
+    while (!at_end() && (base == 'b' || base == 'x') && digit(text_[i_]))
+        ++i_;
+    if ((base != 'b' && base != 'x') || i_ == first || (!at_end() && symbol_char(text_[i_]))) {
+        while (!at_end() && symbol_char(text_[i_]))
+            ++i_;
+        throw ParseError(node.pos, "malformed literal " + quoted(text_.substr(begin, i_ - begin)));
+    }
+    node.kind = SNode::Kind::Bits;
+    node.text_begin = static_cast<std::uint32_t>(begin);
+    node.text_size = static_cast<std::uint32_t>(i_ - begin);
 }
 
 void SExprReader::skip_comment() {

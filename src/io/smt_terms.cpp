@@ -158,6 +158,8 @@ void TermEvaluator::start(Id id) {
             fail(n.pos, "expected a term, found a string literal");
         case SNode::Kind::Keyword:
             fail(n.pos, "expected a term, found the keyword " + quoted(symbols_.name(n.symbol)));
+        case SNode::Kind::Bits:
+            fail(n.pos, "binary and hexadecimal literals (bit-vectors) are not supported");
         case SNode::Kind::List:
             return start_list(id);
     }

@@ -34,6 +34,16 @@ void append_value(std::string& out, const QNumber& value, smt::Sort sort) {
     out += ')';
 }
 
+namespace {
+
+bool is_syntax(std::string_view word) {
+    for (std::string_view w : {"let", "!", "_", "as", "forall", "exists", "match", "par"})
+        if (word == w) return true;
+    return false;
+}
+
+}  // namespace
+
 void append_sexpr(std::string& out, const SExprTree& tree, SExprTree::Id id,
                   const smt::NameTable& symbols) {
     std::vector<SExprTree::Id> open;  // ends of the lists not closed yet
@@ -51,7 +61,12 @@ void append_sexpr(std::string& out, const SExprTree& tree, SExprTree::Id id,
                 open.push_back(n.end);
                 break;
             case SNode::Kind::Symbol:
-                smt::append_symbol(out, symbols.name(n.symbol));
+                // As written where a list starts with syntax (let, !, _, as, ...), not a symbol.
+                if (i != id && tree[i - 1].kind == SNode::Kind::List &&
+                    is_syntax(symbols.name(n.symbol)))
+                    out += symbols.name(n.symbol);
+                else
+                    smt::append_symbol(out, symbols.name(n.symbol));
                 break;
             case SNode::Kind::Keyword:
                 out += symbols.name(n.symbol);

@@ -22,12 +22,14 @@ namespace vorn::io {
 
 // 32 bytes, written once as the text is read.
 struct SNode {
-    enum class Kind : std::uint8_t { List, Symbol, Keyword, Numeral, Decimal, String };
+    // Bits: a binary (#b101) or hexadecimal (#x1F) literal, kept as written; the linear fragment
+    // has no use for them, so the command that meets one fails, not the reading.
+    enum class Kind : std::uint8_t { List, Symbol, Keyword, Numeral, Decimal, String, Bits };
     Kind kind = Kind::List;
     std::uint32_t symbol = 0;  // Symbol and Keyword (with its ':'): the interned name
     std::uint32_t end = 0;     // List: the node after its last descendant
     std::uint32_t size = 0;    // List: how many children
-    // Numeral and Decimal: the lexeme; String: what is between the quotes (SExprTree::text).
+    // Numeral, Decimal and Bits: the lexeme; String: what is between the quotes (SExprTree::text).
     std::uint32_t text_begin = 0;
     std::uint32_t text_size = 0;
     smt::SourcePos pos;
@@ -94,6 +96,7 @@ class SExprReader {
     void quoted_symbol(SNode& node);
     void string_literal(SNode& node);
     void number(SNode& node);
+    void bits(SNode& node);
     void skip_comment();
     void newline_at(std::size_t i) {
         ++line_;
