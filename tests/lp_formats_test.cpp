@@ -110,6 +110,12 @@ const Bad kBad[] = {
     {vorn::io::read_lp, "min\n x\nst\n c: 5 >= x <= 7\n", 4, 2, "range"},
     {vorn::io::read_lp, "min\n x\nst\n c: x >= \nend\n", 5, 1, "number"},
     {vorn::io::read_lp, "min\n x\nsemi-continuous\n x\n", 3, 1, "unsupported"},
+    {vorn::io::read_lp, "min\n x\nst\n c: 2 3 x >= 1\n", 4, 7, "expected + or -"},
+    {vorn::io::read_lp, "min\n x\nst\n c: x y >= 1\n", 4, 7, "expected + or -"},
+    {vorn::io::read_mps, "ROWS\n N c\nCOLUMNS\n x c 1\nBOUNDS\n UP b y 4\nENDATA\n", 6, 7,
+     "unknown column"},
+    {vorn::io::read_mps, "ROWS\n N c\n L r\nCOLUMNS\n x r 1 c 2\n x r 3\nENDATA\n", 6, 4,
+     "second value"},
 };
 
 }  // namespace

@@ -205,6 +205,9 @@ class LpReader {
             }
             if (peek().kind == Kind::Other && peek().text == "[")
                 throw ParseError(peek().pos, "quadratic terms are not linear constraints");
+            // "2 3 x" or "x y" is no sum: terms are joined by signs.
+            if (any && !sign_seen)
+                throw ParseError(peek().pos, "expected + or - before " + quoted(peek().text));
             bool number = peek().kind == Kind::Number;
             if (number) coeff *= literal(take());
             if (peek().kind == Kind::Name && expression_continues()) {

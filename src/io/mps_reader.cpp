@@ -1,6 +1,7 @@
 #include "vorn/io/mps_reader.h"
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <array>
 #include <vector>
@@ -206,8 +207,15 @@ class MpsReader {
             throw ParseError(f[0].pos, "expected a column, then pairs of row and value");
         int col = program_.column(f[0].text, f[0].pos);
         if (integer_) program_.set_integer(col);
-        for (std::size_t i = 1; i + 1 < f.size(); i += 2)
-            row_of(f[i]).expr.add_entry(col, number(f[i + 1]));
+        for (std::size_t i = 1; i + 1 < f.size(); i += 2) {
+            Row& row = row_of(f[i]);
+            auto pair = static_cast<std::uint64_t>(col) << 32 |
+                        static_cast<std::uint64_t>(&row - rows_.data());
+            if (!entries_.insert(pair).second)
+                throw ParseError(f[i].pos, "a second value for column " + quoted(f[0].text) +
+                                               " in row " + quoted(f[i].text));
+            row.expr.add_entry(col, number(f[i + 1]));
+        }
     }
 
     // RHS and RANGES: an optional set name, then pairs of row and value.
@@ -235,7 +243,8 @@ class MpsReader {
         if (f.size() != expected && f.size() != expected + 1)
             throw ParseError(f[0].pos, "expected a bound type, a column and a value");
         const Field& name = f[f.size() - (takes_value ? 2 : 1)];
-        int col = program_.column(name.text, name.pos);
+        int col = program_.find_column(name.text);
+        if (col == 0) throw ParseError(name.pos, "unknown column " + quoted(name.text));
         std::optional<QNumber> value;
         if (takes_value) {
             QNumber v = number(f.back());
@@ -330,6 +339,7 @@ class MpsReader {
     LinearProgram program_;
     std::vector<Row> rows_;
     absl::flat_hash_map<std::string_view, std::size_t> row_index_;
+    absl::flat_hash_set<std::uint64_t> entries_;  // (column, row) pairs given in COLUMNS
     std::string_view objective_name_;
     int objective_ = -1;
     bool integer_ = false;

@@ -23,6 +23,8 @@ class LinearProgram {
 
     // The column called `name`, created (continuous, in [0, +∞)) at its first mention.
     int column(std::string_view name, smt::SourcePos pos);
+    // The column called `name`, or 0 when there is none.
+    int find_column(std::string_view name) const { return problem_.variables.find(name); }
     void set_integer(int col) { problem_.variables.set_sort(col, smt::Sort::Int); }
     void set_lower(int col, const Bound& value, smt::SourcePos pos);
     void set_upper(int col, const Bound& value, smt::SourcePos pos);
