@@ -72,3 +72,25 @@ BENCHMARK(BM_ReadLin)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->U
 BENCHMARK(BM_ReadSmt2)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
+
+// (+ 1 (+ 1 ... x)) nested `depth` deep: reading must stay linear in the depth (it was
+// quadratic in time and memory while each level copied the constants below it).
+void BM_ReadNestedSum(benchmark::State& state) {
+    const auto depth = static_cast<std::size_t>(state.range(0));
+    std::string text = "(declare-const x Real)(assert (> ";
+    for (std::size_t i = 0; i < depth; ++i)
+        text += "(+ 1 ";
+    text += "x" + std::string(depth, ')') + " 0))";
+    for (auto _ : state) {
+        auto problem = vorn::io::read_smt2(text);
+        benchmark::DoNotOptimize(problem.atoms.data());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
+BENCHMARK(BM_ReadNestedSum)
+    ->Arg(2500)
+    ->Arg(5000)
+    ->Arg(9990)
+    ->Complexity()
+    ->Unit(benchmark::kMillisecond);

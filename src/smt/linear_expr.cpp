@@ -33,7 +33,9 @@ void LinearExpr::add(const LinearExpr& other, const QNumber& scale) {
         LinearExpr copy = other;
         return add(copy, scale);
     }
-    for (const auto& t : other.terms_) {
+    // `other` normalized first: a sum nested n deep, (+ 1 (+ 1 ... x)), then copies a few
+    // entries per level instead of every level's constant again.
+    for (const auto& t : other.entries()) {
         terms_.push_back(t);
         if (scale.is_minus_one())
             terms_.back().coeff.negate();
