@@ -342,9 +342,11 @@ void ScriptEngine::define() {
         !sort.is_symbol(symbol_of(Known::Int)))
         fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
     if (item(2).size != 0)
-        terms_->define_function(name.symbol, tree_, items_[2], items_[4]);
+        terms_->define_function(name.symbol, tree_, items_[2], items_[4],
+                                sort.is_symbol(symbol_of(Known::Int)));
     else
-        terms_->define(name.symbol, tree_, items_[4], formula);
+        terms_->define(name.symbol, tree_, items_[4], formula,
+                       sort.is_symbol(symbol_of(Known::Int)));
     declared_.push_back({name.symbol, 0});
     success();
 }
@@ -443,27 +445,16 @@ void ScriptEngine::get_value() {
     std::string text = "(";
     for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c)) {
         bool formula = false;
-        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &formula);
+        bool real = false;
+        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &formula, &real);
         if (expr == nullptr)
             fail(tree_[c].pos, formula ? "get-value of a formula is not supported"
                                        : "the term is outside the linear fragment");
-        QNumber value;
-        bool integral = true;
-        for (const auto& e : expr->entries()) {
-            std::size_t v = static_cast<std::size_t>(e.var);
-            if (e.var == 0) {
-                value += e.coeff;
-            } else {
-                integral = integral && problem_->variables.sort(e.var) == smt::Sort::Int;
-                if (v < last_.model.size()) value.add_product(e.coeff, last_.model[v]);
-            }
-            integral = integral && e.coeff.is_integer();
-        }
+        QNumber value = smt::evaluate(expr->entries(), last_.model);
         text += text.size() == 1 ? "(" : " (";
         append_sexpr(text, tree_, c, symbols_);
         text += ' ';
-        append_value(text, value,
-                     integral && value.is_integer() ? smt::Sort::Int : smt::Sort::Real);
+        append_value(text, value, real ? smt::Sort::Real : smt::Sort::Int);
         text += ')';
     }
     out_ << text << ")\n";

@@ -63,17 +63,19 @@ void TermEvaluator::declare_opaque(std::uint32_t symbol, bool boolean) {
     state(symbol).global = {boolean ? Meaning::BoolConstant : Meaning::Function, 0};
 }
 
-const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula) {
+const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula,
+                                                    bool* real) {
     evaluate(tree, node);
     const Value& value = values_[0];
     *formula = value.is_formula && !value.unsupported;
+    *real = value.real;
     forget_command_formulas();
     return value.is_formula || value.unsupported ? nullptr : &value.expr;
 }
 
-void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params,
-                                    Id body) {
-    Function f{tree.copy_of(body), {}};
+void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params, Id body,
+                                    bool int_sort) {
+    Function f{tree.copy_of(body), {}, int_sort};
     for (Id p = tree.first(params); p != tree.end(params); p = tree.next(p)) {
         if (!tree[p].is_list() || tree[p].size != 2 ||
             tree[tree.first(p)].kind != SNode::Kind::Symbol)
@@ -87,7 +89,8 @@ void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree,
     state(symbol).global = {Meaning::Macro, static_cast<std::uint32_t>(functions_.size() - 1)};
 }
 
-void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula) {
+void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula,
+                           bool int_sort) {
     evaluate(tree, body);
     Value& value = values_[0];
     if (value.unsupported) {
@@ -98,10 +101,13 @@ void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body,
     if (value.is_formula != formula)
         fail(tree[body].pos,
              formula ? "expected a formula, found a term" : "expected a term, found a formula");
+    if (!formula && int_sort && value.real)
+        fail(tree[body].pos, "the definition is of sort Int, its body a Real term");
     Meaning meaning{Meaning::Formula, value.formula};
     if (!formula) {
         (void)value.expr.entries();  // normalized once, as a let value
-        meaning = {Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size())};
+        meaning = {Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
+                   !int_sort};
         defined_terms_.emplace_back().swap(value.expr);
     }
     state(symbol).global = meaning;
@@ -149,9 +155,12 @@ void TermEvaluator::start(Id id) {
     const SNode& n = node(id);
     switch (n.kind) {
         case SNode::Kind::Numeral:
-        case SNode::Kind::Decimal:
-            push_value().expr.set_constant(parse_number(tree_->text(n), n.pos));
+        case SNode::Kind::Decimal: {
+            Value& value = push_value();
+            value.expr.set_constant(parse_number(tree_->text(n), n.pos));
+            value.real = n.kind == SNode::Kind::Decimal;
             return;
+        }
         case SNode::Kind::Symbol:
             return push_symbol(n);
         case SNode::Kind::String:
@@ -336,6 +345,12 @@ void TermEvaluator::finish_arith(const Frame& f) {
     Value& result = values_[f.base];
     std::size_t n = top_ - f.base;
     auto arg = [&](std::size_t i) -> smt::LinearExpr& { return values_[f.base + i].expr; };
+    bool real = false;
+    for (std::size_t i = 0; i < n; ++i)
+        real = real || values_[f.base + i].real;
+    if (f.head == Known::ToReal && real)
+        fail(arg_pos(f, 0), "'to_real' takes an Int term, not a Real one");
+    result.real = real || f.head == Known::Divide || f.head == Known::ToReal;
     switch (f.head) {
         case Known::Plus:
             for (std::size_t i = 1; i < n; ++i)
@@ -489,6 +504,13 @@ void TermEvaluator::finish_call(Frame& f) {
     tree_ = f.caller;
     barrier_ = f.saved_barrier;
     finish_let(f);
+    Value& result = values_[f.base];
+    if (result.is_formula || result.unsupported) return;
+    bool int_sort = functions_[f.function].int_sort;
+    if (int_sort && result.real)
+        fail(node(f.node).pos, quoted(name(node(tree_->first(f.node)).symbol)) +
+                                   " is of sort Int, its body a Real term here");
+    result.real = !int_sort;
 }
 
 void TermEvaluator::expect_kind(const Frame& f, bool formula) const {
@@ -506,12 +528,15 @@ void TermEvaluator::push_symbol(const SNode& node) {
     switch (m.kind) {
         case Meaning::Variable:
             value.expr.set_variable(static_cast<int>(m.index));
+            value.real = problem_.variables.sort(static_cast<int>(m.index)) == smt::Sort::Real;
             return;
         case Meaning::LetTerm:
             value.expr.add(let_terms_[m.index], QNumber(1));
+            value.real = m.real;
             return;
         case Meaning::DefinedTerm:
             value.expr.add(defined_terms_[m.index], QNumber(1));
+            value.real = m.real;
             return;
         case Meaning::Formula:
             value.formula = m.index;
@@ -548,6 +573,7 @@ TermEvaluator::Value& TermEvaluator::push_value() {
     value.expr.clear();
     value.is_formula = false;
     value.unsupported = false;
+    value.real = false;
     value.formula = 0;
     return value;
 }
@@ -560,7 +586,7 @@ void TermEvaluator::bind(const SNode& name, Value& value, std::size_t scope_begi
     if (!value.is_formula && !value.unsupported) {
         // Normalized once here, or every use would copy the unmerged sum and double it.
         (void)value.expr.entries();
-        m = {Meaning::LetTerm, static_cast<std::uint32_t>(let_terms_.size())};
+        m = {Meaning::LetTerm, static_cast<std::uint32_t>(let_terms_.size()), value.real};
         let_terms_.emplace_back().swap(value.expr);
     }
     bindings_.push_back({name.symbol, s.innermost, m});

@@ -13,6 +13,10 @@
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the
 // common term allocates nothing but the atom's entries.
 //
+// Sorts: a term is Int when its numbers are numerals and its variables Int, and Real when a
+// decimal, a Real variable, `/` or `to_real` occurs in it (Int and Real mix as in z3); a
+// definition of sort Int with a Real body and `to_real` of a Real term are errors.
+//
 // Supported: numerals, decimals, declared constants, + - * / (by constants) to_real, let, !
 // (annotations are ignored), and, or, not, =>, true, false, = <= < >= > (chained), distinct.
 // A formula reference carries a negation bit; an assertion pushes negations inward as it commits
@@ -63,14 +67,17 @@ class TermEvaluator {
     // it when it pops assertions.
     std::vector<Unsupported>& unsupported_asserted() { return asserted_unsupported_; }
     // Evaluates a term; null when it is a formula (*formula set) or outside the fragment.
-    const smt::LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula);
-    // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool) and a term
-    // otherwise, and gives `symbol` its value.
-    void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula);
+    // *real tells the term's sort: Real, or Int.
+    const smt::LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula,
+                                         bool* real);
+    // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool), an Int
+    // term when `int_sort` and a term otherwise, and gives `symbol` its value.
+    void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula,
+                bool int_sort = false);
     // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
     // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
-                         SExprTree::Id body);
+                         SExprTree::Id body, bool int_sort = false);
     // Evaluates an asserted formula and adds the atoms it reaches that are not in the problem yet.
     void assert_formula(const SExprTree& tree, SExprTree::Id node);
 
@@ -92,6 +99,7 @@ class TermEvaluator {
         };
         Kind kind = None;
         std::uint32_t index = 0;  // the variable, the slot of the term, or the formula node
+        bool real = false;        // LetTerm, DefinedTerm: of sort Real
     };
     struct SymbolState {
         Meaning global;               // outside any let
@@ -109,6 +117,7 @@ class TermEvaluator {
         FormulaId formula = 0;
         bool is_formula = false;
         bool unsupported = false;
+        bool real = false;  // a term of sort Real (else Int)
     };
     enum class Op : std::uint8_t { Arith, Relation, And, Or, Not, Implies, Let, Annotation, Call };
     struct Frame {
@@ -130,6 +139,7 @@ class TermEvaluator {
     struct Function {
         SExprTree body;  // the body at node 1
         std::vector<std::uint32_t> params;
+        bool int_sort = false;
     };
     struct FormulaNode {
         enum Kind : std::uint8_t { True, Atom, And, Or, Unsupported };
