@@ -1,6 +1,7 @@
 #include "vorn/smt/context.h"
 
 #include <stdexcept>
+#include <vector>
 
 #include "decider.h"
 
@@ -12,6 +13,7 @@ struct Context::State {
     Problem& problem;
     Decider decider;
     DecideStats stats;
+    std::vector<std::uint32_t> terms;  // the problem's term count at each push
 };
 
 Context::Context(Problem& problem, DecideOptions options)
@@ -21,6 +23,7 @@ Context::~Context() = default;
 
 void Context::push() {
     state_->decider.push();
+    state_->terms.push_back(state_->problem.term_count());
 }
 
 void Context::pop(std::size_t n) {
@@ -30,6 +33,10 @@ void Context::pop(std::size_t n) {
     std::size_t atoms = d.atoms_at(d.level() - n);
     d.pop(n);
     if (state_->problem.atoms.size() > atoms) state_->problem.atoms.resize(atoms);
+    // Terms made since the push belong to popped atoms: a long push/pop loop stays in bounds.
+    std::vector<std::uint32_t>& terms = state_->terms;
+    state_->problem.truncate_terms(terms[terms.size() - n]);
+    terms.resize(terms.size() - n);
 }
 
 std::size_t Context::level() const {

@@ -78,6 +78,12 @@ void Problem::reserve(std::size_t atoms_expected, std::size_t entries) {
     entries_.reserve(entries);
 }
 
+void Problem::truncate_terms(std::uint32_t n) {
+    if (n >= term_count()) return;
+    entries_.resize(term_begin_[n]);
+    term_begin_.resize(n + 1);
+}
+
 void Problem::release_atoms() {
     std::vector<Atom>().swap(atoms);
     std::vector<Entry>().swap(entries_);

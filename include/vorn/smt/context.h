@@ -30,8 +30,8 @@ class Context {
     Context& operator=(const Context&) = delete;
 
     void push();
-    // Pops n levels (precondition: n ≤ level()), truncating problem.atoms to its size at the
-    // matching push.
+    // Pops n levels (std::invalid_argument past level 0), truncating problem.atoms and the
+    // problem's terms to their sizes at the matching push: atoms and terms made since are gone.
     void pop(std::size_t n = 1);
     std::size_t level() const;
     // Decides the atoms now in the problem. The answer's model is indexed by problem variable.

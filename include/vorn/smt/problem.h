@@ -57,6 +57,8 @@ class Problem {
                         LinearExpr::Entries& term) const;
     std::uint32_t term_count() const { return static_cast<std::uint32_t>(term_begin_.size() - 1); }
     void reserve(std::size_t atoms, std::size_t entries);
+    // Forgets the terms from index n on (a pop: no atom refers to them any more).
+    void truncate_terms(std::uint32_t n);
     // Frees the atoms and their terms once a command has taken what it needs; the variables
     // stay.
     void release_atoms();
