@@ -53,6 +53,9 @@ const ScriptCase kScripts[] = {
      "unknown\n(:reason-unknown \"s.smt2:2:9: a disjunction is outside the linear fragment\")\n"
      "unknown\nunsat\nunknown\n(:reason-unknown \"s.smt2:4:17: non-linear product is outside "
      "the linear fragment\")\n"},
+    {"a negated and is named where it stands", R"((declare-const x Real)(declare-const y Real)
+(assert (not (and (< x 1) (> y 2))))(check-sat)(get-info :reason-unknown))",
+     "unknown\n(:reason-unknown \"s.smt2:2:14: a disjunction is outside the linear fragment\")\n"},
     {"errors keep the script going", R"((declare-const x Real)(assert (> x))(assert (< x z))
 (get-model)(frobnicate)(echo "still ""here""")(check-sat))",
      "(error \"s.smt2:1:31: '>' needs at least 2 arguments\")\n"

@@ -61,6 +61,13 @@ const Case kCases[] = {
      {"5/2*|X ONE| - 10 <= 0", "|X ONE| >= 0"},
      "",
      "0"},
+    {"fixed MPS bounds without a value on names with blanks",
+     vorn::io::read_mps,
+     "ROWS\n N  COST\nCOLUMNS\n    V A2      COST      1\n    W B       COST      1\nBOUNDS\n"
+     " FR BND       V A2\n BV BND       W B\nENDATA\n",
+     {"|W B| >= 0", "|W B| - 1 <= 0"},
+     "W B",
+     "|V A2| + |W B|"},
     {"LP",
      vorn::io::read_lp,
      "\\ a comment\nMaximize\n obj: 3 x + 2y - z + 4\nSubject To\n c1: x + y <= 10\n"

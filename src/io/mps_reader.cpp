@@ -130,8 +130,15 @@ class MpsReader {
             case Section::Rhs:
             case Section::Ranges:
                 return f.size() >= 2 && f.size() <= 5 && pairs_fit(f, f.size() % 2);
-            case Section::Bounds:
-                return f.size() >= 2 && f.size() <= 4;
+            case Section::Bounds: {
+                // Type, optional set name, a known column, and a number when the type takes one.
+                if (f.empty()) return false;
+                bool valued = takes_value(f[0].text);
+                std::size_t base = valued ? 3 : 2;
+                if (f.size() != base && f.size() != base + 1) return false;
+                if (valued && !parse_real_literal(f.back().text)) return false;
+                return program_.find_column(f[f.size() - (valued ? 2 : 1)].text) != 0;
+            }
             default:
                 return true;
         }
@@ -141,6 +148,10 @@ class MpsReader {
         for (std::size_t i = first; i + 1 < f.size(); i += 2)
             if (!row_index_.contains(f[i].text) || !parse_real_literal(f[i + 1].text)) return false;
         return (f.size() - first) % 2 == 0;
+    }
+
+    static bool takes_value(std::string_view type) {
+        return type != "FR" && type != "MI" && type != "PL" && type != "BV";
     }
 
     static bool is_marker(const std::vector<Field>& f) {
@@ -237,16 +248,16 @@ class MpsReader {
 
     void bound(const std::vector<Field>& f) {
         std::string_view type = f[0].text;
-        bool takes_value = type != "FR" && type != "MI" && type != "PL" && type != "BV";
+        bool valued = takes_value(type);
         // Type, optional set name, column, value (when the type takes one).
-        std::size_t expected = takes_value ? 3 : 2;
+        std::size_t expected = valued ? 3 : 2;
         if (f.size() != expected && f.size() != expected + 1)
             throw ParseError(f[0].pos, "expected a bound type, a column and a value");
-        const Field& name = f[f.size() - (takes_value ? 2 : 1)];
+        const Field& name = f[f.size() - (valued ? 2 : 1)];
         int col = program_.find_column(name.text);
         if (col == 0) throw ParseError(name.pos, "unknown column " + quoted(name.text));
         std::optional<QNumber> value;
-        if (takes_value) {
+        if (valued) {
             QNumber v = number(f.back());
             if (!is_infinite(v)) value = v;
         }

@@ -436,7 +436,9 @@ void TermEvaluator::finish_relation(const Frame& f) {
             scratch_ids_.push_back(
                 new_atom(relation, problem_.add_term(scratch_), 1, node(f.node).pos));
         }
-        result.formula = scratch_ids_.size() == 1 ? scratch_ids_[0] : new_and(scratch_ids_);
+        result.formula = scratch_ids_.size() == 1
+                             ? scratch_ids_[0]
+                             : new_and(scratch_ids_, FormulaNode::And, node(f.node).pos);
     }
     result.is_formula = true;
 }
@@ -448,7 +450,9 @@ void TermEvaluator::finish_and(const Frame& f) {
     for (std::size_t i = 0; i < n; ++i)
         scratch_ids_.push_back(values_[f.base + i].formula);
     Value& result = n == 0 ? push_value() : values_[f.base];
-    result.formula = n == 1 ? scratch_ids_[0] : new_and(scratch_ids_);
+    // Where the and stands: negated, it is the disjunction an unknown answer names.
+    result.formula =
+        n == 1 ? scratch_ids_[0] : new_and(scratch_ids_, FormulaNode::And, node(f.node).pos);
     result.is_formula = true;
     result.unsupported = false;
 }
