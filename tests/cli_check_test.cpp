@@ -113,6 +113,23 @@ TEST(CliCheck, ScriptsAnswerExactly) {
     }
 }
 
+TEST(CliCheck, DimacsGoesToTheSatEngine) {
+    struct Case {
+        const char* cnf;
+        const char* expected;
+        int status;
+    } cases[] = {
+        {"c x\np cnf 3 2\n1 -2 0\n2 3 0\n", "sat\nv -1 -2 3 0\n", 0},
+        {"p cnf 3 4\n1 2 0\n-1 2 0\n-2 3 0\n-3 -2 0\n", "unsat\n", 0},
+        {"p cnf 2 1\n1 3 0\n", "", 2},
+    };
+    for (const Case& c : cases) {
+        auto run = run_tool("check --model --verify " + vorn::test::temp_file("a.cnf", c.cnf));
+        EXPECT_EQ(run.out, c.expected) << c.cnf << run.err;
+        EXPECT_EQ(run.status, c.status) << c.cnf;
+    }
+}
+
 TEST(CliCheck, UnreadableScriptStopsWithOneLine) {
     auto path = vorn::test::temp_file("u.smt2", "(check-sat)\n(assert (< 1 2)");
     auto run = run_tool("check " + path);

@@ -15,6 +15,7 @@
 #include "vorn/lra/simplex.h"
 #include "vorn/lra/term_table.h"
 #include "vorn/numbers/qnumber.h"
+#include "vorn/sat/solver.h"
 #include "vorn/smt/solver.h"
 #include "vorn/util/array_growth.h"
 #include "vorn/util/memory_pool.h"

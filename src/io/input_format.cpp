@@ -17,6 +17,7 @@ std::optional<InputFormat> format_named(std::string_view name) {
     if (name == "smt2") return InputFormat::Smt2;
     if (name == "mps") return InputFormat::Mps;
     if (name == "lp") return InputFormat::Lp;
+    if (name == "cnf") return InputFormat::Cnf;
     return std::nullopt;
 }
 
@@ -29,6 +30,7 @@ InputFormat input_format(const SourceText& source, std::optional<InputFormat> fo
     if (name.ends_with(".lin")) return InputFormat::Lin;
     if (name.ends_with(".mps")) return InputFormat::Mps;
     if (name.ends_with(".lp")) return InputFormat::Lp;
+    if (name.ends_with(".cnf")) return InputFormat::Cnf;
     if (source.standard_input) {
         auto first = source.text.find_first_not_of(" \t\r\n");
         bool smt =
@@ -49,6 +51,8 @@ smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> f
                 return read_mps(source.text);
             case InputFormat::Lp:
                 return read_lp(source.text);
+            case InputFormat::Cnf:
+                throw ParseError({1, 1}, "a DIMACS file states clauses, not linear constraints");
             default:
                 return read_lin(source.text);
         }

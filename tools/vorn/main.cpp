@@ -38,7 +38,8 @@ std::string help_footer() {
            "Int variables. A .lin file holds equations only. check decides SMT-LIB scripts "
            "command by command (conjunctions of linear literals; anything else answers unknown) "
            "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
-           "--objective-bound and whose model prints only with --model.\n\n"
+           "--objective-bound and whose model prints only with --model; a DIMACS .cnf file goes "
+           "to the SAT engine (--model prints a 'v' line).\n\n"
            "Limits: input of " +
            std::to_string(io::kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
            std::to_string(io::kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
@@ -151,7 +152,7 @@ int run(int argc, char** argv) {
     auto add_input = [&args](CLI::App* cmd, const char* what) {
         cmd->add_option("FILE", args.file, what)->required();
         cmd->add_option("--format-in", args.format_in, "read FILE as this format")
-            ->check(CLI::IsMember({"smt2", "lin", "mps", "lp"}));
+            ->check(CLI::IsMember({"smt2", "lin", "mps", "lp", "cnf"}));
     };
     auto* solve_cmd = app.add_subcommand("solve", "Solve or project a system of linear equations");
     add_input(solve_cmd, "a .lin or .smt2 file, or - for standard input");

@@ -1,7 +1,8 @@
 #pragma once
 
 // Which reader an input goes to: the one asked for (--format-in), else the file name's
-// extension, ".lin", ".smt2", ".mps" or ".lp" in any case and after a compression extension
+// extension, ".lin", ".smt2", ".mps", ".lp" or ".cnf" (DIMACS, `vorn check` only) in any case and
+// after a compression extension
 // (".mps.bz2"); standard input is SMT-LIB when its first non-blank character opens a
 // parenthesis or a comment, the plain format otherwise.
 
@@ -13,9 +14,9 @@
 
 namespace vorn::io {
 
-enum class InputFormat { Lin, Smt2, Mps, Lp };
+enum class InputFormat { Lin, Smt2, Mps, Lp, Cnf };
 
-// The format called "lin", "smt2", "mps" or "lp" (the names --format-in takes).
+// The format called "lin", "smt2", "mps", "lp" or "cnf" (the names --format-in takes).
 std::optional<InputFormat> format_named(std::string_view name);
 
 // ParseError at 1:1 when the format cannot be told.

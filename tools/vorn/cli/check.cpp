@@ -1,14 +1,18 @@
 #include "cli/check.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <numeric>
 #include <ostream>
 
 #include "cli/output.h"
 #include "cli/solve.h"
+#include "vorn/io/dimacs_reader.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
 #include "vorn/io/smt_values.h"
+#include "vorn/sat/solver.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/stopwatch.h"
@@ -77,6 +81,50 @@ void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostr
     }
 }
 
+// A DIMACS file: the SAT engine alone. The model, under --model, is one "v" line of DIMACS
+// literals ending in 0, as SAT solvers print it.
+void check_cnf(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
+               io::CheckStats& stats) {
+    io::Cnf cnf;
+    try {
+        cnf = io::read_dimacs(source.text);
+    } catch (io::ParseError& e) {
+        e.set_file(source.name);
+        throw;
+    }
+    auto start = smt::Clock::now();
+    sat::Solver solver;
+    for (int v = 0; v < cnf.variables; ++v)
+        solver.new_var();
+    std::vector<sat::Lit> clause;
+    bool consistent = true;
+    for (const auto& c : cnf.clauses) {
+        clause.clear();
+        for (int lit : c)
+            clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
+        consistent = solver.add_clause(clause) && consistent;
+    }
+    sat::Result r = consistent ? solver.solve() : sat::Result::Unsat;
+    stats.solve_seconds += smt::ms_since(start) / 1000;
+    stats.checks = 1;
+    if (r == sat::Result::Sat && request.options.verify)
+        for (const auto& c : cnf.clauses)
+            if (std::none_of(c.begin(), c.end(), [&](int lit) {
+                    return solver.value(
+                        sat::Lit(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0));
+                }))
+                throw io::VerificationFailure("the model falsifies a clause");
+    out << (r == sat::Result::Sat ? "sat\n" : r == sat::Result::Unsat ? "unsat\n" : "unknown\n");
+    if (r == sat::Result::Sat && request.options.model) {
+        std::string line = "v";
+        for (int v = 1; v <= cnf.variables; ++v)
+            line += solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false))
+                        ? " " + std::to_string(v)
+                        : " -" + std::to_string(v);
+        out << line << " 0\n";
+    }
+}
+
 }  // namespace
 
 void run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
@@ -86,6 +134,10 @@ void run_check(const io::SourceText& source, const CheckRequest& request, std::o
         if (request.objective_bound)
             throw UsageError("--objective-bound applies to .lin, MPS and LP files");
         return io::run_script(source.text, source.name, request.options, out, stats);
+    }
+    if (format == io::InputFormat::Cnf) {
+        if (request.objective_bound) throw UsageError("--objective-bound applies to LP files");
+        return check_cnf(source, request, out, stats);
     }
     smt::Problem problem = io::read_problem(source, format);
     check_problem(problem, request, out, stats);

@@ -1,0 +1,202 @@
+#pragma once
+
+// Solver: a CDCL SAT engine (Eén, Sörensson 2003), the propositional core of the coming
+// CDCL(T) solver.
+//
+// Use. new_var() hands out variables, add_clause() adds clauses over them, solve() decides the
+// conjunction, optionally under assumptions (literals taken as true for that call only). After
+// Sat, value() reads the model; after Unsat under assumptions, failed_assumptions() is a subset
+// of them that is unsat together with the clauses (empty: the clauses alone are unsat).
+// push()/pop() bracket clauses: pop removes every clause added since the matching push, and
+// every clause learned from them.
+//
+// Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
+// with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
+// phase saving; Luby or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon
+// 2009). Between solve() calls the solver is at decision level 0.
+//
+// State. The trail holds the true literals in assignment order, `trail_lim_[d]` the trail size
+// where level d+1 began. Per variable: its level, its reason (a clause with the variable's
+// literal first, kNoClause for decisions and level-0 facts, kTheoryReason for a theory
+// implication not yet explained), activity and saved phase. Per literal: its value and the
+// watch list of the clauses that watch it. Facts at level 0 are permanent.
+//
+// Push levels. push() creates an activation variable a; clauses added while it is the innermost
+// level get the literal ¬a and solve() assumes a before the caller's assumptions. A clause learned
+// from such a clause keeps ¬a (a is a decision, which analysis never resolves away), so pop()
+// deletes exactly the clauses containing ¬a and makes ¬a a fact. Every push costs one variable.
+//
+// Theory. With set_theory(), the solver drives a Theory by the protocol of theory.h: its
+// implications are assigned with kTheoryReason and explained lazily; its conflicts and
+// explanations are kept as lemma clauses.
+//
+// Proof. With Options::record_proof, proof() lists every clause the solver derived, in order:
+// learned clauses (each follows by reverse unit propagation from the added clauses and the
+// earlier steps) and theory lemmas (trusted), ending with the empty clause once the clauses are
+// found unsat. The record is for solving without push/pop, whose removals it does not show.
+
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <vector>
+
+#include "vorn/sat/clause_arena.h"
+#include "vorn/sat/literal.h"
+#include "vorn/sat/restarts.h"
+#include "vorn/sat/theory.h"
+#include "vorn/sat/var_heap.h"
+
+namespace vorn::sat {
+
+enum class Result { Sat, Unsat, Unknown };
+
+struct Options {
+    // Conflicts per solve() call before it gives up with Unknown; negative: no limit.
+    std::int64_t conflict_limit = -1;
+    RestartPolicy restarts = RestartPolicy::Luby;
+    // Conflicts before the first reduction of the learned clauses; each interval is 300 longer.
+    std::int64_t reduce_interval = 2000;
+    bool record_proof = false;
+};
+
+struct Stats {
+    std::uint64_t decisions = 0;
+    std::uint64_t propagations = 0;  // literals whose watches were visited
+    std::uint64_t conflicts = 0;
+    std::uint64_t restarts = 0;
+    std::uint64_t learned = 0;  // clauses, units included
+    std::uint64_t deleted = 0;  // learned clauses removed by reduction or pop
+};
+
+struct ProofStep {
+    enum class Kind { Learned, Lemma };
+    Kind kind;
+    std::vector<Lit> clause;
+};
+
+class Solver {
+  public:
+    explicit Solver(Options options = {});
+
+    Var new_var();
+    std::size_t num_vars() const { return level_.size(); }
+
+    // Adds a clause over existing variables (duplicates and tautologies allowed). False once the
+    // clauses are unsat without any search; the solver then stays unsat (pop does not undo it).
+    bool add_clause(std::span<const Lit> lits);
+    bool add_clause(std::initializer_list<Lit> lits) {
+        return add_clause({lits.begin(), lits.size()});
+    }
+
+    Result solve() { return solve({}); }
+    Result solve(std::span<const Lit> assumptions);
+
+    // The model of the last Sat answer.
+    bool value(Lit lit) const { return (model_[lit.var()] == LBool::True) != lit.negative(); }
+    const std::vector<Lit>& failed_assumptions() const { return failed_; }
+
+    void push();
+    void pop();
+    std::size_t push_depth() const { return activation_.size(); }
+
+    // Not owned; nullptr detaches. Attach before the first solve().
+    void set_theory(Theory* theory) { theory_ = theory; }
+
+    const Stats& stats() const { return stats_; }
+    const std::vector<ProofStep>& proof() const { return proof_; }
+
+  private:
+    struct Watch {
+        CRef clause;
+        Lit blocker;  // some other literal of the clause; true means nothing to do
+    };
+
+    // solver.cpp: the search loop and the trail.
+    Result search();
+    void resolve(CRef conflict);
+    LBool value_of(Lit lit) const { return values_[lit.code()]; }
+    int level() const { return static_cast<int>(trail_lim_.size()); }
+    void enqueue(Lit lit, CRef reason);
+    void new_level();
+    void backtrack(int level);
+    CRef attach(std::span<const Lit> lits, bool learned, bool lemma, std::uint32_t lbd);
+    void record(ProofStep::Kind kind, std::span<const Lit> clause);
+    void set_unsat();
+
+    // propagate.cpp: unit propagation, theory propagation and theory conflicts.
+    CRef propagate();
+    CRef propagate_with_theory();
+    CRef theory_conflict(std::vector<Lit>& clause);
+    CRef reason_of(Var v);
+
+    // analyze.cpp: conflict analysis.
+    void analyze(CRef conflict);
+    bool redundant(Lit lit, std::uint32_t levels);
+    std::uint32_t lbd_of(std::span<const Lit> lits);
+    std::uint32_t abstract_level(Var v) const { return 1u << (level_[v] & 31); }
+    void learn();
+
+    // decide.cpp: VSIDS with phase saving.
+    void bump(Var v);
+    void decay_activities() { var_inc_ /= kVarDecay; }
+    Lit pick_branch();
+
+    // assumptions.cpp: assumption levels, failed assumptions, push/pop.
+    enum class Next { Decide, Assumption, Failed };
+    Next next_assumption(Lit& decision);
+    void analyze_final(Lit failed);
+
+    // reduce.cpp: learned-clause reduction and garbage collection.
+    void reduce_learned();
+    void collect_garbage();
+    bool locked(CRef c) const;
+
+    static constexpr double kVarDecay = 0.95;
+
+    Options options_;
+    Stats stats_;
+    bool ok_ = true;  // false once the clauses are unsat at level 0
+
+    ClauseArena arena_;
+    std::vector<std::vector<Watch>> watches_;  // by literal code: clauses watching that literal
+    std::vector<LBool> values_;                // by literal code
+    std::vector<int> level_;
+    std::vector<CRef> reason_;
+    std::vector<Lit> trail_;
+    std::vector<std::size_t> trail_lim_;
+    std::size_t qhead_ = 0;        // trail position of the next literal to propagate
+    std::size_t theory_head_ = 0;  // trail position of the next literal to tell the theory
+
+    std::vector<double> activity_;
+    double var_inc_ = 1;
+    VarHeap heap_{activity_};
+    std::vector<bool> phase_;  // saved phase: the sign the variable last had
+
+    Restarts restarts_;
+    std::uint64_t conflict_stop_ = 0;  // stats_.conflicts at which solve() gives up; 0: never
+    std::int64_t reduce_interval_;
+    std::int64_t next_reduce_;
+
+    std::vector<Lit> assumptions_;  // activation literals, then the caller's
+    std::vector<Lit> activation_;   // one per push level, innermost last
+    std::vector<Lit> failed_;
+    std::vector<LBool> model_;
+
+    Theory* theory_ = nullptr;
+    std::vector<Lit> implied_;        // from Theory::propagate
+    std::vector<Lit> theory_clause_;  // from Theory::explain and Theory::check
+
+    std::vector<ProofStep> proof_;
+
+    // Scratch of conflict analysis.
+    std::vector<char> seen_;
+    std::vector<Lit> learned_;  // the clause being learned, asserting literal first
+    std::vector<Var> to_clear_;
+    std::vector<Lit> stack_;
+    std::vector<std::uint32_t> level_stamp_;
+    std::uint32_t stamp_ = 0;
+    int backjump_level_ = 0;
+    std::uint32_t learned_lbd_ = 0;
+};
+
+}  // namespace vorn::sat

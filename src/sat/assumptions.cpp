@@ -1,0 +1,76 @@
+// Assumptions, the assumptions behind a failure, and push/pop by activation literals.
+
+#include <algorithm>
+#include <cassert>
+
+#include "vorn/sat/solver.h"
+
+namespace vorn::sat {
+
+// Assumption i is the decision of level i+1; one that is already true still gets its (empty)
+// level so that the numbering holds.
+Solver::Next Solver::next_assumption(Lit& decision) {
+    while (static_cast<std::size_t>(level()) < assumptions_.size()) {
+        Lit a = assumptions_[level()];
+        LBool value = value_of(a);
+        if (value == LBool::True) {
+            new_level();
+        } else if (value == LBool::False) {
+            analyze_final(a);
+            return Next::Failed;
+        } else {
+            decision = a;
+            return Next::Assumption;
+        }
+    }
+    return Next::Decide;
+}
+
+// `failed` is a false assumption. Collects it and the assumptions its negation was derived
+// from (the decisions reached backwards through the reasons) into failed_, activation
+// literals left out.
+void Solver::analyze_final(Lit failed) {
+    failed_.assign(1, failed);
+    if (level_[failed.var()] > 0) {
+        seen_[failed.var()] = 1;
+        for (std::size_t i = trail_.size(); i-- > trail_lim_[0];) {
+            Var v = trail_[i].var();
+            if (!seen_[v]) continue;
+            seen_[v] = 0;
+            if (reason_[v] == kNoClause) {
+                failed_.push_back(trail_[i]);
+                continue;
+            }
+            std::span<const Lit> lits = arena_.lits(reason_of(v));
+            for (std::size_t k = 1; k < lits.size(); ++k)
+                if (level_[lits[k].var()] > 0) seen_[lits[k].var()] = 1;
+        }
+    }
+    std::erase_if(failed_, [&](Lit lit) {
+        return std::find(activation_.begin(), activation_.end(), lit) != activation_.end();
+    });
+}
+
+void Solver::push() {
+    assert(level() == 0);
+    activation_.push_back(pos(new_var()));
+}
+
+void Solver::pop() {
+    assert(!activation_.empty());
+    Lit active = activation_.back();
+    activation_.pop_back();
+    backtrack(0);
+    for (CRef c = arena_.first(); c != arena_.end(); c = arena_.next(c)) {
+        if (arena_.garbage(c)) continue;
+        std::span<const Lit> lits = arena_.lits(c);
+        if (std::find(lits.begin(), lits.end(), ~active) == lits.end()) continue;
+        if (arena_.learned(c)) ++stats_.deleted;
+        arena_.remove(c);
+    }
+    collect_garbage();
+    if (value_of(active) == LBool::Undef) enqueue(~active, kNoClause);
+    if (ok_ && propagate() != kNoClause) set_unsat();
+}
+
+}  // namespace vorn::sat

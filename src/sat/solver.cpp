@@ -1,0 +1,188 @@
+#include "vorn/sat/solver.h"
+
+#include <algorithm>
+#include <cassert>
+
+namespace vorn::sat {
+
+Solver::Solver(Options options)
+    : options_(options),
+      restarts_(options.restarts),
+      reduce_interval_(options.reduce_interval),
+      next_reduce_(options.reduce_interval) {}
+
+Var Solver::new_var() {
+    auto v = static_cast<Var>(num_vars());
+    level_.push_back(0);
+    reason_.push_back(kNoClause);
+    activity_.push_back(0);
+    phase_.push_back(true);
+    seen_.push_back(0);
+    level_stamp_.push_back(0);
+    if (level_stamp_.size() == 1) level_stamp_.push_back(0);
+    model_.push_back(LBool::Undef);
+    for (int i = 0; i < 2; ++i) {
+        values_.push_back(LBool::Undef);
+        watches_.emplace_back();
+    }
+    heap_.insert(v);
+    return v;
+}
+
+bool Solver::add_clause(std::span<const Lit> lits) {
+    if (!ok_) return false;
+    assert(level() == 0);
+    std::vector<Lit> clause(lits.begin(), lits.end());
+    if (!activation_.empty()) clause.push_back(~activation_.back());
+    std::sort(clause.begin(), clause.end());
+    // Facts of level 0 are permanent (see solver.h), so literals they decide can go.
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < clause.size(); ++i) {
+        Lit lit = clause[i];
+        assert(lit.var() < num_vars());
+        if (value_of(lit) == LBool::True || (kept > 0 && clause[kept - 1] == ~lit)) return true;
+        if (value_of(lit) == LBool::False || (kept > 0 && clause[kept - 1] == lit)) continue;
+        clause[kept++] = lit;
+    }
+    clause.resize(kept);
+    if (clause.empty()) {
+        set_unsat();
+        return false;
+    }
+    if (clause.size() == 1) {
+        enqueue(clause[0], kNoClause);
+        if (propagate() != kNoClause) {
+            set_unsat();
+            return false;
+        }
+        return true;
+    }
+    attach(clause, false, false, 0);
+    return true;
+}
+
+Result Solver::solve(std::span<const Lit> assumptions) {
+    failed_.clear();
+    if (!ok_) return Result::Unsat;
+    assumptions_ = activation_;
+    assumptions_.insert(assumptions_.end(), assumptions.begin(), assumptions.end());
+    conflict_stop_ = options_.conflict_limit < 0
+                         ? 0
+                         : stats_.conflicts + static_cast<std::uint64_t>(options_.conflict_limit);
+    Result result = search();
+    if (result == Result::Sat)
+        for (Var v = 0; v < num_vars(); ++v)
+            model_[v] = value_of(pos(v));
+    backtrack(0);
+    return result;
+}
+
+Result Solver::search() {
+    for (;;) {
+        if (!ok_) return Result::Unsat;
+        CRef conflict = propagate_with_theory();
+        if (ok_ && conflict == kNoClause && theory_ && !theory_->check(false, theory_clause_)) {
+            conflict = theory_conflict(theory_clause_);
+            if (conflict == kNoClause && ok_) continue;  // a unit lemma, yet to propagate
+        }
+        if (!ok_) return Result::Unsat;
+        if (conflict != kNoClause) {
+            resolve(conflict);
+            continue;
+        }
+        if (conflict_stop_ != 0 && stats_.conflicts >= conflict_stop_) return Result::Unknown;
+        if (restarts_.due()) {
+            restarts_.restarted();
+            ++stats_.restarts;
+            backtrack(0);
+            continue;
+        }
+        if (static_cast<std::int64_t>(stats_.conflicts) >= next_reduce_) {
+            reduce_interval_ += 300;
+            next_reduce_ += reduce_interval_;
+            reduce_learned();
+        }
+        Lit decision;
+        Next next = next_assumption(decision);
+        if (next == Next::Failed) return Result::Unsat;
+        if (next == Next::Decide) {
+            decision = pick_branch();
+            if (!decision.defined()) {
+                if (!theory_ || theory_->check(true, theory_clause_)) return Result::Sat;
+                conflict = theory_conflict(theory_clause_);
+                if (conflict != kNoClause) resolve(conflict);
+                continue;
+            }
+            ++stats_.decisions;
+        }
+        new_level();
+        enqueue(decision, kNoClause);
+    }
+}
+
+// Learns from a conflict and backjumps, leaving the learned clause's asserting literal assigned.
+void Solver::resolve(CRef conflict) {
+    ++stats_.conflicts;
+    if (level() == 0) {
+        set_unsat();
+        return;
+    }
+    analyze(conflict);
+    backtrack(backjump_level_);
+    learn();
+    decay_activities();
+    restarts_.on_conflict(learned_lbd_);
+}
+
+void Solver::enqueue(Lit lit, CRef reason) {
+    assert(value_of(lit) == LBool::Undef);
+    values_[lit.code()] = LBool::True;
+    values_[(~lit).code()] = LBool::False;
+    level_[lit.var()] = level();
+    reason_[lit.var()] = reason;
+    trail_.push_back(lit);
+}
+
+void Solver::new_level() {
+    trail_lim_.push_back(trail_.size());
+    if (theory_) theory_->new_level();
+}
+
+void Solver::backtrack(int target) {
+    if (level() <= target) return;
+    std::size_t keep = trail_lim_[target];
+    for (std::size_t i = trail_.size(); i-- > keep;) {
+        Lit lit = trail_[i];
+        values_[lit.code()] = LBool::Undef;
+        values_[(~lit).code()] = LBool::Undef;
+        reason_[lit.var()] = kNoClause;
+        phase_[lit.var()] = lit.negative();
+        heap_.insert(lit.var());
+    }
+    trail_.resize(keep);
+    trail_lim_.resize(target);
+    qhead_ = std::min(qhead_, keep);
+    theory_head_ = std::min(theory_head_, keep);
+    if (theory_) theory_->backtrack(target);
+}
+
+CRef Solver::attach(std::span<const Lit> lits, bool learned, bool lemma, std::uint32_t lbd) {
+    CRef c = arena_.add(lits, learned, lemma, lbd);
+    // A one-literal clause is only ever a reason (a theory explanation): nothing to watch.
+    if (lits.size() >= 2) {
+        watches_[lits[0].code()].push_back({c, lits[1]});
+        watches_[lits[1].code()].push_back({c, lits[0]});
+    }
+    return c;
+}
+
+void Solver::record(ProofStep::Kind kind, std::span<const Lit> clause) {
+    if (options_.record_proof) proof_.push_back({kind, {clause.begin(), clause.end()}});
+}
+
+void Solver::set_unsat() {
+    ok_ = false;
+    record(ProofStep::Kind::Learned, {});
+}
+
+}  // namespace vorn::sat

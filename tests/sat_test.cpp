@@ -1,0 +1,396 @@
+// The SAT engine against brute-force enumeration: answers, models, failed assumptions, push/pop,
+// a toy theory, and the recorded proof checked by reverse unit propagation.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vorn/io/dimacs_reader.h"
+#include "vorn/io/parse_error.h"
+#include "vorn/sat/solver.h"
+
+namespace vorn::sat {
+namespace {
+
+// Fewer seeds under the sanitizers (VORN_QUICK), which run the same suite several times slower.
+unsigned seeds(unsigned full) {
+    return std::getenv("VORN_QUICK") != nullptr ? full / 5 : full;
+}
+
+using Clause = std::vector<Lit>;
+using Cnf = std::vector<Clause>;
+using Assignment = std::function<bool(Lit)>;
+
+Cnf random_cnf(std::mt19937& rng, int vars, int clauses, bool mixed_lengths) {
+    Cnf cnf(clauses);
+    for (Clause& c : cnf) {
+        int len = mixed_lengths ? 1 + static_cast<int>(rng() % 5) : 3;
+        for (int i = 0; i < len; ++i)
+            c.push_back(Lit(rng() % vars, rng() % 2 == 1));
+    }
+    return cnf;
+}
+
+bool satisfies(const Assignment& value, const Cnf& cnf) {
+    return std::all_of(cnf.begin(), cnf.end(),
+                       [&](const Clause& c) { return std::any_of(c.begin(), c.end(), value); });
+}
+
+// Whether some assignment satisfies the clauses, the units and `extra`.
+bool brute_force(int vars, const Cnf& cnf, const Clause& units = {},
+                 const std::function<bool(unsigned)>& extra = nullptr) {
+    for (unsigned bits = 0; bits < (1u << vars); ++bits) {
+        Assignment value = [&](Lit l) { return ((bits >> l.var()) & 1) != l.negative(); };
+        if (std::all_of(units.begin(), units.end(), value) && satisfies(value, cnf) &&
+            (!extra || extra(bits)))
+            return true;
+    }
+    return false;
+}
+
+Solver make_solver(int vars, const Cnf& cnf, Options options = {}) {
+    Solver solver(options);
+    for (int i = 0; i < vars; ++i)
+        solver.new_var();
+    for (const Clause& c : cnf)
+        solver.add_clause(c);
+    return solver;
+}
+
+Assignment model_of(const Solver& s) {
+    return [&s](Lit l) { return s.value(l); };
+}
+
+struct CnfShape {
+    int vars, clauses;
+    bool mixed;
+    RestartPolicy restarts;
+};
+
+TEST(SatSolver, AnswersAndModelsMatchBruteForce) {
+    const CnfShape shapes[] = {{5, 21, false, RestartPolicy::Luby},
+                               {10, 43, false, RestartPolicy::Glucose},
+                               {12, 51, false, RestartPolicy::Luby},
+                               {12, 30, true, RestartPolicy::Glucose},
+                               {8, 40, true, RestartPolicy::Luby}};
+    for (const CnfShape& shape : shapes) {
+        for (unsigned seed = 0; seed < seeds(150); ++seed) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
+            std::mt19937 rng(seed);
+            Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
+            Solver s =
+                make_solver(shape.vars, cnf, {.restarts = shape.restarts, .reduce_interval = 5});
+            Result r = s.solve();
+            ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
+            EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
+        }
+    }
+}
+
+// Larger than enumeration allows: the two restart policies agree and models hold.
+TEST(SatSolver, RestartPoliciesAgreeOnLargerInstances) {
+    for (unsigned seed = 0; seed < seeds(20); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        Cnf cnf = random_cnf(rng, 70, 298, false);
+        Solver luby = make_solver(70, cnf, {.reduce_interval = 30});
+        Solver glucose =
+            make_solver(70, cnf, {.restarts = RestartPolicy::Glucose, .reduce_interval = 30});
+        Result r = luby.solve();
+        ASSERT_EQ(r, glucose.solve());
+        EXPECT_TRUE(r != Result::Sat || satisfies(model_of(luby), cnf));
+        EXPECT_TRUE(r != Result::Sat || satisfies(model_of(glucose), cnf));
+    }
+}
+
+// n+1 pigeons in n holes.
+Cnf pigeonhole(int holes, int& vars) {
+    vars = (holes + 1) * holes;
+    auto at = [&](int p, int h) { return pos(static_cast<Var>(p * holes + h)); };
+    Cnf cnf;
+    for (int p = 0; p <= holes; ++p) {
+        cnf.emplace_back();
+        for (int h = 0; h < holes; ++h)
+            cnf.back().push_back(at(p, h));
+    }
+    for (int h = 0; h < holes; ++h)
+        for (int p = 0; p <= holes; ++p)
+            for (int q = p + 1; q <= holes; ++q)
+                cnf.push_back({~at(p, h), ~at(q, h)});
+    return cnf;
+}
+
+TEST(SatSolver, ConflictLimitGivesUnknownThenSolvingGoesOn) {
+    int vars = 0;
+    Cnf cnf = pigeonhole(6, vars);
+    Solver s = make_solver(vars, cnf, {.conflict_limit = 10});
+    EXPECT_EQ(s.solve(), Result::Unknown);
+    EXPECT_EQ(s.stats().conflicts, 10u);
+    Solver unlimited = make_solver(vars, cnf);
+    EXPECT_EQ(unlimited.solve(), Result::Unsat);
+}
+
+TEST(SatSolver, FailedAssumptionsAreAnUnsatSubset) {
+    for (unsigned seed = 0; seed < seeds(400); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        const int vars = 10;
+        Cnf cnf = random_cnf(rng, vars, 25 + static_cast<int>(rng() % 20), seed % 2 == 1);
+        Solver s = make_solver(vars, cnf);
+        for (int round = 0; round < 3; ++round) {
+            Clause assumptions = random_cnf(rng, vars, 1, true)[0];
+            Result r = s.solve(assumptions);
+            ASSERT_EQ(r == Result::Sat, brute_force(vars, cnf, assumptions));
+            if (r == Result::Sat) {
+                EXPECT_TRUE(satisfies(model_of(s), cnf));
+                for (Lit a : assumptions)
+                    EXPECT_TRUE(s.value(a));
+                continue;
+            }
+            const Clause& failed = s.failed_assumptions();
+            for (Lit f : failed)
+                EXPECT_NE(std::find(assumptions.begin(), assumptions.end(), f), assumptions.end());
+            EXPECT_FALSE(brute_force(vars, cnf, failed));
+        }
+    }
+}
+
+TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
+    for (unsigned seed = 0; seed < seeds(200); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        const int vars = 9;
+        Solver s({.reduce_interval = 3});
+        for (int i = 0; i < vars; ++i)
+            s.new_var();
+        std::vector<Cnf> levels(1);  // the clauses added at each push level
+        for (int step = 0; step < 60; ++step) {
+            unsigned op = rng() % 10;
+            if (op < 5) {
+                Clause c = random_cnf(rng, vars, 1, true)[0];
+                s.add_clause(c);
+                levels.back().push_back(c);
+            } else if (op == 5) {
+                s.push();
+                levels.emplace_back();
+            } else if (op == 6 && levels.size() > 1) {
+                s.pop();
+                levels.pop_back();
+            } else {
+                Cnf all;
+                for (const Cnf& l : levels)
+                    all.insert(all.end(), l.begin(), l.end());
+                Clause assumptions = op == 9 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
+                Result r = s.solve(assumptions);
+                ASSERT_EQ(r == Result::Sat, brute_force(vars, all, assumptions)) << "step " << step;
+                EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), all));
+                EXPECT_TRUE(r != Result::Unsat || !brute_force(vars, all, s.failed_assumptions()));
+            }
+        }
+    }
+}
+
+// At most k of `members` are true, naively, and checking the solver's side of the protocol.
+class AtMostK : public Theory {
+  public:
+    AtMostK(std::vector<Var> members, int k, bool propagates)
+        : members_(std::move(members)), k_(k), propagates_(propagates) {}
+
+    void new_level() override { ++level_; }
+    void backtrack(int level) override {
+        ASSERT_LT(level, level_);
+        while (!assigned_.empty() && assigned_.back().second > level)
+            assigned_.pop_back();
+        level_ = level;
+    }
+    void assign(Lit lit) override {
+        for (const auto& a : assigned_)
+            ASSERT_NE(a.first.var(), lit.var()) << "assigned twice";
+        assigned_.push_back({lit, level_});
+    }
+    void propagate(std::vector<Lit>& implied) override {
+        if (!propagates_ || true_members().size() != static_cast<std::size_t>(k_)) return;
+        for (Var m : members_)
+            if (!value(m).defined()) implied.push_back(neg(m));
+    }
+    void explain(Lit lit, std::vector<Lit>& clause) override {
+        clause.assign(1, lit);
+        for (Lit t : true_members())
+            if (clause.size() <= static_cast<std::size_t>(k_)) clause.push_back(~t);
+    }
+    bool check(bool full, std::vector<Lit>& conflict) override {
+        std::vector<Lit> t = true_members();
+        for (Var m : members_)
+            EXPECT_TRUE(!full || value(m).defined()) << "full check before a complete assignment";
+        if (t.size() <= static_cast<std::size_t>(k_)) return true;
+        conflict.clear();
+        for (int i = 0; i <= k_; ++i)
+            conflict.push_back(~t[i]);
+        return false;
+    }
+
+  private:
+    Lit value(Var v) const {
+        for (const auto& a : assigned_)
+            if (a.first.var() == v) return a.first;
+        return Lit();
+    }
+    std::vector<Lit> true_members() const {
+        std::vector<Lit> t;
+        for (const auto& a : assigned_)
+            if (!a.first.negative() &&
+                std::find(members_.begin(), members_.end(), a.first.var()) != members_.end())
+                t.push_back(a.first);
+        return t;
+    }
+
+    std::vector<Var> members_;
+    int k_;
+    bool propagates_;
+    int level_ = 0;
+    std::vector<std::pair<Lit, int>> assigned_;
+};
+
+TEST(SatSolver, ToyTheoryMatchesBruteForce) {
+    for (bool propagates : {false, true}) {
+        for (unsigned seed = 0; seed < seeds(300); ++seed) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + (propagates ? ", propagating" : ""));
+            std::mt19937 rng(seed);
+            const int vars = 10;
+            Cnf cnf = random_cnf(rng, vars, 12 + static_cast<int>(rng() % 20), true);
+            std::vector<Var> members;
+            for (Var v = 0; v < vars; ++v)
+                if (rng() % 2) members.push_back(v);
+            int k = static_cast<int>(rng() % 4);
+            AtMostK theory(members, k, propagates);
+            Solver s({.reduce_interval = 4});
+            for (int i = 0; i < vars; ++i)
+                s.new_var();
+            s.set_theory(&theory);
+            for (const Clause& c : cnf)
+                s.add_clause(c);
+            auto at_most_k = [&](unsigned bits) {
+                int n = 0;
+                for (Var m : members)
+                    n += (bits >> m) & 1;
+                return n <= k;
+            };
+            Clause assumptions = seed % 3 == 0 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
+            Result r = s.solve(assumptions);
+            ASSERT_EQ(r == Result::Sat, brute_force(vars, cnf, assumptions, at_most_k));
+            if (r != Result::Sat) continue;
+            EXPECT_TRUE(satisfies(model_of(s), cnf));
+            EXPECT_LE(std::count_if(members.begin(), members.end(),
+                                    [&](Var m) { return s.value(pos(m)); }),
+                      k);
+        }
+    }
+}
+
+// Whether unit propagation over `clauses` from the negation of `clause` reaches a conflict.
+bool rup(const Cnf& clauses, const Clause& clause, int vars) {
+    std::vector<int> value(vars, 0);  // +1 true, -1 false
+    auto val = [&](Lit l) { return l.negative() ? -value[l.var()] : value[l.var()]; };
+    for (Lit l : clause) {
+        if (val(l) > 0) return true;  // tautology
+        value[l.var()] = l.negative() ? 1 : -1;
+    }
+    for (bool changed = true; changed;) {
+        changed = false;
+        for (const Clause& c : clauses) {
+            int open = 0;
+            Lit unit;
+            bool sat = false;
+            for (Lit l : c) {
+                if (val(l) > 0) sat = true;
+                if (val(l) == 0 && !(open == 1 && l == unit))
+                    ++open, unit = l;  // duplicates count once
+            }
+            if (sat) continue;
+            if (open == 0) return true;
+            if (open == 1) {
+                value[unit.var()] = unit.negative() ? -1 : 1;
+                changed = true;
+            }
+        }
+    }
+    return false;
+}
+
+TEST(SatSolver, RecordedLearnedClausesFollowByUnitPropagation) {
+    int holes_vars = 0;
+    Cnf holes = pigeonhole(4, holes_vars);
+    for (unsigned seed = 0; seed < seeds(120); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        int vars = seed == 0 ? holes_vars : 12;
+        Cnf cnf =
+            seed == 0 ? holes : random_cnf(rng, vars, 50 + static_cast<int>(rng() % 15), false);
+        Solver s = make_solver(vars, cnf, {.reduce_interval = 6, .record_proof = true});
+        Result r = s.solve();
+        Cnf known = cnf;
+        for (const ProofStep& step : s.proof()) {
+            ASSERT_EQ(step.kind, ProofStep::Kind::Learned);
+            ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size() - cnf.size();
+            known.push_back(step.clause);
+        }
+        EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());
+    }
+}
+
+struct DimacsCase {
+    const char* text;
+    int variables = 0, clauses = 0;  // when good
+    int line = 0, col = 0;           // when malformed
+    const char* message = "";
+};
+
+TEST(DimacsReader, ReadsGoodInputAndPositionsErrors) {
+    const DimacsCase cases[] = {
+        {"p cnf 3 2\n1 -3 0\n2 3 -1 0\n", 3, 2},
+        {"c hello\np cnf 2 1\nc mid\n1\n -2 0\n", 2, 1},
+        {"p cnf 0 1\n0\n", 0, 1},
+        {"p  cnf 5 0\n", 5, 0},
+        {"p cnf 2 1\n1 2 0\n%\n0\n", 2, 1},
+        {"1 2 0\n", 0, 0, 1, 1, "expected the 'p cnf' line"},
+        {"", 0, 0, 1, 1, "missing 'p cnf' line"},
+        {"p cnf 2\n1 0\n", 0, 0, 1, 8, "number of clauses"},
+        {"p dnf 2 1\n", 0, 0, 1, 3, "expected 'cnf'"},
+        {"p cnf -2 1\n", 0, 0, 1, 7, "out of range"},
+        {"p cnf 2 1\n1 3 0\n", 0, 0, 2, 3, "beyond 2"},
+        {"p cnf 2 1\n1 x 0\n", 0, 0, 2, 3, "expected an integer"},
+        {"p cnf 2 1\n1 2\n", 0, 0, 2, 1, "not ended by 0"},
+        {"p cnf 2 1\n1 0 2 0\n", 0, 0, 2, 5, "more clauses"},
+        {"p cnf 2 2\n1 0\n", 0, 0, 3, 1, "expected 2 clauses, found 1"},
+        {"p cnf 2 1\np cnf 2 1\n", 0, 0, 2, 1, "a second 'p' line"},
+        {"p cnf 2 1\n1 99999999999999999999 0\n", 0, 0, 2, 3, "out of range"},
+    };
+    for (const DimacsCase& c : cases) {
+        SCOPED_TRACE(c.text);
+        if (c.line == 0) {
+            io::Cnf cnf = io::read_dimacs(c.text);
+            EXPECT_EQ(cnf.variables, c.variables);
+            EXPECT_EQ(static_cast<int>(cnf.clauses.size()), c.clauses);
+            continue;
+        }
+        try {
+            io::read_dimacs(c.text);
+            ADD_FAILURE() << "no error";
+        } catch (const io::ParseError& e) {
+            EXPECT_EQ(e.line(), c.line);
+            EXPECT_EQ(e.column(), c.col);
+            EXPECT_NE(e.message().find(c.message), std::string::npos) << e.message();
+        }
+    }
+    io::Cnf cnf = io::read_dimacs("p cnf 3 2\n1 -3 0\n2 3 -1 0\n");
+    EXPECT_EQ(cnf.clauses[1], (std::vector<int>{2, 3, -1}));
+}
+
+}  // namespace
+}  // namespace vorn::sat
