@@ -53,6 +53,11 @@ const ScriptCase kScripts[] = {
      "unknown\n(:reason-unknown \"s.smt2:2:9: a disjunction is outside the linear fragment\")\n"
      "unknown\nunsat\nunknown\n(:reason-unknown \"s.smt2:4:17: non-linear product is outside "
      "the linear fragment\")\n"},
+    {"arity, long names, reset-assertions, supported conjuncts beside unsupported ones",
+     R"((check-sat 1)(declare-const abcdefgh1 Real)(declare-const abcdefgh2 Real)
+(assert (> abcdefgh1 5))(reset-assertions)(assert (< abcdefgh1 abcdefgh2 1))(check-sat)
+(assert (and (or (> abcdefgh1 1) (< abcdefgh1 0)) (> abcdefgh2 2)))(check-sat))",
+     "(error \"s.smt2:1:1: 'check-sat' takes 0 arguments\")\nsat\nunsat\n"},
     {"a negated and is named where it stands", R"((declare-const x Real)(declare-const y Real)
 (assert (not (and (< x 1) (> y 2))))(check-sat)(get-info :reason-unknown))",
      "unknown\n(:reason-unknown \"s.smt2:2:14: a disjunction is outside the linear fragment\")\n"},

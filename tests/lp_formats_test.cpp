@@ -49,11 +49,12 @@ const Case kCases[] = {
      "3*x - 10"},
     {"MPS bound kinds",
      vorn::io::read_mps,
-     "ROWS\n N obj\nCOLUMNS\n a obj 1\n b obj 1\n c obj 1\n d obj 1\n e obj 1\nBOUNDS\n"
-     " LO b1 a -2\n MI b1 b\n PL b1 c\n FX b1 d 7\n LI b1 e 3\n UI b1 e 1e31\nENDATA\n",
-     {"a + 2 >= 0", "c >= 0", "d - 7 = 0", "e - 3 >= 0"},
+     "ROWS\n N obj\nCOLUMNS\n a obj 1\n b obj 1\n c obj 1\n d obj 1\n e obj 1\n f obj 1\n"
+     "BOUNDS\n LO b1 a -2\n MI b1 b\n PL b1 c\n FX b1 d 7\n LI b1 e 3\n UI b1 e 1e31\n"
+     " UP b1 f 0\nENDATA\n",
+     {"a + 2 >= 0", "c >= 0", "d - 7 = 0", "e - 3 >= 0", "f = 0"},
      "e",
-     "a + b + c + d + e"},
+     "a + b + c + d + e + f"},
     {"fixed MPS with blanks in names",
      vorn::io::read_mps,
      "ROWS\n N  COST\n L  LIMIT A\nCOLUMNS\n    X ONE     LIMIT A   2.5\nRHS\n"
@@ -71,7 +72,7 @@ const Case kCases[] = {
     {"LP",
      vorn::io::read_lp,
      "\\ a comment\nMaximize\n obj: 3 x + 2y - z + 4\nSubject To\n c1: x + y <= 10\n"
-     " c2: -x + 2 y >= -3\n x + y + z + 1 = 5\n -5 <= x - y <= 5\n c5: 2 x < 8\n"
+     " c2: -x + 2 y >= -3\n x + y + z + 1 = 5\n -5e+0 <= x - y <= 5\n c5: 2 x < 8e-0\n"
      "Bounds\n 0 <= x <= 40\n y free\n -inf <= z <= 3\nGenerals\n x\nBinary\n b\nEnd\n",
      {"x + y - 10 <= 0", "-x + 2*y + 3 >= 0", "x + y + z - 4 = 0", "x - y + 5 >= 0",
       "x - y - 5 <= 0", "2*x - 8 <= 0", "x >= 0", "x - 40 <= 0", "z - 3 <= 0", "b >= 0",
