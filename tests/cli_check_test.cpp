@@ -9,6 +9,9 @@
 #include "support/cli_run.h"
 #include "support/fourier_motzkin.h"
 #include "vorn/io/script_engine.h"
+#include "vorn/io/smt_reader.h"
+#include "vorn/smt/certificate.h"
+#include "vorn/smt/decision.h"
 
 using namespace vorn::smt;
 using namespace vorn::io;
@@ -279,4 +282,25 @@ TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
                          std::string(from) == "1100" ? "1000" : "atom:2:l:2");
         EXPECT_FALSE(checks(tampered)) << from;
     }
+}
+
+// The exact checker of --verify looks at every leaf: spoiling any one Farkas leaf of a proof
+// with several (splits on both sides) must be caught, whichever leaf it is.
+TEST(CliCheck, ProofCheckerRejectsAnySpoiledLeaf) {
+    vorn::smt::Problem p = vorn::io::read_smt2(
+        "(declare-const x Int)(declare-const y Int)(assert (<= 0 x 1))(assert (<= 0 y 1))"
+        "(assert (distinct x y))(assert (= (+ x y) 1))(assert (distinct x 0))"
+        "(assert (distinct y 0))");
+    vorn::smt::Decision d = vorn::smt::decide(p, {});
+    ASSERT_EQ(d.result, vorn::lra::Result::Unsat);
+    ASSERT_EQ(vorn::smt::check_proof(p, d.proof), "");
+    int leaves = 0;
+    for (std::size_t n = 0; n < d.proof.size(); ++n) {
+        if (d.proof[n].farkas.empty()) continue;
+        ++leaves;
+        auto spoiled = d.proof;
+        spoiled[n].farkas[0].multiplier += vorn::QNumber(1, 3);
+        EXPECT_NE(vorn::smt::check_proof(p, spoiled), "") << "leaf " << n;
+    }
+    EXPECT_GE(leaves, 2);
 }
