@@ -73,7 +73,7 @@ const Case kCases[] = {
      vorn::io::read_lp,
      "\\ a comment\nMaximize\n obj: 3 x + 2y - z + 4\nSubject To\n c1: x + y <= 10\n"
      " c2: -x + 2 y >= -3\n x + y + z + 1 = 5\n -5e+0 <= x - y <= 5\n c5: 2 x < 8e-0\n"
-     "Bounds\n 0 <= x <= 40\n y free\n -inf <= z <= 3\nGenerals\n x\nBinary\n b\nEnd\n",
+     "Bounds\n 0 <= x <= 40\n y free\n -inf <= z <= 3\n b >= -5\nGenerals\n x\nBinary\n b\nEnd\n",
      {"x + y - 10 <= 0", "-x + 2*y + 3 >= 0", "x + y + z - 4 = 0", "x - y + 5 >= 0",
       "x - y - 5 <= 0", "2*x - 8 <= 0", "x >= 0", "x - 40 <= 0", "z - 3 <= 0", "b >= 0",
       "b - 1 <= 0"},
