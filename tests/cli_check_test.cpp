@@ -3,11 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-#include <sstream>
 
 #include "support/cli_run.h"
-#include "support/fourier_motzkin.h"
 #include "vorn/io/script_engine.h"
 #include "vorn/io/smt_reader.h"
 #include "vorn/smt/certificate.h"
@@ -144,104 +141,6 @@ TEST(CliCheck, UnreadableScriptStopsWithOneLine) {
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.out, "sat\n");
     EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
-}
-
-namespace {
-
-// Atoms over x0..x2 with coefficients in −2..2 and constants in −3..3: bounds, strict bounds,
-// equalities and disequalities, a distinct now and then.
-struct Generated {
-    std::string script;
-    std::vector<vorn::test::Inequality> inequalities;
-    std::vector<vorn::test::Inequality> disequalities;  // Σ ≠ 0, split both ways by the reference
-};
-
-vorn::test::Inequality negated(vorn::test::Inequality q) {
-    for (auto& [v, c] : q.coeffs)
-        c = -c;
-    q.constant = -q.constant;
-    return q;
-}
-
-std::string numeral(int n) {
-    return n < 0 ? "(- " + std::to_string(-n) + ")" : std::to_string(n);
-}
-
-Generated generate(std::mt19937& rng) {
-    Generated g;
-    int atoms = 2 + static_cast<int>(rng() % 5);
-    for (int k = 0; k < atoms; ++k) {
-        vorn::test::Inequality q;
-        std::string sum = "(+ 0";
-        for (int v = 0; v < 3; ++v) {
-            int c = static_cast<int>(rng() % 5) - 2;
-            if (c == 0) continue;
-            q.coeffs[v + 1] = c;
-            sum += " (* " + numeral(c) + " x" + std::to_string(v) + ")";
-        }
-        int constant = static_cast<int>(rng() % 7) - 3;
-        q.constant = -constant;
-        sum += " 0)";
-        const char* ops[] = {"<=", "<", ">=", ">", "=", "distinct"};
-        std::string op = ops[rng() % 6];
-        std::string atom = "(" + op + " " + sum + " " + numeral(constant) + ")";
-        if (op == "distinct") {
-            g.disequalities.push_back(q);
-        } else if (op == "=" || op[0] == '<') {
-            if (op == "=") g.inequalities.push_back(q);
-            q = negated(q);
-        }
-        q.strict = op == "<" || op == ">";
-        if (op != "distinct") g.inequalities.push_back(q);
-        g.script += "(assert " + (rng() % 4 == 0 ? "(not (not " + atom + "))" : atom) + ")\n";
-    }
-    return g;
-}
-
-// Feasible when some choice of side for every disequality is.
-bool reference_feasible(const Generated& g) {
-    for (unsigned sides = 0; sides < (1u << g.disequalities.size()); ++sides) {
-        auto system = g.inequalities;
-        for (std::size_t i = 0; i < g.disequalities.size(); ++i) {
-            auto q = (sides >> i & 1) != 0 ? negated(g.disequalities[i]) : g.disequalities[i];
-            q.strict = true;
-            system.push_back(q);
-        }
-        if (vorn::test::fm_feasible(system)) return true;
-    }
-    return false;
-}
-
-}  // namespace
-
-TEST(CliCheck, GeneratedConjunctionsMatchFourierMotzkin) {
-    const unsigned seed = 20261123;
-    std::mt19937 rng(seed);
-    std::string script = "(declare-const x0 Real)(declare-const x1 Real)(declare-const x2 Real)\n";
-    std::string expected;
-    for (int i = 0; i < 300; ++i) {
-        Generated g = generate(rng);
-        script += "(push 1)\n" + g.script + "(check-sat)\n(pop 1)\n";
-        expected += reference_feasible(g) ? "sat\n" : "unsat\n";
-    }
-    CheckOptions options;
-    options.verify = true;  // every model and proof checked exactly, or VerificationFailure
-    options.certificate = true;
-    std::ostringstream out;
-    CheckStats stats;
-    run_script(script, "gen.smt2", options, out, stats);
-    std::string answers;
-    std::istringstream lines(out.str());
-    for (std::string line; std::getline(lines, line);)
-        if (line == "sat" || line == "unsat") answers += line + "\n";
-    EXPECT_EQ(answers, expected) << "seed " << seed;
-    EXPECT_EQ(out.str().find("(error"), std::string::npos) << out.str();
-    EXPECT_GT(stats.decide.splits, 0u);
-    auto path = vorn::test::temp_file("gen.out", out.str());
-    EXPECT_EQ(std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
-                           " >/dev/null")
-                              .c_str()),
-              0);
 }
 
 TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {

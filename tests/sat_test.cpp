@@ -93,22 +93,6 @@ TEST(SatSolver, AnswersAndModelsMatchBruteForce) {
     }
 }
 
-// Larger than enumeration allows: the two restart policies agree and models hold.
-TEST(SatSolver, RestartPoliciesAgreeOnLargerInstances) {
-    for (unsigned seed = 0; seed < seeds(20); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        Cnf cnf = random_cnf(rng, 70, 298, false);
-        Solver luby = make_solver(70, cnf, {.reduce_interval = 30});
-        Solver glucose =
-            make_solver(70, cnf, {.restarts = RestartPolicy::Glucose, .reduce_interval = 30});
-        Result r = luby.solve();
-        ASSERT_EQ(r, glucose.solve());
-        EXPECT_TRUE(r != Result::Sat || satisfies(model_of(luby), cnf));
-        EXPECT_TRUE(r != Result::Sat || satisfies(model_of(glucose), cnf));
-    }
-}
-
 // n+1 pigeons in n holes.
 Cnf pigeonhole(int holes, int& vars) {
     vars = (holes + 1) * holes;
@@ -136,31 +120,6 @@ TEST(SatSolver, ConflictLimitGivesUnknownThenSolvingGoesOn) {
     EXPECT_EQ(unlimited.solve(), Result::Unsat);
 }
 
-TEST(SatSolver, FailedAssumptionsAreAnUnsatSubset) {
-    for (unsigned seed = 0; seed < seeds(400); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        const int vars = 10;
-        Cnf cnf = random_cnf(rng, vars, 25 + static_cast<int>(rng() % 20), seed % 2 == 1);
-        Solver s = make_solver(vars, cnf);
-        for (int round = 0; round < 3; ++round) {
-            Clause assumptions = random_cnf(rng, vars, 1, true)[0];
-            Result r = s.solve(assumptions);
-            ASSERT_EQ(r == Result::Sat, brute_force(vars, cnf, assumptions));
-            if (r == Result::Sat) {
-                EXPECT_TRUE(satisfies(model_of(s), cnf));
-                for (Lit a : assumptions)
-                    EXPECT_TRUE(s.value(a));
-                continue;
-            }
-            const Clause& failed = s.failed_assumptions();
-            for (Lit f : failed)
-                EXPECT_NE(std::find(assumptions.begin(), assumptions.end(), f), assumptions.end());
-            EXPECT_FALSE(brute_force(vars, cnf, failed));
-        }
-    }
-}
-
 TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
     for (unsigned seed = 0; seed < seeds(200); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -186,11 +145,20 @@ TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
                 Cnf all;
                 for (const Cnf& l : levels)
                     all.insert(all.end(), l.begin(), l.end());
-                Clause assumptions = op == 9 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
+                Clause assumptions = op >= 8 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
                 Result r = s.solve(assumptions);
                 ASSERT_EQ(r == Result::Sat, brute_force(vars, all, assumptions)) << "step " << step;
-                EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), all));
-                EXPECT_TRUE(r != Result::Unsat || !brute_force(vars, all, s.failed_assumptions()));
+                if (r == Result::Sat) {
+                    EXPECT_TRUE(satisfies(model_of(s), all));
+                    for (Lit a : assumptions)
+                        EXPECT_TRUE(s.value(a));
+                    continue;
+                }
+                // The failed assumptions: some of the given ones, unsat with the clauses alone.
+                for (Lit f : s.failed_assumptions())
+                    EXPECT_NE(std::find(assumptions.begin(), assumptions.end(), f),
+                              assumptions.end());
+                EXPECT_FALSE(brute_force(vars, all, s.failed_assumptions()));
             }
         }
     }
