@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "support/cli_run.h"
 #include "vorn/io/script_engine.h"
 #include "vorn/io/smt_reader.h"
