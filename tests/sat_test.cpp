@@ -302,10 +302,12 @@ TEST(SatSolver, RecordedLearnedClausesFollowByUnitPropagation) {
             seed == 0 ? holes : random_cnf(rng, vars, 50 + static_cast<int>(rng() % 15), false);
         Solver s = make_solver(vars, cnf, {.reduce_interval = 6, .record_proof = true});
         Result r = s.solve();
-        Cnf known = cnf;
+        Cnf known;
         for (const ProofStep& step : s.proof()) {
-            ASSERT_EQ(step.kind, ProofStep::Kind::Learned);
-            ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size() - cnf.size();
+            ASSERT_NE(step.kind, ProofStep::Kind::Lemma);
+            if (step.kind == ProofStep::Kind::Learned) {
+                ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size();
+            }
             known.push_back(step.clause);
         }
         EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());

@@ -65,11 +65,21 @@ TEST(SolverTest, SmallProblems) {
         {"constant true", Result::Sat, [](V) { return Formulas{true}; }},
         {"constant ite", Result::Unsat,
          [](V v) { return Formulas{ite(v.x == v.x, v.x, v.y) == 3, v.x != 3}; }},
-        {"disjunction", Result::Unknown, [](V v) { return Formulas{v.x < 0 || v.x > 1}; }},
-        {"Boolean variable", Result::Unknown, [](V v) { return Formulas{v.b, v.x > 0}; }},
-        {"ite on a variable", Result::Unknown,
+        {"disjunction", Result::Sat, [](V v) { return Formulas{v.x < 0 || v.x > 1}; }},
+        {"disjunction refuted", Result::Unsat,
+         [](V v) { return Formulas{v.x < 0 || v.x > 1, v.x >= 0, v.x <= 1}; }},
+        {"Boolean variable", Result::Sat, [](V v) { return Formulas{v.b, v.x > 0}; }},
+        {"Boolean both ways", Result::Unsat,
+         [](V v) { return Formulas{implies(v.b, v.x > 2), implies(!v.b, v.x > 3), v.x < 1}; }},
+        {"ite on a variable", Result::Sat,
          [](V v) { return Formulas{ite(v.x > 0, v.x, -v.x) >= 0}; }},
-        {"unsupported beside unsat", Result::Unsat,
+        {"absolute value negative", Result::Unsat,
+         [](V v) { return Formulas{ite(v.x > 0, v.x, -v.x) < 0}; }},
+        {"nested ite", Result::Sat, [](V v) {
+             return Formulas{ite(v.b, ite(v.x > v.y, v.x, v.y), v.n) == 7, !v.b || v.x < 0}; }},
+        {"integer disjunction", Result::Unsat, [](V v) {
+             return Formulas{2 * v.n == 2 * v.m + 1 || (v.n > 0 && v.n < 1), v.m >= 0}; }},
+        {"Boolean beside unsat", Result::Unsat,
          [](V v) { return Formulas{(v.x < 0 || v.x > 1) && v.b, v.x > 5, v.x < 3}; }},
     };
     // clang-format on
@@ -94,8 +104,10 @@ TEST(SolverTest, PushPopRedeclaresAndForgets) {
     s.push(2);
     Term shadow = s.real("x");
     s.add(shadow == x + 1 && x >= 10);
-    s.add(s.boolean("b"));
-    EXPECT_EQ(s.check(), Result::Unknown);
+    Formula b = s.boolean("b");
+    s.add(b || shadow < 0);
+    ASSERT_EQ(s.check(), Result::Sat);
+    EXPECT_TRUE(s.value(b));
     s.pop();
     EXPECT_EQ(s.level(), 1u);
     s.add(x < 0);
@@ -144,7 +156,6 @@ TEST(SolverTest, Misuse) {
         {"value after push", [](Solver& s, Term x) { s.check(), s.push(), s.value(x); }},
         {"value after pop", [](Solver& s, Term x) { s.push(), s.check(), s.pop(), s.value(x); }},
         {"value after unsat", [](Solver& s, Term x) { s.add(false), s.check(), s.value(x); }},
-        {"value of a Boolean", [](Solver& s, Term) { s.check(), s.value(s.boolean("b")); }},
         {"core after sat", [](Solver& s, Term x) { s.check({{x > 0}}), s.unsat_core(); }},
         {"core without assumptions",
          [](Solver& s, Term) { s.add(false), s.check(), s.unsat_core(); }},

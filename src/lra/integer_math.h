@@ -9,16 +9,9 @@
 
 #include "vorn/la/equation.h"
 #include "vorn/lra/delta_rational.h"
+#include "vorn/lra/integer_bounds.h"
 
 namespace vorn::lra {
-
-// ⌊v⌋ for v = c + k·δ with δ > 0 infinitesimal: ⌊c⌋, less one when c is an integer and k < 0.
-QNumber floor_of(const DeltaRational& v);
-
-// Whether v = c + k·δ is an integer: k = 0 and c an integer.
-inline bool is_integral(const DeltaRational& v) {
-    return v.delta().is_zero() && v.real().is_integer();
-}
 
 // The equality Σ coeffs = constant (not all coefficients zero) brought to coprime integers,
 // coefficients and constant together: the gcd g of its coefficients when g does not divide

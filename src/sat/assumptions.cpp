@@ -70,6 +70,7 @@ void Solver::pop() {
     }
     collect_garbage();
     if (value_of(active) == LBool::Undef) enqueue(~active, kNoClause);
+    record(ProofStep::Kind::Input, std::vector<Lit>{~active});
     if (ok_ && propagate() != kNoClause) set_unsat();
 }
 

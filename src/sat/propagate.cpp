@@ -70,6 +70,7 @@ CRef Solver::propagate_with_theory() {
             assigned = true;
             if (value == LBool::Undef) {
                 enqueue(lit, kTheoryReason);
+                if (level() == 0 && options_.record_proof) reason_of(lit.var());
                 continue;
             }
             // Implied yet false: the explanation is a conflict.

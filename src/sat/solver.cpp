@@ -34,6 +34,7 @@ bool Solver::add_clause(std::span<const Lit> lits) {
     assert(level() == 0);
     std::vector<Lit> clause(lits.begin(), lits.end());
     if (!activation_.empty()) clause.push_back(~activation_.back());
+    record(ProofStep::Kind::Input, clause);
     std::sort(clause.begin(), clause.end());
     // Facts of level 0 are permanent (see solver.h), so literals they decide can go.
     std::size_t kept = 0;
@@ -70,6 +71,14 @@ Result Solver::solve(std::span<const Lit> assumptions) {
                          ? 0
                          : stats_.conflicts + static_cast<std::uint64_t>(options_.conflict_limit);
     Result result = search();
+    if (result == Result::Unsat && ok_ && options_.record_proof) {
+        std::vector<Lit> final_clause;
+        for (Lit a : activation_)
+            final_clause.push_back(~a);
+        for (Lit f : failed_)
+            final_clause.push_back(~f);
+        record(ProofStep::Kind::Learned, final_clause);
+    }
     if (result == Result::Sat)
         for (Var v = 0; v < num_vars(); ++v)
             model_[v] = value_of(pos(v));
@@ -108,7 +117,10 @@ Result Solver::search() {
         if (next == Next::Decide) {
             decision = pick_branch();
             if (!decision.defined()) {
-                if (!theory_ || theory_->check(true, theory_clause_)) return Result::Sat;
+                if (!theory_ || theory_->check(true, theory_clause_)) {
+                    if (trail_.size() == num_vars()) return Result::Sat;
+                    continue;  // the theory made new variables to decide
+                }
                 conflict = theory_conflict(theory_clause_);
                 if (conflict != kNoClause) resolve(conflict);
                 continue;

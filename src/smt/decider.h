@@ -35,7 +35,7 @@ class Decider {
     std::size_t atoms_at(std::size_t level) const { return levels_[level].atoms; }
     // Decides the atoms now in the problem.
     Decision check();
-    DecideStats stats() const { return {simplex_.stats(), branch_.stats(), splits_}; }
+    DecideStats stats() const { return {simplex_.stats(), branch_.stats(), splits_, {}}; }
 
   private:
     using Result = lra::Result;

@@ -410,6 +410,12 @@ DecideStats& DecideStats::operator+=(const DecideStats& o) {
     branch.gcd_conflicts += o.branch.gcd_conflicts;
     branch.seconds += o.branch.seconds;
     splits += o.splits;
+    sat.decisions += o.sat.decisions;
+    sat.propagations += o.sat.propagations;
+    sat.conflicts += o.sat.conflicts;
+    sat.restarts += o.sat.restarts;
+    sat.learned += o.sat.learned;
+    sat.deleted += o.sat.deleted;
     return *this;
 }
 
@@ -426,6 +432,12 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
     d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
     d.branch.seconds -= o.branch.seconds;
     d.splits -= o.splits;
+    d.sat.decisions -= o.sat.decisions;
+    d.sat.propagations -= o.sat.propagations;
+    d.sat.conflicts -= o.sat.conflicts;
+    d.sat.restarts -= o.sat.restarts;
+    d.sat.learned -= o.sat.learned;
+    d.sat.deleted -= o.sat.deleted;
     return d;
 }
 

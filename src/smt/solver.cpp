@@ -1,12 +1,11 @@
-// Solver: formulas translated into the atoms of an smt::Problem, decided by an smt::Context.
+// Solver: formulas translated into an smt::Problem, decided by an smt::Context.
 //
 // A formula is walked with an explicit stack (a chain of `&&` built in a loop is as deep as it is
-// long), each node once per polarity (a DAG can be exponentially larger as a tree). Whatever lies
-// outside the conjunctive fragment is kept in `unsupported`, per push level, for the Boolean
-// engine to come; its conjunctive parts still become atoms, which keeps an Unsat answer sound.
-// A disjunction with all disjuncts but one constant false was reduced to that one when it was
-// built (formula.cpp), so every disjunction met here is a real one.
+// long), each node once per polarity (a DAG can be exponentially larger as a tree). Its
+// conjunctive part becomes atoms; the rest (disjunctions, Boolean variables, ite terms) is
+// encoded into clauses by the Encoder, each node once.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -14,6 +13,7 @@
 #include <unordered_set>
 
 #include "vorn/smt/context.h"
+#include "vorn/smt/encoder.h"
 #include "vorn/smt/problem.h"
 #include "vorn/smt/solver.h"
 
@@ -61,7 +61,8 @@ std::pair<Item, Item> operands(const Item& it) {
 // Exact evaluation under a model, iterative for the same reason as the translation.
 class Evaluator {
   public:
-    explicit Evaluator(const std::vector<QNumber>& model) : model_(model) {}
+    Evaluator(const std::vector<QNumber>& model, const std::vector<int>& booleans)
+        : model_(model), booleans_(booleans) {}
 
     QNumber term(const Term& t) {
         for (const auto& i : Access::ites(t))
@@ -92,6 +93,7 @@ class Evaluator {
     void run(const Node* root);
 
     const std::vector<QNumber>& model_;
+    const std::vector<int>& booleans_;  // problem variables, by Boolean number − 1
     std::unordered_map<const Node*, bool> truth_;
     std::unordered_map<const Node*, QNumber> number_;  // of ite nodes
 };
@@ -117,10 +119,11 @@ void Evaluator::run(const Node* root) {
             case Node::Kind::Constant:
                 truth_[n] = n->value;
                 break;
-            case Node::Kind::Boolean:
-                throw UsageError(
-                    "Boolean variables have no values yet: Boolean structure is not "
-                    "decided by this version");
+            case Node::Kind::Boolean: {
+                auto v = static_cast<std::size_t>(booleans_[n->boolean - 1]);
+                truth_[n] = v < model_.size() && !model_[v].is_zero();
+                break;
+            }
             case Node::Kind::Compare:
                 need_term(n->terms[0]);
                 if (ready()) truth_[n] = relation_holds(n->compare, sum(n->terms[0]).sign());
@@ -157,7 +160,8 @@ void Evaluator::run(const Node* root) {
 }  // namespace
 
 struct Solver::Impl {
-    Impl() : id(next_solver_id++), problem(NameSyntax::SmtLib), context(problem) {}
+    Impl()
+        : id(next_solver_id++), problem(NameSyntax::SmtLib), context(problem), encoder(problem) {}
 
     void check_owner(std::uint64_t owner) const {
         if (owner != 0 && owner != id)
@@ -169,10 +173,7 @@ struct Solver::Impl {
                 "no model: value() needs the last check() to have answered sat, "
                 "with nothing added, pushed or popped since");
     }
-    void push() {
-        context.push();
-        unsupported_at.push_back(unsupported.size());
-    }
+    void push() { context.push(); }
     void pop(std::size_t n) {
         std::size_t level = context.level();
         if (n > level)
@@ -180,15 +181,11 @@ struct Solver::Impl {
                                         std::to_string(level));
         if (n == 0) return;
         context.pop(n);
-        std::size_t kept = unsupported_at[level - n];
-        unsupported.erase(unsupported.begin() + static_cast<std::ptrdiff_t>(kept),
-                          unsupported.end());
-        unsupported_at.resize(level - n);
+        encoder.truncate(problem.boolean.propositions());
     }
     Result conclude(Decision& d) {
         if (d.result == lra::Result::Unsat) return Result::Unsat;
-        // A model of the linear part says nothing about what was set aside.
-        if (d.result == lra::Result::Unknown || !unsupported.empty()) return Result::Unknown;
+        if (d.result == lra::Result::Unknown) return Result::Unknown;
         model = std::move(d.model);
         model_valid = true;
         return Result::Sat;
@@ -196,18 +193,14 @@ struct Solver::Impl {
 
     void assert_formula(const NodePtr& root);
     void add_compare(const Item& it);
-    void add_false();
-    void set_aside(const Item& it) {
-        Formula f = Access::formula(*it.ref);
-        unsupported.push_back(it.negated ? !f : f);
-    }
+    Literal encode(const NodePtr& root);
+    std::uint32_t linear_term(const Term& t, std::unordered_map<const Node*, int>& lifted);
 
     std::uint64_t id;
     Problem problem;
     Context context;
-    std::vector<std::string> booleans;  // names, by number − 1
-    std::vector<Formula> unsupported;
-    std::vector<std::size_t> unsupported_at;  // by level: unsupported.size() at its push
+    Encoder encoder;
+    std::vector<int> booleans;  // problem variables, by number − 1
     bool model_valid = false;
     bool core_valid = false;
     std::vector<QNumber> model;
@@ -215,6 +208,8 @@ struct Solver::Impl {
     LinearExpr scratch;
 };
 
+// The conjunctive part becomes atoms (the Decider's fast path); whatever else is encoded into
+// clauses.
 void Solver::Impl::assert_formula(const NodePtr& root) {
     std::vector<Item> stack{{&root, false}};
     std::unordered_set<std::uintptr_t> seen;
@@ -225,7 +220,11 @@ void Solver::Impl::assert_formula(const NodePtr& root) {
         const Node& n = it.node();
         switch (n.kind) {
             case Node::Kind::Constant:
-                if (n.value == it.negated) add_false();
+                if (n.value == it.negated) {  // 1 = 0
+                    scratch.set_constant(QNumber(1));
+                    problem.atoms.push_back(
+                        {Relation::Eq, problem.add_term(scratch), 1, SourcePos{}});
+                }
                 break;
             case Node::Kind::Compare:
                 add_compare(it);
@@ -240,14 +239,13 @@ void Solver::Impl::assert_formula(const NodePtr& root) {
                     auto [a, b] = operands(it);
                     stack.push_back(b);
                     stack.push_back(a);
-                } else {
-                    set_aside(it);  // folded when built: no disjunct is constant
+                    break;
                 }
-                break;
-            case Node::Kind::Boolean:
-            case Node::Kind::Ite:
-                set_aside(it);
-                break;
+                [[fallthrough]];
+            default: {
+                Literal lit = encode(*it.ref);
+                encoder.assert_true(it.negated ? ~lit : lit);
+            }
         }
     }
 }
@@ -255,7 +253,10 @@ void Solver::Impl::assert_formula(const NodePtr& root) {
 void Solver::Impl::add_compare(const Item& it) {
     const Node& n = it.node();
     const Term& term = n.terms[0];
-    if (!Access::ites(term).empty()) return set_aside(it);
+    if (!Access::ites(term).empty()) {
+        Literal lit = encode(*it.ref);
+        return encoder.assert_true(it.negated ? ~lit : lit);
+    }
     scratch.clear();
     for (const auto& p : Access::parts(term))
         scratch.add_entry(p.var, p.coeff);
@@ -263,10 +264,103 @@ void Solver::Impl::add_compare(const Item& it) {
         {relation_of(n.compare, it.negated), problem.add_term(scratch), 1, SourcePos{}});
 }
 
-// 1 = 0.
-void Solver::Impl::add_false() {
-    scratch.set_constant(QNumber(1));
-    problem.atoms.push_back({Relation::Eq, problem.add_term(scratch), 1, SourcePos{}});
+// The problem term of t, each ite summand replaced by its lifted variable.
+std::uint32_t Solver::Impl::linear_term(const Term& t,
+                                        std::unordered_map<const Node*, int>& lifted) {
+    scratch.clear();
+    for (const auto& p : Access::parts(t))
+        scratch.add_entry(p.var, p.coeff);
+    for (const auto& i : Access::ites(t))
+        scratch.add_entry(lifted.at(i.node.get()), i.coeff);
+    return problem.add_term(scratch);
+}
+
+// The literal of a formula, its subformulas encoded bottom-up with an explicit stack, each node
+// once. An ite term is lifted to a fresh variable v with  c → v = then  and  ¬c → v = else;
+// v is Int when both branches are integral sums of Int variables.
+Literal Solver::Impl::encode(const NodePtr& root) {
+    std::unordered_map<const Node*, Literal> done;
+    std::unordered_map<const Node*, int> lifted;
+    std::vector<const Node*> todo{root.get()};
+    auto known = [&](const Node* n) {
+        return n->kind == Node::Kind::Ite ? lifted.contains(n) : done.contains(n);
+    };
+    auto integral = [&](const Term& t) {
+        for (const auto& p : Access::parts(t))
+            if (!p.coeff.is_integer() || (p.var != 0 && problem.variables.sort(p.var) != Sort::Int))
+                return false;
+        for (const auto& i : Access::ites(t))
+            if (!i.coeff.is_integer() ||
+                problem.variables.sort(lifted.at(i.node.get())) != Sort::Int)
+                return false;
+        return true;
+    };
+    while (!todo.empty()) {
+        const Node* n = todo.back();
+        if (known(n)) {
+            todo.pop_back();
+            continue;
+        }
+        std::size_t before = todo.size();
+        auto need = [&](const NodePtr& c) {
+            if (!known(c.get())) todo.push_back(c.get());
+        };
+        auto need_term = [&](const Term& t) {
+            for (const auto& i : Access::ites(t))
+                need(i.node);
+        };
+        for (const NodePtr& c : n->children)
+            need(c);
+        for (const Term& t : n->terms)
+            need_term(t);
+        if (todo.size() != before) continue;
+        todo.pop_back();
+        auto child = [&](std::size_t i) { return done.at(n->children[i].get()); };
+        switch (n->kind) {
+            case Node::Kind::Constant:
+                done.emplace(n, encoder.constant(n->value));
+                break;
+            case Node::Kind::Boolean:
+                done.emplace(n, encoder.variable(booleans[n->boolean - 1]));
+                break;
+            case Node::Kind::Compare:
+                done.emplace(n, encoder.compare(n->compare, linear_term(n->terms[0], lifted)));
+                break;
+            case Node::Kind::Not:
+                done.emplace(n, ~child(0));
+                break;
+            case Node::Kind::And:
+            case Node::Kind::Or: {
+                Literal ops[] = {child(0), child(1)};
+                done.emplace(n, n->kind == Node::Kind::And ? encoder.conjunction(ops)
+                                                           : encoder.disjunction(ops));
+                break;
+            }
+            case Node::Kind::Implies: {
+                Literal ops[] = {~child(0), child(1)};
+                done.emplace(n, encoder.disjunction(ops));
+                break;
+            }
+            case Node::Kind::Ite: {
+                Sort sort = integral(n->terms[0]) && integral(n->terms[1]) ? Sort::Int : Sort::Real;
+                int v = problem.variables.add("ite", sort, {});
+                Literal c = child(0);
+                for (int side = 0; side < 2; ++side) {
+                    std::uint32_t branch = linear_term(n->terms[side], lifted);
+                    scratch.clear();
+                    for (const auto& e : problem.term(branch))
+                        scratch.add_entry(e.var, -e.coeff);
+                    scratch.add_entry(v, QNumber(1));
+                    Literal eq = encoder.compare(Relation::Eq, problem.add_term(scratch));
+                    Literal clause[] = {side == 0 ? ~c : c, eq};
+                    encoder.add_clause(clause);
+                }
+                lifted.emplace(n, v);
+                break;
+            }
+        }
+    }
+    return done.at(root.get());
 }
 
 Solver::Solver() : impl_(std::make_unique<Impl>()) {}
@@ -283,7 +377,7 @@ Term Solver::integer(std::string_view name) {
 }
 
 Formula Solver::boolean(std::string_view name) {
-    impl_->booleans.emplace_back(name);
+    impl_->booleans.push_back(impl_->problem.variables.add(name, Sort::Bool, {}));
     auto node = std::make_shared<Node>();
     node->kind = Node::Kind::Boolean;
     node->boolean = static_cast<int>(impl_->booleans.size());
@@ -311,40 +405,24 @@ Result Solver::check(std::span<const Formula> assumptions) {
         s.check_owner(Access::node(f)->owner);
     s.model_valid = s.core_valid = false;
     s.core.clear();
+    // The assumptions' encodings live on a level of their own.
     s.push();
-    std::size_t first = s.problem.atoms.size();
-    std::vector<std::size_t> ends;  // the atoms of assumption i end at ends[i]
     Decision d;
+    std::vector<Literal> lits;
     try {
-        for (const Formula& f : assumptions) {
-            s.assert_formula(Access::node(f));
-            ends.push_back(s.problem.atoms.size());
-        }
-        d = s.context.check();
+        for (const Formula& f : assumptions)
+            lits.push_back(s.encode(Access::node(f)));
+        d = s.context.check(lits);
     } catch (...) {
         s.pop(1);
         throw;
     }
     Result r = s.conclude(d);
     if (r == Result::Unsat) {
-        std::vector<bool> used(s.problem.atoms.size() - first, false);
-        auto use = [&](std::size_t atom) {
-            if (atom >= first && atom < s.problem.atoms.size()) used[atom - first] = true;
-        };
-        for (const ProofStep& step : d.proof) {
-            for (const FarkasEntry& e : step.farkas)
-                if (!e.from_split) use(e.index);
-            if (step.kind == ProofStep::Kind::SplitNe || step.kind == ProofStep::Kind::Gcd)
-                use(step.atom);
-        }
-        std::size_t begin = first;
-        for (std::size_t i = 0; i < assumptions.size(); begin = ends[i++]) {
-            for (std::size_t a = begin; a < ends[i]; ++a)
-                if (used[a - first]) {
-                    s.core.push_back(assumptions[i]);
-                    break;
-                }
-        }
+        std::vector<Literal> failed = s.context.failed_assumptions();
+        for (std::size_t i = 0; i < assumptions.size(); ++i)
+            if (std::find(failed.begin(), failed.end(), lits[i]) != failed.end())
+                s.core.push_back(assumptions[i]);
         s.core_valid = true;
     }
     s.pop(1);
@@ -369,13 +447,13 @@ unsigned Solver::level() const {
 QNumber Solver::value(const Term& t) const {
     impl_->check_owner(Access::owner(t));
     impl_->require_model();
-    return Evaluator(impl_->model).term(t);
+    return Evaluator(impl_->model, impl_->booleans).term(t);
 }
 
 bool Solver::value(const Formula& f) const {
     impl_->check_owner(Access::node(f)->owner);
     impl_->require_model();
-    return Evaluator(impl_->model).formula(Access::node(f).get());
+    return Evaluator(impl_->model, impl_->booleans).formula(Access::node(f).get());
 }
 
 std::vector<Formula> Solver::unsat_core() const {

@@ -11,6 +11,7 @@
 #include <span>
 
 #include "vorn/la/equation.h"
+#include "vorn/lra/delta_rational.h"
 #include "vorn/lra/simplex.h"
 
 namespace vorn::lra {
@@ -29,5 +30,13 @@ std::optional<RoundedBound> round_integral_bound(std::span<const la::Equation::V
 // ignored): scaled to coprime integer coefficients the term takes every integer value and only
 // those, so the equation is refuted exactly when the scaled c is not an integer (the gcd test).
 bool integral_equation_refuted(std::span<const la::Equation::VarCoeff> term, const QNumber& c);
+
+// ⌊v⌋ for v = c + k·δ with δ > 0 infinitesimal: ⌊c⌋, less one when c is an integer and k < 0.
+QNumber floor_of(const DeltaRational& v);
+
+// Whether v = c + k·δ is an integer: k = 0 and c an integer.
+inline bool is_integral(const DeltaRational& v) {
+    return v.delta().is_zero() && v.real().is_integer();
+}
 
 }  // namespace vorn::lra

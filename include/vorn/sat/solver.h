@@ -30,10 +30,14 @@
 // implications are assigned with kTheoryReason and explained lazily; its conflicts and
 // explanations are kept as lemma clauses.
 //
-// Proof. With Options::record_proof, proof() lists every clause the solver derived, in order:
-// learned clauses (each follows by reverse unit propagation from the added clauses and the
-// earlier steps) and theory lemmas (trusted), ending with the empty clause once the clauses are
-// found unsat. The record is for solving without push/pop, whose removals it does not show.
+// Proof. With Options::record_proof, proof() lists every clause in order: the added ones as
+// given (Input, with the activation literal of their push level; a pop adds the fact ¬a), the
+// learned ones (each follows by reverse unit propagation from the steps before it) and theory
+// lemmas (valid in the theory; the theory justifies them). An Unsat answer ends it with a
+// learned clause of negated assumptions, activation literals included (empty without any).
+// Theory implications at level 0 are explained at once, so that the facts they make stay
+// derivable. Removed clauses stay in the record: they were derived soundly, and a push level's
+// clauses are satisfied by its activation literal false.
 
 #include <cstdint>
 #include <initializer_list>
@@ -69,7 +73,7 @@ struct Stats {
 };
 
 struct ProofStep {
-    enum class Kind { Learned, Lemma };
+    enum class Kind { Input, Learned, Lemma };
     Kind kind;
     std::vector<Lit> clause;
 };
@@ -99,7 +103,8 @@ class Solver {
     void pop();
     std::size_t push_depth() const { return activation_.size(); }
 
-    // Not owned; nullptr detaches. Attach before the first solve().
+    // Not owned; nullptr detaches. Attach before the first solve(). The theory may create
+    // variables (new_var) during check(); the search then goes on to decide them.
     void set_theory(Theory* theory) { theory_ = theory; }
 
     const Stats& stats() const { return stats_; }

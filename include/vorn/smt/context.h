@@ -1,6 +1,7 @@
 #pragma once
 
-// Context: one incremental decision over a Problem's atom list, kept across checks.
+// Context: one incremental decision over a Problem's atom list and Boolean structure, kept
+// across checks.
 //
 // The caller appends atoms to problem.atoms (and variables to problem.variables) at any time;
 // check() decides every atom in the list, Int variables integral (decision.h describes how).
@@ -16,6 +17,8 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
+#include <vector>
 
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
@@ -34,8 +37,15 @@ class Context {
     // problem's terms to their sizes at the matching push: atoms and terms made since are gone.
     void pop(std::size_t n = 1);
     std::size_t level() const;
-    // Decides the atoms now in the problem. The answer's model is indexed by problem variable.
+    // Decides the atoms and clauses now in the problem. The answer's model is indexed by
+    // problem variable (Bool variables 0 or 1).
     Decision check();
+    // Decides them with `assumptions`, literals of the problem's propositions, taken as true
+    // for this check only.
+    Decision check(std::span<const Literal> assumptions);
+    // After an Unsat check under assumptions: those that the refutation needs (empty when the
+    // problem alone is unsat).
+    std::vector<Literal> failed_assumptions() const;
     void set_options(const DecideOptions& options);
     // Summed over every check so far.
     const DecideStats& stats() const;

@@ -22,6 +22,8 @@
 
 #include "vorn/lra/branch_and_bound.h"
 #include "vorn/lra/simplex.h"
+#include "vorn/sat/solver.h"
+#include "vorn/smt/clause_proof.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/problem.h"
 
@@ -56,12 +58,16 @@ struct ProofStep {
 
 struct DecideOptions {
     std::uint64_t bb_limit = 10000;  // branch-and-bound nodes in one whole check (0: no limit)
+    // Problems with Boolean structure: keep the clause proof of an Unsat answer
+    // (Decision::clause_proof). It costs memory for every clause the search learns.
+    bool certify = false;
 };
 
 struct DecideStats {
     lra::SimplexStats simplex;
     lra::BranchStats branch;
     std::uint64_t splits = 0;  // disequality splits
+    sat::Stats sat;            // the Boolean search, on problems with Boolean structure
 
     // Sums counters and times (max_depth: the larger one).
     DecideStats& operator+=(const DecideStats& other);
@@ -73,7 +79,8 @@ struct Decision {
     lra::Result result = lra::Result::Unknown;
     std::string reason_unknown;
     std::vector<QNumber> model;    // Sat: by problem variable, index 0 unused
-    std::vector<ProofStep> proof;  // Unsat: nodes[0] is the root
+    std::vector<ProofStep> proof;  // Unsat, conjunctions: nodes[0] is the root
+    ClauseProof clause_proof;      // Unsat, Boolean structure, with DecideOptions::certify
     DecideStats stats;
 };
 

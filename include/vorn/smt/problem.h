@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vorn/lra/simplex.h"
+#include "vorn/smt/boolean_structure.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/source_pos.h"
 #include "vorn/smt/variables.h"
@@ -41,7 +42,10 @@ class Problem {
     explicit Problem(NameSyntax syntax) : variables(syntax) {}
 
     Variables variables;
+    // Atoms that must all hold.
     std::vector<Atom> atoms;
+    // Clauses that must all hold; empty for a conjunction of atoms.
+    BooleanStructure boolean;
     // The term of an objective the input states (LP formats); feasibility ignores it.
     std::optional<std::uint32_t> objective;
 

@@ -13,11 +13,9 @@
 // writing one is a compile error rather than a run-time surprise. A long sum is best built with
 // `+=` (or `std::move(sum) + t`): each step then costs the size of its right-hand side.
 //
-// What is decided today is the conjunctive fragment: conjunctions of comparisons (strict ones
-// too), disequalities (`!=`, a negated `==`), Int variables; negations are pushed inward, and a
-// disjunction or implication counts when all its disjuncts but one are constant false. The rest
-// (a real disjunction, a Boolean variable, an ite whose condition is not constant) is kept aside:
-// check() then answers Unknown unless the linear part alone is already Unsat.
+// Any formula over comparisons (strict ones too, disequalities), Boolean variables, `!`, `&&`,
+// `||`, implies() and ite() terms is decided, Int variables integral: Sat with a model, Unsat,
+// or Unknown only when the integer search reaches its branch limit.
 //
 // Terms and formulas are immutable values; formulas share their structure (copies are cheap) and
 // may be read from several threads. A Solver is used by one thread at a time.
@@ -147,7 +145,7 @@ class Formula {
 
 Formula implies(const Formula& a, const Formula& b);
 // `then` when the condition holds, `otherwise` when not. With a constant condition this is
-// simply one of the two terms; otherwise the term is outside the decided fragment for now.
+// simply one of the two terms.
 Term ite(const Formula& condition, const Term& then, const Term& otherwise);
 
 class Solver {
@@ -172,8 +170,8 @@ class Solver {
     unsigned level() const;
 
     // The model of the last check() when it answered Sat and nothing was added, pushed or popped
-    // since. Variables created after that check are 0. UsageError otherwise, and for a formula
-    // over Boolean variables (which have no values yet).
+    // since. Variables created after that check are 0 (Boolean ones false). UsageError
+    // otherwise.
     QNumber value(const Term& t) const;
     bool value(const Formula& f) const;
     // After check(assumptions) answered Unsat (nothing added, pushed or popped since): the

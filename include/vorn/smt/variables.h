@@ -12,7 +12,8 @@
 
 namespace vorn::smt {
 
-enum class Sort : std::uint8_t { Real, Int };
+// Bool variables occur in the Boolean structure only; their model values are 0 and 1.
+enum class Sort : std::uint8_t { Real, Int, Bool };
 
 // How names are written back: SMT-LIB symbols need |bars| when their plain form would not read
 // back; names of the plain format are identifiers and never do.

@@ -1,0 +1,87 @@
+#pragma once
+
+// The Boolean structure of a problem: propositions and clauses over their literals, beside the
+// atoms that must all hold (Problem::atoms). A proposition is a Bool variable of the problem, an
+// arithmetic atom `term ≤ 0` or `term ≥ 0` over a problem term (its negation is `term > 0` or
+// `term < 0`), or a definition that an encoding introduced (a Tseitin variable). Every other
+// relation is encoded through these two (Encoder), so the arithmetic solver sees bounds only.
+//
+// Clauses are stored back to back; propositions and clauses are appended, and a pop truncates
+// both back to their sizes at the matching push.
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "vorn/lra/simplex.h"
+
+namespace vorn::smt {
+
+using lra::Relation;
+
+// Proposition `prop()` (numbered from 0), negated when `negative()`.
+class Literal {
+  public:
+    constexpr Literal() = default;
+    constexpr Literal(std::uint32_t prop, bool negative) : code_(2 * prop + (negative ? 1 : 0)) {}
+    static constexpr Literal from_code(std::uint32_t code) {
+        Literal l;
+        l.code_ = code;
+        return l;
+    }
+    constexpr std::uint32_t prop() const { return code_ >> 1; }
+    constexpr bool negative() const { return (code_ & 1) != 0; }
+    constexpr std::uint32_t code() const { return code_; }
+    constexpr Literal operator~() const { return from_code(code_ ^ 1); }
+    friend constexpr bool operator==(Literal, Literal) = default;
+    friend constexpr auto operator<=>(Literal, Literal) = default;
+
+  private:
+    std::uint32_t code_ = 0;
+};
+
+struct Proposition {
+    enum class Kind : std::uint8_t { Definition, Variable, Atom };
+    Kind kind = Kind::Definition;
+    Relation relation = Relation::Le;  // Atom: Le or Ge
+    int variable = 0;                  // Variable: a problem variable of sort Bool
+    std::uint32_t term = 0;            // Atom: `term ⋈ 0`, a problem term (constant included)
+};
+
+class BooleanStructure {
+  public:
+    std::uint32_t add(const Proposition& p) {
+        props_.push_back(p);
+        return static_cast<std::uint32_t>(props_.size() - 1);
+    }
+    const Proposition& proposition(std::uint32_t p) const { return props_[p]; }
+    std::uint32_t propositions() const { return static_cast<std::uint32_t>(props_.size()); }
+
+    void add_clause(std::span<const Literal> lits) {
+        lits_.insert(lits_.end(), lits.begin(), lits.end());
+        clause_end_.push_back(lits_.size());
+    }
+    std::size_t clauses() const { return clause_end_.size(); }
+    std::span<const Literal> clause(std::size_t i) const {
+        std::size_t begin = i == 0 ? 0 : clause_end_[i - 1];
+        return {lits_.data() + begin, lits_.data() + clause_end_[i]};
+    }
+    bool empty() const { return clause_end_.empty(); }
+
+    // Forgets the propositions from `propositions` on and the clauses from `clauses` on.
+    void truncate(std::uint32_t propositions, std::size_t clauses) {
+        if (props_.size() > propositions) props_.resize(propositions);
+        if (clause_end_.size() > clauses) {
+            clause_end_.resize(clauses);
+            lits_.resize(clauses == 0 ? 0 : clause_end_.back());
+        }
+    }
+
+  private:
+    std::vector<Proposition> props_;
+    std::vector<Literal> lits_;
+    std::vector<std::size_t> clause_end_;
+};
+
+}  // namespace vorn::smt

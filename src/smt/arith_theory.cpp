@@ -1,0 +1,213 @@
+#include "arith_theory.h"
+
+#include <algorithm>
+
+#include "vorn/lra/integer_bounds.h"
+
+namespace vorn::smt {
+
+namespace {
+
+lra::SimplexOptions theory_simplex_options() {
+    lra::SimplexOptions o;
+    // Branching reads the δ-assignment of every Int variable, which eliminated ones lack.
+    o.eliminate = false;
+    return o;
+}
+
+}  // namespace
+
+ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record)
+    : problem_(problem), sat_(sat), record_(record), simplex_(theory_simplex_options()) {}
+
+int ArithTheory::simplex_var(int v) {
+    if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
+    if (simplex_var_[v] != 0) return simplex_var_[v];
+    int s = simplex_.new_variable();
+    simplex_var_[v] = s;
+    if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
+    problem_var_[s] = v;
+    if (problem_.variables.sort(v) == Sort::Int) integer_vars_.push_back(s);
+    return s;
+}
+
+ArithTheory::Reading ArithTheory::read(const lra::TermVar& t, Relation relation, const QNumber& c,
+                                       bool integral) const {
+    Reading r{relation, c, false, {}};
+    if (integral) {
+        const TheoryAtom& a = atoms_.back();
+        if (auto rounded = lra::round_integral_bound(a.term, relation, c)) {
+            r.relation = rounded->relation;
+            r.constant = rounded->constant;
+        }
+    }
+    bool caller_upper = r.relation == Relation::Le || r.relation == Relation::Lt;
+    bool strict = r.relation == Relation::Lt || r.relation == Relation::Gt;
+    r.upper = caller_upper != (t.scale.sign() < 0);
+    QNumber value = r.constant / t.scale;
+    r.value = lra::DeltaRational(value, QNumber(strict ? (r.upper ? -1 : 1) : 0));
+    return r;
+}
+
+void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
+                           const QNumber& c) {
+    bool integral = true;
+    scratch_.clear();
+    for (const auto& e : term) {
+        scratch_.push_back({simplex_var(e.var), e.coeff});
+        integral = integral && problem_.variables.sort(e.var) == Sort::Int;
+    }
+    lra::TermVar t = simplex_.term_variable(scratch_);
+    atoms_.push_back({var, relation, {term.begin(), term.end()}, c});
+    Atom a{t, {}, QNumber(1) / (t.scale.sign() < 0 ? -t.scale : t.scale)};
+    a.reading[0] = read(t, relation, c, integral);
+    a.reading[1] = read(t, negation(relation), c, integral);
+    if (atom_of_.size() <= var) {
+        atom_of_.resize(var + 1, -1);
+        value_.resize(var + 1, 0);
+        implied_by_.resize(var + 1);
+    }
+    atom_of_[var] = static_cast<int>(atom_data_.size());
+    if (atoms_on_.size() <= static_cast<std::size_t>(t.var)) atoms_on_.resize(t.var + 1);
+    atoms_on_[t.var].push_back(static_cast<std::uint32_t>(atom_data_.size()));
+    atom_data_.push_back(std::move(a));
+}
+
+void ArithTheory::retire(sat::Var var) {
+    if (is_atom(var)) atom_data_[atom_of_[var]].alive = false;
+}
+
+void ArithTheory::begin_check(std::uint64_t branch_limit) {
+    limit_ = branch_limit;
+    used_ = 0;
+    gave_up_ = false;
+}
+
+void ArithTheory::new_level() {
+    simplex_.push();
+    level_start_.push_back(assigned_.size());
+}
+
+void ArithTheory::backtrack(int level) {
+    auto target = static_cast<std::size_t>(level);
+    if (level_start_.size() <= target) return;
+    simplex_.pop(level_start_.size() - target);
+    std::size_t keep = level_start_[target];
+    for (std::size_t i = keep; i < assigned_.size(); ++i)
+        value_[assigned_[i].var()] = 0;
+    assigned_.resize(keep);
+    level_start_.resize(target);
+    propagated_ = std::min(propagated_, keep);
+    conflict_ = false;
+}
+
+void ArithTheory::assign(sat::Lit lit) {
+    sat::Var v = lit.var();
+    if (!is_atom(v)) return;
+    Atom& a = atom_data_[atom_of_[v]];
+    if (!a.alive) return;
+    value_[v] = lit.negative() ? -1 : 1;
+    assigned_.push_back(lit);
+    if (conflict_) return;
+    const Reading& r = a.reading[lit.negative() ? 1 : 0];
+    if (simplex_.assert_term(a.term, r.relation, r.constant, lit.code()) ==
+        lra::Asserted::Conflict) {
+        conflict_ = true;
+        pending_.clear();
+        conflict_from_simplex(pending_);
+    }
+}
+
+// Bound b implies reading r when both bound the variable from one side and b is as tight.
+static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
+                    const lra::DeltaRational& r) {
+    return upper == r_upper && (upper ? b <= r : b >= r);
+}
+
+void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
+    if (conflict_) return;
+    for (; propagated_ < assigned_.size(); ++propagated_) {
+        sat::Lit lit = assigned_[propagated_];
+        const Atom& a = atom_data_[atom_of_[lit.var()]];
+        const Reading& b = a.reading[lit.negative() ? 1 : 0];
+        for (std::uint32_t other : atoms_on_[a.term.var]) {
+            const Atom& o = atom_data_[other];
+            sat::Var ov = atoms_[other].var;
+            if (!o.alive || value_[ov] != 0) continue;
+            for (int side = 0; side < 2; ++side) {
+                if (!implies(b.upper, b.value, o.reading[side].upper, o.reading[side].value))
+                    continue;
+                implied_by_[ov] = lit;
+                implied.push_back(sat::Lit(ov, side == 1));
+                break;
+            }
+        }
+    }
+}
+
+void ArithTheory::explain(sat::Lit lit, std::vector<sat::Lit>& clause) {
+    sat::Lit by = implied_by_[lit.var()];
+    clause.assign({lit, ~by});
+    if (record_)
+        log_lemma(clause,
+                  {atom_data_[atom_of_[lit.var()]].unit, atom_data_[atom_of_[by.var()]].unit});
+}
+
+bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
+    if (conflict_) {
+        conflict = pending_;
+        if (record_) log_lemma(conflict, pending_multipliers_);
+        return false;
+    }
+    if (simplex_.check() == lra::Result::Unsat) {
+        conflict.clear();
+        conflict_from_simplex(conflict);
+        if (record_) log_lemma(conflict, pending_multipliers_);
+        return false;
+    }
+    if (full) {
+        if (!branch()) take_model();
+    }
+    return true;
+}
+
+void ArithTheory::conflict_from_simplex(std::vector<sat::Lit>& clause) {
+    pending_multipliers_.clear();
+    for (const lra::Explanation& e : simplex_.conflict()) {
+        clause.push_back(~sat::Lit::from_code(static_cast<std::uint32_t>(e.reason)));
+        pending_multipliers_.push_back(e.multiplier);
+    }
+}
+
+void ArithTheory::log_lemma(const std::vector<sat::Lit>& clause,
+                            const std::vector<QNumber>& multipliers) {
+    lemmas_.push_back({clause, multipliers});
+}
+
+// A new atom x ≤ ⌊v⌋ on the first Int variable x whose value v is fractional; false when every
+// Int variable is integral. Past the budget the search gives up instead.
+bool ArithTheory::branch() {
+    for (int s : integer_vars_) {
+        const lra::DeltaRational& v = simplex_.delta_value(s);
+        if (lra::is_integral(v)) continue;
+        if (limit_ != 0 && used_ >= limit_) {
+            gave_up_ = true;
+            return false;
+        }
+        ++used_;
+        ++branches_;
+        sat::Var var = sat_.new_var();
+        LinearExpr::Entry x{problem_var_[s], QNumber(1)};
+        add_atom(var, {&x, 1}, Relation::Le, lra::floor_of(v));
+        return true;
+    }
+    return false;
+}
+
+void ArithTheory::take_model() {
+    model_.assign(static_cast<std::size_t>(problem_.variables.size()) + 1, QNumber());
+    for (std::size_t v = 1; v < simplex_var_.size() && v < model_.size(); ++v)
+        if (simplex_var_[v] != 0) model_[v] = simplex_.value(simplex_var_[v]);
+}
+
+}  // namespace vorn::smt

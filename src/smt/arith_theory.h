@@ -1,0 +1,133 @@
+#pragma once
+
+// ArithTheory: the simplex as the theory of the SAT engine (DPLL(T)). Each atom is a SAT
+// variable standing for a bound  term ≤ c  or  term ≥ c  on the simplex variable of its term;
+// its negation is the strict opposite bound. Over Int variables both readings are rounded to
+// the integers (lra::round_integral_bound), as the certificate checkers round them.
+//
+// Levels. Every SAT decision level is a simplex push level, so backtracking pops the bounds of
+// the undone literals and keeps the basis and the assignment.
+//
+// Checks. Every propagation fixpoint runs the simplex (it is incremental: a few pivots after a
+// few new bounds); a conflict's Farkas explanation is the lemma ∨ ¬l over its literals l.
+// Propagation: a literal's bound implies or refutes the other atoms on the same simplex
+// variable (x ≤ 3 makes x ≤ 5 true and x > 4 false), explained by the two-literal lemma.
+// Integers: a full assignment whose model gives an Int variable a fractional value v gets a
+// new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
+// such branches per check ends the search with gave_up().
+//
+// Proofs. With recording on, every lemma handed to the solver is logged with its Farkas
+// multipliers, one entry per literal but the implied one, in the order the solver records
+// lemmas.
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "vorn/lra/simplex.h"
+#include "vorn/sat/solver.h"
+#include "vorn/smt/problem.h"
+
+namespace vorn::smt {
+
+struct TheoryLemma {
+    std::vector<sat::Lit> clause;
+    // By clause position: the multiplier of the bound ¬clause[i] (0 for a literal not used).
+    std::vector<QNumber> multipliers;
+};
+
+// An atom as the certificate states it:  Σ coeff·x ⋈ constant  over problem variables.
+struct TheoryAtom {
+    sat::Var var;
+    Relation relation;  // Le or Ge
+    LinearExpr::Entries term;
+    QNumber constant;
+};
+
+class ArithTheory : public sat::Theory {
+  public:
+    ArithTheory(const Problem& problem, sat::Solver& sat, bool record);
+
+    // Makes SAT variable `var` the atom  term ⋈ c  (Le or Ge) over problem variables (no
+    // constant entry, at least one variable).
+    void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
+                  const QNumber& c);
+    // The atom stops counting (its proposition was popped); its variable is left to the search.
+    void retire(sat::Var var);
+    bool is_atom(sat::Var var) const { return var < atom_of_.size() && atom_of_[var] >= 0; }
+
+    // Starts a check: a new budget of integer branches (0: no limit).
+    void begin_check(std::uint64_t branch_limit);
+    bool gave_up() const { return gave_up_; }
+    // The model of the last consistent full check, by problem variable (0 for variables the
+    // theory never met).
+    const std::vector<QNumber>& model() const { return model_; }
+
+    const std::vector<TheoryLemma>& lemmas() const { return lemmas_; }
+    const std::vector<TheoryAtom>& atoms() const { return atoms_; }
+    const lra::Simplex& simplex() const { return simplex_; }
+    std::uint64_t branches() const { return branches_; }
+
+    // sat::Theory
+    void new_level() override;
+    void backtrack(int level) override;
+    void assign(sat::Lit lit) override;
+    void propagate(std::vector<sat::Lit>& implied) override;
+    void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
+    bool check(bool full, std::vector<sat::Lit>& conflict) override;
+
+  private:
+    // One reading of an atom: the bound asserted for the literal, in the caller's terms, and
+    // as a bound on the simplex variable.
+    struct Reading {
+        Relation relation;  // Le or Ge, rounded when integral
+        QNumber constant;
+        bool upper;  // on the simplex variable
+        lra::DeltaRational value;
+    };
+    struct Atom {
+        lra::TermVar term;
+        Reading reading[2];  // by literal sign: [0] the atom, [1] its negation
+        QNumber unit;        // 1/|scale|: the multiplier that makes the variable cancel
+        bool alive = true;
+    };
+
+    int simplex_var(int problem_var);
+    Reading read(const lra::TermVar& t, Relation relation, const QNumber& c, bool integral) const;
+    void conflict_from_simplex(std::vector<sat::Lit>& clause);
+    void log_lemma(const std::vector<sat::Lit>& clause, const std::vector<QNumber>& multipliers);
+    bool branch();
+    void take_model();
+
+    const Problem& problem_;
+    sat::Solver& sat_;
+    bool record_;
+    lra::Simplex simplex_;
+    std::vector<int> simplex_var_;   // by problem variable, 0: none yet
+    std::vector<int> problem_var_;   // by simplex variable, 0: a slack
+    std::vector<int> integer_vars_;  // simplex variables of Int problem variables
+
+    std::vector<int> atom_of_;  // by SAT variable: index in atoms_, −1 for none
+    std::vector<Atom> atom_data_;
+    std::vector<TheoryAtom> atoms_;
+    std::vector<std::vector<std::uint32_t>> atoms_on_;  // by simplex variable
+
+    std::vector<sat::Lit> assigned_;  // atom literals in assignment order
+    std::vector<std::size_t> level_start_;
+    std::vector<signed char> value_;    // by SAT variable: 1 true, −1 false, 0 unassigned
+    std::size_t propagated_ = 0;        // assigned_ entries whose implications were looked at
+    std::vector<sat::Lit> implied_by_;  // by SAT variable: the literal that implied it
+    bool conflict_ = false;             // a bound contradicted the simplex's bounds
+    std::vector<sat::Lit> pending_;     // that conflict's clause
+    std::vector<QNumber> pending_multipliers_;
+
+    std::uint64_t limit_ = 0;  // branches per check, 0: no limit
+    std::uint64_t used_ = 0;   // branches in this check
+    std::uint64_t branches_ = 0;
+    bool gave_up_ = false;
+    std::vector<QNumber> model_;
+    std::vector<TheoryLemma> lemmas_;
+    lra::TermEntries scratch_;
+};
+
+}  // namespace vorn::smt

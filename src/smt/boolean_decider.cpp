@@ -1,0 +1,236 @@
+#include "boolean_decider.h"
+
+namespace vorn::smt {
+
+namespace {
+
+sat::Options sat_options(const DecideOptions& options) {
+    sat::Options o;
+    o.record_proof = options.certify;
+    return o;
+}
+
+std::int64_t dimacs(sat::Lit lit) {
+    auto v = static_cast<std::int64_t>(lit.var()) + 1;
+    return lit.negative() ? -v : v;
+}
+
+}  // namespace
+
+BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& options)
+    : problem_(problem),
+      options_(options),
+      sat_(sat_options(options)),
+      theory_(problem, sat_, options.certify) {
+    sat_.set_theory(&theory_);
+}
+
+sat::Lit BooleanDecider::constant_literal(bool value) {
+    sat::Var v = sat_.new_var();
+    sat::Lit lit(v, false);
+    sat_.add_clause({lit});
+    return value ? lit : ~lit;
+}
+
+sat::Lit BooleanDecider::atom_literal(std::span<const LinearExpr::Entry> term, Relation relation,
+                                      bool extra) {
+    QNumber c;
+    scratch_.clear();
+    for (const auto& e : term) {
+        if (e.var == 0)
+            c = -e.coeff;
+        else
+            scratch_.push_back(e);
+    }
+    if (scratch_.empty()) return constant_literal(relation_holds(relation, -c.sign()));
+    sat::Var v = sat_.new_var();
+    theory_.add_atom(v, scratch_, relation, c);
+    if (extra) extra_.push_back(v);
+    return sat::Lit(v, false);
+}
+
+// t ⋈ 0 as units over bound atoms; a disequality t ≠ 0 as the clause t < 0 ∨ t > 0.
+void BooleanDecider::enter_asserted(const Atom& atom) {
+    auto unit = [&](sat::Lit lit) { sat_.add_clause({lit}); };
+    auto split = [&](std::span<const LinearExpr::Entry> term) {
+        sat::Lit le = atom_literal(term, Relation::Le, true);
+        sat::Lit ge = atom_literal(term, Relation::Ge, true);
+        sat_.add_clause({~le, ~ge});
+    };
+    std::span<const LinearExpr::Entry> term = problem_.term(atom.first_term);
+    switch (atom.relation) {
+        case Relation::Le:
+        case Relation::Ge:
+            return unit(atom_literal(term, atom.relation, true));
+        case Relation::Lt:
+            return unit(~atom_literal(term, Relation::Ge, true));
+        case Relation::Gt:
+            return unit(~atom_literal(term, Relation::Le, true));
+        case Relation::Eq:
+            unit(atom_literal(term, Relation::Le, true));
+            return unit(atom_literal(term, Relation::Ge, true));
+        case Relation::Ne:
+            return split(term);
+        case Relation::Distinct:
+            for (std::uint32_t a = 0; a < atom.terms; ++a)
+                for (std::uint32_t b = a + 1; b < atom.terms; ++b) {
+                    LinearExpr::Entries diff;
+                    QNumber c = problem_.disequality(atom, a, b, diff);
+                    diff.insert(diff.begin(), {0, -c});
+                    split(diff);
+                }
+            return;
+    }
+}
+
+void BooleanDecider::enter(std::size_t atoms, std::uint32_t props, std::size_t clauses) {
+    const BooleanStructure& b = problem_.boolean;
+    for (auto p = static_cast<std::uint32_t>(prop_var_.size()); p < props; ++p) {
+        const Proposition& prop = b.proposition(p);
+        sat::Lit lit = prop.kind == Proposition::Kind::Atom
+                           ? atom_literal(problem_.term(prop.term), prop.relation, false)
+                           : sat::Lit(sat_.new_var(), false);
+        // A constant atom is a constant literal; the proposition is then a definition of it.
+        if (prop.kind == Proposition::Kind::Atom && !theory_.is_atom(lit.var())) {
+            sat::Var v = sat_.new_var();
+            sat_.add_clause({sat::Lit(v, true), lit});
+            sat_.add_clause({sat::Lit(v, false), ~lit});
+            lit = sat::Lit(v, false);
+        }
+        prop_var_.push_back(lit.var());
+        if (prop_of_.size() <= lit.var()) prop_of_.resize(lit.var() + 1, 0);
+        prop_of_[lit.var()] = p + 1;
+    }
+    for (; clauses_ < clauses; ++clauses_) {
+        clause_.clear();
+        for (Literal l : b.clause(clauses_))
+            clause_.push_back(sat_literal(l));
+        sat_.add_clause(clause_);
+    }
+    for (; atoms_ < atoms; ++atoms_)
+        enter_asserted(problem_.atoms[atoms_]);
+}
+
+void BooleanDecider::push() {
+    enter();
+    levels_.push_back(
+        {atoms_, clauses_, static_cast<std::uint32_t>(prop_var_.size()), extra_.size()});
+    sat_.push();
+}
+
+void BooleanDecider::push(std::size_t atoms, std::uint32_t props, std::size_t clauses) {
+    enter(atoms, props, clauses);
+    levels_.push_back(
+        {atoms_, clauses_, static_cast<std::uint32_t>(prop_var_.size()), extra_.size()});
+    sat_.push();
+}
+
+void BooleanDecider::pop(std::size_t n) {
+    if (n == 0) return;
+    Level level = levels_[levels_.size() - n];
+    levels_.resize(levels_.size() - n);
+    for (std::size_t i = 0; i < n; ++i)
+        sat_.pop();
+    for (std::size_t p = level.props; p < prop_var_.size(); ++p) {
+        theory_.retire(prop_var_[p]);
+        prop_of_[prop_var_[p]] = 0;
+    }
+    prop_var_.resize(level.props);
+    for (std::size_t i = level.extra; i < extra_.size(); ++i)
+        theory_.retire(extra_[i]);
+    extra_.resize(level.extra);
+    atoms_ = level.atoms;
+    clauses_ = level.clauses;
+}
+
+Decision BooleanDecider::check(std::span<const Literal> assumptions) {
+    enter();
+    DecideStats before = stats();
+    std::vector<sat::Lit> lits;
+    for (Literal l : assumptions)
+        lits.push_back(sat_literal(l));
+    theory_.begin_check(options_.bb_limit);
+    std::size_t proof_begin = sat_.proof().size();
+    (void)proof_begin;
+    sat::Result r = sat_.solve(lits);
+    Decision d;
+    failed_.clear();
+    if (r == sat::Result::Sat && theory_.gave_up()) r = sat::Result::Unknown;
+    switch (r) {
+        case sat::Result::Sat: {
+            d.result = lra::Result::Sat;
+            d.model = theory_.model();
+            d.model.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
+            const BooleanStructure& b = problem_.boolean;
+            for (std::uint32_t p = 0; p < prop_var_.size(); ++p) {
+                const Proposition& prop = b.proposition(p);
+                if (prop.kind != Proposition::Kind::Variable) continue;
+                d.model[static_cast<std::size_t>(prop.variable)] =
+                    QNumber(sat_.value(sat::Lit(prop_var_[p], false)) ? 1 : 0);
+            }
+            break;
+        }
+        case sat::Result::Unsat:
+            d.result = lra::Result::Unsat;
+            for (sat::Lit f : sat_.failed_assumptions()) {
+                std::uint32_t p = f.var() < prop_of_.size() ? prop_of_[f.var()] : 0;
+                if (p != 0) failed_.push_back(Literal(p - 1, f.negative()));
+            }
+            if (options_.certify) {
+                d.clause_proof = proof();
+                for (sat::Lit l : lits)
+                    d.clause_proof.assumptions.push_back(dimacs(l));
+            }
+            break;
+        case sat::Result::Unknown:
+            d.result = lra::Result::Unknown;
+            d.reason_unknown = "integer branch limit";
+            break;
+    }
+    d.stats = stats() - before;
+    return d;
+}
+
+DecideStats BooleanDecider::stats() const {
+    DecideStats s;
+    s.simplex = theory_.simplex().stats();
+    s.branch.nodes = theory_.branches();
+    s.sat = sat_.stats();
+    return s;
+}
+
+ClauseProof BooleanDecider::proof() const {
+    ClauseProof p;
+    for (const TheoryAtom& a : theory_.atoms())
+        p.atoms.push_back({static_cast<std::int64_t>(a.var) + 1, a.relation, a.term, a.constant});
+    std::size_t lemma = 0;
+    for (const sat::ProofStep& step : sat_.proof()) {
+        ClauseProof::Step s;
+        for (sat::Lit l : step.clause)
+            s.clause.push_back(dimacs(l));
+        switch (step.kind) {
+            case sat::ProofStep::Kind::Input:
+                s.kind = ClauseProof::Kind::Input;
+                break;
+            case sat::ProofStep::Kind::Learned:
+                s.kind = ClauseProof::Kind::Learned;
+                break;
+            case sat::ProofStep::Kind::Lemma: {
+                s.kind = ClauseProof::Kind::Lemma;
+                const TheoryLemma& l = theory_.lemmas()[lemma++];
+                // The solver reorders a lemma's literals; the multipliers follow them.
+                for (sat::Lit lit : step.clause) {
+                    QNumber m;
+                    for (std::size_t i = 0; i < l.clause.size(); ++i)
+                        if (l.clause[i] == lit) m = l.multipliers[i];
+                    s.farkas.push_back(m);
+                }
+                break;
+            }
+        }
+        p.steps.push_back(std::move(s));
+    }
+    return p;
+}
+
+}  // namespace vorn::smt

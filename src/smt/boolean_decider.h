@@ -1,0 +1,79 @@
+#pragma once
+
+// BooleanDecider: the decision procedure for problems with Boolean structure (CDCL(T)). The SAT
+// engine searches over the propositions of the problem's clauses; ArithTheory keeps the
+// arithmetic atoms consistent. Asserted atoms (Problem::atoms) become unit clauses over atoms
+// of their own: t ⋈ c as one or two bounds, a disequality as the clause t < c ∨ t > c, a
+// `distinct` as one such clause per pair.
+//
+// Incremental like Decider: what the problem holds is entered at push() and check(), and a pop
+// removes what was entered since the matching push (SAT push levels; the popped atoms retire
+// from the theory).
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "vorn/sat/solver.h"
+#include "vorn/smt/clause_proof.h"
+#include "vorn/smt/decision.h"
+#include "vorn/smt/problem.h"
+
+#include "arith_theory.h"
+
+namespace vorn::smt {
+
+class BooleanDecider {
+  public:
+    BooleanDecider(const Problem& problem, const DecideOptions& options);
+
+    void set_options(const DecideOptions& options) { options_ = options; }
+    // Enters what the problem holds (or, replaying levels, what it held at a push: its first
+    // `atoms` atoms, `props` propositions and `clauses` clauses), then opens a level.
+    void push();
+    void push(std::size_t atoms, std::uint32_t props, std::size_t clauses);
+    void pop(std::size_t n);
+    std::size_t level() const { return levels_.size(); }
+    // Decides the problem with `assumptions` (literals of its propositions) taken as true.
+    Decision check(std::span<const Literal> assumptions = {});
+    // After an Unsat check: assumptions that are unsat together with the problem.
+    const std::vector<Literal>& failed() const { return failed_; }
+    DecideStats stats() const;
+
+  private:
+    struct Level {
+        std::size_t atoms, clauses;
+        std::uint32_t props;
+        std::size_t extra;  // extra_ size
+    };
+
+    void enter() {
+        enter(problem_.atoms.size(), problem_.boolean.propositions(), problem_.boolean.clauses());
+    }
+    void enter(std::size_t atoms, std::uint32_t props, std::size_t clauses);
+    sat::Lit sat_literal(Literal lit) const {
+        return sat::Lit(prop_var_[lit.prop()], lit.negative());
+    }
+    // A new atom  term ⋈ c  (Le or Ge); term over problem variables with its constant, which
+    // moves into c. A term without variables is a constant literal.
+    sat::Lit atom_literal(std::span<const LinearExpr::Entry> term, Relation relation, bool extra);
+    void enter_asserted(const Atom& atom);
+    sat::Lit constant_literal(bool value);
+    ClauseProof proof() const;
+
+    const Problem& problem_;
+    DecideOptions options_;
+    sat::Solver sat_;
+    ArithTheory theory_;
+    std::vector<Level> levels_;
+    std::size_t atoms_ = 0, clauses_ = 0;  // entered
+    std::vector<sat::Var> prop_var_;       // by entered proposition
+    std::vector<sat::Var> extra_;          // atoms made for asserted atoms, to retire on pop
+    std::vector<std::uint32_t> prop_of_;   // by SAT variable: proposition + 1, 0: none
+    std::vector<Literal> failed_;
+    std::vector<sat::Lit> clause_;
+    LinearExpr::Entries scratch_;
+};
+
+}  // namespace vorn::smt
