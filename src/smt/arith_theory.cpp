@@ -18,7 +18,7 @@ lra::SimplexOptions theory_simplex_options() {
 }  // namespace
 
 ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record)
-    : problem_(problem), sat_(sat), record_(record), simplex_(theory_simplex_options()) {}
+    : LinearTheory(record), problem_(problem), sat_(sat), simplex_(theory_simplex_options()) {}
 
 int ArithTheory::simplex_var(int v) {
     if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
@@ -179,9 +179,11 @@ void ArithTheory::conflict_from_simplex(std::vector<sat::Lit>& clause) {
     }
 }
 
-void ArithTheory::log_lemma(const std::vector<sat::Lit>& clause,
-                            const std::vector<QNumber>& multipliers) {
-    lemmas_.push_back({clause, multipliers});
+DecideStats ArithTheory::stats() const {
+    DecideStats s;
+    s.simplex = simplex_.stats();
+    s.branch.nodes = branches_;
+    return s;
 }
 
 // A new atom x ≤ ⌊v⌋ on the first Int variable x whose value v is fractional; false when every

@@ -1,9 +1,7 @@
 #pragma once
 
-// ArithTheory: the simplex as the theory of the SAT engine (DPLL(T)). Each atom is a SAT
-// variable standing for a bound  term ≤ c  or  term ≥ c  on the simplex variable of its term;
-// its negation is the strict opposite bound. Over Int variables both readings are rounded to
-// the integers (lra::round_integral_bound), as the certificate checkers round them.
+// ArithTheory: the simplex as the theory of the SAT engine (DPLL(T)); atoms are bounds on the
+// simplex variables of their terms (terms equal up to a factor share one).
 //
 // Levels. Every SAT decision level is a simplex push level, so backtracking pops the bounds of
 // the undone literals and keeps the basis and the assignment.
@@ -15,10 +13,6 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
-//
-// Proofs. With recording on, every lemma handed to the solver is logged with its Farkas
-// multipliers, one entry per literal but the implied one, in the order the solver records
-// lemmas.
 
 #include <cstdint>
 #include <span>
@@ -28,45 +22,23 @@
 #include "vorn/sat/solver.h"
 #include "vorn/smt/problem.h"
 
+#include "linear_theory.h"
+
 namespace vorn::smt {
 
-struct TheoryLemma {
-    std::vector<sat::Lit> clause;
-    // By clause position: the multiplier of the bound ¬clause[i] (0 for a literal not used).
-    std::vector<QNumber> multipliers;
-};
-
-// An atom as the certificate states it:  Σ coeff·x ⋈ constant  over problem variables.
-struct TheoryAtom {
-    sat::Var var;
-    Relation relation;  // Le or Ge
-    LinearExpr::Entries term;
-    QNumber constant;
-};
-
-class ArithTheory : public sat::Theory {
+class ArithTheory : public LinearTheory {
   public:
     ArithTheory(const Problem& problem, sat::Solver& sat, bool record);
 
-    // Makes SAT variable `var` the atom  term ⋈ c  (Le or Ge) over problem variables (no
-    // constant entry, at least one variable).
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
-                  const QNumber& c);
-    // The atom stops counting (its proposition was popped); its variable is left to the search.
-    void retire(sat::Var var);
-    bool is_atom(sat::Var var) const { return var < atom_of_.size() && atom_of_[var] >= 0; }
-
-    // Starts a check: a new budget of integer branches (0: no limit).
-    void begin_check(std::uint64_t branch_limit);
-    bool gave_up() const { return gave_up_; }
-    // The model of the last consistent full check, by problem variable (0 for variables the
-    // theory never met).
-    const std::vector<QNumber>& model() const { return model_; }
-
-    const std::vector<TheoryLemma>& lemmas() const { return lemmas_; }
-    const std::vector<TheoryAtom>& atoms() const { return atoms_; }
-    const lra::Simplex& simplex() const { return simplex_; }
-    std::uint64_t branches() const { return branches_; }
+                  const QNumber& c) override;
+    void retire(sat::Var var) override;
+    bool is_atom(sat::Var var) const override {
+        return var < atom_of_.size() && atom_of_[var] >= 0;
+    }
+    void begin_check(std::uint64_t branch_limit) override;
+    bool gave_up() const override { return gave_up_; }
+    DecideStats stats() const override;
 
     // sat::Theory
     void new_level() override;
@@ -95,13 +67,11 @@ class ArithTheory : public sat::Theory {
     int simplex_var(int problem_var);
     Reading read(const lra::TermVar& t, Relation relation, const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
-    void log_lemma(const std::vector<sat::Lit>& clause, const std::vector<QNumber>& multipliers);
     bool branch();
     void take_model();
 
     const Problem& problem_;
     sat::Solver& sat_;
-    bool record_;
     lra::Simplex simplex_;
     std::vector<int> simplex_var_;   // by problem variable, 0: none yet
     std::vector<int> problem_var_;   // by simplex variable, 0: a slack
@@ -109,7 +79,6 @@ class ArithTheory : public sat::Theory {
 
     std::vector<int> atom_of_;  // by SAT variable: index in atoms_, −1 for none
     std::vector<Atom> atom_data_;
-    std::vector<TheoryAtom> atoms_;
     std::vector<std::vector<std::uint32_t>> atoms_on_;  // by simplex variable
 
     std::vector<sat::Lit> assigned_;  // atom literals in assignment order
@@ -125,8 +94,6 @@ class ArithTheory : public sat::Theory {
     std::uint64_t used_ = 0;   // branches in this check
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
-    std::vector<QNumber> model_;
-    std::vector<TheoryLemma> lemmas_;
     lra::TermEntries scratch_;
 };
 

@@ -1,5 +1,8 @@
 #include "boolean_decider.h"
 
+#include "arith_theory.h"
+#include "difference_theory.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -17,12 +20,14 @@ std::int64_t dimacs(sat::Lit lit) {
 
 }  // namespace
 
-BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& options)
-    : problem_(problem),
-      options_(options),
-      sat_(sat_options(options)),
-      theory_(problem, sat_, options.certify) {
-    sat_.set_theory(&theory_);
+BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& options,
+                               bool difference)
+    : problem_(problem), options_(options), sat_(sat_options(options)) {
+    if (difference)
+        theory_ = std::make_unique<DifferenceTheory>(problem, options.certify);
+    else
+        theory_ = std::make_unique<ArithTheory>(problem, sat_, options.certify);
+    sat_.set_theory(theory_.get());
 }
 
 sat::Lit BooleanDecider::constant_literal(bool value) {
@@ -44,7 +49,7 @@ sat::Lit BooleanDecider::atom_literal(std::span<const LinearExpr::Entry> term, R
     }
     if (scratch_.empty()) return constant_literal(relation_holds(relation, -c.sign()));
     sat::Var v = sat_.new_var();
-    theory_.add_atom(v, scratch_, relation, c);
+    theory_->add_atom(v, scratch_, relation, c);
     if (extra) extra_.push_back(v);
     return sat::Lit(v, false);
 }
@@ -91,7 +96,7 @@ void BooleanDecider::enter(std::size_t atoms, std::uint32_t props, std::size_t c
                            ? atom_literal(problem_.term(prop.term), prop.relation, false)
                            : sat::Lit(sat_.new_var(), false);
         // A constant atom is a constant literal; the proposition is then a definition of it.
-        if (prop.kind == Proposition::Kind::Atom && !theory_.is_atom(lit.var())) {
+        if (prop.kind == Proposition::Kind::Atom && !theory_->is_atom(lit.var())) {
             sat::Var v = sat_.new_var();
             sat_.add_clause({sat::Lit(v, true), lit});
             sat_.add_clause({sat::Lit(v, false), ~lit});
@@ -132,12 +137,12 @@ void BooleanDecider::pop(std::size_t n) {
     for (std::size_t i = 0; i < n; ++i)
         sat_.pop();
     for (std::size_t p = level.props; p < prop_var_.size(); ++p) {
-        theory_.retire(prop_var_[p]);
+        theory_->retire(prop_var_[p]);
         prop_of_[prop_var_[p]] = 0;
     }
     prop_var_.resize(level.props);
     for (std::size_t i = level.extra; i < extra_.size(); ++i)
-        theory_.retire(extra_[i]);
+        theory_->retire(extra_[i]);
     extra_.resize(level.extra);
     atoms_ = level.atoms;
     clauses_ = level.clauses;
@@ -149,17 +154,17 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
     std::vector<sat::Lit> lits;
     for (Literal l : assumptions)
         lits.push_back(sat_literal(l));
-    theory_.begin_check(options_.bb_limit);
+    theory_->begin_check(options_.bb_limit);
     std::size_t proof_begin = sat_.proof().size();
     (void)proof_begin;
     sat::Result r = sat_.solve(lits);
     Decision d;
     failed_.clear();
-    if (r == sat::Result::Sat && theory_.gave_up()) r = sat::Result::Unknown;
+    if (r == sat::Result::Sat && theory_->gave_up()) r = sat::Result::Unknown;
     switch (r) {
         case sat::Result::Sat: {
             d.result = lra::Result::Sat;
-            d.model = theory_.model();
+            d.model = theory_->model();
             d.model.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
             const BooleanStructure& b = problem_.boolean;
             for (std::uint32_t p = 0; p < prop_var_.size(); ++p) {
@@ -192,16 +197,14 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
 }
 
 DecideStats BooleanDecider::stats() const {
-    DecideStats s;
-    s.simplex = theory_.simplex().stats();
-    s.branch.nodes = theory_.branches();
+    DecideStats s = theory_->stats();
     s.sat = sat_.stats();
     return s;
 }
 
 ClauseProof BooleanDecider::proof() const {
     ClauseProof p;
-    for (const TheoryAtom& a : theory_.atoms())
+    for (const TheoryAtom& a : theory_->atoms())
         p.atoms.push_back({static_cast<std::int64_t>(a.var) + 1, a.relation, a.term, a.constant});
     std::size_t lemma = 0;
     for (const sat::ProofStep& step : sat_.proof()) {
@@ -217,7 +220,7 @@ ClauseProof BooleanDecider::proof() const {
                 break;
             case sat::ProofStep::Kind::Lemma: {
                 s.kind = ClauseProof::Kind::Lemma;
-                const TheoryLemma& l = theory_.lemmas()[lemma++];
+                const TheoryLemma& l = theory_->lemmas()[lemma++];
                 // The solver reorders a lemma's literals; the multipliers follow them.
                 for (sat::Lit lit : step.clause) {
                     QNumber m;

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -20,13 +21,15 @@
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
-#include "arith_theory.h"
+#include "linear_theory.h"
 
 namespace vorn::smt {
 
 class BooleanDecider {
   public:
-    BooleanDecider(const Problem& problem, const DecideOptions& options);
+    // `difference`: every atom the problem will hold is a difference constraint over variables
+    // of one sort (DifferenceTheory decides them); otherwise the simplex does.
+    BooleanDecider(const Problem& problem, const DecideOptions& options, bool difference);
 
     void set_options(const DecideOptions& options) { options_ = options; }
     // Enters what the problem holds (or, replaying levels, what it held at a push: its first
@@ -65,7 +68,7 @@ class BooleanDecider {
     const Problem& problem_;
     DecideOptions options_;
     sat::Solver sat_;
-    ArithTheory theory_;
+    std::unique_ptr<LinearTheory> theory_;
     std::vector<Level> levels_;
     std::size_t atoms_ = 0, clauses_ = 0;  // entered
     std::vector<sat::Var> prop_var_;       // by entered proposition

@@ -1,10 +1,13 @@
 #include "vorn/smt/context.h"
 
+#include <algorithm>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
 #include "boolean_decider.h"
 #include "decider.h"
+#include "difference_theory.h"
 
 namespace vorn::smt {
 
@@ -20,11 +23,42 @@ struct Context::State {
         std::uint32_t props, terms;
     };
 
-    void to_boolean() {
-        boolean = std::make_unique<BooleanDecider>(problem, options);
+    void to_boolean(bool difference) {
+        boolean = std::make_unique<BooleanDecider>(problem, options, difference);
+        uses_difference = difference;
         for (const Level& l : levels)
             boolean->push(l.atoms, l.props, l.clauses);
         decider.reset();
+    }
+
+    // Whether the terms met since the last call are all differences over variables of one
+    // sort, as every earlier one was.
+    bool still_difference() {
+        auto fits = [&](std::span<const LinearExpr::Entry> term) {
+            for (const auto& e : term) {
+                if (e.var == 0) continue;
+                Sort s = problem.variables.sort(e.var);
+                if (!sort) sort = s;
+                if (*sort != s) return false;
+            }
+            return DifferenceTheory::is_difference(term);
+        };
+        for (; seen_atoms < problem.atoms.size(); ++seen_atoms) {
+            const Atom& a = problem.atoms[seen_atoms];
+            for (std::uint32_t t = 0; t < a.terms; ++t)
+                for (std::uint32_t u = t + 1; u < a.terms; ++u) {
+                    LinearExpr::Entries diff;
+                    (void)problem.disequality(a, t, u, diff);
+                    if (!fits(diff)) return false;
+                }
+            if (a.relation != Relation::Distinct && !fits(problem.term(a.first_term))) return false;
+        }
+        const BooleanStructure& b = problem.boolean;
+        for (; seen_props < b.propositions(); ++seen_props) {
+            const Proposition& p = b.proposition(seen_props);
+            if (p.kind == Proposition::Kind::Atom && !fits(problem.term(p.term))) return false;
+        }
+        return true;
     }
 
     Problem& problem;
@@ -33,6 +67,11 @@ struct Context::State {
     std::unique_ptr<BooleanDecider> boolean;
     DecideStats stats;
     std::vector<Level> levels;
+    bool difference = true;  // every term so far a difference, over one sort
+    bool uses_difference = false;
+    std::optional<Sort> sort;
+    std::size_t seen_atoms = 0;
+    std::uint32_t seen_props = 0;
 };
 
 Context::Context(Problem& problem, DecideOptions options)
@@ -62,6 +101,8 @@ void Context::pop(std::size_t n) {
     s.levels.resize(s.levels.size() - n);
     if (s.problem.atoms.size() > l.atoms) s.problem.atoms.resize(l.atoms);
     s.problem.boolean.truncate(l.props, l.clauses);
+    s.seen_atoms = std::min(s.seen_atoms, l.atoms);
+    s.seen_props = std::min(s.seen_props, l.props);
     // Terms made since the push belong to popped atoms: a long push/pop loop stays in bounds.
     s.problem.truncate_terms(l.terms);
 }
@@ -76,7 +117,12 @@ Decision Context::check() {
 
 Decision Context::check(std::span<const Literal> assumptions) {
     State& s = *state_;
-    if (!s.boolean && (!s.problem.boolean.empty() || !assumptions.empty())) s.to_boolean();
+    // Difference constraints get their own theory; the first other term moves the problem to
+    // the simplex for good.
+    if (s.difference) s.difference = s.still_difference();
+    bool boolean = !s.problem.boolean.empty() || !assumptions.empty();
+    if ((!s.boolean && boolean) || (s.boolean && s.uses_difference && !s.difference))
+        s.to_boolean(s.difference);
     Decision d = s.boolean ? s.boolean->check(assumptions) : s.decider->check();
     s.stats += d.stats;
     return d;

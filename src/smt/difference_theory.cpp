@@ -1,0 +1,269 @@
+#include "difference_theory.h"
+
+#include <algorithm>
+#include <queue>
+
+#include "vorn/lra/integer_bounds.h"
+
+namespace vorn::smt {
+
+DifferenceTheory::DifferenceTheory(const Problem& problem, bool record)
+    : LinearTheory(record), problem_(problem), var_of_{0}, pi_(1) {
+    out_.emplace_back();
+    drop_.emplace_back();
+    via_.push_back(-1);
+}
+
+bool DifferenceTheory::is_difference(std::span<const LinearExpr::Entry> term) {
+    std::size_t vars = 0;
+    for (const auto& e : term)
+        vars += e.var != 0 ? 1 : 0;
+    if (vars == 1) return true;
+    if (vars != 2) return false;
+    const auto& a = term[term.size() - 2];
+    const auto& b = term[term.size() - 1];
+    return a.coeff == -b.coeff;
+}
+
+int DifferenceTheory::node(int v) {
+    auto i = static_cast<std::size_t>(v);
+    if (node_of_.size() <= i) node_of_.resize(i + 1, 0);
+    if (node_of_[i] == 0) {
+        node_of_[i] = static_cast<int>(var_of_.size());
+        var_of_.push_back(v);
+        pi_.emplace_back();
+        out_.emplace_back();
+        drop_.emplace_back();
+        via_.push_back(-1);
+    }
+    return node_of_[i];
+}
+
+// term ⋈ c with term = a·(x − y) (y the zero node for a single variable) as an edge.
+DifferenceTheory::Edge DifferenceTheory::read(std::span<const LinearExpr::Entry> term,
+                                              Relation relation, const QNumber& c, bool integral) {
+    QNumber bound = c;
+    if (integral)
+        if (auto rounded = lra::round_integral_bound(term, relation, c)) {
+            relation = rounded->relation;
+            bound = rounded->constant;
+        }
+    const auto& first = term[0];
+    int x = node(first.var), y = term.size() == 2 ? node(term[1].var) : 0;
+    bool upper = (relation == Relation::Le || relation == Relation::Lt) != (first.coeff.sign() < 0);
+    bool strict = relation == Relation::Lt || relation == Relation::Gt;
+    QNumber b = bound / first.coeff;  // x − y ≤ b (upper) or x − y ≥ b
+    Weight w(upper ? b : -b, QNumber(strict ? -1 : 0));
+    return upper ? Edge{y, x, w} : Edge{x, y, w};
+}
+
+void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term,
+                                Relation relation, const QNumber& c) {
+    bool integral = true;
+    for (const auto& e : term)
+        integral = integral && problem_.variables.sort(e.var) == Sort::Int;
+    atoms_.push_back({var, relation, {term.begin(), term.end()}, c});
+    const QNumber& a = term[0].coeff;
+    Atom atom{{read(term, relation, c, integral), read(term, negation(relation), c, integral)},
+              QNumber(1) / (a.sign() < 0 ? -a : a),
+              0};
+    int lo = std::min(atom.edge[0].from, atom.edge[0].to);
+    int hi = std::max(atom.edge[0].from, atom.edge[0].to);
+    std::uint64_t key = (static_cast<std::uint64_t>(lo) << 32) | static_cast<std::uint32_t>(hi);
+    auto [at, made] = pair_index_.try_emplace(key, static_cast<int>(pairs_.size()));
+    if (made) pairs_.emplace_back();
+    atom.pair = at->second;
+    pairs_[static_cast<std::size_t>(atom.pair)].push_back(
+        static_cast<std::uint32_t>(atom_data_.size()));
+    if (atom_of_.size() <= var) {
+        atom_of_.resize(var + 1, -1);
+        value_.resize(var + 1, 0);
+        implied_by_.resize(var + 1);
+    }
+    atom_of_[var] = static_cast<int>(atom_data_.size());
+    atom_data_.push_back(std::move(atom));
+}
+
+void DifferenceTheory::retire(sat::Var var) {
+    if (is_atom(var)) atom_data_[static_cast<std::size_t>(atom_of_[var])].alive = false;
+}
+
+DecideStats DifferenceTheory::stats() const {
+    DecideStats s;
+    s.simplex.conflicts = conflicts_;
+    s.simplex.pivots = relaxations_;
+    return s;
+}
+
+void DifferenceTheory::new_level() {
+    level_start_.push_back(active_.size());
+}
+
+void DifferenceTheory::backtrack(int level) {
+    auto target = static_cast<std::size_t>(level);
+    if (level_start_.size() <= target) return;
+    std::size_t keep = level_start_[target];
+    while (active_.size() > keep) {
+        const Active& a = active_.back();
+        value_[a.lit.var()] = 0;
+        out_[static_cast<std::size_t>(a.edge.from)].pop_back();
+        active_.pop_back();
+    }
+    level_start_.resize(target);
+    propagated_ = std::min(propagated_, keep);
+    conflict_ = false;
+}
+
+void DifferenceTheory::assign(sat::Lit lit) {
+    sat::Var v = lit.var();
+    if (!is_atom(v)) return;
+    const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[v])];
+    if (!a.alive) return;
+    value_[v] = lit.negative() ? -1 : 1;
+    const Edge& e = a.edge[lit.negative() ? 1 : 0];
+    active_.push_back({lit, e});
+    out_[static_cast<std::size_t>(e.from)].push_back(
+        static_cast<std::uint32_t>(active_.size() - 1));
+    if (!conflict_ && !add_edge(lit, e)) {
+        conflict_ = true;
+        ++conflicts_;
+    }
+}
+
+// Restores π(to) ≤ π(from) + w for the newest edge by lowering π along shortest paths from
+// `to`; false, with the conflict in pending_, when that would lower π(from): a negative cycle.
+bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
+    auto from = static_cast<std::size_t>(e.from), to = static_cast<std::size_t>(e.to);
+    Weight start = pi_[from];
+    start += e.weight;
+    start -= pi_[to];
+    if (start.real().sign() > 0 || (start.real().is_zero() && start.delta().sign() >= 0))
+        return true;
+    using Item = std::pair<Weight, int>;
+    auto later = [](const Item& a, const Item& b) { return a.first > b.first; };
+    std::priority_queue<Item, std::vector<Item>, decltype(later)> queue(later);
+    auto newest = static_cast<int>(active_.size() - 1);
+    drop_[to] = start;
+    via_[to] = newest;
+    touched_.assign(1, e.to);
+    queue.push({start, e.to});
+    Weight cand;
+    bool cycle = false;
+    int closing = -1;
+    while (!queue.empty() && !cycle) {
+        auto [d, x] = queue.top();
+        queue.pop();
+        auto xs = static_cast<std::size_t>(x);
+        if (d != drop_[xs]) continue;
+        ++relaxations_;
+        for (std::uint32_t j : out_[xs]) {
+            const Edge& f = active_[j].edge;
+            auto y = static_cast<std::size_t>(f.to);
+            cand = pi_[xs];
+            cand += drop_[xs];
+            cand += f.weight;
+            cand -= pi_[y];
+            if (cand.real().sign() > 0 || (cand.real().is_zero() && cand.delta().sign() >= 0))
+                continue;
+            if (via_[y] >= 0 && !(cand < drop_[y])) continue;
+            if (y == from) {
+                cycle = true;
+                closing = static_cast<int>(j);
+                break;
+            }
+            if (via_[y] < 0) touched_.push_back(f.to);
+            drop_[y] = cand;
+            via_[y] = static_cast<int>(j);
+            queue.push({cand, f.to});
+        }
+    }
+    if (cycle) {
+        pending_.clear();
+        pending_multipliers_.clear();
+        auto add = [&](int j) {
+            sat::Lit l = active_[static_cast<std::size_t>(j)].lit;
+            pending_.push_back(~l);
+            pending_multipliers_.push_back(
+                atom_data_[static_cast<std::size_t>(atom_of_[l.var()])].unit);
+        };
+        add(closing);
+        for (int j = via_[static_cast<std::size_t>(
+                 active_[static_cast<std::size_t>(closing)].edge.from)];
+             j != newest;) {
+            add(j);
+            j = via_[static_cast<std::size_t>(active_[static_cast<std::size_t>(j)].edge.from)];
+        }
+        add(newest);
+    } else {
+        for (int n : touched_)
+            pi_[static_cast<std::size_t>(n)] += drop_[static_cast<std::size_t>(n)];
+    }
+    for (int n : touched_)
+        via_[static_cast<std::size_t>(n)] = -1;
+    return !cycle;
+}
+
+void DifferenceTheory::propagate(std::vector<sat::Lit>& implied) {
+    if (conflict_) return;
+    for (; propagated_ < active_.size(); ++propagated_) {
+        const Active& a = active_[propagated_];
+        const Atom& atom = atom_data_[static_cast<std::size_t>(atom_of_[a.lit.var()])];
+        for (std::uint32_t other : pairs_[static_cast<std::size_t>(atom.pair)]) {
+            const Atom& o = atom_data_[other];
+            sat::Var ov = atoms_[other].var;
+            if (!o.alive || value_[ov] != 0) continue;
+            for (int side = 0; side < 2; ++side) {
+                const Edge& f = o.edge[side];
+                if (f.from != a.edge.from || f.to != a.edge.to || f.weight < a.edge.weight)
+                    continue;
+                implied_by_[ov] = a.lit;
+                implied.push_back(sat::Lit(ov, side == 1));
+                break;
+            }
+        }
+    }
+}
+
+void DifferenceTheory::explain(sat::Lit lit, std::vector<sat::Lit>& clause) {
+    sat::Lit by = implied_by_[lit.var()];
+    clause.assign({lit, ~by});
+    if (record_)
+        log_lemma(clause, {atom_data_[static_cast<std::size_t>(atom_of_[lit.var()])].unit,
+                           atom_data_[static_cast<std::size_t>(atom_of_[by.var()])].unit});
+}
+
+bool DifferenceTheory::check(bool full, std::vector<sat::Lit>& conflict) {
+    if (conflict_) {
+        conflict = pending_;
+        log_lemma(conflict, pending_multipliers_);
+        return false;
+    }
+    if (full) take_model();
+    return true;
+}
+
+// x = π(x) − π(zero) with δ replaced by a rational small enough for every edge: an edge whose
+// slack w − (π(to) − π(from)) = r + kδ has r > 0 and k < 0 needs δ ≤ r/−k.
+void DifferenceTheory::take_model() {
+    QNumber delta(1);
+    Weight slack;
+    for (const Active& a : active_) {
+        slack = a.edge.weight;
+        slack -= pi_[static_cast<std::size_t>(a.edge.to)];
+        slack += pi_[static_cast<std::size_t>(a.edge.from)];
+        if (slack.real().sign() > 0 && slack.delta().sign() < 0) {
+            QNumber limit = slack.real() / -slack.delta();
+            if (limit < delta) delta = limit;
+        }
+    }
+    model_.assign(static_cast<std::size_t>(problem_.variables.size()) + 1, QNumber());
+    for (std::size_t n = 1; n < var_of_.size(); ++n) {
+        Weight v = pi_[n];
+        v -= pi_[0];
+        QNumber value = v.real();
+        value.add_product(v.delta(), delta);
+        model_[static_cast<std::size_t>(var_of_[n])] = value;
+    }
+}
+
+}  // namespace vorn::smt

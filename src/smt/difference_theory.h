@@ -1,0 +1,106 @@
+#pragma once
+
+// DifferenceTheory: the theory of difference constraints x − y ≤ c (and bounds x ≤ c, read as
+// x − zero ≤ c), decided on the constraint graph instead of by the simplex: the QF_IDL and
+// QF_RDL logics, scheduling problems.
+//
+// Every true literal is an edge y → x of weight c for x − y ≤ c (a strict c − δ over the reals;
+// rounded to c − 1 over the integers). The constraints are consistent exactly when the graph
+// has no negative cycle. A potential π with π(x) ≤ π(y) + c for every edge is kept across
+// assignments (Cotton, Maler 2006): a new edge that π violates lowers π along shortest paths
+// from its head, a Dijkstra search over reduced costs, and finding its tail on the way closes a
+// negative cycle: the conflict, explained by the cycle's literals with multiplier 1 each (per
+// unit of the atom's coefficient). Removing edges keeps π valid, so backtracking only pops
+// edges. The model is x = π(x) − π(zero), δ made small enough for every strict edge.
+//
+// Propagation: like the simplex theory, an edge implies or refutes the other atoms on the same
+// pair of variables.
+
+#include <cstdint>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "vorn/lra/delta_rational.h"
+#include "vorn/sat/solver.h"
+#include "vorn/smt/problem.h"
+
+#include "linear_theory.h"
+
+namespace vorn::smt {
+
+class DifferenceTheory : public LinearTheory {
+  public:
+    DifferenceTheory(const Problem& problem, bool record);
+
+    // Whether the atom over `term` (no constant entry) is a difference constraint: one variable,
+    // or two with opposite coefficients.
+    static bool is_difference(std::span<const LinearExpr::Entry> term);
+
+    void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
+                  const QNumber& c) override;
+    void retire(sat::Var var) override;
+    bool is_atom(sat::Var var) const override {
+        return var < atom_of_.size() && atom_of_[var] >= 0;
+    }
+    void begin_check(std::uint64_t) override {}
+    DecideStats stats() const override;
+
+    void new_level() override;
+    void backtrack(int level) override;
+    void assign(sat::Lit lit) override;
+    void propagate(std::vector<sat::Lit>& implied) override;
+    void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
+    bool check(bool full, std::vector<sat::Lit>& conflict) override;
+
+  private:
+    using Weight = lra::DeltaRational;
+    struct Edge {
+        int from, to;
+        Weight weight;
+    };
+    struct Atom {
+        Edge edge[2];  // by literal sign: [0] the atom, [1] its negation
+        QNumber unit;  // 1/|coefficient|
+        int pair;      // index in pairs_: atoms on the same two nodes
+        bool alive = true;
+    };
+    struct Active {
+        sat::Lit lit;
+        Edge edge;
+    };
+
+    int node(int problem_var);
+    Edge read(std::span<const LinearExpr::Entry> term, Relation relation, const QNumber& c,
+              bool integral);
+    bool add_edge(sat::Lit lit, const Edge& e);
+    void take_model();
+
+    const Problem& problem_;
+    std::vector<int> node_of_;  // by problem variable + 1 (0: none); node 0 is zero
+    std::vector<int> var_of_;   // by node
+    std::vector<Weight> pi_;    // by node
+
+    std::vector<int> atom_of_;  // by SAT variable
+    std::vector<Atom> atom_data_;
+    std::vector<std::vector<std::uint32_t>> pairs_;      // atoms by unordered node pair
+    std::unordered_map<std::uint64_t, int> pair_index_;  // node pair → index in pairs_
+    std::vector<std::vector<std::uint32_t>> out_;        // by node: indices into active_
+    std::vector<Active> active_;
+    std::vector<std::size_t> level_start_;
+    std::vector<signed char> value_;  // by SAT variable
+    std::size_t propagated_ = 0;
+    std::vector<sat::Lit> implied_by_;
+    bool conflict_ = false;
+    std::vector<sat::Lit> pending_;
+    std::vector<QNumber> pending_multipliers_;
+
+    // Scratch of the search: tentative decrease of π and the edge it came by, per node.
+    std::vector<Weight> drop_;
+    std::vector<int> via_;  // index into active_, −1: none
+    std::vector<int> touched_;
+    std::uint64_t relaxations_ = 0;
+    std::uint64_t conflicts_ = 0;
+};
+
+}  // namespace vorn::smt
