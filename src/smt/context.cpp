@@ -134,11 +134,14 @@ std::vector<Literal> Context::failed_assumptions() const {
 
 void Context::set_options(const DecideOptions& options) {
     State& s = *state_;
+    bool certify_changed = options.certify != s.options.certify;
     s.options = options;
-    if (s.boolean)
-        s.boolean->set_options(options);
+    if (!s.boolean) return s.decider->set_options(options);
+    // Proofs are recorded from the first clause on or not at all.
+    if (certify_changed)
+        s.to_boolean(s.uses_difference);
     else
-        s.decider->set_options(options);
+        s.boolean->set_options(options);
 }
 
 const DecideStats& Context::stats() const {
