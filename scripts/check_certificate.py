@@ -9,13 +9,21 @@ a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side;
 over Int variables only counts with its bound rounded to the integers) combine with
 positive multipliers into a constant K with every variable cancelled, K < 0, or K = 0 with a
 strict bound; a gcd leaf names an equality over Int variables whose scaled coefficients' gcd does
-not divide its constant. The format is described in docs/certificates.md.
+not divide its constant.
+
+A block whose first line is "format clauses" is a clause proof (CDCL(T)): atoms are DIMACS
+variables standing for bounds; input clauses are taken as given; a lemma's Farkas multipliers
+combine the bounds that the negations of its literals state into a contradiction (the same rule,
+Int atoms rounded); a learned clause must follow from the clauses before it by unit propagation;
+the last clause must consist of negated assumptions. The format is described in
+docs/certificates.md.
 
 Exit status 0 when every certificate checks (and there is at least one), 1 otherwise.
 """
 
 import math
 import sys
+from collections import defaultdict
 from fractions import Fraction
 
 UPPER = {"<=": False, "<": True, "=": False}  # relation -> strict, for the upper half
@@ -140,6 +148,182 @@ def check(cert):
             raise ValueError("unknown node kind " + node[0])
 
 
+class UnitPropagation:
+    """Clauses under permanent unit propagation with two watched literals; clauses are never
+    removed, so the base assignment only grows and a satisfied clause can be dropped."""
+
+    def __init__(self):
+        self.true = set()  # literals true now
+        self.watches = defaultdict(list)  # literal -> clauses (lists) watching it, by c[0], c[1]
+        self.trail = []
+        self.head = 0
+        self.inconsistent = False
+
+    def assign(self, lit):
+        self.true.add(lit)
+        self.trail.append(lit)
+
+    def propagate(self):
+        """False on a conflict."""
+        true, watches = self.true, self.watches
+        while self.head < len(self.trail):
+            false_lit = -self.trail[self.head]
+            self.head += 1
+            ws = watches[false_lit]
+            keep = []
+            for index, c in enumerate(ws):
+                if c[0] == false_lit:
+                    c[0], c[1] = c[1], c[0]
+                if c[0] in true:
+                    keep.append(c)
+                    continue
+                for k in range(2, len(c)):
+                    if -c[k] not in true:
+                        c[1], c[k] = c[k], c[1]
+                        watches[c[1]].append(c)
+                        break
+                else:
+                    keep.append(c)
+                    if -c[0] in true:
+                        keep.extend(ws[index + 1 :])
+                        watches[false_lit] = keep
+                        return False
+                    self.assign(c[0])
+            watches[false_lit] = keep
+        return True
+
+    def add(self, clause):
+        if self.inconsistent:
+            return
+        lits = []
+        for lit in clause:
+            if lit in self.true or -lit in lits:
+                return
+            if -lit not in self.true and lit not in lits:
+                lits.append(lit)
+        if not lits:
+            self.inconsistent = True
+        elif len(lits) == 1:
+            self.assign(lits[0])
+            self.inconsistent = not self.propagate()
+        else:
+            self.watches[lits[0]].append(lits)
+            self.watches[lits[1]].append(lits)
+
+    def implied(self, clause):
+        """Whether assuming every literal of the clause false propagates to a conflict."""
+        if self.inconsistent:
+            return True
+        base = len(self.trail)
+        conflict = False
+        for lit in clause:
+            if lit in self.true:
+                conflict = True
+                break
+            if -lit not in self.true:
+                self.assign(-lit)
+        if not conflict:
+            conflict = not self.propagate()
+        for lit in self.trail[base:]:
+            self.true.discard(lit)
+        del self.trail[base:]
+        self.head = base
+        return conflict
+
+
+def literals(words):
+    lits = [int(w) for w in words]
+    if 0 in lits:
+        raise ValueError("literal 0")
+    return lits
+
+
+def negation_bounds(atoms, sorts):
+    """By literal: the bound (terms, c, upper, strict) that its negation states. Not V is the
+    strict opposite of atom V, not -V the atom itself; Int atoms rounded."""
+    bounds = {}
+    for var, (rel, c, terms) in atoms.items():
+        for lit, r in ((var, {"<=": ">", ">=": "<"}[rel]), (-var, rel)):
+            bound, strict = c, r in ("<", ">")
+            if all(sorts[v] == "Int" for v in terms):
+                bound, strict = rounded(r, c, terms), False
+            bounds[lit] = (terms, bound, r in ("<=", "<"), strict)
+    return bounds
+
+
+def check_lemma(bounds, lits, mults):
+    """The bounds stated by the negations of the literals, combined with the multipliers."""
+    if len(mults) != len(lits):
+        raise ValueError("%d multipliers for %d literals" % (len(mults), len(lits)))
+    total, k, strict = {}, Fraction(0), False
+    for lit, mult in zip(lits, mults):
+        if mult < 0:
+            raise ValueError("a negative multiplier")
+        if mult == 0:
+            continue
+        if lit not in bounds:
+            raise ValueError("literal %d is no atom" % lit)
+        terms, c, upper, is_strict = bounds[lit]
+        sign = mult if upper else -mult  # upper: m(c - t) >= 0; lower: m(t - c) >= 0
+        k += sign * c
+        for var, coeff in terms.items():
+            total[var] = total.get(var, Fraction(0)) - sign * coeff
+        strict = strict or is_strict
+    if any(coeff != 0 for coeff in total.values()):
+        raise ValueError("a variable does not cancel")
+    if not (k < 0 or (k == 0 and strict)):
+        raise ValueError("the combination is no contradiction")
+
+
+def check_clauses(lines):
+    sorts, atoms, assumptions, steps = {}, {}, [], []
+    for line in lines:
+        words = line.split()
+        if words[0] == "var":
+            sorts[int(words[1])] = words[2]
+        elif words[0] == "atom":
+            var, rel = int(words[1]), words[2]
+            if var <= 0 or var in atoms or rel not in ("<=", ">="):
+                raise ValueError("bad atom " + words[1])
+            terms = {}
+            for word in words[4:]:
+                v, a = word.split(":")
+                if int(v) in terms or Fraction(a) == 0:
+                    raise ValueError("atom %d: a repeated variable or a zero coefficient" % var)
+                terms[int(v)] = Fraction(a)
+            if not terms:
+                raise ValueError("atom %d has no variable" % var)
+            atoms[var] = (rel, Fraction(words[3]), terms)
+        elif words[0] == "assume":
+            assumptions = literals(words[1:])
+        elif words[0] in ("input", "learned"):
+            steps.append((words[0], literals(words[1:]), None))
+        elif words[0] == "lemma":
+            at = words.index("farkas")
+            steps.append(("lemma", literals(words[1:at]), [Fraction(w) for w in words[at + 1 :]]))
+        else:
+            raise ValueError("unknown line: " + line)
+    for var, (_, _, terms) in atoms.items():
+        if any(sorts.get(v) not in ("Int", "Real") for v in terms):
+            raise ValueError("atom %d is over an undeclared variable" % var)
+    if not steps:
+        raise ValueError("no steps")
+    bounds = negation_bounds(atoms, sorts)
+    units = UnitPropagation()
+    for number, (kind, clause, mults) in enumerate(steps):
+        try:
+            if kind == "lemma":
+                check_lemma(bounds, clause, mults)
+            elif kind == "learned" and not units.implied(clause):
+                raise ValueError("does not follow by unit propagation")
+        except ValueError as e:
+            raise ValueError("step %d (%s): %s" % (number, kind, e))
+        units.add(clause)
+    kind, clause, _ = steps[-1]
+    if kind != "learned" or any(-lit not in assumptions for lit in clause):
+        raise ValueError("the last step is no learned clause of negated assumptions")
+
+
 def main():
     text = open(sys.argv[1]).read() if len(sys.argv) > 1 else sys.stdin.read()
     # Variable lines: "var N SORT NAME", the name may hold spaces; keep the sort only.
@@ -155,7 +339,10 @@ def main():
             current.append(" ".join(words[:3]) if words[0] == "var" else line)
     for number, lines in enumerate(blocks, 1):
         try:
-            check(parse(lines))
+            if lines and lines[0] == "format clauses":
+                check_clauses(lines[1:])
+            else:
+                check(parse(lines))
         except (ValueError, KeyError, IndexError, ZeroDivisionError) as e:
             print("certificate %d: invalid: %s" % (number, e))
             return 1
