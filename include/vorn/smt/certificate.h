@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "vorn/smt/clause_proof.h"
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
@@ -24,5 +25,15 @@ void print_certificate(std::ostream& out, const Problem& problem,
 // with c > 0 or ≥ 0, and every gcd leaf is an equality over Int variables that the gcd of its
 // coefficients does not divide. Otherwise what fails.
 std::string check_proof(const Problem& problem, const std::vector<ProofStep>& proof);
+
+// The certificate of an unsat answer on a problem with Boolean structure: "(certificate", the
+// variables the atoms use, the atom definitions, the assumptions, one line per proof step, ")".
+void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof);
+
+// Empty when the clause proof refutes its input clauses under its assumptions: every lemma's
+// Farkas combination is a contradiction, every learned clause follows by unit propagation from
+// the steps before it, and the last step is a clause of negated assumptions. Otherwise what
+// fails.
+std::string check_proof(const Problem& problem, const ClauseProof& proof);
 
 }  // namespace vorn::smt
