@@ -70,7 +70,8 @@ void Solver::pop() {
     }
     collect_garbage();
     if (value_of(active) == LBool::Undef) enqueue(~active, kNoClause);
-    record(ProofStep::Kind::Input, std::vector<Lit>{~active});
+    // Once unsat the record ends with the empty clause; nothing may follow it.
+    if (ok_) record(ProofStep::Kind::Input, std::vector<Lit>{~active});
     if (ok_ && propagate() != kNoClause) set_unsat();
 }
 

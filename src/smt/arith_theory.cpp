@@ -186,21 +186,29 @@ DecideStats ArithTheory::stats() const {
     return s;
 }
 
-// A new atom x ≤ ⌊v⌋ on the first Int variable x whose value v is fractional; false when every
-// Int variable is integral. Past the budget the search gives up instead.
+// A new atom x ≤ ⌊v⌋ on an Int variable x whose value v is fractional, the search to try the
+// nearer side first; false when every Int variable is integral. The scan starts where the last
+// one stopped, so that one unbounded variable does not take every branch. Past the budget the
+// search gives up instead.
 bool ArithTheory::branch() {
-    for (int s : integer_vars_) {
+    std::size_t n = integer_vars_.size();
+    for (std::size_t k = 0; k < n; ++k) {
+        int s = integer_vars_[(next_branch_ + k) % n];
         const lra::DeltaRational& v = simplex_.delta_value(s);
         if (lra::is_integral(v)) continue;
         if (limit_ != 0 && used_ >= limit_) {
             gave_up_ = true;
             return false;
         }
+        next_branch_ = (next_branch_ + k + 1) % n;
         ++used_;
         ++branches_;
         sat::Var var = sat_.new_var();
+        QNumber below = lra::floor_of(v);
         LinearExpr::Entry x{problem_var_[s], QNumber(1)};
-        add_atom(var, {&x, 1}, Relation::Le, lra::floor_of(v));
+        add_atom(var, {&x, 1}, Relation::Le, below);
+        QNumber up = v.real() - below;  // in (0, 1]: how far above the floor
+        sat_.set_phase(var, up > QNumber(1, 2));
         return true;
     }
     return false;

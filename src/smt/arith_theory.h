@@ -90,8 +90,9 @@ class ArithTheory : public LinearTheory {
     std::vector<sat::Lit> pending_;     // that conflict's clause
     std::vector<QNumber> pending_multipliers_;
 
-    std::uint64_t limit_ = 0;  // branches per check, 0: no limit
-    std::uint64_t used_ = 0;   // branches in this check
+    std::uint64_t limit_ = 0;      // branches per check, 0: no limit
+    std::uint64_t used_ = 0;       // branches in this check
+    std::size_t next_branch_ = 0;  // where the next scan of integer_vars_ starts
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
     lra::TermEntries scratch_;

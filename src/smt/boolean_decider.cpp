@@ -183,6 +183,8 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
             }
             if (options_.certify) {
                 d.clause_proof = proof();
+                for (sat::Lit a : sat_.activation_literals())
+                    d.clause_proof.assumptions.push_back(dimacs(a));
                 for (sat::Lit l : lits)
                     d.clause_proof.assumptions.push_back(dimacs(l));
             }

@@ -102,6 +102,10 @@ class Solver {
     void push();
     void pop();
     std::size_t push_depth() const { return activation_.size(); }
+    // The literal that solve() assumes for each push level, outermost first.
+    const std::vector<Lit>& activation_literals() const { return activation_; }
+    // The sign the next decision on `var` takes, until the search saves another.
+    void set_phase(Var var, bool negative) { phase_[var] = negative; }
 
     // Not owned; nullptr detaches. Attach before the first solve(). The theory may create
     // variables (new_var) during check(); the search then goes on to decide them.
