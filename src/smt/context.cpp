@@ -11,9 +11,9 @@
 
 namespace vorn::smt {
 
-// Conjunctions go to the Decider. The first check that meets Boolean structure moves the
-// context to a BooleanDecider for good: it is built by replaying the levels, and the Decider
-// is dropped.
+// Conjunctions go to the Decider. The first check that meets Boolean structure, or that the
+// Decider cannot settle, moves the context to a BooleanDecider for good: it is built by
+// replaying the levels, and the Decider is dropped.
 struct Context::State {
     State(Problem& p, const DecideOptions& o)
         : problem(p), options(o), decider(std::make_unique<Decider>(p, o)) {}
@@ -125,6 +125,14 @@ Decision Context::check(std::span<const Literal> assumptions) {
         s.to_boolean(s.difference);
     Decision d = s.boolean ? s.boolean->check(assumptions) : s.decider->check();
     s.stats += d.stats;
+    // Branch and bound on its own gives up on unbounded integer problems; the SAT search over
+    // branch atoms, which tries the nearer integer first and rotates the variables, often does
+    // not.
+    if (d.result == lra::Result::Unknown && !s.boolean) {
+        s.to_boolean(s.difference);
+        d = s.boolean->check(assumptions);
+        s.stats += d.stats;
+    }
     return d;
 }
 
