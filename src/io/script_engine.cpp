@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <memory>
 #include <ostream>
-#include <set>
+#include <span>
 
+#include "vorn/io/assertions.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_reader.h"
@@ -27,7 +28,16 @@ namespace {
 
 // The sizes of the assertion stack's parts at a push.
 struct Level {
-    std::size_t atoms, unsupported, declared;
+    std::size_t atoms, declared, named;
+    FormulaDag::Marks dag;
+    AssertionEncoder::Marks encoded;
+};
+
+// A named assertion while unsat cores are on: assumed at every check-sat rather than asserted,
+// so that the core can name it.
+struct Named {
+    FormulaRef formula;
+    std::int32_t name;  // in names_
 };
 
 struct Declared {
@@ -47,11 +57,14 @@ class ScriptEngine {
                  std::ostream& out, CheckStats& stats, Mode mode = Mode::Check)
         : file_(file),
           options_(options),
+          decide_options_(options.decide),
           out_(out),
           stats_(stats),
           reading_(mode == Mode::Read),
           reader_(text, symbols_) {
         intern_known_symbols(symbols_);
+        // A clause proof is only worth its memory when it is printed or checked.
+        decide_options_.certify = options.certificate || options.verify;
         reset();
         if (reading_) {
             symbols_.reserve(text.size() / 64, text.size() / 16);
@@ -63,11 +76,11 @@ class ScriptEngine {
     void run() {
         while (reader_.next(tree_)) {
             if (reading_) {
-                if (!command(tree_.root())) break;
+                if (!formulas_kept(tree_.root())) break;
                 continue;
             }
             try {
-                if (!command(tree_.root())) break;
+                if (!formulas_kept(tree_.root())) break;
             } catch (const ParseError& e) {
                 out_ << error_response(format_error(file_, e)) << "\n";
             }
@@ -77,6 +90,7 @@ class ScriptEngine {
 
     smt::Problem take_problem() {
         context_.reset();
+        assertions_.reset();
         terms_.reset();
         return std::move(*problem_);
     }
@@ -87,6 +101,8 @@ class ScriptEngine {
     const SNode& item(std::size_t k) const { return tree_[items_[k]]; }
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
+    // Runs a command; the formulas it built stay only when it says so (keep_formulas_).
+    bool formulas_kept(Id id);
     bool command(Id id);
     // Reading: whether the command is one that is passed over (true) or refused (throws).
     bool skipped_in_reading(const SNode& cmd, Known head);
@@ -100,7 +116,9 @@ class ScriptEngine {
     void define();
     void fresh(const SNode& name);
     void assert_command();
-    void check_sat();
+    // Decides the assertions with the named ones and `assumed` as assumptions.
+    void check_sat(std::span<const FormulaRef> assumed = {});
+    void decide(std::span<const smt::Literal> assumptions, std::span<const FormulaRef> assumed);
     void check_sat_assuming();
     void get_model();
     void get_value();
@@ -108,14 +126,23 @@ class ScriptEngine {
     void push(const SNode& cmd);
     void pop(const SNode& cmd);
     std::size_t level_count(const SNode& cmd);
+    Level current_level() const {
+        return {problem_->atoms.size(), declared_.size(), named_.size(), terms_->dag().marks(),
+                assertions_->marks()};
+    }
     void truncate(const Level& level);
+    void drop_formulas(const FormulaDag::Marks& marks) {
+        terms_->dag().truncate(marks);
+        assertions_->forget_nodes();
+    }
     void reset();
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
-    void verify(const smt::Decision& d);
+    void verify(bool boolean, std::span<const FormulaRef> assumed);
 
     std::string file_;
     const CheckOptions& options_;
+    smt::DecideOptions decide_options_;
     std::ostream& out_;
     CheckStats& stats_;
     bool reading_;
@@ -125,17 +152,42 @@ class ScriptEngine {
     std::vector<Id> items_;
     std::unique_ptr<smt::Problem> problem_;
     std::unique_ptr<TermEvaluator> terms_;
+    std::unique_ptr<AssertionEncoder> assertions_;
     std::unique_ptr<smt::Context> context_;  // one solver for every check-sat
     std::vector<Level> levels_;
     std::vector<Declared> declared_;
-    std::vector<std::int32_t> atom_name_;  // by atom: its assertion's :named name, or −1
+    std::vector<Named> named_;
     std::vector<std::string> names_;
+    // During a check-sat: by atom, the name of the assertion it comes from, or −1; by
+    // assumption, the name it stands for.
+    std::vector<std::int32_t> atom_name_;
+    std::vector<std::pair<smt::Literal, std::int32_t>> literal_name_;
+    std::vector<smt::Literal> assumptions_;
+    std::vector<Unsupported> reached_;  // outside the fragment, under this check's assumptions
+    std::vector<std::int32_t> core_;    // of the last unsat answer, in naming order
+    bool keep_formulas_ = false;
+    // The context has met Boolean structure: it stays with the Boolean engine, whose proofs are
+    // clause proofs, even when a pop took the structure away.
+    bool context_boolean_ = false;
     bool print_success_ = false;
     bool produce_cores_ = false;
     bool has_last_ = false;
     smt::Decision last_;
     std::string last_unknown_;
 };
+
+bool ScriptEngine::formulas_kept(Id id) {
+    FormulaDag::Marks marks = terms_->dag().marks();
+    keep_formulas_ = false;
+    try {
+        bool go_on = command(id);
+        if (!keep_formulas_) drop_formulas(marks);
+        return go_on;
+    } catch (...) {
+        if (!keep_formulas_) drop_formulas(marks);
+        throw;
+    }
+}
 
 bool ScriptEngine::command(Id id) {
     const SNode& cmd = tree_[id];
@@ -208,9 +260,11 @@ bool ScriptEngine::command(Id id) {
         case Known::Reset:
             reset();
             print_success_ = false;
+            keep_formulas_ = true;  // a new DAG
             return true;
         case Known::ResetAssertions:
             reset_assertions();
+            keep_formulas_ = true;
             return success(), true;
         case Known::Echo:
             expect_arity(cmd, 2);
@@ -309,21 +363,23 @@ void ScriptEngine::fresh(const SNode& name) {
         fail(name.pos, "symbol " + quoted(this->name(name.symbol)) + " is already declared");
 }
 
-// A Real or Int constant is a variable; a Boolean constant and a function with parameters are
-// declared but outside the fragment wherever they are used.
+// A Real, Int or Bool constant is a variable; a function with parameters is declared but
+// outside the fragment wherever it is used.
 void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& sort) {
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
     bool boolean = sort.is_symbol(symbol_of(Known::Bool));
     if (reading_ && boolean) fail(sort.pos, "unsupported sort (only Real and Int)");
-    smt::Sort s = sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int : smt::Sort::Real;
+    smt::Sort s = boolean                                 ? smt::Sort::Bool
+                  : sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int
+                                                          : smt::Sort::Real;
     if (!boolean && !sort.is_symbol(symbol_of(Known::Int)) &&
         !sort.is_symbol(symbol_of(Known::Real)))
         fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
     int var = 0;
-    if (function || boolean) {
-        terms_->declare_opaque(name.symbol, boolean && !function);
+    if (function) {
+        terms_->declare_function(name.symbol);
     } else {
         var = problem_->variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
@@ -347,32 +403,37 @@ void ScriptEngine::define() {
     else
         terms_->define(name.symbol, tree_, items_[4], formula,
                        sort.is_symbol(symbol_of(Known::Int)));
+    keep_formulas_ = true;
     declared_.push_back({name.symbol, 0});
     success();
 }
 
-// The atoms an assertion adds carry its :named name, for unsat cores.
+// A named assertion, while unsat cores are on, waits for check-sat as an assumption; any other
+// is asserted at once.
 void ScriptEngine::assert_command() {
-    std::size_t before = problem_->atoms.size();
-    std::int32_t named = -1;
     Id f = items_[1];
+    std::vector<std::uint32_t> names;
     if (tree_[f].is_list() && tree_[f].size >= 4 &&
         tree_[tree_.first(f)].is_symbol(symbol_of(Known::Bang))) {
         for (Id c = tree_.next(tree_.next(tree_.first(f))); c != tree_.end(f); c = tree_.next(c))
             if (tree_[c].kind == SNode::Kind::Keyword &&
                 symbols_.name(tree_[c].symbol) == ":named" && tree_.next(c) != tree_.end(f)) {
-                const SNode& n = tree_[tree_.next(c)];
-                fresh(n);
-                // The name stands for the formula from now on (check-sat-assuming uses it).
-                terms_->define(n.symbol, tree_, tree_.next(tree_.first(f)), true);
-                declared_.push_back({n.symbol, 0});
-                named = static_cast<std::int32_t>(names_.size());
-                names_.push_back(name(n.symbol));
+                fresh(tree_[tree_.next(c)]);
+                names.push_back(tree_[tree_.next(c)].symbol);
             }
     }
-    terms_->assert_formula(tree_, f);
-    atom_name_.resize(before);
-    atom_name_.resize(problem_->atoms.size(), named);
+    FormulaRef root = terms_->formula(tree_, f);
+    for (std::uint32_t n : names) {
+        // The name stands for the formula from now on (check-sat-assuming uses it).
+        terms_->name(n, root);
+        declared_.push_back({n, 0});
+        names_.push_back(name(n));
+        if (produce_cores_ && !reading_)
+            named_.push_back({root, static_cast<std::int32_t>(names_.size() - 1)});
+    }
+    bool encoded =
+        (names.empty() || !produce_cores_ || reading_) && assertions_->assert_formula(root);
+    keep_formulas_ = encoded || !names.empty();
     has_last_ = false;
     success();
 }
@@ -380,13 +441,13 @@ void ScriptEngine::assert_command() {
 void ScriptEngine::check_sat_assuming() {
     const SNode& list = item(1);
     if (!list.is_list()) fail(list.pos, "expected a list of literals");
-    Level saved{problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()};
+    Level saved = current_level();
     context_->push();
     try {
+        std::vector<FormulaRef> assumed;
         for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
-            terms_->assert_formula(tree_, c);
-        atom_name_.resize(problem_->atoms.size(), -1);
-        check_sat();
+            assumed.push_back(terms_->formula(tree_, c));
+        check_sat(assumed);
     } catch (...) {
         context_->pop(1);
         truncate(saved);
@@ -396,30 +457,114 @@ void ScriptEngine::check_sat_assuming() {
     truncate(saved);
 }
 
-void ScriptEngine::check_sat() {
+// While the problem is a conjunction and so are the assumptions, they are asserted on a level of
+// their own and the conjunctive decider answers, its proof naming the atoms of the core;
+// otherwise they are encoded and assumed.
+void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
+    bool boolean =
+        !problem_->boolean.empty() || (context_boolean_ && !options_.fresh_solver_per_check);
+    for (const Named& n : named_)
+        boolean = boolean || !assertions_->conjunctive(n.formula);
+    for (FormulaRef f : assumed)
+        boolean = boolean || !assertions_->conjunctive(f);
+    reached_.clear();
+    literal_name_.clear();
+    assumptions_.clear();
+    atom_name_.clear();
+    if (boolean) {
+        for (const Named& n : named_) {
+            assumptions_.push_back(assertions_->literal(n.formula, reached_));
+            literal_name_.push_back({assumptions_.back(), n.name});
+        }
+        for (FormulaRef f : assumed)
+            assumptions_.push_back(assertions_->literal(f, reached_));
+        return decide(assumptions_, assumed);
+    }
+    if (named_.empty() && assumed.empty()) return decide({}, assumed);
+    Level saved = current_level();
+    context_->push();
+    try {
+        atom_name_.assign(problem_->atoms.size(), -1);
+        for (const Named& n : named_) {
+            assertions_->commit_atoms(n.formula);
+            atom_name_.resize(problem_->atoms.size(), n.name);
+        }
+        for (FormulaRef f : assumed)
+            assertions_->commit_atoms(f);
+        atom_name_.resize(problem_->atoms.size(), -1);
+        decide({}, assumed);
+    } catch (...) {
+        context_->pop(1);
+        truncate(saved);
+        throw;
+    }
+    context_->pop(1);
+    truncate(saved);
+}
+
+void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
+                          std::span<const FormulaRef> assumed) {
+    bool boolean = !problem_->boolean.empty() || !assumptions.empty() ||
+                   (context_boolean_ && !options_.fresh_solver_per_check);
+    context_boolean_ = context_boolean_ || (boolean && !options_.fresh_solver_per_check);
     auto start = smt::Clock::now();
-    last_ = options_.fresh_solver_per_check ? smt::decide(*problem_, options_.decide)
-                                            : context_->check();
+    std::vector<smt::Literal> failed;
+    if (options_.fresh_solver_per_check && boolean) {
+        smt::Context fresh(*problem_, decide_options_);
+        last_ = fresh.check(assumptions);
+        failed = fresh.failed_assumptions();
+    } else if (options_.fresh_solver_per_check) {
+        last_ = smt::decide(*problem_, decide_options_);
+    } else {
+        last_ = context_->check(assumptions);
+        if (last_.result == lra::Result::Unsat) failed = context_->failed_assumptions();
+    }
     stats_.solve_seconds += smt::ms_since(start) / 1000;
     ++stats_.checks;
     stats_.decide += last_.stats;
-    const auto& outside = terms_->unsupported_asserted();
-    if (last_.result == lra::Result::Sat && !outside.empty()) {
-        // A model of the linear part says nothing about the rest.
+    const auto& asserted = assertions_->unsupported_asserted();
+    const Unsupported* outside = !asserted.empty()   ? &asserted[0]
+                                 : !reached_.empty() ? &reached_[0]
+                                                     : nullptr;
+    if (last_.result == lra::Result::Sat && outside != nullptr) {
+        // A model of the rest says nothing about it.
         last_.result = lra::Result::Unknown;
         last_.reason_unknown = format_error(
-            file_, ParseError(outside[0].pos, outside[0].what + " is outside the linear fragment"));
+            file_, ParseError(outside->pos, outside->what + " is outside the linear fragment"));
     }
     last_unknown_ = last_.reason_unknown;
     has_last_ = true;
-    if (options_.verify) verify(last_);
+    if (options_.verify) verify(boolean, assumed);
+    core_.clear();
+    if (last_.result == lra::Result::Unsat && boolean) {
+        std::sort(failed.begin(), failed.end());
+        for (const auto& [lit, name] : literal_name_)
+            if (std::binary_search(failed.begin(), failed.end(), lit)) core_.push_back(name);
+    } else if (last_.result == lra::Result::Unsat) {
+        auto use = [&](std::size_t atom) {
+            if (atom < atom_name_.size() && atom_name_[atom] >= 0)
+                core_.push_back(atom_name_[atom]);
+        };
+        for (const smt::ProofStep& step : last_.proof) {
+            for (const smt::FarkasEntry& e : step.farkas)
+                if (!e.from_split) use(e.index);
+            if (step.kind == smt::ProofStep::Kind::SplitNe ||
+                step.kind == smt::ProofStep::Kind::Gcd)
+                use(step.atom);
+        }
+    }
+    std::sort(core_.begin(), core_.end());
+    core_.erase(std::unique(core_.begin(), core_.end()), core_.end());
     switch (last_.result) {
         case lra::Result::Sat:
             out_ << "sat\n";
             break;
         case lra::Result::Unsat:
             out_ << "unsat\n";
-            if (options_.certificate) smt::print_certificate(out_, *problem_, last_.proof);
+            if (options_.certificate && boolean)
+                smt::print_certificate(out_, *problem_, last_.clause_proof);
+            else if (options_.certificate)
+                smt::print_certificate(out_, *problem_, last_.proof);
             break;
         case lra::Result::Unknown:
             out_ << "unknown\n";
@@ -427,8 +572,30 @@ void ScriptEngine::check_sat() {
     }
 }
 
-void ScriptEngine::verify(const smt::Decision& d) {
-    std::string problem = smt::check_decision(*problem_, d);
+// A model must satisfy every atom, and every formula that was encoded or assumed, with each ite
+// term at the value of its ite: checked against the formulas as read, not their encoding.
+void ScriptEngine::verify(bool boolean, std::span<const FormulaRef> assumed) {
+    std::string problem;
+    if (last_.result == lra::Result::Sat) {
+        const std::vector<QNumber>& model = assertions_->evaluate_model(last_.model);
+        problem = smt::check_model(*problem_, model);
+        auto check = [&](FormulaRef f) {
+            if (problem.empty() && assertions_->holds(f) != 1) {
+                smt::SourcePos pos = terms_->dag()[f].pos;
+                problem = "the model violates the formula at " + std::to_string(pos.line) + ":" +
+                          std::to_string(pos.col);
+            }
+        };
+        for (FormulaRef f : assertions_->encoded_roots())
+            check(f);
+        for (const Named& n : named_)
+            check(n.formula);
+        for (FormulaRef f : assumed)
+            check(f);
+    } else if (last_.result == lra::Result::Unsat) {
+        problem = boolean ? smt::check_proof(*problem_, last_.clause_proof)
+                          : smt::check_proof(*problem_, last_.proof);
+    }
     if (!problem.empty()) throw VerificationFailure(problem);
 }
 
@@ -439,41 +606,47 @@ void ScriptEngine::get_model() {
     write_model(out_, problem_->variables, last_.model, shown);
 }
 
+// Terms and formulas, ite terms at the values of their ites.
 void ScriptEngine::get_value() {
     const SNode& list = item(1);
     if (!list.is_list() || list.size == 0) fail(list.pos, "expected a non-empty list of terms");
-    std::string text = "(";
+    struct Shown {
+        Id node;
+        bool formula, real;
+        FormulaRef ref;
+        smt::LinearExpr expr;
+    };
+    std::vector<Shown> shown;
     for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c)) {
-        bool formula = false;
-        bool real = false;
-        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &formula, &real);
-        if (expr == nullptr)
-            fail(tree_[c].pos, formula ? "get-value of a formula is not supported"
-                                       : "the term is outside the linear fragment");
-        QNumber value = smt::evaluate(expr->entries(), last_.model);
+        Shown& v = shown.emplace_back(Shown{c, false, false, 0, {}});
+        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &v.formula, &v.real, &v.ref);
+        if (expr == nullptr && !v.formula)
+            fail(tree_[c].pos, "the term is outside the linear fragment");
+        if (expr != nullptr) v.expr.add(*expr, QNumber(1));
+    }
+    const std::vector<QNumber>& model = assertions_->evaluate_model(last_.model);
+    std::string text = "(";
+    for (const Shown& v : shown) {
         text += text.size() == 1 ? "(" : " (";
-        append_sexpr(text, tree_, c, symbols_);
+        append_sexpr(text, tree_, v.node, symbols_);
         text += ' ';
-        append_value(text, value, real ? smt::Sort::Real : smt::Sort::Int);
+        if (v.formula) {
+            int holds = assertions_->holds(v.ref);
+            if (holds < 0) fail(tree_[v.node].pos, "the formula is outside the linear fragment");
+            text += holds == 1 ? "true" : "false";
+        } else {
+            append_value(text, smt::evaluate(v.expr.entries(), model),
+                         v.real ? smt::Sort::Real : smt::Sort::Int);
+        }
         text += ')';
     }
     out_ << text << ")\n";
 }
 
-// The named assertions whose atoms the proof uses, in the order they were named.
+// The named assertions that the refutation needs, in the order they were named.
 void ScriptEngine::get_unsat_core() {
-    std::set<std::int32_t> core;
-    auto use = [&](std::size_t atom) {
-        if (atom < atom_name_.size() && atom_name_[atom] >= 0) core.insert(atom_name_[atom]);
-    };
-    for (const smt::ProofStep& step : last_.proof) {
-        for (const smt::FarkasEntry& e : step.farkas)
-            if (!e.from_split) use(e.index);
-        if (step.kind == smt::ProofStep::Kind::SplitNe || step.kind == smt::ProofStep::Kind::Gcd)
-            use(step.atom);
-    }
     std::string text = "(\n";
-    for (std::int32_t n : core) {
+    for (std::int32_t n : core_) {
         smt::append_symbol(text, names_[static_cast<std::size_t>(n)]);
         text += '\n';
     }
@@ -490,8 +663,7 @@ std::size_t ScriptEngine::level_count(const SNode& cmd) {
 void ScriptEngine::push(const SNode& cmd) {
     std::size_t n = level_count(cmd);
     for (std::size_t i = 0; i < n; ++i) {
-        levels_.push_back(
-            {problem_->atoms.size(), terms_->unsupported_asserted().size(), declared_.size()});
+        levels_.push_back(current_level());
         context_->push();
     }
     has_last_ = false;
@@ -513,35 +685,48 @@ void ScriptEngine::pop(const SNode& cmd) {
     success();
 }
 
+// After the context popped back to `level`.
 void ScriptEngine::truncate(const Level& level) {
     problem_->atoms.resize(level.atoms);
-    atom_name_.resize(std::min(atom_name_.size(), level.atoms));
-    terms_->unsupported_asserted().resize(level.unsupported);
     for (std::size_t i = level.declared; i < declared_.size(); ++i)
         terms_->forget(declared_[i].symbol);
     declared_.resize(level.declared);
-    terms_->forget_commits();
+    named_.resize(std::min(named_.size(), level.named));
+    drop_formulas(level.dag);
+    assertions_->truncate(level.encoded);
 }
 
+// Level 0's declarations and definitions stay; its assertions go too, and a context never
+// forgets those: a new one starts empty.
 void ScriptEngine::reset_assertions() {
-    Level base{0, 0, levels_.empty() ? declared_.size() : levels_[0].declared};
-    levels_.clear();
-    truncate(base);
-    // Level 0's atoms go too, and a context never forgets those: a new one starts empty.
-    context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
+    if (!levels_.empty()) {
+        Level first = levels_[0];
+        levels_.clear();
+        context_->pop(context_->level());
+        truncate(first);
+    }
+    problem_->atoms.clear();
+    problem_->boolean.truncate(0, 0);
+    named_.clear();
+    assertions_->clear();
+    context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
+    context_boolean_ = false;
     has_last_ = false;
 }
 
 void ScriptEngine::reset() {
     levels_.clear();
     declared_.clear();
-    atom_name_.clear();
+    named_.clear();
     names_.clear();
     context_.reset();
+    assertions_.reset();
     terms_.reset();
     problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
     terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, !reading_);
-    if (!reading_) context_ = std::make_unique<smt::Context>(*problem_, options_.decide);
+    assertions_ = std::make_unique<AssertionEncoder>(*problem_, terms_->dag(), !reading_);
+    if (!reading_) context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
+    context_boolean_ = false;
     has_last_ = false;
     produce_cores_ = false;
 }

@@ -14,10 +14,12 @@ namespace {
 }
 
 // Why a known symbol cannot head a term, or null when it can.
-const char* refusal(Known head) {
+const char* refusal(Known head, bool lenient) {
     switch (head) {
         case Known::Xor:
         case Known::Ite:
+            return lenient ? nullptr
+                           : "is not supported (assertions are conjunctions of linear atoms)";
         case Known::Forall:
         case Known::Exists:
         case Known::Match:
@@ -59,17 +61,17 @@ void TermEvaluator::declare_variable(std::uint32_t symbol, int var) {
     state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
 }
 
-void TermEvaluator::declare_opaque(std::uint32_t symbol, bool boolean) {
-    state(symbol).global = {boolean ? Meaning::BoolConstant : Meaning::Function, 0};
+void TermEvaluator::declare_function(std::uint32_t symbol) {
+    state(symbol).global = {Meaning::Function, 0};
 }
 
 const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula,
-                                                    bool* real) {
+                                                    bool* real, FormulaRef* ref) {
     evaluate(tree, node);
     const Value& value = values_[0];
     *formula = value.is_formula && !value.unsupported;
     *real = value.real;
-    forget_command_formulas();
+    if (ref != nullptr) *ref = value.formula;
     return value.is_formula || value.unsupported ? nullptr : &value.expr;
 }
 
@@ -95,7 +97,6 @@ void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body,
     Value& value = values_[0];
     if (value.unsupported) {
         state(symbol).global = {Meaning::Unsupported, value.formula};
-        persistent_ = {formulas_.size(), children_.size(), atoms_.size(), unsupported_.size()};
         return;
     }
     if (value.is_formula != formula)
@@ -111,15 +112,13 @@ void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body,
         defined_terms_.emplace_back().swap(value.expr);
     }
     state(symbol).global = meaning;
-    persistent_ = {formulas_.size(), children_.size(), atoms_.size(), unsupported_.size()};
 }
 
-void TermEvaluator::assert_formula(const SExprTree& tree, Id id) {
+FormulaRef TermEvaluator::formula(const SExprTree& tree, Id id) {
     evaluate(tree, id);
     if (!values_[0].is_formula && !values_[0].unsupported)
         fail(tree[id].pos, "expected a formula, found a term");
-    commit(values_[0].formula);
-    forget_command_formulas();
+    return values_[0].formula;
 }
 
 // ---- the walk --------------------------------------------------------------------------------
@@ -128,7 +127,6 @@ void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
     tree_ = &tree;
     root_tree_ = &tree;
     frames_.clear();  // an error may have left a walk behind
-    forget_command_formulas();
     barrier_ = 0;
     body_nodes_ = 0;
     unbind_to(0);
@@ -202,7 +200,7 @@ void TermEvaluator::start_list(Id id) {
         fail(head.pos, "unknown function " + quoted(symbols_.name(head.symbol)));
     }
     Known k = known(head.symbol);
-    if (const char* why = refusal(k)) {
+    if (const char* why = refusal(k, lenient_)) {
         if (!lenient_) fail(head.pos, quoted(name(head.symbol)) + " " + why);
         return outside(push_value(), quoted(name(head.symbol)), head.pos);
     }
@@ -241,6 +239,12 @@ void TermEvaluator::start_list(Id id) {
         case Known::Implies:
             at_least(2);
             return push_frame(id, args, list.end, Op::Implies, k);
+        case Known::Xor:
+            at_least(2);
+            return push_frame(id, args, list.end, Op::Xor, k);
+        case Known::Ite:
+            if (count != 3) fail(list.pos, "'ite' takes 3 arguments");
+            return push_frame(id, args, list.end, Op::Ite, k);
         case Known::Bang:
             at_least(1);
             return push_frame(id, args, tree.next(args), Op::Annotation, k);
@@ -308,7 +312,11 @@ void TermEvaluator::finish(Frame& f) {
         case Op::Or:
         case Op::Not:
         case Op::Implies:
+        case Op::Xor:
             finish_connective(f);
+            break;
+        case Op::Ite:
+            finish_ite(f);
             break;
         case Op::Let:
             finish_let(f);
@@ -326,7 +334,7 @@ void TermEvaluator::outside(Value& value, const std::string& what, smt::SourcePo
     if (!lenient_) fail(pos, what);
     value.unsupported = true;
     value.is_formula = false;
-    value.formula = new_unsupported(what, pos);
+    value.formula = dag_.unsupported(what, pos);
 }
 
 bool TermEvaluator::propagate_unsupported(const Frame& f) {
@@ -403,17 +411,29 @@ void TermEvaluator::finish_arith(const Frame& f) {
 }
 
 // A chain (op a b c) asserts (op a b) and (op b c); distinct stays one atom over all its terms.
+// Between formulas, = is ¬xor pairwise, and distinct is xor for two and false for more.
 void TermEvaluator::finish_relation(const Frame& f) {
     if (propagate_unsupported(f)) return;
-    if (lenient_ && (f.head == Known::Eq || f.head == Known::Distinct))
-        for (std::size_t i = f.base; i < top_; ++i)
-            if (values_[i].is_formula)
-                return outside(values_[f.base],
-                               "'" + name(symbol_of(f.head)) + "' between formulas",
-                               node(f.node).pos);
-    expect_kind(f, false);
     std::size_t n = top_ - f.base;
     Value& result = values_[f.base];
+    if (lenient_ && (f.head == Known::Eq || f.head == Known::Distinct) &&
+        std::any_of(values_.begin() + static_cast<std::ptrdiff_t>(f.base),
+                    values_.begin() + static_cast<std::ptrdiff_t>(top_),
+                    [](const Value& v) { return v.is_formula; })) {
+        expect_kind(f, true);
+        smt::SourcePos pos = node(f.node).pos;
+        scratch_ids_.clear();
+        for (std::size_t i = 0; i + 1 < n && (f.head == Known::Eq || n == 2); ++i) {
+            FormulaId pair[] = {values_[f.base + i].formula, values_[f.base + i + 1].formula};
+            scratch_ids_.push_back(new_node(FormulaNode::Xor, pair, pos) ^
+                                   (f.head == Known::Eq ? 1 : 0));
+        }
+        result.formula = scratch_ids_.empty()       ? 1
+                         : scratch_ids_.size() == 1 ? scratch_ids_[0]
+                                                    : new_node(FormulaNode::And, scratch_ids_, pos);
+        return;
+    }
+    expect_kind(f, false);
     smt::Relation relation = relation_of(f.head);
     if (relation == smt::Relation::Distinct) {
         std::uint32_t first = problem_.term_count();
@@ -438,7 +458,7 @@ void TermEvaluator::finish_relation(const Frame& f) {
         }
         result.formula = scratch_ids_.size() == 1
                              ? scratch_ids_[0]
-                             : new_and(scratch_ids_, FormulaNode::And, node(f.node).pos);
+                             : new_node(FormulaNode::And, scratch_ids_, node(f.node).pos);
     }
     result.is_formula = true;
 }
@@ -452,12 +472,13 @@ void TermEvaluator::finish_and(const Frame& f) {
     Value& result = n == 0 ? push_value() : values_[f.base];
     // Where the and stands: negated, it is the disjunction an unknown answer names.
     result.formula =
-        n == 1 ? scratch_ids_[0] : new_and(scratch_ids_, FormulaNode::And, node(f.node).pos);
+        n == 1 ? scratch_ids_[0] : new_node(FormulaNode::And, scratch_ids_, node(f.node).pos);
     result.is_formula = true;
     result.unsupported = false;
 }
 
-// (or a b) is a node of its own; (not a) flips the reference's bit; (=> a b c) is (or ¬a ¬b c).
+// (or a b) and (xor a b) are nodes of their own; (not a) flips the reference's bit; (=> a b c)
+// is (or ¬a ¬b c).
 void TermEvaluator::finish_connective(const Frame& f) {
     expect_kind(f, true);
     std::size_t n = top_ - f.base;
@@ -469,10 +490,64 @@ void TermEvaluator::finish_connective(const Frame& f) {
         for (std::size_t i = 0; i < n; ++i)
             scratch_ids_.push_back(values_[f.base + i].formula ^
                                    (f.op == Op::Implies && i + 1 < n ? 1 : 0));
-        result.formula = new_and(scratch_ids_, FormulaNode::Or, node(f.node).pos);
+        result.formula = new_node(f.op == Op::Xor ? FormulaNode::Xor : FormulaNode::Or,
+                                  scratch_ids_, node(f.node).pos);
     }
     result.is_formula = true;
     result.unsupported = false;
+}
+
+// An ite between formulas is a node; between terms, a fresh variable. An unsupported branch
+// makes a term ite unsupported, but stays a part of a formula ite, as in a connective.
+void TermEvaluator::finish_ite(const Frame& f) {
+    const Value& then = values_[f.base + 1];
+    const Value& otherwise = values_[f.base + 2];
+    bool term = (!then.is_formula && !then.unsupported) ||
+                (!otherwise.is_formula && !otherwise.unsupported);
+    if ((term || (then.unsupported && otherwise.unsupported)) && propagate_unsupported(f)) return;
+    if (!values_[f.base].is_formula && !values_[f.base].unsupported)
+        fail(arg_pos(f, 0), "expected a formula, found a term");
+    for (std::size_t i = 1; i < 3; ++i)
+        if (values_[f.base + i].is_formula == term && !values_[f.base + i].unsupported)
+            fail(arg_pos(f, i),
+                 term ? "expected a term, found a formula" : "expected a formula, found a term");
+    Value& result = values_[f.base];
+    FormulaId condition = result.formula;
+    smt::SourcePos pos = node(f.node).pos;
+    if (!term) {
+        FormulaId args[] = {condition, then.formula, otherwise.formula};
+        result.formula =
+            condition <= 1 ? args[2 - condition] : new_node(FormulaNode::Ite, args, pos);
+        result.is_formula = true;
+        result.unsupported = false;
+        return;
+    }
+    bool real = then.real || otherwise.real;
+    if (condition <= 1) {  // true or false: the branch itself
+        result.expr.swap(values_[f.base + (condition == 0 ? 1 : 2)].expr);
+    } else {
+        lift_ite(result, condition, then.expr, otherwise.expr, real, pos);
+    }
+    result.is_formula = false;
+    result.real = real;
+}
+
+void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
+                             const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos) {
+    int v = problem_.variables.add("ite@" + std::to_string(++lifted_names_),
+                                   real ? smt::Sort::Real : smt::Sort::Int, pos);
+    std::uint32_t then_term = problem_.add_term(then);
+    std::uint32_t otherwise_term = problem_.add_term(otherwise);
+    FormulaId branches[2];
+    for (int i = 0; i < 2; ++i) {  // then − v = 0, otherwise − v = 0
+        scratch_.clear();
+        scratch_.add(i == 0 ? then : otherwise, QNumber(1));
+        scratch_.add_entry(v, QNumber(-1));
+        branches[i] = new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, pos);
+    }
+    FormulaId args[] = {condition, branches[0], branches[1]};
+    dag_.lift({v, condition, then_term, otherwise_term, new_node(FormulaNode::Ite, args, pos)});
+    result.expr.set_variable(v);
 }
 
 void TermEvaluator::finish_let(const Frame& f) {
@@ -480,6 +555,7 @@ void TermEvaluator::finish_let(const Frame& f) {
     values_[f.base].formula = values_[top_ - 1].formula;
     values_[f.base].is_formula = values_[top_ - 1].is_formula;
     values_[f.base].unsupported = values_[top_ - 1].unsupported;
+    values_[f.base].real = values_[top_ - 1].real;
     unbind_to(f.scope);
     let_terms_.resize(f.let_terms);
 }
@@ -530,10 +606,17 @@ void TermEvaluator::push_symbol(const SNode& node) {
     Meaning m = meaning(node.symbol);
     Value& value = push_value();
     switch (m.kind) {
-        case Meaning::Variable:
+        case Meaning::Variable: {
+            smt::Sort sort = problem_.variables.sort(static_cast<int>(m.index));
+            if (sort == smt::Sort::Bool) {
+                value.formula = dag_.variable(static_cast<int>(m.index), node.pos);
+                value.is_formula = true;
+                return;
+            }
             value.expr.set_variable(static_cast<int>(m.index));
-            value.real = problem_.variables.sort(static_cast<int>(m.index)) == smt::Sort::Real;
+            value.real = sort == smt::Sort::Real;
             return;
+        }
         case Meaning::LetTerm:
             value.expr.add(let_terms_[m.index], QNumber(1));
             value.real = m.real;
@@ -550,9 +633,6 @@ void TermEvaluator::push_symbol(const SNode& node) {
             value.formula = m.index;
             value.unsupported = true;
             return;
-        case Meaning::BoolConstant:
-            return outside(value, "the Boolean variable " + quoted(symbols_.name(node.symbol)),
-                           node.pos);
         case Meaning::Macro:
             fail(node.pos, quoted(symbols_.name(node.symbol)) + " takes arguments");
         case Meaning::Function:
@@ -614,141 +694,6 @@ TermEvaluator::SymbolState& TermEvaluator::state(std::uint32_t symbol) {
     if (states_.size() <= symbol)
         states_.resize(std::max<std::size_t>(symbol + 1, 2 * states_.size()));
     return states_[symbol];
-}
-
-// ---- formulas --------------------------------------------------------------------------------
-
-TermEvaluator::FormulaId TermEvaluator::new_atom(smt::Relation relation, std::uint32_t first_term,
-                                                 std::uint32_t terms, smt::SourcePos pos) {
-    atoms_.push_back({relation, first_term, terms, pos});
-    formulas_.push_back({FormulaNode::Atom, static_cast<std::uint32_t>(atoms_.size() - 1), 0, pos});
-    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
-}
-
-TermEvaluator::FormulaId TermEvaluator::new_and(std::span<const FormulaId> children,
-                                                FormulaNode::Kind kind, smt::SourcePos pos) {
-    formulas_.push_back({kind, static_cast<std::uint32_t>(children_.size()),
-                         static_cast<std::uint32_t>(children.size()), pos});
-    children_.insert(children_.end(), children.begin(), children.end());
-    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
-}
-
-TermEvaluator::FormulaId TermEvaluator::new_unsupported(const std::string& what,
-                                                        smt::SourcePos pos) {
-    unsupported_.push_back({what, pos});
-    formulas_.push_back(
-        {FormulaNode::Unsupported, static_cast<std::uint32_t>(unsupported_.size() - 1), 0, pos});
-    return static_cast<FormulaId>(2 * (formulas_.size() - 1));
-}
-
-// Adds the literals under `root` to the problem in order, negations pushed inward, visiting every
-// shared node once per polarity.
-void TermEvaluator::commit(FormulaId root) {
-    committed_.resize(2 * formulas_.size(), false);
-    commit_stack_.assign(1, root);
-    while (!commit_stack_.empty()) {
-        FormulaId ref = commit_stack_.back();
-        commit_stack_.pop_back();
-        if (committed_[ref]) continue;
-        committed_[ref] = true;
-        const FormulaNode& node = formulas_[ref / 2];
-        bool negated = (ref & 1) != 0;
-        switch (node.kind) {
-            case FormulaNode::True:
-                if (negated) commit_atom({smt::Relation::Ne, 0, 0, node.pos}, false, node.pos);
-                break;
-            case FormulaNode::Atom:
-                commit_atom(atoms_[node.first], negated, node.pos);
-                break;
-            case FormulaNode::Unsupported:
-                asserted_unsupported_.push_back(unsupported_[node.first]);
-                break;
-            case FormulaNode::And:
-            case FormulaNode::Or:
-                if ((node.kind == FormulaNode::Or) != negated) {
-                    commit_disjunction(node, negated);
-                    break;
-                }
-                for (std::uint32_t i = node.size; i-- > 0;)
-                    commit_stack_.push_back(children_[node.first + i] ^ (negated ? 1 : 0));
-                break;
-        }
-    }
-}
-
-// ¬(a ≤ b) is a > b and so on; ¬(a = b) is a ≠ b; ¬(distinct a b) is a = b. `false` arrives as
-// the marker {Ne, terms = 0} and becomes the atom 1 = 0.
-void TermEvaluator::commit_atom(const smt::Atom& atom, bool negated, smt::SourcePos pos) {
-    if (atom.terms == 0) {
-        scratch_.set_constant(QNumber(1));
-        problem_.atoms.push_back({smt::Relation::Eq, problem_.add_term(scratch_), 1, pos});
-        return;
-    }
-    if (!negated) return problem_.atoms.push_back(atom);
-    smt::Atom flipped = atom;
-    if (atom.relation != smt::Relation::Distinct) {
-        flipped.relation = smt::negation(atom.relation);
-    } else {
-        if (atom.terms != 2) {
-            std::string what = "a negated 'distinct' of more than two terms (a disjunction)";
-            if (!lenient_) fail(atom.pos, what + " is not supported");
-            asserted_unsupported_.push_back({what, atom.pos});
-            return;
-        }
-        scratch_.clear();
-        for (const auto& e : problem_.term(atom.first_term))
-            scratch_.add_entry(e.var, e.coeff);
-        for (const auto& e : problem_.term(atom.first_term + 1))
-            scratch_.add_entry(e.var, -e.coeff);
-        flipped = {smt::Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
-    }
-    problem_.atoms.push_back(flipped);
-}
-
-int TermEvaluator::constant_truth(FormulaId ref) const {
-    const FormulaNode& node = formulas_[ref / 2];
-    bool negated = (ref & 1) != 0;
-    if (node.kind == FormulaNode::True) return negated ? 0 : 1;
-    if (node.kind == FormulaNode::Atom && atoms_[node.first].relation != smt::Relation::Distinct) {
-        auto term = problem_.term(atoms_[node.first].first_term);
-        if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
-        int s = term.empty() ? 0 : term[0].coeff.sign();
-        bool holds = smt::relation_holds(atoms_[node.first].relation, s);
-        return holds != negated ? 1 : 0;
-    }
-    if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)
-        return (node.kind == FormulaNode::And) != negated ? 1 : 0;
-    return -1;
-}
-
-// A disjunction (an or, or a negated and) is a conjunction only when at most one disjunct is not
-// constant false; one constant true disjunct makes it true.
-void TermEvaluator::commit_disjunction(const FormulaNode& node, bool negated) {
-    FormulaId open = 0;
-    std::uint32_t open_count = 0;
-    for (std::uint32_t i = 0; i < node.size; ++i) {
-        FormulaId child = children_[node.first + i] ^ (negated ? 1 : 0);
-        int truth = constant_truth(child);
-        if (truth == 1) return;
-        if (truth == 0) continue;
-        open = child;
-        ++open_count;
-    }
-    if (open_count == 1) return commit_stack_.push_back(open);
-    if (open_count == 0) return commit_stack_.push_back(1);
-    std::string what = "a disjunction";
-    if (!lenient_) fail(node.pos, what + " is not supported");
-    asserted_unsupported_.push_back({what, node.pos});
-}
-
-// An assertion's own formula nodes are not needed once its atoms are in the problem; those of
-// definitions stay.
-void TermEvaluator::forget_command_formulas() {
-    formulas_.resize(persistent_.formulas);
-    children_.resize(persistent_.children);
-    atoms_.resize(persistent_.atoms);
-    unsupported_.resize(persistent_.unsupported);
-    committed_.resize(2 * persistent_.formulas);
 }
 
 }  // namespace vorn::io

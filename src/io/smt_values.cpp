@@ -90,8 +90,12 @@ void write_model(std::ostream& out, const smt::Variables& vars, const std::vecto
         smt::Sort sort = vars.sort(v);
         text += "(define-fun ";
         smt::append_name(text, vars, v);
-        text += sort == smt::Sort::Int ? " () Int " : " () Real ";
-        append_value(text, static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber(), sort);
+        QNumber value = static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber();
+        if (sort == smt::Sort::Bool)
+            text += value.is_zero() ? " () Bool false" : " () Bool true";
+        else
+            text += sort == smt::Sort::Int ? " () Int " : " () Real ";
+        if (sort != smt::Sort::Bool) append_value(text, value, sort);
         text += ")\n";
         if (text.size() > (1 << 16)) {
             out << text;

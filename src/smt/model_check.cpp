@@ -6,8 +6,6 @@
 
 namespace vorn::smt {
 
-namespace {
-
 bool atom_holds(const Problem& problem, const Atom& atom, const std::vector<QNumber>& model) {
     if (atom.relation == Relation::Distinct) {
         std::vector<QNumber> values;
@@ -18,8 +16,6 @@ bool atom_holds(const Problem& problem, const Atom& atom, const std::vector<QNum
     }
     return relation_holds(atom.relation, term_value(problem, atom.first_term, model).sign());
 }
-
-}  // namespace
 
 QNumber evaluate(std::span<const LinearExpr::Entry> term, const std::vector<QNumber>& model) {
     QNumber sum;
@@ -36,10 +32,17 @@ QNumber term_value(const Problem& problem, std::uint32_t index, const std::vecto
 }
 
 std::string check_model(const Problem& problem, const std::vector<QNumber>& model) {
-    for (std::size_t v = 1; v < model.size(); ++v)
-        if (problem.variables.sort(static_cast<int>(v)) == Sort::Int && !model[v].is_integer())
+    for (std::size_t v = 1;
+         v < model.size() && v <= static_cast<std::size_t>(problem.variables.size()); ++v) {
+        Sort sort = problem.variables.sort(static_cast<int>(v));
+        if (sort == Sort::Int && !model[v].is_integer())
             return "the model gives the Int variable '" +
                    std::string(problem.variables.name(static_cast<int>(v))) + "' a fraction";
+        if (sort == Sort::Bool && !model[v].is_zero() && model[v] != QNumber(1))
+            return "the model gives the Bool variable '" +
+                   std::string(problem.variables.name(static_cast<int>(v))) + "' the value " +
+                   model[v].to_string();
+    }
     for (const Atom& atom : problem.atoms)
         if (!atom_holds(problem, atom, model))
             return "the model violates the atom at " + std::to_string(atom.pos.line) + ":" +

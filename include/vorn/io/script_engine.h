@@ -5,10 +5,11 @@
 // is read. An error in a command is the response (error "FILE:LINE:COL: message") and the script
 // goes on; text that cannot be read as s-expressions stops it with an ParseError.
 //
-// The assertion stack is the Problem's atom list: push records its size, pop truncates it, and
-// check-sat decides whatever is in it (cli/decision.h). Declarations made after a push are
-// forgotten by its pop. Assertions the fragment cannot express make check-sat answer unknown,
-// naming them, unless the rest is already unsat.
+// The assertion stack is the Problem's atoms and Boolean structure (io/assertions.h encodes the
+// formulas): push records their sizes, pop truncates them, and check-sat decides whatever is in
+// them with one smt::Context. Declarations made after a push are forgotten by its pop.
+// Assertions the fragment cannot express make check-sat answer unknown, naming them, unless the
+// rest is already unsat.
 
 #include <iosfwd>
 #include <stdexcept>
@@ -22,8 +23,8 @@ namespace vorn::io {
 struct CheckOptions {
     smt::DecideOptions decide;
     bool certificate = false;  // print a certificate after every unsat
-    bool verify = false;       // re-check every model and certificate before printing it
-    bool model = false;        // LP formats: print the model of a sat answer
+    bool verify = false;  // re-check every model (against the formulas) and proof before printing
+    bool model = false;   // LP formats: print the model of a sat answer
     // Decide every check-sat from scratch instead of with the one solver kept across them: the
     // reference of the differential tests.
     bool fresh_solver_per_check = false;

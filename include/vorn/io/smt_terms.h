@@ -1,13 +1,12 @@
 #pragma once
 
-// Evaluation of SMT-LIB terms and formulas into linear expressions and atoms.
+// Evaluation of SMT-LIB terms and formulas into linear expressions and formula DAGs.
 //
-// Terms become linear expressions; formulas become nodes of a DAG (true, an atom, or a
-// conjunction of nodes) whose atoms are added to the problem when an assertion reaches them,
-// each atom once, in the order the assertion lists them. A `let` binding and a `define-fun` body
-// are evaluated once and their value is shared by every use: a use copies a linear expression
-// (at most one entry per variable) or refers to a formula node, so nested doubling lets cost
-// time linear in the text, not exponential. `distinct` stays one atom over its n terms.
+// Terms become linear expressions; formulas become nodes of a DAG (formula_dag.h) that the
+// assertion encoder (assertions.h) commits to the problem. A `let` binding and a `define-fun`
+// body are evaluated once and their value is shared by every use: a use copies a linear
+// expression (at most one entry per variable) or refers to a formula node, so nested doubling
+// lets cost time linear in the text, not exponential. `distinct` stays one atom over its n terms.
 //
 // The evaluator walks the tree with its own stacks, not the machine's, so its depth is bounded
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the
@@ -19,19 +18,17 @@
 //
 // Supported: numerals, decimals, declared constants, + - * / (by constants) to_real, let, !
 // (annotations are ignored), and, or, not, =>, true, false, = <= < >= > (chained), distinct.
-// A formula reference carries a negation bit; an assertion pushes negations inward as it commits
-// its atoms (¬(a ≤ b) is a > b, ¬(a = b) the disequality Ne), and a disjunction is accepted when
-// all but one of its disjuncts are constant false.
-//
-// Strict evaluators (solve, tableau) fail on anything else. A lenient one (check) turns what lies
-// outside the fragment (a real disjunction, ite, Boolean variables, non-linear terms, functions
-// with arguments) into an Unsupported value that propagates up; an assertion reaching it records
-// it, so that check-sat can answer unknown and name the construct.
+// Lenient evaluators (check) add Bool constants, xor, = and distinct between formulas, and ite
+// over formulas and over terms (a fresh variable, formula_dag.h); what lies outside (non-linear
+// terms, functions with arguments, quantifiers) becomes an Unsupported node that the encoder
+// reports, so that check-sat can answer unknown and name the construct. Strict evaluators
+// (solve, tableau) fail on all of these, and their assertions must be conjunctions.
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "vorn/io/formula_dag.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/smt/linear_expr.h"
@@ -39,12 +36,6 @@
 #include "vorn/smt/problem.h"
 
 namespace vorn::io {
-
-// A construct outside the fragment, with where it is.
-struct Unsupported {
-    std::string what;
-    smt::SourcePos pos;
-};
 
 class TermEvaluator {
   public:
@@ -55,34 +46,36 @@ class TermEvaluator {
     bool is_defined(std::uint32_t symbol) const {
         return symbol < states_.size() && states_[symbol].global.kind != Meaning::None;
     }
+    // A Real, Int or Bool constant.
     void declare_variable(std::uint32_t symbol, int var);
-    // Lenient evaluators only: a Boolean constant or a function with arguments, both outside the
-    // fragment wherever they are used.
-    void declare_opaque(std::uint32_t symbol, bool boolean);
+    // Lenient evaluators only: a function with arguments, outside the fragment wherever it is
+    // used.
+    void declare_function(std::uint32_t symbol);
     // Forgets a declaration or definition (pop, reset).
     void forget(std::uint32_t symbol) { state(symbol).global = {}; }
-    // Lets formulas of definitions be asserted again once their atoms were popped.
-    void forget_commits() { committed_.assign(committed_.size(), false); }
-    // The constructs outside the fragment that assertions reached, in order; the caller truncates
-    // it when it pops assertions.
-    std::vector<Unsupported>& unsupported_asserted() { return asserted_unsupported_; }
-    // Evaluates a term; null when it is a formula (*formula set) or outside the fragment.
-    // *real tells the term's sort: Real, or Int.
+    // Evaluates a term; null when it is a formula (*formula set, its reference in *ref) or
+    // outside the fragment. *real tells the term's sort: Real, or Int.
     const smt::LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula,
-                                         bool* real);
+                                         bool* real, FormulaRef* ref = nullptr);
+    // Evaluates a formula (an Unsupported node when it lies outside the fragment).
+    FormulaRef formula(const SExprTree& tree, SExprTree::Id node);
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool), an Int
     // term when `int_sort` and a term otherwise, and gives `symbol` its value.
     void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula,
                 bool int_sort = false);
+    // Gives `symbol` the value `ref` (a :named formula).
+    void name(std::uint32_t symbol, FormulaRef ref) {
+        state(symbol).global = {Meaning::Formula, ref};
+    }
     // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
     // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
                          SExprTree::Id body, bool int_sort = false);
-    // Evaluates an asserted formula and adds the atoms it reaches that are not in the problem yet.
-    void assert_formula(const SExprTree& tree, SExprTree::Id node);
+    // The formulas built so far; the caller marks and truncates it.
+    FormulaDag& dag() { return dag_; }
 
   private:
-    using FormulaId = std::uint32_t;
+    using FormulaId = FormulaRef;
     using Id = SExprTree::Id;
 
     struct Meaning {
@@ -93,7 +86,6 @@ class TermEvaluator {
             DefinedTerm,
             Formula,
             Unsupported,  // index: the Unsupported formula node
-            BoolConstant,
             Function,
             Macro  // index: in functions_
         };
@@ -119,7 +111,19 @@ class TermEvaluator {
         bool unsupported = false;
         bool real = false;  // a term of sort Real (else Int)
     };
-    enum class Op : std::uint8_t { Arith, Relation, And, Or, Not, Implies, Let, Annotation, Call };
+    enum class Op : std::uint8_t {
+        Arith,
+        Relation,
+        And,
+        Or,
+        Not,
+        Implies,
+        Xor,
+        Ite,
+        Let,
+        Annotation,
+        Call
+    };
     struct Frame {
         Id node;
         Id args;  // the first argument after the head (Let: the first binding)
@@ -141,19 +145,6 @@ class TermEvaluator {
         std::vector<std::uint32_t> params;
         bool int_sort = false;
     };
-    struct FormulaNode {
-        enum Kind : std::uint8_t { True, Atom, And, Or, Unsupported };
-        Kind kind;
-        // Atom: index in atoms_; And, Or: first child in children_; Unsupported: in unsupported_
-        std::uint32_t first;
-        std::uint32_t size;  // And, Or: number of children
-        smt::SourcePos pos;
-    };
-    // Sizes of the arenas that outlive a command (the formulas of definitions).
-    struct Marks {
-        std::size_t formulas = 1, children = 0, atoms = 0, unsupported = 0;
-    };
-
     // Leaves the value of `node` in the slot values_[0].
     void evaluate(const SExprTree& tree, Id node);
     void start(Id node);
@@ -170,6 +161,10 @@ class TermEvaluator {
     void finish_call(Frame& f);
     Id bind_call(Frame& f);
     void finish_connective(const Frame& f);
+    void finish_ite(const Frame& f);
+    // (ite c then otherwise) between terms: a fresh variable, into `result`.
+    void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
+                  const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
     // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
     void outside(Value& value, const std::string& what, smt::SourcePos pos);
     // True (and the result set) when an argument of `f` is unsupported.
@@ -186,16 +181,13 @@ class TermEvaluator {
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
     FormulaId new_atom(smt::Relation relation, std::uint32_t first_term, std::uint32_t terms,
-                       smt::SourcePos pos);
-    FormulaId new_and(std::span<const FormulaId> children,
-                      FormulaNode::Kind kind = FormulaNode::And, smt::SourcePos pos = {});
-    FormulaId new_unsupported(const std::string& what, smt::SourcePos pos);
-    void commit(FormulaId root);
-    void commit_atom(const smt::Atom& atom, bool negated, smt::SourcePos pos);
-    // 1 constant true, 0 constant false, −1 neither.
-    int constant_truth(FormulaId ref) const;
-    void commit_disjunction(const FormulaNode& node, bool negated);
-    void forget_command_formulas();
+                       smt::SourcePos pos) {
+        return dag_.atom({relation, first_term, terms, pos});
+    }
+    FormulaId new_node(FormulaNode::Kind kind, std::span<const FormulaId> children,
+                       smt::SourcePos pos) {
+        return dag_.node(kind, children, pos);
+    }
 
     smt::Problem& problem_;
     const smt::NameTable& symbols_;
@@ -213,16 +205,10 @@ class TermEvaluator {
     std::vector<Value> values_;                   // slots [0, top_) are in use
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
-    std::vector<FormulaNode> formulas_{{FormulaNode::True, 0, 0, {}}};
-    std::vector<FormulaId> children_;
-    std::vector<smt::Atom> atoms_;  // atoms built, not yet asserted
-    std::vector<Unsupported> unsupported_;
-    std::vector<Unsupported> asserted_unsupported_;
-    std::vector<bool> committed_;  // by formula node: visited by an assertion
+    FormulaDag dag_;
     std::vector<FormulaId> scratch_ids_;
-    std::vector<FormulaId> commit_stack_;
     smt::LinearExpr scratch_;
-    Marks persistent_;
+    std::uint32_t lifted_names_ = 0;
 };
 
 }  // namespace vorn::io

@@ -18,6 +18,9 @@ QNumber evaluate(std::span<const LinearExpr::Entry> term, const std::vector<QNum
 // The value of term `index` in `model` (by variable; a variable past its end is 0).
 QNumber term_value(const Problem& problem, std::uint32_t index, const std::vector<QNumber>& model);
 
+// Whether `atom` holds in `model` (a distinct: its terms pairwise different).
+bool atom_holds(const Problem& problem, const Atom& atom, const std::vector<QNumber>& model);
+
 // Empty when the model satisfies every atom; otherwise what fails, for an internal error.
 std::string check_model(const Problem& problem, const std::vector<QNumber>& model);
 

@@ -1,0 +1,130 @@
+#pragma once
+
+// The formulas of an SMT-LIB script as a DAG: the evaluator (smt_terms.h) builds it bottom-up,
+// sharing a node wherever a let binding or a definition is used again, and the assertion
+// encoder (assertions.h) commits it to the problem and evaluates it under models.
+//
+// A formula is a reference: node index · 2 + negation bit. Node 0 is true, so reference 0 is
+// true and reference 1 false. The arenas are stacks: the script engine marks them at a push and
+// at the start of a command, and truncates them back at a pop and after a command whose
+// formulas are not needed any more.
+//
+// An `ite` between terms becomes a fresh problem variable v (LiftedIte) whose definition, the
+// formula (ite c (= v then) (= v else)), holds whatever the other variables are: asserting it
+// beside any atom that mentions v keeps every answer as it was.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "vorn/smt/problem.h"
+
+namespace vorn::io {
+
+// A construct outside the fragment, with where it is.
+struct Unsupported {
+    std::string what;
+    smt::SourcePos pos;
+};
+
+using FormulaRef = std::uint32_t;
+
+struct FormulaNode {
+    enum Kind : std::uint8_t { True, Atom, And, Or, Xor, Ite, Var, Unsupported };
+    Kind kind;
+    // Atom: index in atoms(); And, Or, Xor, Ite (condition, then, else): first child in
+    // children(); Var: the Bool problem variable; Unsupported: index in unsupported().
+    std::uint32_t first;
+    std::uint32_t size;  // And, Or, Xor, Ite: number of children
+    smt::SourcePos pos;
+};
+
+struct LiftedIte {
+    int var;
+    FormulaRef condition;
+    std::uint32_t then_term, otherwise_term;  // problem terms
+    FormulaRef definition;
+};
+
+class FormulaDag {
+  public:
+    struct Marks {
+        std::size_t nodes = 1, children = 0, atoms = 0, unsupported = 0, lifted = 0;
+    };
+
+    FormulaRef atom(const smt::Atom& atom) {
+        atoms_.push_back(atom);
+        return add({FormulaNode::Atom, static_cast<std::uint32_t>(atoms_.size() - 1), 0, atom.pos});
+    }
+    FormulaRef node(FormulaNode::Kind kind, std::span<const FormulaRef> children,
+                    smt::SourcePos pos) {
+        FormulaNode n{kind, static_cast<std::uint32_t>(children_.size()),
+                      static_cast<std::uint32_t>(children.size()), pos};
+        children_.insert(children_.end(), children.begin(), children.end());
+        return add(n);
+    }
+    FormulaRef variable(int var, smt::SourcePos pos) {
+        return add({FormulaNode::Var, static_cast<std::uint32_t>(var), 0, pos});
+    }
+    FormulaRef unsupported(const std::string& what, smt::SourcePos pos) {
+        unsupported_.push_back({what, pos});
+        return add({FormulaNode::Unsupported, static_cast<std::uint32_t>(unsupported_.size() - 1),
+                    0, pos});
+    }
+    void lift(const LiftedIte& l) {
+        lifted_.push_back(l);
+        if (lifted_index_.size() <= static_cast<std::size_t>(l.var))
+            lifted_index_.resize(static_cast<std::size_t>(l.var) + 1, 0);
+        lifted_index_[static_cast<std::size_t>(l.var)] = static_cast<std::uint32_t>(lifted_.size());
+    }
+
+    const FormulaNode& operator[](FormulaRef ref) const { return nodes_[ref / 2]; }
+    std::span<const FormulaRef> children(const FormulaNode& n) const {
+        return {children_.data() + n.first, n.size};
+    }
+    const smt::Atom& atom_of(const FormulaNode& n) const { return atoms_[n.first]; }
+    const Unsupported& unsupported_of(const FormulaNode& n) const { return unsupported_[n.first]; }
+    std::size_t size() const { return nodes_.size(); }
+    std::span<const LiftedIte> lifted() const { return lifted_; }
+    // The index in lifted() of the ite that `var` stands for, or −1.
+    std::int64_t lifted_index(int var) const {
+        auto v = static_cast<std::size_t>(var);
+        if (v >= lifted_index_.size() || lifted_index_[v] == 0 || lifted_index_[v] > lifted_.size())
+            return -1;
+        std::size_t i = lifted_index_[v] - 1;
+        return lifted_[i].var == var ? static_cast<std::int64_t>(i) : -1;
+    }
+
+    Marks marks() const {
+        return {nodes_.size(), children_.size(), atoms_.size(), unsupported_.size(),
+                lifted_.size()};
+    }
+    // Shrinks back to `m`; arenas already smaller (a pop came first) stay as they are.
+    void truncate(const Marks& m) {
+        shrink(nodes_, m.nodes);
+        shrink(children_, m.children);
+        shrink(atoms_, m.atoms);
+        shrink(unsupported_, m.unsupported);
+        shrink(lifted_, m.lifted);
+    }
+
+  private:
+    template <class T>
+    static void shrink(std::vector<T>& v, std::size_t size) {
+        if (v.size() > size) v.resize(size);
+    }
+    FormulaRef add(const FormulaNode& n) {
+        nodes_.push_back(n);
+        return static_cast<FormulaRef>(2 * (nodes_.size() - 1));
+    }
+
+    std::vector<FormulaNode> nodes_{{FormulaNode::True, 0, 0, {}}};
+    std::vector<FormulaRef> children_;
+    std::vector<smt::Atom> atoms_;
+    std::vector<Unsupported> unsupported_;
+    std::vector<LiftedIte> lifted_;
+    std::vector<std::uint32_t> lifted_index_;  // by variable: index in lifted_ + 1, 0 for none
+};
+
+}  // namespace vorn::io

@@ -1,0 +1,396 @@
+#include "vorn/io/assertions.h"
+
+#include <algorithm>
+
+#include "vorn/io/parse_error.h"
+#include "vorn/smt/model_check.h"
+
+namespace vorn::io {
+
+namespace {
+
+constexpr std::int8_t kNotKnown = -2;
+
+bool composite(const FormulaNode& node) {
+    return node.kind == FormulaNode::And || node.kind == FormulaNode::Or ||
+           node.kind == FormulaNode::Xor || node.kind == FormulaNode::Ite;
+}
+
+}  // namespace
+
+void AssertionEncoder::grow() {
+    std::size_t n = dag_.size();
+    if (lit_.size() < n) {
+        lit_.resize(n);
+        has_lit_.resize(n, 0);
+        unsup_.resize(n, 0);
+        truth_.resize(n, kNotKnown);
+        committed_.resize(2 * n, 0);
+        seen_.resize(2 * n, 0);
+    }
+    if (side_done_.size() < dag_.lifted().size()) side_done_.resize(dag_.lifted().size(), 0);
+}
+
+void AssertionEncoder::forget_nodes() {
+    std::size_t n = dag_.size();
+    if (lit_.size() > n) {
+        lit_.resize(n);
+        has_lit_.resize(n);
+        unsup_.resize(n);
+        truth_.resize(n);
+        committed_.resize(2 * n);
+        seen_.resize(2 * n);
+    }
+    if (side_done_.size() > dag_.lifted().size()) side_done_.resize(dag_.lifted().size());
+}
+
+void AssertionEncoder::truncate(const Marks& m) {
+    for (std::size_t i = m.encoded; i < encoded_.size(); ++i)
+        if (encoded_[i] < has_lit_.size()) has_lit_[encoded_[i]] = 0;
+    for (std::size_t i = m.sides; i < sides_.size(); ++i)
+        if (sides_[i] < side_done_.size()) side_done_[sides_[i]] = 0;
+    encoded_.resize(std::min(encoded_.size(), m.encoded));
+    sides_.resize(std::min(sides_.size(), m.sides));
+    roots_.resize(std::min(roots_.size(), m.roots));
+    unsupported_.resize(std::min(unsupported_.size(), m.unsupported));
+    pending_sides_.clear();
+    // The atoms of the popped levels are gone: their formulas may be committed again.
+    std::fill(committed_.begin(), committed_.end(), 0);
+    encoder_.truncate(problem_.boolean.propositions());
+}
+
+// ---- the top conjunction --------------------------------------------------------------------
+
+int AssertionEncoder::constant_truth(FormulaRef ref) const {
+    const FormulaNode& node = dag_[ref];
+    bool negated = (ref & 1) != 0;
+    if (node.kind == FormulaNode::True) return negated ? 0 : 1;
+    if (node.kind == FormulaNode::Atom && dag_.atom_of(node).relation != smt::Relation::Distinct) {
+        auto term = problem_.term(dag_.atom_of(node).first_term);
+        if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
+        int s = term.empty() ? 0 : term[0].coeff.sign();
+        return smt::relation_holds(dag_.atom_of(node).relation, s) != negated ? 1 : 0;
+    }
+    if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)
+        return (node.kind == FormulaNode::And) != negated ? 1 : 0;
+    return -1;
+}
+
+// Visits every shared reference once. A disjunction (an or, or a negated and) is a literal only
+// when all its disjuncts are constant false but one; one constant true disjunct makes it true.
+void AssertionEncoder::split(FormulaRef root) {
+    grow();
+    if (++stamp_ == 0) {
+        std::fill(seen_.begin(), seen_.end(), 0);
+        stamp_ = 1;
+    }
+    visited_.clear();
+    literals_.clear();
+    rest_.clear();
+    stack_.assign(1, root);
+    auto rest = [&](FormulaRef ref, const char* what, smt::SourcePos pos) {
+        if (!lenient_) throw ParseError(pos, std::string(what) + " is not supported");
+        rest_.push_back(ref);
+    };
+    while (!stack_.empty()) {
+        FormulaRef ref = stack_.back();
+        stack_.pop_back();
+        if (committed_[ref] || seen_[ref] == stamp_) continue;
+        seen_[ref] = stamp_;
+        visited_.push_back(ref);
+        const FormulaNode& node = dag_[ref];
+        bool negated = (ref & 1) != 0;
+        switch (node.kind) {
+            case FormulaNode::True:
+                if (negated) literals_.push_back(ref);
+                break;
+            case FormulaNode::Atom: {
+                const smt::Atom& atom = dag_.atom_of(node);
+                if (negated && atom.relation == smt::Relation::Distinct && atom.terms != 2) {
+                    rest(ref, "a negated 'distinct' of more than two terms (a disjunction)",
+                         atom.pos);
+                    break;
+                }
+                literals_.push_back(ref);
+                break;
+            }
+            case FormulaNode::Unsupported:
+                literals_.push_back(ref);
+                break;
+            case FormulaNode::And:
+            case FormulaNode::Or: {
+                auto children = dag_.children(node);
+                if ((node.kind == FormulaNode::Or) == negated) {
+                    for (std::size_t i = children.size(); i-- > 0;)
+                        stack_.push_back(children[i] ^ (negated ? 1 : 0));
+                    break;
+                }
+                FormulaRef open = 0;
+                std::size_t open_count = 0;
+                bool holds = false;
+                for (FormulaRef c : children) {
+                    int t = constant_truth(c ^ (negated ? 1 : 0));
+                    holds = holds || t == 1;
+                    if (t < 0) open = c ^ (negated ? 1 : 0), ++open_count;
+                }
+                if (holds) break;
+                if (open_count <= 1)
+                    stack_.push_back(open_count == 1 ? open : 1);
+                else
+                    rest(ref, "a disjunction", node.pos);
+                break;
+            }
+            default:
+                rest(ref, "a Boolean connective", node.pos);
+        }
+    }
+}
+
+// An atom over a lifted variable brings its ite's definition, which is no atom.
+bool AssertionEncoder::conjunctive(FormulaRef root) {
+    split(root);
+    if (!rest_.empty()) return false;
+    for (FormulaRef ref : literals_) {
+        if (dag_[ref].kind != FormulaNode::Atom) continue;
+        const smt::Atom& atom = dag_.atom_of(dag_[ref]);
+        for (std::uint32_t t = atom.first_term; t < atom.first_term + atom.terms; ++t)
+            for (const auto& e : problem_.term(t))
+                if (e.var != 0 && dag_.lifted_index(e.var) >= 0) return false;
+    }
+    return true;
+}
+
+bool AssertionEncoder::assert_formula(FormulaRef root) {
+    split(root);
+    for (FormulaRef ref : visited_)
+        committed_[ref] = 1;
+    for (FormulaRef ref : literals_)
+        commit_literal(ref);
+    bool encoded = !rest_.empty() || !pending_sides_.empty();
+    for (FormulaRef ref : rest_) {
+        encoder_.assert_true(literal(ref, unsupported_));
+        roots_.push_back(ref);
+    }
+    assert_definitions();
+    return encoded;
+}
+
+// ¬(a ≤ b) is a > b and so on; ¬(a = b) is a ≠ b; ¬(distinct a b) is a = b; false is 1 = 0.
+void AssertionEncoder::commit_literal(FormulaRef ref) {
+    const FormulaNode& node = dag_[ref];
+    bool negated = (ref & 1) != 0;
+    if (node.kind == FormulaNode::True) {
+        scratch_.set_constant(QNumber(1));
+        problem_.atoms.push_back({smt::Relation::Eq, problem_.add_term(scratch_), 1, node.pos});
+        return;
+    }
+    if (node.kind == FormulaNode::Unsupported) {
+        unsupported_.push_back(dag_.unsupported_of(node));
+        return;
+    }
+    const smt::Atom& atom = dag_.atom_of(node);
+    need_definitions(atom);
+    if (!negated) return problem_.atoms.push_back(atom);
+    smt::Atom flipped = atom;
+    if (atom.relation != smt::Relation::Distinct) {
+        flipped.relation = smt::negation(atom.relation);
+    } else {
+        scratch_.clear();
+        for (const auto& e : problem_.term(atom.first_term))
+            scratch_.add_entry(e.var, e.coeff);
+        for (const auto& e : problem_.term(atom.first_term + 1))
+            scratch_.add_entry(e.var, -e.coeff);
+        flipped = {smt::Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
+    }
+    problem_.atoms.push_back(flipped);
+}
+
+// ---- encoding -------------------------------------------------------------------------------
+
+smt::Literal AssertionEncoder::literal(FormulaRef ref, std::vector<Unsupported>& reached) {
+    grow();
+    encode(ref / 2);
+    if (std::uint32_t u = unsup_[ref / 2])
+        reached.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
+    smt::Literal l = lit(ref);
+    assert_definitions();
+    return l;
+}
+
+// Children first, with an explicit stack: a node waits until its children have literals.
+void AssertionEncoder::encode(std::uint32_t top) {
+    if (has_lit_[top]) return;
+    work_.assign(1, top);
+    while (!work_.empty()) {
+        std::uint32_t n = work_.back();
+        if (has_lit_[n]) {
+            work_.pop_back();
+            continue;
+        }
+        const FormulaNode& node = dag_[2 * n];
+        bool ready = true;
+        if (composite(node))
+            for (FormulaRef c : dag_.children(node))
+                if (!has_lit_[c / 2]) {
+                    work_.push_back(c / 2);
+                    ready = false;
+                }
+        if (!ready) continue;
+        work_.pop_back();
+        lit_[n] = make(node, n);
+        has_lit_[n] = 1;
+        encoded_.push_back(n);
+    }
+}
+
+smt::Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
+    unsup_[n] = 0;
+    switch (node.kind) {
+        case FormulaNode::True:
+            return encoder_.constant(true);
+        case FormulaNode::Atom:
+            need_definitions(dag_.atom_of(node));
+            return encoder_.atom(dag_.atom_of(node));
+        case FormulaNode::Var:
+            return encoder_.variable(static_cast<int>(node.first));
+        case FormulaNode::Unsupported:
+            unsup_[n] = n + 1;  // free: whatever it means, an unsat answer stays right
+            return {problem_.boolean.add({}), false};
+        default:
+            break;
+    }
+    operands_.clear();
+    for (FormulaRef c : dag_.children(node)) {
+        operands_.push_back(lit(c));
+        if (unsup_[n] == 0) unsup_[n] = unsup_[c / 2];
+    }
+    switch (node.kind) {
+        case FormulaNode::And:
+            return encoder_.conjunction(operands_);
+        case FormulaNode::Or:
+            return encoder_.disjunction(operands_);
+        case FormulaNode::Xor: {
+            smt::Literal l = operands_[0];
+            for (std::size_t i = 1; i < operands_.size(); ++i)
+                l = encoder_.exclusive_or(l, operands_[i]);
+            return l;
+        }
+        default:
+            return encoder_.ite(operands_[0], operands_[1], operands_[2]);
+    }
+}
+
+void AssertionEncoder::need_definitions(const smt::Atom& atom) {
+    if (dag_.lifted().empty()) return;
+    grow();
+    for (std::uint32_t t = atom.first_term; t < atom.first_term + atom.terms; ++t)
+        for (const auto& e : problem_.term(t)) {
+            std::int64_t i = e.var == 0 ? -1 : dag_.lifted_index(e.var);
+            if (i < 0 || side_done_[static_cast<std::size_t>(i)]) continue;
+            side_done_[static_cast<std::size_t>(i)] = 1;
+            sides_.push_back(static_cast<std::uint32_t>(i));
+            pending_sides_.push_back(static_cast<std::uint32_t>(i));
+        }
+}
+
+// A definition is asserted on the level where an atom first needed it; what it reaches outside
+// the fragment counts as asserted there.
+void AssertionEncoder::assert_definitions() {
+    while (!pending_sides_.empty()) {
+        FormulaRef definition = dag_.lifted()[pending_sides_.back()].definition;
+        pending_sides_.pop_back();
+        encode(definition / 2);
+        if (std::uint32_t u = unsup_[definition / 2])
+            unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
+        encoder_.assert_true(lit(definition));
+    }
+}
+
+// ---- models ---------------------------------------------------------------------------------
+
+// Lifted variables come after everything their ites mention, so one pass in order gives each
+// its value from values already final.
+const std::vector<QNumber>& AssertionEncoder::evaluate_model(const std::vector<QNumber>& model) {
+    grow();
+    model_ = model;
+    model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    std::fill(truth_.begin(), truth_.end(), kNotKnown);
+    for (const LiftedIte& l : dag_.lifted()) {
+        int c = holds(l.condition);
+        if (c >= 0)
+            model_[static_cast<std::size_t>(l.var)] =
+                smt::term_value(problem_, c == 1 ? l.then_term : l.otherwise_term, model_);
+    }
+    return model_;
+}
+
+int AssertionEncoder::holds(FormulaRef ref) {
+    grow();
+    work_.assign(1, ref / 2);
+    while (!work_.empty()) {
+        std::uint32_t n = work_.back();
+        if (truth_[n] != kNotKnown) {
+            work_.pop_back();
+            continue;
+        }
+        const FormulaNode& node = dag_[2 * n];
+        bool ready = true;
+        if (composite(node))
+            for (FormulaRef c : dag_.children(node))
+                if (truth_[c / 2] == kNotKnown) {
+                    work_.push_back(c / 2);
+                    ready = false;
+                }
+        if (!ready) continue;
+        work_.pop_back();
+        int t = -1;
+        auto children = dag_.children(node);
+        switch (node.kind) {
+            case FormulaNode::True:
+                t = 1;
+                break;
+            case FormulaNode::Atom:
+                t = smt::atom_holds(problem_, dag_.atom_of(node), model_) ? 1 : 0;
+                break;
+            case FormulaNode::Var:
+                t = node.first < model_.size() && !model_[node.first].is_zero() ? 1 : 0;
+                break;
+            case FormulaNode::Unsupported:
+                break;
+            case FormulaNode::And:
+            case FormulaNode::Or: {
+                int decisive = node.kind == FormulaNode::And ? 0 : 1;
+                t = 1 - decisive;
+                for (FormulaRef c : children) {
+                    int ct = truth(c);
+                    if (ct == decisive) {
+                        t = decisive;
+                        break;
+                    }
+                    if (ct < 0) t = -1;
+                }
+                break;
+            }
+            case FormulaNode::Xor:
+                t = 0;
+                for (FormulaRef c : children) {
+                    if (truth(c) < 0) {
+                        t = -1;
+                        break;
+                    }
+                    t ^= truth(c);
+                }
+                break;
+            case FormulaNode::Ite: {
+                int c = truth(children[0]);
+                int a = truth(children[1]), b = truth(children[2]);
+                t = c < 0 ? (a == b ? a : -1) : c == 1 ? a : b;
+                break;
+            }
+        }
+        truth_[n] = static_cast<std::int8_t>(t);
+    }
+    return truth(ref);
+}
+
+}  // namespace vorn::io
