@@ -138,7 +138,7 @@ class ScriptEngine {
     void reset();
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
-    void verify(bool boolean, std::span<const FormulaRef> assumed);
+    void verify(std::span<const FormulaRef> assumed);
 
     std::string file_;
     const CheckOptions& options_;
@@ -518,6 +518,9 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
     } else {
         last_ = context_->check(assumptions);
         if (last_.result == lra::Result::Unsat) failed = context_->failed_assumptions();
+        // A conjunction that branch and bound gave up on moves the context to the Boolean search
+        // for good.
+        context_boolean_ = context_boolean_ || last_.boolean_search;
     }
     stats_.solve_seconds += smt::ms_since(start) / 1000;
     ++stats_.checks;
@@ -534,12 +537,15 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
     }
     last_unknown_ = last_.reason_unknown;
     has_last_ = true;
-    if (options_.verify) verify(boolean, assumed);
+    if (options_.verify) verify(assumed);
     core_.clear();
-    if (last_.result == lra::Result::Unsat && boolean) {
+    if (last_.result == lra::Result::Unsat && last_.boolean_search) {
         std::sort(failed.begin(), failed.end());
         for (const auto& [lit, name] : literal_name_)
             if (std::binary_search(failed.begin(), failed.end(), lit)) core_.push_back(name);
+        // Named atoms asserted on a level of their own, no assumptions: all of them.
+        for (std::int32_t name : atom_name_)
+            if (name >= 0) core_.push_back(name);
     } else if (last_.result == lra::Result::Unsat) {
         auto use = [&](std::size_t atom) {
             if (atom < atom_name_.size() && atom_name_[atom] >= 0)
@@ -561,7 +567,7 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
             break;
         case lra::Result::Unsat:
             out_ << "unsat\n";
-            if (options_.certificate && boolean)
+            if (options_.certificate && last_.boolean_search)
                 smt::print_certificate(out_, *problem_, last_.clause_proof);
             else if (options_.certificate)
                 smt::print_certificate(out_, *problem_, last_.proof);
@@ -574,7 +580,7 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
 
 // A model must satisfy every atom, and every formula that was encoded or assumed, with each ite
 // term at the value of its ite: checked against the formulas as read, not their encoding.
-void ScriptEngine::verify(bool boolean, std::span<const FormulaRef> assumed) {
+void ScriptEngine::verify(std::span<const FormulaRef> assumed) {
     std::string problem;
     if (last_.result == lra::Result::Sat) {
         const std::vector<QNumber>& model = assertions_->evaluate_model(last_.model);
@@ -593,8 +599,8 @@ void ScriptEngine::verify(bool boolean, std::span<const FormulaRef> assumed) {
         for (FormulaRef f : assumed)
             check(f);
     } else if (last_.result == lra::Result::Unsat) {
-        problem = boolean ? smt::check_proof(*problem_, last_.clause_proof)
-                          : smt::check_proof(*problem_, last_.proof);
+        problem = last_.boolean_search ? smt::check_proof(*problem_, last_.clause_proof)
+                                       : smt::check_proof(*problem_, last_.proof);
     }
     if (!problem.empty()) throw VerificationFailure(problem);
 }

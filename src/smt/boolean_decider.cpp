@@ -155,10 +155,9 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
     for (Literal l : assumptions)
         lits.push_back(sat_literal(l));
     theory_->begin_check(options_.bb_limit);
-    std::size_t proof_begin = sat_.proof().size();
-    (void)proof_begin;
     sat::Result r = sat_.solve(lits);
     Decision d;
+    d.boolean_search = true;
     failed_.clear();
     if (r == sat::Result::Sat && theory_->gave_up()) r = sat::Result::Unknown;
     switch (r) {

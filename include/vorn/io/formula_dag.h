@@ -81,6 +81,8 @@ class FormulaDag {
 
     const FormulaNode& operator[](FormulaRef ref) const { return nodes_[ref / 2]; }
     std::span<const FormulaRef> children(const FormulaNode& n) const {
+        // An atom's or a variable's `first` indexes another array: it has no children here.
+        if (n.size == 0) return {};
         return {children_.data() + n.first, n.size};
     }
     const smt::Atom& atom_of(const FormulaNode& n) const { return atoms_[n.first]; }

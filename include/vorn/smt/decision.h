@@ -81,6 +81,9 @@ struct Decision {
     std::vector<QNumber> model;    // Sat: by problem variable, index 0 unused
     std::vector<ProofStep> proof;  // Unsat, conjunctions: nodes[0] is the root
     ClauseProof clause_proof;      // Unsat, Boolean structure, with DecideOptions::certify
+    // Answered by the Boolean search (Boolean structure, assumptions, or a conjunction that branch
+    // and bound gave up on): an Unsat proof is in clause_proof, not in proof.
+    bool boolean_search = false;
     DecideStats stats;
 };
 
