@@ -1,6 +1,7 @@
 // One solver kept across check-sats against a fresh solver for every check-sat: random scripts
 // with nested push/pop, names declared again after a pop with another sort, Int and Real atoms,
-// disequalities and check-sat-assuming must get the same answers both ways, every model and
+// disequalities, Boolean connectives, ite terms and check-sat-assuming must get the same answers
+// both ways, every model and
 // proof checked exactly (--verify) on both sides and every certificate once more by
 // scripts/check_certificate.py. A verified model or proof makes each answer right, not only
 // equal.
@@ -56,13 +57,19 @@ struct ScriptGenerator {
     std::string atom() {
         auto vars = visible();
         std::string sum = "(+";
-        for (int k = 0; k < 1 + pick(3); ++k)
-            sum += " (* " + numeral(pick(5) - 2) + " " + vars[pick(static_cast<int>(vars.size()))] +
-                   ")";
+        for (int k = 0; k < 1 + pick(3); ++k) {
+            std::string v = vars[pick(static_cast<int>(vars.size()))];
+            if (pick(12) == 0) v = "(ite (< " + v + " 1) " + v + " 2)";
+            sum += " (* " + numeral(pick(5) - 2) + " " + v + ")";
+        }
         sum += " 0)";
         static const char* ops[] = {"<=", "<", ">=", ">", "=", "distinct"};
         std::string a =
             std::string("(") + ops[pick(6)] + " " + sum + " " + numeral(pick(9) - 4) + ")";
+        if (pick(6) == 0) {  // Boolean structure: the Boolean engine, its levels and proofs
+            static const char* connectives[] = {"or", "xor", "=>", "="};
+            a = std::string("(") + connectives[pick(4)] + " " + a + " " + atom() + ")";
+        }
         return pick(5) == 0 ? "(not " + a + ")" : a;
     }
     // Definitions and named assertions made on a level are forgotten by its pop, and their

@@ -185,8 +185,7 @@ def check_smt(ctx, script, seed, peers=("z3", "cvc5"), deep=True):
                     ci + 1, problem)))
             else:
                 ctx.tally.passed += 1
-        elif k == "get-value" and model is not None and st["ok"] and not (
-                script["hard"] and is_error(res)):
+        elif k == "get-value" and model is not None and st["ok"]:
             env = {n: v for n, (_, v) in model.items()}
             try:
                 pairs = [value_of(p[1]) for p in res]
@@ -231,7 +230,7 @@ def check_smt(ctx, script, seed, peers=("z3", "cvc5"), deep=True):
                     ctx.tally.unknown_notes.append("seed %s: check-sat at command %d: vorn "
                                                    "unknown, %s %s%s" % (
                                                        seed, i + 1, name, pans,
-                                                       "" if script["hard"] else
+                                                       "" if script["boolean"] else
                                                        " (conjunctive script)"))
                 continue
             ctx.tally.compared[name] = ctx.tally.compared.get(name, 0) + 1

@@ -3,7 +3,9 @@ be shrunk, rendered, simulated and evaluated under a model with exact fractions.
 
 Terms: ('v', name) | ('c', Fraction) | ('+', [t]) | ('-', [t]) | ('*', [t]) with one non-constant
 factor | ('ite', f, t, t). Formulas: ('atom', rel, [t]) | ('not', f) | ('and', [f]) |
-('or', [f]) | ('=>', f, f) | ('b', name) | ('let', [(name, t)], f).
+('or', [f]) | ('=>', f, f) | ('xor', [f]) | ('iff', [f]) (= between formulas) | ('fite', f, f, f)
+| ('b', name) (a Bool constant or a let-bound formula) | ('let', [(name, t)], f) |
+('letf', [(name, f)], f).
 """
 
 import re
@@ -87,8 +89,13 @@ def render_f(rng, f):
         return "(%s %s)" % (f[1], " ".join(render_term(rng, t, as_int) for t in f[2]))
     if kind == "not":
         return "(not %s)" % render_f(rng, f[1])
-    if kind in ("and", "or"):
-        return "(%s %s)" % (kind, " ".join(render_f(rng, g) for g in f[1]))
+    if kind in ("and", "or", "xor", "iff"):
+        return "(%s %s)" % ("=" if kind == "iff" else kind, " ".join(render_f(rng, g) for g in f[1]))
+    if kind == "fite":
+        return "(ite %s)" % " ".join(render_f(rng, g) for g in f[1:])
+    if kind == "letf":
+        binds = " ".join("(%s %s)" % (sym(n), render_f(rng, g)) for n, g in f[1])
+        return "(let (%s) %s)" % (binds, render_f(rng, f[2]))
     if kind == "=>":
         return "(=> %s %s)" % (render_f(rng, f[1]), render_f(rng, f[2]))
     if kind == "b":
@@ -182,6 +189,18 @@ def eval_f(f, env):
         return all(eval_f(g, env) for g in f[1])
     if kind == "or":
         return any(eval_f(g, env) for g in f[1])
+    if kind == "xor":
+        return sum(eval_f(g, env) for g in f[1]) % 2 == 1
+    if kind == "iff":
+        vals = [eval_f(g, env) for g in f[1]]
+        return all(v == vals[0] for v in vals)
+    if kind == "fite":
+        return eval_f(f[2], env) if eval_f(f[1], env) else eval_f(f[3], env)
+    if kind == "letf":
+        inner = dict(env)
+        for n, g in f[1]:
+            inner[n] = eval_f(g, env)
+        return eval_f(f[2], inner)
     if kind == "=>":
         return (not eval_f(f[1], env)) or eval_f(f[2], env)
     if kind == "b":
@@ -202,7 +221,7 @@ def free_vars(x, bound=frozenset()):
     if kind in ("v", "b"):
         if x[1] not in bound:
             out.add(x[1])
-    elif kind in ("+", "-", "*", "and", "or"):
+    elif kind in ("+", "-", "*", "and", "or", "xor", "iff"):
         for a in x[1]:
             out |= free_vars(a, bound)
     elif kind == "atom":
@@ -212,9 +231,9 @@ def free_vars(x, bound=frozenset()):
         out |= free_vars(x[1], bound)
     elif kind == "=>":
         out |= free_vars(x[1], bound) | free_vars(x[2], bound)
-    elif kind == "ite":
+    elif kind in ("ite", "fite"):
         out |= free_vars(x[1], bound) | free_vars(x[2], bound) | free_vars(x[3], bound)
-    elif kind == "let":
+    elif kind in ("let", "letf"):
         for _, t in x[1]:
             out |= free_vars(t, bound)
         out |= free_vars(x[2], bound | {n for n, _ in x[1]})
@@ -263,7 +282,7 @@ class Gen:
         self.rng = rng
         r = rng.random()
         self.logic = "QF_LRA" if r < 0.4 else "QF_LIA" if r < 0.75 else "QF_LIRA"
-        self.hard = rng.random() < 0.12  # may use constructs outside vorn's fragment
+        self.boolean = rng.random() < 0.5  # Boolean structure beside conjunctions
         self.cores = rng.random() < 0.6
         self.counter = 0
         self.frames = [[]]  # names declared per scope
@@ -288,7 +307,7 @@ class Gen:
             name = self.popped.pop(rng.randrange(len(self.popped)))
         else:
             name = self.fresh(rng.choice(["x", "y", "z", "v", "x.", "s ", "q_"]))
-        sort = "Bool" if self.hard and rng.random() < 0.15 else self.sort()
+        sort = "Bool" if self.boolean and rng.random() < 0.2 else self.sort()
         self.frames[-1].append(name)
         self.sorts[name] = sort
         self.cmds.append({"k": "decl", "name": name, "sort": sort})
@@ -313,7 +332,7 @@ class Gen:
                 monos.append(("*", [("c", c), v] if rng.random() < 0.8 else [v, ("c", c)]))
         if rng.random() < 0.2:
             monos.append(("c", gen_const(rng, int_only or self.logic == "QF_LIA")))
-        if self.hard and rng.random() < 0.1 and monos[0][0] == "v":
+        if self.boolean and rng.random() < 0.1 and monos[0][0] == "v":
             monos.append(("ite", self.atom(), monos[0], ("-", [monos[0]])))  # same sort
         if len(monos) == 1:
             return monos[0]
@@ -337,24 +356,39 @@ class Gen:
             terms.append(("c", gen_const(rng, int_only)))  # chained comparison
         return ("atom", rel, terms, int_only)
 
+    def boolean_formula(self, depth):
+        rng = self.rng
+        bools = self.visible(("Bool",))
+        choice = rng.random()
+        sub = (lambda: self.boolean_formula(depth + 1)) if depth < 2 and rng.random() < 0.4 \
+            else self.atom
+        if bools and choice < 0.2:
+            return ("b", rng.choice(bools))
+        if choice < 0.4:
+            return ("or", [sub(), sub()])
+        if choice < 0.5:
+            return ("=>", sub(), sub())
+        if choice < 0.6:
+            return ("not", ("and", [sub(), sub()]))
+        if choice < 0.7:
+            return ("xor", [sub() for _ in range(rng.randint(2, 3))])
+        if choice < 0.8:
+            return ("iff", [sub() for _ in range(rng.randint(2, 3))])
+        if choice < 0.9:
+            return ("fite", sub(), sub(), sub())
+        name = self.fresh("f")  # a formula shared through a let
+        return ("letf", [(name, sub())], ("or", [("b", name), ("xor", [("b", name), sub()])]))
+
     def formula(self, depth=0):
         rng = self.rng
         r = rng.random()
-        if self.hard and r < 0.25:
-            bools = self.visible(("Bool",))
-            choice = rng.random()
-            if bools and choice < 0.3:
-                return ("b", rng.choice(bools))
-            if choice < 0.7:
-                return ("or", [self.atom(), self.atom()])
-            if choice < 0.85:
-                return ("=>", self.atom(), self.atom())
-            return ("not", ("and", [self.atom(), self.atom()]))
+        if self.boolean and r < 0.35:
+            return self.boolean_formula(0)
         if depth < 2 and r < 0.15:
             return ("and", [self.formula(depth + 1) for _ in range(rng.randint(1, 3))])
         if r < 0.28:
             a = self.atom()
-            while not self.hard and len(a[2]) > 2:  # negated chains are disjunctions
+            while not self.boolean and len(a[2]) > 2:  # negated chains are disjunctions
                 a = self.atom()
             return ("not", a) if r < 0.25 else ("not", ("not", a))
         if r < 0.32:
@@ -384,8 +418,7 @@ class Gen:
             self.cmds.append({"k": "raw", "text": "(set-option :produce-unsat-cores true)"})
         if rng.random() < 0.3:
             self.cmds.append({"k": "raw", "text": "(set-option :produce-models true)"})
-        logic = "ALL" if self.hard or (self.logic == "QF_LIRA" and rng.random() < 0.5) \
-            else self.logic
+        logic = "ALL" if self.logic == "QF_LIRA" and rng.random() < 0.5 else self.logic
         self.cmds.append({"k": "raw", "text": "(set-logic %s)" % logic})
         for _ in range(rng.randint(2, 6)):
             self.declare()
@@ -412,7 +445,9 @@ class Gen:
                 lits = []
                 for _ in range(rng.randint(1, 3)):
                     a = self.atom()
-                    negate = rng.random() < 0.3 and (self.hard or len(a[2]) == 2)
+                    negate = rng.random() < 0.3 and (self.boolean or len(a[2]) == 2)
+                    if self.boolean and rng.random() < 0.3:
+                        a = self.boolean_formula(1)
                     lits.append(("not", a) if negate else a)
                 self.cmds.append({"k": "assuming", "lits": lits})
                 self.after_check()
@@ -420,7 +455,7 @@ class Gen:
         self.after_check()
         for i, c in enumerate(self.cmds):
             c["id"] = i
-        return {"logic": logic, "arith": self.logic, "hard": self.hard, "cmds": self.cmds}
+        return {"logic": logic, "arith": self.logic, "boolean": self.boolean, "cmds": self.cmds}
 
 
 def generate(rng):
