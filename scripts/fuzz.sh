@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (the `fuzz` preset: clang, ASan + UBSan, libstdc++ assertions) and
 # runs each for a bounded time, starting from the seed corpus in fuzz/corpus. The parsers target
-# gets a dictionary of SMT-LIB words and inputs long enough to pass the nesting limit.
+# gets a dictionary of SMT-LIB words and inputs long enough to pass the nesting limit; the formulas
+# target builds random Boolean scripts and checks every answer.
 # Usage: scripts/fuzz.sh [SECONDS] [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(tableau qnumber parsers)
+[ ${#targets[@]} -eq 0 ] && targets=(tableau qnumber parsers formulas)
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 work=$(mktemp -d)
