@@ -37,6 +37,7 @@ Result Simplex::search() {
     if (ranked_) reset_priorities();
     std::uint64_t pivots = 0;
     while (true) {
+        if (options_.stop != nullptr && options_.stop->requested()) return Result::Unknown;
         int basic = next_violated();
         if (basic == 0) return Result::Sat;
         bool increase = bounds_.has_lower(basic) && values_[basic] < bounds_.lower_value(basic);

@@ -100,6 +100,7 @@ Result Solver::search() {
             continue;
         }
         if (conflict_stop_ != 0 && stats_.conflicts >= conflict_stop_) return Result::Unknown;
+        if (options_.stop != nullptr && options_.stop->requested()) return Result::Unknown;
         if (restarts_.due()) {
             restarts_.restarted();
             ++stats_.restarts;

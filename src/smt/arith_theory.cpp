@@ -17,8 +17,10 @@ lra::SimplexOptions theory_simplex_options() {
 
 }  // namespace
 
-ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record)
-    : LinearTheory(record), problem_(problem), sat_(sat), simplex_(theory_simplex_options()) {}
+ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record, util::Stop* stop)
+    : LinearTheory(record), problem_(problem), sat_(sat), simplex_(theory_simplex_options()) {
+    simplex_.set_stop(stop);
+}
 
 int ArithTheory::simplex_var(int v) {
     if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
@@ -159,11 +161,16 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         if (record_) log_lemma(conflict, pending_multipliers_);
         return false;
     }
-    if (simplex_.check() == lra::Result::Unsat) {
+    lra::Result r = simplex_.check();
+    if (r == lra::Result::Unsat) {
         conflict.clear();
         conflict_from_simplex(conflict);
         if (record_) log_lemma(conflict, pending_multipliers_);
         return false;
+    }
+    if (r == lra::Result::Unknown) {  // stopped: the search stops right after, never with Sat
+        gave_up_ = true;
+        return true;
     }
     if (full) {
         if (!branch()) take_model();

@@ -28,7 +28,7 @@ namespace vorn::smt {
 
 class ArithTheory : public LinearTheory {
   public:
-    ArithTheory(const Problem& problem, sat::Solver& sat, bool record);
+    ArithTheory(const Problem& problem, sat::Solver& sat, bool record, util::Stop* stop);
 
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
                   const QNumber& c) override;
@@ -38,6 +38,7 @@ class ArithTheory : public LinearTheory {
     }
     void begin_check(std::uint64_t branch_limit) override;
     bool gave_up() const override { return gave_up_; }
+    void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
     DecideStats stats() const override;
 
     // sat::Theory

@@ -10,6 +10,9 @@ namespace {
 sat::Options sat_options(const DecideOptions& options) {
     sat::Options o;
     o.record_proof = options.certify;
+    o.stop = options.stop;
+    o.conflict_limit =
+        options.conflict_limit == 0 ? -1 : static_cast<std::int64_t>(options.conflict_limit);
     return o;
 }
 
@@ -26,8 +29,16 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
     if (difference)
         theory_ = std::make_unique<DifferenceTheory>(problem, options.certify);
     else
-        theory_ = std::make_unique<ArithTheory>(problem, sat_, options.certify);
+        theory_ = std::make_unique<ArithTheory>(problem, sat_, options.certify, options.stop);
     sat_.set_theory(theory_.get());
+}
+
+void BooleanDecider::set_options(const DecideOptions& options) {
+    options_ = options;
+    sat::Options o = sat_options(options);
+    sat_.set_conflict_limit(o.conflict_limit);
+    sat_.set_stop(o.stop);
+    theory_->set_stop(options.stop);
 }
 
 sat::Lit BooleanDecider::constant_literal(bool value) {
@@ -190,7 +201,10 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
             break;
         case sat::Result::Unknown:
             d.result = lra::Result::Unknown;
-            d.reason_unknown = "integer branch limit";
+            if (options_.stop != nullptr && options_.stop->reason() != util::StopReason::None)
+                d.reason_unknown = util::to_string(options_.stop->reason());
+            else
+                d.reason_unknown = theory_->gave_up() ? "integer branch limit" : "conflict limit";
             break;
     }
     d.stats = stats() - before;

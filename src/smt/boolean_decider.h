@@ -31,7 +31,7 @@ class BooleanDecider {
     // of one sort (DifferenceTheory decides them); otherwise the simplex does.
     BooleanDecider(const Problem& problem, const DecideOptions& options, bool difference);
 
-    void set_options(const DecideOptions& options) { options_ = options; }
+    void set_options(const DecideOptions& options);
     // Enters what the problem holds (or, replaying levels, what it held at a push: its first
     // `atoms` atoms, `props` propositions and `clauses` clauses), then opens a level.
     void push();

@@ -1,6 +1,7 @@
 #include "vorn/smt/context.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -15,8 +16,14 @@ namespace vorn::smt {
 // Decider cannot settle, moves the context to a BooleanDecider for good: it is built by
 // replaying the levels, and the Decider is dropped.
 struct Context::State {
-    State(Problem& p, const DecideOptions& o)
-        : problem(p), options(o), decider(std::make_unique<Decider>(p, o)) {}
+    State(Problem& p, const DecideOptions& o) : problem(p), options(with_stop(o)) {
+        decider = std::make_unique<Decider>(p, options);
+    }
+
+    DecideOptions with_stop(DecideOptions o) {
+        if (o.stop == nullptr) o.stop = &own_stop;
+        return o;
+    }
 
     struct Level {
         std::size_t atoms, clauses;
@@ -24,11 +31,40 @@ struct Context::State {
     };
 
     void to_boolean(bool difference) {
+        decider.reset();
+        boolean.reset();
         boolean = std::make_unique<BooleanDecider>(problem, options, difference);
         uses_difference = difference;
         for (const Level& l : levels)
             boolean->push(l.atoms, l.props, l.clauses);
+    }
+
+    // After a check ran out of memory its engine is dropped; the next check builds the same
+    // kind again from the problem, replaying the levels.
+    void rebuild() {
+        if (!lost_boolean) {
+            decider = std::make_unique<Decider>(problem, options);
+            for (const Level& l : levels)
+                decider->push(l.atoms);
+        } else {
+            to_boolean(uses_difference);
+        }
+    }
+
+    Decision check(std::span<const Literal> assumptions);
+
+    template <class F>
+    void guarded(F&& f) {
+        try {
+            f();
+        } catch (const std::bad_alloc&) {
+            drop();
+        }
+    }
+    void drop() noexcept {
+        lost_boolean = boolean != nullptr;
         decider.reset();
+        boolean.reset();
     }
 
     // Whether the terms met since the last call are all differences over variables of one
@@ -61,6 +97,7 @@ struct Context::State {
         return true;
     }
 
+    util::Stop own_stop;  // before options, which may point to it
     Problem& problem;
     DecideOptions options;
     std::unique_ptr<Decider> decider;
@@ -69,6 +106,7 @@ struct Context::State {
     std::vector<Level> levels;
     bool difference = true;  // every term so far a difference, over one sort
     bool uses_difference = false;
+    bool lost_boolean = false;  // the dropped engine was a BooleanDecider
     std::optional<Sort> sort;
     std::size_t seen_atoms = 0;
     std::uint32_t seen_props = 0;
@@ -79,24 +117,31 @@ Context::Context(Problem& problem, DecideOptions options)
 
 Context::~Context() = default;
 
+// Levels stay right when memory runs out: an engine whose push or pop fails is dropped, and the
+// next check builds it again from the levels.
 void Context::push() {
     State& s = *state_;
+    s.levels.reserve(s.levels.size() + 1);
+    s.guarded([&] {
+        if (s.boolean)
+            s.boolean->push();
+        else if (s.decider)
+            s.decider->push();
+    });
     s.levels.push_back({s.problem.atoms.size(), s.problem.boolean.clauses(),
                         s.problem.boolean.propositions(), s.problem.term_count()});
-    if (s.boolean)
-        s.boolean->push();
-    else
-        s.decider->push();
 }
 
 void Context::pop(std::size_t n) {
     State& s = *state_;
     if (n > s.levels.size()) throw std::invalid_argument("pop below level 0");
     if (n == 0) return;
-    if (s.boolean)
-        s.boolean->pop(n);
-    else
-        s.decider->pop(n);
+    s.guarded([&] {
+        if (s.boolean)
+            s.boolean->pop(n);
+        else if (s.decider)
+            s.decider->pop(n);
+    });
     State::Level l = s.levels[s.levels.size() - n];
     s.levels.resize(s.levels.size() - n);
     if (s.problem.atoms.size() > l.atoms) s.problem.atoms.resize(l.atoms);
@@ -117,21 +162,40 @@ Decision Context::check() {
 
 Decision Context::check(std::span<const Literal> assumptions) {
     State& s = *state_;
+    util::Stop& stop = *s.options.stop;
+    stop.start(s.options.time_limit);
+    Decision d;
+    try {
+        d = s.check(assumptions);
+    } catch (const std::bad_alloc&) {
+        // What the check built goes with its engine; the problem itself is as it was.
+        s.drop();
+        d = Decision{};
+        d.reason_unknown = util::to_string(util::StopReason::Memout);
+    }
+    bool stopped = d.result == lra::Result::Unknown && stop.reason() != util::StopReason::None;
+    stop.finish(stopped);
+    return d;
+}
+
+Decision Context::State::check(std::span<const Literal> assumptions) {
+    if (!decider && !boolean) rebuild();
     // Difference constraints get their own theory; the first other term moves the problem to
     // the simplex for good.
-    if (s.difference) s.difference = s.still_difference();
-    bool boolean = !s.problem.boolean.empty() || !assumptions.empty();
-    if ((!s.boolean && boolean) || (s.boolean && s.uses_difference && !s.difference))
-        s.to_boolean(s.difference);
-    Decision d = s.boolean ? s.boolean->check(assumptions) : s.decider->check();
-    s.stats += d.stats;
+    if (difference) difference = still_difference();
+    bool has_structure = !problem.boolean.empty() || !assumptions.empty();
+    if ((!boolean && has_structure) || (boolean && uses_difference && !difference))
+        to_boolean(difference);
+    Decision d = boolean ? boolean->check(assumptions) : decider->check();
+    stats += d.stats;
     // Branch and bound on its own gives up on unbounded integer problems; the SAT search over
     // branch atoms, which tries the nearer integer first and rotates the variables, often does
-    // not.
-    if (d.result == lra::Result::Unknown && !s.boolean) {
-        s.to_boolean(s.difference);
-        d = s.boolean->check(assumptions);
-        s.stats += d.stats;
+    // not. A stopped check stays stopped.
+    if (d.result == lra::Result::Unknown && !boolean &&
+        options.stop->reason() == util::StopReason::None) {
+        to_boolean(difference);
+        d = boolean->check(assumptions);
+        stats += d.stats;
     }
     return d;
 }
@@ -142,14 +206,16 @@ std::vector<Literal> Context::failed_assumptions() const {
 
 void Context::set_options(const DecideOptions& options) {
     State& s = *state_;
-    bool certify_changed = options.certify != s.options.certify;
-    s.options = options;
-    if (!s.boolean) return s.decider->set_options(options);
+    DecideOptions o = s.with_stop(options);
+    bool certify_changed = o.certify != s.options.certify;
+    s.options = o;
+    if (s.decider) return s.decider->set_options(o);
+    if (!s.boolean) return;
     // Proofs are recorded from the first clause on or not at all.
     if (certify_changed)
         s.to_boolean(s.uses_difference);
     else
-        s.boolean->set_options(options);
+        s.boolean->set_options(o);
 }
 
 const DecideStats& Context::stats() const {

@@ -29,6 +29,8 @@ class Decider {
     void set_options(const DecideOptions& options);
     // Enters the atoms added since, then opens a level.
     void push();
+    // Replaying levels: enters the atoms up to `atoms`, then opens a level.
+    void push(std::size_t atoms);
     // Closes n levels; the caller truncates the atoms back to `atoms_at(level() - n)`.
     void pop(std::size_t n);
     std::size_t level() const { return levels_.size(); }
@@ -64,9 +66,12 @@ class Decider {
     const lra::TermEntries& simplex_term(std::span<const Entry> entries);
     Result search();
     Result search_convex();
-    // A model on either side of the disequality split at `root`; false when both sides are
-    // unsat (the split and its two leaves are then the proof).
-    bool point_beside(std::size_t root, std::vector<QNumber>& point);
+    // A model on either side of the disequality split at `root` (Sat); Unsat when both sides
+    // are (the split and its two leaves are then the proof).
+    Result point_beside(std::size_t root, std::vector<QNumber>& point);
+    bool stopped() const {
+        return options_.stop != nullptr && options_.stop->reason() != util::StopReason::None;
+    }
     bool move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p);
     std::size_t violations(const std::vector<QNumber>& point) const;
     Result check_node(std::size_t node);

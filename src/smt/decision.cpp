@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <optional>
 
 #include "vorn/smt/model_check.h"
@@ -44,14 +45,22 @@ const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
 Decider::Decider(const Problem& problem, const DecideOptions& options)
     : problem_(problem),
       options_(options),
-      branch_(simplex_, lra::BranchOptions{options.bb_limit}) {}
+      branch_(simplex_, lra::BranchOptions{options.bb_limit}) {
+    simplex_.set_stop(options.stop);
+}
 
 void Decider::set_options(const DecideOptions& options) {
     options_ = options;
+    simplex_.set_stop(options.stop);
 }
 
 void Decider::push() {
-    enter_atoms();
+    push(problem_.atoms.size());
+}
+
+void Decider::push(std::size_t atoms) {
+    for (; entered_ < atoms; ++entered_)
+        enter_atom(entered_);
     levels_.push_back({entered_, diseqs_.size(), integral_atoms_});
     simplex_.push();
 }
@@ -127,8 +136,9 @@ Decision Decider::check() {
     if (d.result == Result::Sat) d.model = std::move(model_);
     if (d.result == Result::Unsat) d.proof = std::move(proof_);
     if (d.result == Result::Unknown)
-        d.reason_unknown =
-            integral ? "branch and bound node limit" : "disequalities: no repair step found";
+        d.reason_unknown = stopped()  ? std::string(util::to_string(options_.stop->reason()))
+                           : integral ? "branch and bound node limit"
+                                      : "disequalities: no repair step found";
     d.stats = stats() - before;
     return d;
 }
@@ -154,6 +164,7 @@ Decider::Result Decider::search() {
                 continue;
             }
         }
+        if (r == Result::Unknown && stopped()) return r;
         if (r == Result::Unknown) unknown = true;
         for (;;) {  // backtrack to the next open high side
             if (stack_.empty()) return unknown ? Result::Unknown : Result::Unsat;
@@ -210,12 +221,13 @@ Decider::Result Decider::search_convex() {
             return Result::Sat;
         }
         proof_.assign(1, ProofStep{});
-        if (!make_split(root, std::move(*s)) || !point_beside(root, p)) return Result::Unsat;
+        if (!make_split(root, std::move(*s))) return Result::Unsat;
+        if (Result side = point_beside(root, p); side != Result::Sat) return side;
         if (!move_toward(q, p)) return Result::Unknown;
     }
 }
 
-bool Decider::point_beside(std::size_t root, std::vector<QNumber>& point) {
+Decider::Result Decider::point_beside(std::size_t root, std::vector<QNumber>& point) {
     stack_.assign(1, {root, false});
     for (bool high : {false, true}) {
         simplex_.push();
@@ -223,12 +235,12 @@ bool Decider::point_beside(std::size_t root, std::vector<QNumber>& point) {
         (high ? proof_[root].high : proof_[root].low) = side;
         stack_.back().high = high;
         assert_split(root, high);
-        bool sat = check_node(side) == Result::Sat;
-        if (sat) point = current_model();
+        Result r = check_node(side);
+        if (r == Result::Sat) point = current_model();
         simplex_.pop();
-        if (sat) return true;
+        if (r != Result::Unsat) return r;
     }
-    return false;
+    return Result::Unsat;
 }
 
 bool Decider::move_toward(std::vector<QNumber>& q, const std::vector<QNumber>& p) {
@@ -442,7 +454,19 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
 }
 
 Decision decide(const Problem& problem, const DecideOptions& options) {
-    return Decider(problem, options).check();
+    util::Stop own_stop;
+    DecideOptions o = options;
+    if (o.stop == nullptr) o.stop = &own_stop;
+    o.stop->start(o.time_limit);
+    Decision d;
+    try {
+        d = Decider(problem, o).check();
+    } catch (const std::bad_alloc&) {
+        d = Decision{};
+        d.reason_unknown = util::to_string(util::StopReason::Memout);
+    }
+    o.stop->finish(d.result == lra::Result::Unknown && o.stop->reason() != util::StopReason::None);
+    return d;
 }
 
 }  // namespace vorn::smt

@@ -48,6 +48,8 @@ class LinearTheory : public sat::Theory {
     virtual void begin_check(std::uint64_t branch_limit) = 0;
     // The check ran out of its budget: the search's Sat means Unknown.
     virtual bool gave_up() const { return false; }
+    // Where a long theory check looks whether to give up (the SAT search stops right after).
+    virtual void set_stop(util::Stop* /*stop*/) {}
     virtual DecideStats stats() const = 0;
 
     // The model of the last consistent full check, by problem variable (0 for variables the

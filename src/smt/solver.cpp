@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -161,7 +162,18 @@ void Evaluator::run(const Node* root) {
 
 struct Solver::Impl {
     Impl()
-        : id(next_solver_id++), problem(NameSyntax::SmtLib), context(problem), encoder(problem) {}
+        : id(next_solver_id++),
+          problem(NameSyntax::SmtLib),
+          context(problem, options()),
+          encoder(problem) {}
+
+    DecideOptions options() {
+        DecideOptions o;
+        o.stop = &stop;
+        o.time_limit = time_limit;
+        o.conflict_limit = conflict_limit;
+        return o;
+    }
 
     void check_owner(std::uint64_t owner) const {
         if (owner != 0 && owner != id)
@@ -184,6 +196,7 @@ struct Solver::Impl {
         encoder.truncate(problem.boolean.propositions());
     }
     Result conclude(Decision& d) {
+        reason = std::move(d.reason_unknown);
         if (d.result == lra::Result::Unsat) return Result::Unsat;
         if (d.result == lra::Result::Unknown) return Result::Unknown;
         model = std::move(d.model);
@@ -197,6 +210,10 @@ struct Solver::Impl {
     std::uint32_t linear_term(const Term& t, std::unordered_map<const Node*, int>& lifted);
 
     std::uint64_t id;
+    util::Stop stop;  // before the context, which points to it
+    std::chrono::milliseconds time_limit{0};
+    std::uint64_t conflict_limit = 0;
+    std::string reason;  // of the last Unknown answer
     Problem problem;
     Context context;
     Encoder encoder;
@@ -406,27 +423,36 @@ Result Solver::check(std::span<const Formula> assumptions) {
     s.model_valid = s.core_valid = false;
     s.core.clear();
     // The assumptions' encodings live on a level of their own.
-    s.push();
+    std::size_t base = s.context.level();
     Decision d;
     std::vector<Literal> lits;
     try {
+        s.push();
         for (const Formula& f : assumptions)
             lits.push_back(s.encode(Access::node(f)));
         d = s.context.check(lits);
-    } catch (...) {
+        Result r = s.conclude(d);
+        if (r == Result::Unsat) {
+            std::vector<Literal> failed = s.context.failed_assumptions();
+            for (std::size_t i = 0; i < assumptions.size(); ++i)
+                if (std::find(failed.begin(), failed.end(), lits[i]) != failed.end())
+                    s.core.push_back(assumptions[i]);
+            s.core_valid = true;
+        }
         s.pop(1);
+        return r;
+    } catch (const std::bad_alloc&) {
+        // Encoding the assumptions is part of the check: its memout is an answer too.
+        s.pop(s.context.level() - base);
+        s.model_valid = s.core_valid = false;
+        s.core.clear();
+        d = Decision{};
+        d.reason_unknown = util::to_string(util::StopReason::Memout);
+        return s.conclude(d);
+    } catch (...) {
+        s.pop(s.context.level() - base);
         throw;
     }
-    Result r = s.conclude(d);
-    if (r == Result::Unsat) {
-        std::vector<Literal> failed = s.context.failed_assumptions();
-        for (std::size_t i = 0; i < assumptions.size(); ++i)
-            if (std::find(failed.begin(), failed.end(), lits[i]) != failed.end())
-                s.core.push_back(assumptions[i]);
-        s.core_valid = true;
-    }
-    s.pop(1);
-    return r;
 }
 
 void Solver::push(unsigned levels) {
@@ -454,6 +480,24 @@ bool Solver::value(const Formula& f) const {
     impl_->check_owner(Access::node(f)->owner);
     impl_->require_model();
     return Evaluator(impl_->model, impl_->booleans).formula(Access::node(f).get());
+}
+
+void Solver::set_time_limit(std::chrono::milliseconds per_check) {
+    impl_->time_limit = per_check;
+    impl_->context.set_options(impl_->options());
+}
+
+void Solver::set_conflict_limit(std::uint64_t per_check) {
+    impl_->conflict_limit = per_check;
+    impl_->context.set_options(impl_->options());
+}
+
+void Solver::interrupt() {
+    impl_->stop.interrupt();
+}
+
+std::string_view Solver::reason_unknown() const {
+    return impl_->reason;
 }
 
 std::vector<Formula> Solver::unsat_core() const {

@@ -44,6 +44,7 @@
 #include "vorn/lra/bound_trail.h"
 #include "vorn/lra/delta_rational.h"
 #include "vorn/lra/term_table.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::lra {
 
@@ -102,6 +103,8 @@ struct SimplexOptions {
     std::uint64_t pivot_limit = 0;
     // Eliminate variables of equalities at the first check.
     bool eliminate = true;
+    // Not owned: check() gives up with Unknown, before its next pivot, once this is requested.
+    util::Stop* stop = nullptr;
 };
 
 class Simplex {
@@ -116,6 +119,8 @@ class Simplex {
     ~Simplex();
     // Back to a new simplex with the same options: no variables, bounds, levels or statistics.
     void reset();
+    // SimplexOptions::stop.
+    void set_stop(util::Stop* stop) { options_.stop = stop; }
 
     // --- Variables and terms ---
 

@@ -49,6 +49,7 @@
 #include "vorn/sat/restarts.h"
 #include "vorn/sat/theory.h"
 #include "vorn/sat/var_heap.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::sat {
 
@@ -61,6 +62,8 @@ struct Options {
     // Conflicts before the first reduction of the learned clauses; each interval is 300 longer.
     std::int64_t reduce_interval = 2000;
     bool record_proof = false;
+    // Not owned: solve() gives up with Unknown, at level 0 again, once this is requested.
+    util::Stop* stop = nullptr;
 };
 
 struct Stats {
@@ -112,6 +115,8 @@ class Solver {
     void set_theory(Theory* theory) { theory_ = theory; }
 
     const Stats& stats() const { return stats_; }
+    void set_conflict_limit(std::int64_t limit) { options_.conflict_limit = limit; }
+    void set_stop(util::Stop* stop) { options_.stop = stop; }
     const std::vector<ProofStep>& proof() const { return proof_; }
 
   private:

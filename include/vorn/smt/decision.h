@@ -15,6 +15,7 @@
 // An Unsat answer comes with a proof tree (ProofStep) over the atoms: splits on disequalities,
 // the branch-and-bound splits, and leaves that are Farkas combinations or gcd tests.
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -26,6 +27,7 @@
 #include "vorn/smt/clause_proof.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/problem.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::smt {
 
@@ -61,6 +63,14 @@ struct DecideOptions {
     // Problems with Boolean structure: keep the clause proof of an Unsat answer
     // (Decision::clause_proof). It costs memory for every clause the search learns.
     bool certify = false;
+    // Per check, measured from its start (zero: none): the check answers Unknown, reason
+    // "timeout", soon after.
+    std::chrono::milliseconds time_limit{0};
+    // Conflicts of the Boolean search per check (zero: none): Unknown, reason "conflict limit".
+    // Deterministic, unlike the time limit.
+    std::uint64_t conflict_limit = 0;
+    // Not owned: interrupts and the memory limit (util::Stop); nullptr: the context's own.
+    util::Stop* stop = nullptr;
 };
 
 struct DecideStats {

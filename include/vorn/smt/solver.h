@@ -15,7 +15,7 @@
 //
 // Any formula over comparisons (strict ones too, disequalities), Boolean variables, `!`, `&&`,
 // `||`, implies() and ite() terms is decided, Int variables integral: Sat with a model, Unsat,
-// or Unknown only when the integer search reaches its branch limit.
+// or Unknown only when the integer search reaches its branch limit or a limit below stops it.
 //
 // Terms and formulas are immutable values; formulas share their structure (copies are cheap) and
 // may be read from several threads. A Solver is used by one thread at a time.
@@ -24,6 +24,7 @@
 // assumptions, a term of another solver) throws UsageError; popping more levels than were pushed
 // throws std::invalid_argument and changes nothing.
 
+#include <chrono>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -178,6 +179,23 @@ class Solver {
     // assumptions whose constraints the refutation uses, in the order given. An assumption that
     // is constant true is never in it.
     std::vector<Formula> unsat_core() const;
+
+    // Limits. A check that reaches one answers Unknown within a few milliseconds of work and
+    // leaves the solver as it was before the check: the next check answers right. So does a
+    // check that runs out of memory (std::bad_alloc inside it: reason "memout").
+    //
+    // Per check, measured from its start; 0: none. Reason "timeout".
+    void set_time_limit(std::chrono::milliseconds per_check);
+    // Conflicts of the Boolean search per check; 0: none. Deterministic. Reason "conflict
+    // limit".
+    void set_conflict_limit(std::uint64_t per_check);
+    // From any thread, at any time: the running check, or else the next one, answers Unknown
+    // soon, reason "interrupted".
+    void interrupt();
+    // After an Unknown answer: why. "timeout", "memout", "interrupted", "conflict limit",
+    // "integer branch limit" (the integer search's node budget), or what lies outside the
+    // decided fragment. Empty after Sat and Unsat.
+    std::string_view reason_unknown() const;
 
   private:
     struct Impl;
