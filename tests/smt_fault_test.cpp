@@ -32,6 +32,16 @@ void* operator new(std::size_t n) {
 void* operator new[](std::size_t n) {
     return operator new(n);
 }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
+    try {
+        return operator new(n);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void* operator new[](std::size_t n, const std::nothrow_t& tag) noexcept {
+    return operator new(n, tag);
+}
 void operator delete(void* p) noexcept {
     if (p != nullptr) --g_live;
     std::free(p);
@@ -43,6 +53,12 @@ void operator delete(void* p, std::size_t) noexcept {
     operator delete(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {
+    operator delete(p);
+}
+void operator delete(void* p, const std::nothrow_t&) noexcept {
+    operator delete(p);
+}
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
     operator delete(p);
 }
 
