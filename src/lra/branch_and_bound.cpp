@@ -87,7 +87,7 @@ Result BranchAndBound::search() {
     proof_.emplace_back();
     std::size_t node = 0;
     for (std::uint64_t visited = 0;; ++visited) {
-        if (visited == budget) return Result::Unknown;
+        if (visited == budget || simplex_.stop_requested()) return Result::Unknown;
         Outcome outcome = visit(node);
         if (outcome == Outcome::Sat) return Result::Sat;
         if (outcome == Outcome::Unknown) return Result::Unknown;

@@ -37,9 +37,13 @@ Result Simplex::search() {
     if (ranked_) reset_priorities();
     std::uint64_t pivots = 0;
     while (true) {
-        if (options_.stop != nullptr && options_.stop->requested()) return Result::Unknown;
         int basic = next_violated();
         if (basic == 0) return Result::Sat;
+        // Only before a pivot: a check with nothing to repair still answers Sat.
+        if (stop_requested()) {
+            queue_if_violated(basic);
+            return Result::Unknown;
+        }
         bool increase = bounds_.has_lower(basic) && values_[basic] < bounds_.lower_value(basic);
         int entering = choose_entering(basic, increase);
         if (entering == 0 || (options_.pivot_limit != 0 && pivots == options_.pivot_limit)) {

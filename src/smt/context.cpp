@@ -166,7 +166,12 @@ Decision Context::check(std::span<const Literal> assumptions) {
     stop.start(s.options.time_limit);
     Decision d;
     try {
-        d = s.check(assumptions);
+        // An interrupt that came before the check, or during the last one after it had its
+        // answer, is for this one.
+        if (stop.requested())
+            d.reason_unknown = util::to_string(stop.reason());
+        else
+            d = s.check(assumptions);
     } catch (const std::bad_alloc&) {
         // What the check built goes with its engine; the problem itself is as it was.
         s.drop();

@@ -103,7 +103,8 @@ struct SimplexOptions {
     std::uint64_t pivot_limit = 0;
     // Eliminate variables of equalities at the first check.
     bool eliminate = true;
-    // Not owned: check() gives up with Unknown, before its next pivot, once this is requested.
+    // Not owned: check() gives up with Unknown, before its next pivot, once this is requested
+    // (and so does branch and bound before its next node).
     util::Stop* stop = nullptr;
 };
 
@@ -121,6 +122,7 @@ class Simplex {
     void reset();
     // SimplexOptions::stop.
     void set_stop(util::Stop* stop) { options_.stop = stop; }
+    bool stop_requested() { return options_.stop != nullptr && options_.stop->requested(); }
 
     // --- Variables and terms ---
 
