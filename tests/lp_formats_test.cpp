@@ -18,7 +18,7 @@ using vorn::smt::Problem;
 
 namespace {
 
-using Reader = std::function<Problem(std::string_view)>;
+using Reader = Problem (*)(std::string_view, const vorn::util::Stop*);
 
 struct Case {
     const char* name;
@@ -131,7 +131,7 @@ const Bad kBad[] = {
 TEST(LpFormats, InputsBecomeTheirAtomsIntegersAndObjective) {
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
-        Problem p = c.read(c.text);
+        Problem p = c.read(c.text, nullptr);
         std::vector<std::string> atoms;
         for (const auto& atom : p.atoms)
             atoms.push_back(render(p, atom.first_term) + " " +
@@ -150,7 +150,7 @@ TEST(LpFormats, MalformedInputIsOnePositionedError) {
     for (const Bad& bad : kBad) {
         SCOPED_TRACE(bad.text);
         try {
-            bad.read(bad.text);
+            bad.read(bad.text, nullptr);
             ADD_FAILURE() << "accepted";
         } catch (const ParseError& e) {
             EXPECT_EQ(e.pos().line, bad.line) << e.message();

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <limits>
 
+#include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 
 namespace vorn::io {
@@ -19,7 +20,7 @@ bool blank(char c) {
 // Walks the text token by token, keeping the position of the current one.
 class DimacsParser {
   public:
-    explicit DimacsParser(std::string_view text) : text_(text) {}
+    DimacsParser(std::string_view text, const util::Stop* stop) : text_(text), stop_(stop) {}
 
     Cnf read() {
         Cnf cnf;
@@ -59,6 +60,7 @@ class DimacsParser {
                          "more clauses than the " + std::to_string(declared) + " declared");
                 cnf.clauses.push_back(std::move(clause));
                 clause.clear();
+                throw_if_interrupted(stop_);
             }
         }
         if (!header) fail(pos_here(), "missing 'p cnf' line");
@@ -131,12 +133,13 @@ class DimacsParser {
     std::string_view token_;
     smt::SourcePos token_pos_;
     bool at_line_start_ = false;
+    const util::Stop* stop_;
 };
 
 }  // namespace
 
-Cnf read_dimacs(std::string_view text) {
-    return DimacsParser(text).read();
+Cnf read_dimacs(std::string_view text, const util::Stop* stop) {
+    return DimacsParser(text, stop).read();
 }
 
 }  // namespace vorn::io

@@ -42,19 +42,20 @@ InputFormat input_format(const SourceText& source, std::optional<InputFormat> fo
                      "--format-in");
 }
 
-smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced) {
+smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced,
+                          const util::Stop* stop) {
     try {
         switch (input_format(source, forced)) {
             case InputFormat::Smt2:
-                return read_smt2(source.text);
+                return read_smt2(source.text, stop);
             case InputFormat::Mps:
-                return read_mps(source.text);
+                return read_mps(source.text, stop);
             case InputFormat::Lp:
-                return read_lp(source.text);
+                return read_lp(source.text, stop);
             case InputFormat::Cnf:
                 throw ParseError({1, 1}, "a DIMACS file states clauses, not linear constraints");
             default:
-                return read_lin(source.text);
+                return read_lin(source.text, stop);
         }
     } catch (ParseError& e) {
         e.set_file(source.name);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "vorn/io/escape.h"
+#include "vorn/io/interrupted.h"
 #include "vorn/io/limits.h"
 #include "vorn/io/numbers.h"
 #include "vorn/io/parse_error.h"
@@ -263,7 +264,7 @@ smt::LinearExpr read_lin_sum(std::string_view text, smt::SourcePos start,
     return out;
 }
 
-smt::Problem read_lin(std::string_view text) {
+smt::Problem read_lin(std::string_view text, const util::Stop* stop) {
     smt::Problem problem(smt::NameSyntax::Plain);
     // Sized for the common shape, a few terms per line and a new name or two: memory that is
     // reserved but never touched costs nothing, a table that grows rehashes everything.
@@ -273,6 +274,7 @@ smt::Problem read_lin(std::string_view text) {
     smt::LinearExpr scratch;
     int line_no = 0;
     while (!text.empty()) {
+        throw_if_interrupted(stop);
         ++line_no;
         std::size_t end = text.find('\n');
         std::string_view line = content_of(text.substr(0, end));

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "vorn/io/interrupted.h"
 #include "vorn/io/linear_program.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
@@ -95,10 +96,12 @@ bool is_infinity(std::string_view name) {
 
 class LpReader {
   public:
-    explicit LpReader(std::string_view text) : tokens_(tokenize(text)) {}
+    LpReader(std::string_view text, const util::Stop* stop)
+        : tokens_(tokenize(text)), stop_(stop) {}
 
     smt::Problem read() {
         while (peek().kind != Kind::End) {
+            throw_if_interrupted(stop_);
             if (section_at_line_start()) continue;
             switch (section_) {
                 case Section::Objective:
@@ -372,6 +375,7 @@ class LpReader {
     }
 
     std::vector<Token> tokens_;
+    const util::Stop* stop_;
     std::size_t next_ = 0;
     Section section_ = Section::None;
     bool objective_seen_ = false;  // in the current objective section
@@ -380,8 +384,8 @@ class LpReader {
 
 }  // namespace
 
-smt::Problem read_lp(std::string_view text) {
-    return LpReader(text).read();
+smt::Problem read_lp(std::string_view text, const util::Stop* stop) {
+    return LpReader(text, stop).read();
 }
 
 }  // namespace vorn::io

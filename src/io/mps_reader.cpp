@@ -6,6 +6,7 @@
 #include <array>
 #include <vector>
 
+#include "vorn/io/interrupted.h"
 #include "vorn/io/linear_program.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
@@ -66,9 +67,10 @@ std::vector<Field> split_fixed(std::string_view line, int line_no) {
 
 class MpsReader {
   public:
-    smt::Problem read(std::string_view text) {
+    smt::Problem read(std::string_view text, const util::Stop* stop) {
         int line_no = 0;
         while (!text.empty()) {
+            throw_if_interrupted(stop);
             std::size_t end = text.find('\n');
             std::string_view line = text.substr(0, end);
             text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
@@ -358,8 +360,8 @@ class MpsReader {
 
 }  // namespace
 
-smt::Problem read_mps(std::string_view text) {
-    return MpsReader().read(text);
+smt::Problem read_mps(std::string_view text, const util::Stop* stop) {
+    return MpsReader().read(text, stop);
 }
 
 }  // namespace vorn::io

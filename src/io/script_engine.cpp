@@ -6,6 +6,7 @@
 #include <span>
 
 #include "vorn/io/assertions.h"
+#include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_reader.h"
@@ -73,8 +74,12 @@ class ScriptEngine {
         }
     }
 
-    void run() {
+    // Output is flushed after every command, so that whoever ends the process keeps every
+    // answer given so far. An interrupt that came between commands ends the script at the next
+    // one, unless that is a check-sat: the interrupt stops it, and it answers unknown first.
+    void run(const util::Stop* stop) {
         while (reader_.next(tree_)) {
+            if (!is_check(tree_.root())) throw_if_interrupted(stop);
             if (reading_) {
                 if (!formulas_kept(tree_.root())) break;
                 continue;
@@ -85,6 +90,8 @@ class ScriptEngine {
                 out_ << error_response(format_error(file_, e)) << "\n";
             }
             out_.flush();
+            // The check consumed the interrupt that stopped it.
+            if (interrupted_) throw Interrupted();
         }
     }
 
@@ -99,6 +106,13 @@ class ScriptEngine {
     using Id = SExprTree::Id;
 
     const SNode& item(std::size_t k) const { return tree_[items_[k]]; }
+    bool is_check(Id id) const {
+        if (!tree_[id].is_list() || tree_[id].size == 0) return false;
+        const SNode& head = tree_[tree_.first(id)];
+        return head.kind == SNode::Kind::Symbol && is_known(head.symbol) &&
+               (known(head.symbol) == Known::CheckSat ||
+                known(head.symbol) == Known::CheckSatAssuming);
+    }
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
     // Runs a command; the formulas it built stay only when it says so (keep_formulas_).
@@ -172,6 +186,7 @@ class ScriptEngine {
     bool print_success_ = false;
     bool produce_cores_ = false;
     bool has_last_ = false;
+    bool interrupted_ = false;  // a check-sat answered unknown for an interrupt
     smt::Decision last_;
     std::string last_unknown_;
 };
@@ -258,6 +273,7 @@ bool ScriptEngine::command(Id id) {
             pop(cmd);
             return true;
         case Known::Reset:
+            decide_options_.time_limit = options_.decide.time_limit;
             reset();
             print_success_ = false;
             keep_formulas_ = true;  // a new DAG
@@ -331,6 +347,14 @@ void ScriptEngine::set_option() {
         fail(value.pos, "expected true or false");
     if (key == ":print-success") print_success_ = on;
     if (key == ":produce-unsat-cores") produce_cores_ = on;
+    if (key == ":timeout") {
+        // As z3 reads it: milliseconds for each check-sat from now on, 0 for none.
+        if (value.kind != SNode::Kind::Numeral || value.text_size > 12)
+            fail(value.pos, "expected milliseconds, a numeral of at most 12 digits");
+        decide_options_.time_limit =
+            std::chrono::milliseconds(std::stoll(std::string(tree_.text(value))));
+        if (context_) context_->set_options(decide_options_);
+    }
     success();
 }
 
@@ -349,7 +373,11 @@ void ScriptEngine::get_info() {
     } else if (key == ":reason-unknown") {
         if (!has_last_ || last_.result != lra::Result::Unknown)
             fail(item(1).pos, "no reason: the last check-sat did not answer unknown");
-        out_ << "(:reason-unknown " << smt_string(last_unknown_) << ")\n";
+        // The standard's own reasons are symbols; the others are messages.
+        bool symbol = last_unknown_ == "timeout" || last_unknown_ == "memout" ||
+                      last_unknown_ == "interrupted" || last_unknown_ == "incomplete";
+        out_ << "(:reason-unknown " << (symbol ? last_unknown_ : smt_string(last_unknown_))
+             << ")\n";
     } else {
         fail(item(1).pos, "unsupported info " + quoted(key));
     }
@@ -536,6 +564,8 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
             file_, ParseError(outside->pos, outside->what + " is outside the linear fragment"));
     }
     last_unknown_ = last_.reason_unknown;
+    interrupted_ = last_.result == lra::Result::Unknown &&
+                   last_unknown_ == util::to_string(util::StopReason::Interrupted);
     has_last_ = true;
     if (options_.verify) verify(assumed);
     core_.clear();
@@ -741,15 +771,15 @@ void ScriptEngine::reset() {
 
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
                 std::ostream& out, CheckStats& stats) {
-    ScriptEngine(text, file, options, out, stats).run();
+    ScriptEngine(text, file, options, out, stats).run(options.decide.stop);
 }
 
-smt::Problem read_smt2(std::string_view text) {
+smt::Problem read_smt2(std::string_view text, const util::Stop* stop) {
     CheckOptions options;
     CheckStats stats;
     std::ostream none(nullptr);
     ScriptEngine engine(text, "", options, none, stats, Mode::Read);
-    engine.run();
+    engine.run(stop);
     return engine.take_problem();
 }
 

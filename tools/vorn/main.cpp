@@ -4,17 +4,21 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
+#include <cmath>
 #include <iostream>
 #include <limits>
 #include <optional>
 
 #include "cli/check.h"
+#include "cli/limits.h"
 #include "cli/output.h"
 #include "cli/replay.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
 #include "vorn/io/escape.h"
 #include "vorn/io/input_format.h"
+#include "vorn/io/interrupted.h"
 #include "vorn/io/limits.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/smt/stopwatch.h"
@@ -39,7 +43,11 @@ std::string help_footer() {
            "command by command (conjunctions of linear literals; anything else answers unknown) "
            "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
            "--objective-bound and whose model prints only with --model; a DIMACS .cnf file goes "
-           "to the SAT engine (--model prints a 'v' line).\n\n"
+           "to the SAT engine (--model prints a 'v' line). The limits (--time-limit, "
+           "--memory-limit, --conflict-limit) stop a check with unknown; a script asks why with "
+           "(get-info :reason-unknown), any other input says it on stderr ('vorn: unknown: "
+           "timeout'; also memout, \"conflict limit\"). Every answer is flushed as it is "
+           "printed.\n\n"
            "Limits: input of " +
            std::to_string(io::kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
            std::to_string(io::kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
@@ -51,7 +59,10 @@ std::string help_footer() {
            "input error is one line FILE:LINE:COL: message on stderr, and nothing is printed on "
            "stdout; check prints errors inside a readable script as (error \"...\") on stdout "
            "and goes on); 3 internal error, also a model or certificate that --verify "
-           "rejects.\n";
+           "rejects; 4 check ran out of memory beyond the margin that --memory-limit leaves "
+           "(unknown is printed first); 130, 143 check was ended by SIGINT, SIGTERM (128 + the "
+           "signal's number): the running check-sat prints unknown, what was printed before "
+           "stays, and a second signal ends the process at once.\n";
 }
 
 // Phase messages for long runs, only when a person is watching stderr.
@@ -78,6 +89,8 @@ struct Arguments {
     bool triangular = false, stats = false, dump = false;
     std::optional<std::string> objective_bound;
     io::CheckOptions check;
+    double time_limit = 0;          // seconds, 0: none
+    std::int64_t memory_limit = 0;  // MB, 0: none
 };
 
 std::optional<io::InputFormat> forced_format(const Arguments& args) {
@@ -119,6 +132,9 @@ int run_tableau(const Arguments& args) {
 }
 
 int run_check(const Arguments& args) {
+    answer_unknown_when_out_of_memory();
+    catch_interrupts();
+    if (args.memory_limit > 0) limit_memory(args.memory_limit);
     Progress progress;
     progress.phase("reading");
     auto start = smt::Clock::now();
@@ -126,10 +142,20 @@ int run_check(const Arguments& args) {
     double read_ms = smt::ms_since(start);
     progress.phase("checking");
     CheckRequest request{forced_format(args), args.objective_bound, args.check};
+    request.options.decide.stop = &tool_stop();
+    request.options.decide.time_limit =
+        std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(args.time_limit * 1000)));
     io::CheckStats stats;
     auto checking = smt::Clock::now();
-    run_check(source, request, std::cout, stats);
+    std::string reason;
+    try {
+        io::throw_if_interrupted(&tool_stop());
+        reason = run_check(source, request, std::cout, stats);
+    } catch (const io::Interrupted&) {
+    }
     std::cout.flush();
+    if (int signal = caught_signal(); signal != 0) return 128 + signal;
+    if (!reason.empty()) std::cerr << "vorn: unknown: " << io::escaped(reason) << "\n";
     // Reading is the file and everything the commands do besides deciding: parsing, building
     // terms and atoms, printing.
     read_ms += smt::ms_since(checking) - stats.solve_seconds * 1000;
@@ -200,6 +226,23 @@ int run(int argc, char** argv) {
                         "failure is an internal error (exit 3)");
     check_cmd->add_flag("--stats", args.stats,
                         "print simplex and branch-and-bound statistics and times to stderr");
+    check_cmd
+        ->add_option("--time-limit", args.time_limit,
+                     "seconds (decimals allowed) each check-sat, or the check of a file, may take "
+                     "before answering unknown, reason timeout; a script's (set-option :timeout "
+                     "MS) sets it in milliseconds")
+        ->check(CLI::Range(0.001, 1e9));
+    check_cmd
+        ->add_option("--memory-limit", args.memory_limit,
+                     "megabytes the whole process may hold: a check-sat that passes it answers "
+                     "unknown, reason memout, and the process is kept in its address space a "
+                     "margin above (exit 4 if even that runs out)")
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 30));
+    check_cmd
+        ->add_option("--conflict-limit", args.check.decide.conflict_limit,
+                     "conflicts of the Boolean search each check-sat may have before answering "
+                     "unknown, reason \"conflict limit\" (deterministic, unlike the time)")
+        ->check(CLI::Range(std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()));
 
     auto* replay_cmd = app.add_subcommand("replay", "Run a script of tableau operations");
     replay_cmd->add_option("TRACE", args.file, "the script, or - for standard input")->required();
@@ -226,12 +269,19 @@ int run(int argc, char** argv) {
         std::cout.flush();
         std::cerr << "vorn: internal error: verification failed: " << io::escaped(e.what()) << "\n";
         return kInternalError;
+    } catch (const std::bad_alloc&) {
+        if (!*check_cmd) throw;
+        // Past the backstop of --memory-limit, or the machine's memory.
+        answer_out_of_memory();
+        std::cerr << "vorn: out of memory\n";
+        return kOutOfMemory;
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    count_gmp_allocations();
     std::ios::sync_with_stdio(false);
 #ifdef __GLIBC__
     // Large inputs are bound by first touches of memory: keep freed blocks (the input text, the

@@ -16,6 +16,8 @@
 #include <string_view>
 #include <vector>
 
+#include "vorn/util/stop.h"
+
 namespace vorn::io {
 
 struct Cnf {
@@ -23,6 +25,7 @@ struct Cnf {
     std::vector<std::vector<int>> clauses;  // DIMACS literals, without the closing 0
 };
 
-Cnf read_dimacs(std::string_view text);
+// `stop` (may be null): an interrupt throws Interrupted (interrupted.h).
+Cnf read_dimacs(std::string_view text, const util::Stop* stop = nullptr);
 
 }  // namespace vorn::io

@@ -11,6 +11,7 @@
 
 #include "vorn/io/source.h"
 #include "vorn/smt/problem.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::io {
 
@@ -22,6 +23,8 @@ std::optional<InputFormat> format_named(std::string_view name);
 // ParseError at 1:1 when the format cannot be told.
 InputFormat input_format(const SourceText& source, std::optional<InputFormat> forced);
 
-smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced);
+// `stop` (may be null): an interrupt while reading throws Interrupted (interrupted.h).
+smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced,
+                          const util::Stop* stop = nullptr);
 
 }  // namespace vorn::io

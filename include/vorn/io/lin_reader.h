@@ -19,10 +19,12 @@
 
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/problem.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::io {
 
-smt::Problem read_lin(std::string_view text);
+// `stop` (may be null): an interrupt throws Interrupted (interrupted.h).
+smt::Problem read_lin(std::string_view text, const util::Stop* stop = nullptr);
 
 // One sum, as on either side of an equation; `text` starts at `start` of its file.
 smt::LinearExpr read_lin_sum(std::string_view text, smt::SourcePos start,

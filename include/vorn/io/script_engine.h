@@ -42,7 +42,11 @@ class VerificationFailure : public std::logic_error {
     using std::logic_error::logic_error;
 };
 
-// Runs the script; `file` names it in error responses.
+// Runs the script; `file` names it in error responses. The output is flushed after every
+// command. With options.decide.stop: the time limit, the memory limit and an interrupt stop a
+// check-sat (unknown; (get-info :reason-unknown) gives timeout, memout or interrupted), and an
+// interrupt then ends the script with Interrupted (interrupted.h), also one that comes between
+// commands.
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
                 std::ostream& out, CheckStats& stats);
 

@@ -11,9 +11,11 @@
 #include <string_view>
 
 #include "vorn/smt/problem.h"
+#include "vorn/util/stop.h"
 
 namespace vorn::io {
 
-smt::Problem read_smt2(std::string_view text);
+// `stop` (may be null): an interrupt throws Interrupted (interrupted.h).
+smt::Problem read_smt2(std::string_view text, const util::Stop* stop = nullptr);
 
 }  // namespace vorn::io

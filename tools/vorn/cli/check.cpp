@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
+#include <new>
 #include <numeric>
 #include <ostream>
 
@@ -50,8 +52,8 @@ void add_objective_bound(smt::Problem& problem, const std::string& bound) {
                      io::quoted(bound));
 }
 
-void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
-                   io::CheckStats& stats) {
+std::string check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
+                          io::CheckStats& stats) {
     if (request.objective_bound) add_objective_bound(problem, *request.objective_bound);
     auto start = smt::Clock::now();
     smt::Decision d = smt::decide(problem, request.options.decide);
@@ -79,32 +81,55 @@ void check_problem(smt::Problem& problem, const CheckRequest& request, std::ostr
             out << "unknown\n";
             break;
     }
+    out.flush();
+    return d.reason_unknown;
 }
 
 // A DIMACS file: the SAT engine alone. The model, under --model, is one "v" line of DIMACS
-// literals ending in 0, as SAT solvers print it.
-void check_cnf(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
-               io::CheckStats& stats) {
+// literals ending in 0, as SAT solvers print it. The limits apply as smt::Context applies them:
+// the stop started for the one check, the conflict limit, std::bad_alloc answered as memout.
+std::string check_cnf(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
+                      io::CheckStats& stats) {
+    const smt::DecideOptions& limits = request.options.decide;
+    util::Stop own_stop;
+    util::Stop& stop = limits.stop != nullptr ? *limits.stop : own_stop;
     io::Cnf cnf;
     try {
-        cnf = io::read_dimacs(source.text);
+        cnf = io::read_dimacs(source.text, &stop);
     } catch (io::ParseError& e) {
         e.set_file(source.name);
         throw;
     }
     auto start = smt::Clock::now();
+    stop.start(limits.time_limit);
     sat::Solver solver;
-    for (int v = 0; v < cnf.variables; ++v)
-        solver.new_var();
-    std::vector<sat::Lit> clause;
-    bool consistent = true;
-    for (const auto& c : cnf.clauses) {
-        clause.clear();
-        for (int lit : c)
-            clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
-        consistent = solver.add_clause(clause) && consistent;
+    solver.set_stop(&stop);
+    if (limits.conflict_limit > 0)
+        solver.set_conflict_limit(static_cast<std::int64_t>(std::min<std::uint64_t>(
+            limits.conflict_limit, std::numeric_limits<std::int64_t>::max())));
+    sat::Result r = sat::Result::Unknown;
+    std::string reason;
+    try {
+        for (int v = 0; v < cnf.variables; ++v)
+            solver.new_var();
+        std::vector<sat::Lit> clause;
+        bool consistent = true;
+        for (const auto& c : cnf.clauses) {
+            clause.clear();
+            for (int lit : c)
+                clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
+            consistent = solver.add_clause(clause) && consistent;
+        }
+        r = consistent ? solver.solve() : sat::Result::Unsat;
+    } catch (const std::bad_alloc&) {
+        reason = util::to_string(util::StopReason::Memout);
     }
-    sat::Result r = consistent ? solver.solve() : sat::Result::Unsat;
+    bool stopped = r == sat::Result::Unknown && stop.reason() != util::StopReason::None;
+    if (stopped)
+        reason = util::to_string(stop.reason());
+    else if (r == sat::Result::Unknown && reason.empty())
+        reason = "conflict limit";
+    stop.finish(stopped);
     stats.solve_seconds += smt::ms_since(start) / 1000;
     stats.checks = 1;
     if (r == sat::Result::Sat && request.options.verify)
@@ -123,24 +148,27 @@ void check_cnf(const io::SourceText& source, const CheckRequest& request, std::o
                         : " -" + std::to_string(v);
         out << line << " 0\n";
     }
+    out.flush();
+    return reason;
 }
 
 }  // namespace
 
-void run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
-               io::CheckStats& stats) {
+std::string run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
+                      io::CheckStats& stats) {
     io::InputFormat format = io::input_format(source, request.format);
     if (format == io::InputFormat::Smt2) {
         if (request.objective_bound)
             throw UsageError("--objective-bound applies to .lin, MPS and LP files");
-        return io::run_script(source.text, source.name, request.options, out, stats);
+        io::run_script(source.text, source.name, request.options, out, stats);
+        return {};
     }
     if (format == io::InputFormat::Cnf) {
         if (request.objective_bound) throw UsageError("--objective-bound applies to LP files");
         return check_cnf(source, request, out, stats);
     }
-    smt::Problem problem = io::read_problem(source, format);
-    check_problem(problem, request, out, stats);
+    smt::Problem problem = io::read_problem(source, format, request.options.decide.stop);
+    return check_problem(problem, request, out, stats);
 }
 
 std::string check_stats(double read_ms, const io::CheckStats& s) {
