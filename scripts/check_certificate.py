@@ -9,7 +9,8 @@ a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side;
 over Int variables only counts with its bound rounded to the integers) combine with
 positive multipliers into a constant K with every variable cancelled, K < 0, or K = 0 with a
 strict bound; a gcd leaf names an equality over Int variables whose scaled coefficients' gcd does
-not divide its constant.
+not divide its constant; a lattice leaf combines equalities over Int variables, with multipliers
+of any sign, into integer coefficients and a non-integer constant.
 
 A block whose first line is "format clauses" is a clause proof (CDCL(T)): atoms are DIMACS
 variables standing for bounds; input clauses are taken as given; a lemma's Farkas multipliers
@@ -125,6 +126,22 @@ def check_gcd(cert, words):
         raise ValueError("the gcd divides the constant")
 
 
+def check_lattice(cert, words):
+    """Equalities over Int variables with multipliers of any sign: integer coefficients and a
+    non-integer constant in their sum leave no integer point."""
+    total, k = {}, Fraction(0)
+    for word in words:
+        ref, mult = word.rsplit(":", 1)
+        rel, c, terms = cert["atoms"][ref]
+        if rel != "=" or any(cert["vars"][v] != "Int" for v in terms):
+            raise ValueError("lattice leaf on no integer equality")
+        k += Fraction(mult) * c
+        for var, coeff in terms.items():
+            total[var] = total.get(var, Fraction(0)) + Fraction(mult) * coeff
+    if any(coeff.denominator != 1 for coeff in total.values()) or k.denominator == 1:
+        raise ValueError("the lattice combination has integer solutions")
+
+
 def check(cert):
     todo, seen = [(0, {})], set()
     while todo:
@@ -144,6 +161,8 @@ def check(cert):
             check_farkas(cert, node[1:], path)
         elif node[0] == "gcd":
             check_gcd(cert, node[1:])
+        elif node[0] == "lattice":
+            check_lattice(cert, node[1:])
         else:
             raise ValueError("unknown node kind " + node[0])
 

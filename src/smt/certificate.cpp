@@ -63,6 +63,7 @@ class ProofChecker {
     std::string leaf(std::size_t node);
     std::string farkas(std::size_t node);
     std::string gcd(const ProofStep& step);
+    std::string lattice(const ProofStep& step);
     bool split_bound(std::size_t leaf, std::size_t split, Bound& b) const;
     bool atom_bound(std::size_t atom, Bound& b) const;
     // Whether every variable of the term is Int.
@@ -118,7 +119,14 @@ std::string ProofChecker::run() {
 }
 
 std::string ProofChecker::leaf(std::size_t node) {
-    return proof_[node].kind == Kind::Gcd ? gcd(proof_[node]) : farkas(node);
+    switch (proof_[node].kind) {
+        case Kind::Gcd:
+            return gcd(proof_[node]);
+        case Kind::Lattice:
+            return lattice(proof_[node]);
+        default:
+            return farkas(node);
+    }
 }
 
 bool ProofChecker::atom_bound(std::size_t atom, Bound& b) const {
@@ -201,6 +209,27 @@ std::string ProofChecker::gcd(const ProofStep& step) {
                : "a gcd leaf whose equality has integer solutions";
 }
 
+// Σ yᵢ·(tᵢ = cᵢ) over equalities on Int variables: integer coefficients and a non-integer
+// constant leave no integer point.
+std::string ProofChecker::lattice(const ProofStep& step) {
+    std::map<int, QNumber> sum;
+    QNumber constant;
+    for (const FarkasEntry& e : step.farkas) {
+        if (e.from_split || e.index >= p_.atoms.size() ||
+            p_.atoms[e.index].relation != Relation::Eq)
+            return "a lattice leaf on no equality";
+        LinearExpr::Entries term;
+        QNumber c = split_constant(p_.term(p_.atoms[e.index].first_term), term);
+        if (!integral(term)) return "a lattice leaf over a Real variable";
+        for (const Entry& t : term)
+            sum[t.var] += e.multiplier * t.coeff;
+        constant += e.multiplier * c;
+    }
+    for (const auto& [var, coeff] : sum)
+        if (!coeff.is_integer()) return "a lattice leaf with a fractional coefficient";
+    return constant.is_integer() ? "a lattice leaf with an integer constant" : std::string();
+}
+
 }  // namespace
 
 void print_certificate(std::ostream& out, const Problem& problem,
@@ -253,6 +282,11 @@ void print_certificate(std::ostream& out, const Problem& problem,
                 break;
             case Kind::Gcd:
                 out << " gcd " << step.atom << ' ' << step.gcd.to_string();
+                break;
+            case Kind::Lattice:
+                out << " lattice";
+                for (const FarkasEntry& e : step.farkas)
+                    out << ' ' << e.index << ':' << e.multiplier.to_string();
                 break;
             case Kind::Farkas:
                 out << " farkas";

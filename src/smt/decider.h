@@ -64,6 +64,10 @@ class Decider {
     int simplex_var(int v);
     // The simplex term of `entries` (constant skipped); empty when it has no variable.
     const lra::TermEntries& simplex_term(std::span<const Entry> entries);
+    // The equalities over Int variables solved over the integers (lra::solve_over_integers):
+    // Unsat with a lattice proof when they have no integer solution, Sat when their particular
+    // solution satisfies every atom. False when that decides nothing.
+    bool lattice_decides(Result& result);
     Result search();
     Result search_convex();
     // A model on either side of the disequality split at `root` (Sat); Unsat when both sides

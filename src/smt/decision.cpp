@@ -128,6 +128,8 @@ Decision Decider::check() {
         proof_[0].farkas.push_back(
             {false, *false_atom_, false_half_is_upper(atom.relation, c), QNumber(1)});
         d.result = Result::Unsat;
+    } else if (integral && lattice_decides(d.result)) {
+        // Decided by the integer equalities alone.
     } else {
         std::size_t base = simplex_.level();
         d.result = integral ? search() : search_convex();

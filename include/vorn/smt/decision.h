@@ -42,7 +42,9 @@ struct FarkasEntry {
 };
 
 struct ProofStep {
-    enum class Kind { Farkas, SplitNe, SplitInt, Gcd } kind = Kind::Farkas;
+    // Lattice: the equality atoms of `farkas` (their multipliers of any sign, `upper` unused)
+    // sum to a term with integer coefficients over Int variables and a non-integer constant.
+    enum class Kind { Farkas, SplitNe, SplitInt, Gcd, Lattice } kind = Kind::Farkas;
     // SplitNe: the disequality term ≠ c of atom `atom` (for a distinct: its terms `first` −
     // `second`), split into term < c (child `low`) and term > c (child `high`); term over problem
     // variables, without constant.

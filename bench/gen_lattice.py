@@ -1,0 +1,67 @@
+#!/usr/bin/env python3
+"""Writes unbounded systems of integer equalities as SMT-LIB (QF_LIA).
+
+usage: gen_lattice.py --rows M [--seed S] [--off] > FILE.smt2
+
+M equalities over round(1.5·M) unbounded Int variables, A = U·D·A0: A0 is an M×M identity
+block beside small random entries, mixed by random column additions (its columns span Z^M), D is diagonal with one entry
+k in 2..5 and the rest 1, U is unimodular (random row additions). The right-hand side is A·x for
+a random integer x (on the lattice: sat) or, with --off, that plus a vector of U·D·Z^M that is
+not in the lattice (unsat). Every single row has integer solutions, so no gcd test of one row
+refutes the off-lattice systems; only lattice reasoning or a lucky search does.
+"""
+import argparse
+import random
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--rows", type=int, required=True)
+    ap.add_argument("--seed", type=int, default=1)
+    ap.add_argument("--off", action="store_true")
+    a = ap.parse_args()
+    rng = random.Random(a.seed * 7919 + a.rows)
+    m, n = a.rows, round(1.5 * a.rows)
+    a0 = [[(1 if i == j else 0) if j < m else rng.randint(-3, 3) for j in range(n)]
+          for i in range(m)]
+    # Random column additions (a unimodular V on the right) hide the identity block; the
+    # columns still span Z^M.
+    for _ in range(2 * n):
+        c, e = rng.sample(range(n), 2)
+        f = rng.choice([-2, -1, 1, 2])
+        for row in a0:
+            row[c] += f * row[e]
+    k_row, k = rng.randrange(m), rng.randint(2, 5)
+    d = [k if i == k_row else 1 for i in range(m)]
+    mat = [[d[i] * v for v in a0[i]] for i in range(m)]
+    # U: random row additions keep the lattice of the columns' row span unimodularly equivalent.
+    shift = [0] * m
+    shift[k_row] = rng.randint(1, k - 1)  # D·Z^M misses e_k·shift: off the lattice
+    for _ in range(3 * m):
+        r, s = rng.sample(range(m), 2) if m > 1 else (0, 0)
+        if r == s:
+            continue
+        f = rng.choice([-2, -1, 1, 2])
+        mat[r] = [x + f * y for x, y in zip(mat[r], mat[s])]
+        shift[r] += f * shift[s]
+    x = [rng.randint(-20, 20) for _ in range(n)]
+    rhs = [sum(c * v for c, v in zip(row, x)) for row in mat]
+    if a.off:
+        rhs = [b + s for b, s in zip(rhs, shift)]
+    print("(set-logic QF_LIA)")
+    print("(set-info :status %s)" % ("unsat" if a.off else "sat"))
+    for j in range(n):
+        print("(declare-const x%d Int)" % j)
+
+    def num(v):
+        return str(v) if v >= 0 else "(- %d)" % -v
+
+    for row, b in zip(mat, rhs):
+        terms = " ".join("(* %s x%d)" % (num(c), j) for j, c in enumerate(row) if c != 0)
+        print("(assert (= (+ %s 0) %s))" % (terms, num(b)))
+    print("(check-sat)")
+    print("(exit)")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,220 @@
+#include "vorn/lra/lattice.h"
+
+#include <gmp.h>
+
+#include <utility>
+
+namespace vorn::lra {
+
+namespace {
+
+// An mpz_t that cleans up after itself and moves, so that it can live in vectors.
+class Int {
+  public:
+    Int() { mpz_init(z_); }
+    Int(const Int& other) { mpz_init_set(z_, other.z_); }
+    Int(Int&& other) noexcept : Int() { mpz_swap(z_, other.z_); }
+    Int& operator=(Int other) noexcept {
+        mpz_swap(z_, other.z_);
+        return *this;
+    }
+    ~Int() { mpz_clear(z_); }
+
+    mpz_ptr get() { return z_; }
+    mpz_srcptr get() const { return z_; }
+    int sign() const { return mpz_sgn(z_); }
+    QNumber to_qnumber() const {
+        mpq_t q;
+        mpq_init(q);
+        mpq_set_z(q, z_);
+        QNumber out(q);
+        mpq_clear(q);
+        return out;
+    }
+
+  private:
+    mpz_t z_;
+};
+
+using Matrix = std::vector<std::vector<Int>>;  // by row
+
+class Solver {
+  public:
+    Solver(const std::vector<std::vector<QNumber>>& rows, const std::vector<QNumber>& rhs,
+           std::size_t columns)
+        : m_(rows.size()), n_(columns), a_(m_), b_(m_), scale_(m_), u_(n_) {
+        for (std::size_t i = 0; i < m_; ++i)
+            scale_row(rows[i], rhs[i], i);
+        for (std::size_t j = 0; j < n_; ++j) {
+            u_[j].resize(n_);
+            mpz_set_ui(u_[j][j].get(), 1);
+        }
+    }
+
+    LatticeAnswer run();
+
+  private:
+    void scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std::size_t i);
+    // Reduces row i over the free columns to one non-zero entry, moved to column r_; false when
+    // the row has none left.
+    bool make_pivot(std::size_t i);
+    // col[to] -= q · col[from], in A (rows from `first` on) and in U.
+    void subtract_column(std::size_t to, std::size_t from, const Int& q, std::size_t first);
+    void swap_columns(std::size_t c, std::size_t d);
+    void negate_column(std::size_t c);
+    // y over the pivot rows with y·H = target on the pivot columns (H lower triangular there),
+    // plus `extra` at row `extra_row`.
+    std::vector<QNumber> multipliers(std::vector<QNumber> target, std::size_t extra_row);
+
+    std::size_t m_, n_;
+    Matrix a_;  // A·U so far, rows scaled to integers
+    std::vector<Int> b_;
+    std::vector<QNumber> scale_;
+    Matrix u_;  // by row of U
+    std::vector<std::size_t> pivot_rows_;
+    std::vector<Int> w_;  // solution on the pivot columns
+    std::size_t r_ = 0;   // pivots so far
+};
+
+void Solver::scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std::size_t i) {
+    Int lcm;
+    mpz_set_ui(lcm.get(), 1);
+    mpq_t q;
+    mpq_init(q);
+    auto each = [&](const QNumber& v, auto&& f) {
+        v.get_mpq(q);
+        f();
+    };
+    for (std::size_t j = 0; j <= n_; ++j)
+        each(j < n_ ? row[j] : rhs, [&] { mpz_lcm(lcm.get(), lcm.get(), mpq_denref(q)); });
+    a_[i].resize(n_);
+    for (std::size_t j = 0; j <= n_; ++j) {
+        Int& out = j < n_ ? a_[i][j] : b_[i];
+        each(j < n_ ? row[j] : rhs, [&] {
+            mpz_divexact(out.get(), lcm.get(), mpq_denref(q));
+            mpz_mul(out.get(), out.get(), mpq_numref(q));
+        });
+    }
+    mpq_clear(q);
+    scale_[i] = lcm.to_qnumber();
+}
+
+void Solver::subtract_column(std::size_t to, std::size_t from, const Int& q, std::size_t first) {
+    for (std::size_t i = first; i < m_; ++i)
+        mpz_submul(a_[i][to].get(), q.get(), a_[i][from].get());
+    for (std::size_t i = 0; i < n_; ++i)
+        mpz_submul(u_[i][to].get(), q.get(), u_[i][from].get());
+}
+
+void Solver::swap_columns(std::size_t c, std::size_t d) {
+    if (c == d) return;
+    for (auto& row : a_)
+        mpz_swap(row[c].get(), row[d].get());
+    for (auto& row : u_)
+        mpz_swap(row[c].get(), row[d].get());
+}
+
+void Solver::negate_column(std::size_t c) {
+    for (auto& row : a_)
+        mpz_neg(row[c].get(), row[c].get());
+    for (auto& row : u_)
+        mpz_neg(row[c].get(), row[c].get());
+}
+
+bool Solver::make_pivot(std::size_t i) {
+    std::vector<Int>& row = a_[i];
+    Int q;
+    for (;;) {
+        // The smallest non-zero entry reduces the others (Euclid on the whole row).
+        std::size_t p = n_;
+        for (std::size_t j = r_; j < n_; ++j)
+            if (row[j].sign() != 0 && (p == n_ || mpz_cmpabs(row[j].get(), row[p].get()) < 0))
+                p = j;
+        if (p == n_) return false;
+        bool alone = true;
+        for (std::size_t j = r_; j < n_; ++j) {
+            if (j == p || row[j].sign() == 0) continue;
+            mpz_fdiv_q(q.get(), row[j].get(), row[p].get());
+            subtract_column(j, p, q, i);
+            alone = alone && row[j].sign() == 0;
+        }
+        if (alone) {
+            swap_columns(r_, p);
+            if (row[r_].sign() < 0) negate_column(r_);
+            return true;
+        }
+    }
+}
+
+std::vector<QNumber> Solver::multipliers(std::vector<QNumber> target, std::size_t extra_row) {
+    std::vector<QNumber> y(m_);
+    std::vector<QNumber> yp(target.size());
+    for (std::size_t a = target.size(); a-- > 0;) {
+        QNumber sum = target[a];
+        for (std::size_t t = a + 1; t < target.size(); ++t)
+            if (!yp[t].is_zero()) sum -= yp[t] * a_[pivot_rows_[t]][a].to_qnumber();
+        yp[a] = sum / a_[pivot_rows_[a]][a].to_qnumber();
+    }
+    for (std::size_t t = 0; t < target.size(); ++t)
+        y[pivot_rows_[t]] = yp[t];
+    if (extra_row < m_) y[extra_row] = QNumber(1);
+    // Back to the rows as given: row i was scaled by scale_[i].
+    for (std::size_t i = 0; i < m_; ++i)
+        y[i] *= scale_[i];
+    return y;
+}
+
+LatticeAnswer Solver::run() {
+    LatticeAnswer out;
+    Int residual, rem;
+    for (std::size_t i = 0; i < m_; ++i) {
+        mpz_set(residual.get(), b_[i].get());
+        for (std::size_t t = 0; t < r_; ++t)
+            mpz_submul(residual.get(), a_[i][t].get(), w_[t].get());
+        if (!make_pivot(i)) {
+            if (residual.sign() == 0) continue;  // a combination of the rows before
+            // y·A = 0 with y = e_i − (the pivot rows' share), y·b = residual.
+            std::vector<QNumber> target(r_);
+            for (std::size_t t = 0; t < r_; ++t)
+                target[t] = -a_[i][t].to_qnumber();
+            out.kind = LatticeAnswer::Kind::NoRationalSolution;
+            out.multipliers = multipliers(std::move(target), i);
+            return out;
+        }
+        pivot_rows_.push_back(i);
+        mpz_fdiv_r(rem.get(), residual.get(), a_[i][r_].get());
+        if (rem.sign() != 0) {
+            std::vector<QNumber> target(r_ + 1);
+            target[r_] = QNumber(1);
+            out.kind = LatticeAnswer::Kind::NoIntegerSolution;
+            out.multipliers = multipliers(std::move(target), m_);
+            return out;
+        }
+        w_.emplace_back();
+        mpz_divexact(w_.back().get(), residual.get(), a_[i][r_].get());
+        ++r_;
+    }
+    out.particular.resize(n_);
+    Int x;
+    for (std::size_t j = 0; j < n_; ++j) {
+        mpz_set_ui(x.get(), 0);
+        for (std::size_t t = 0; t < r_; ++t)
+            mpz_addmul(x.get(), u_[j][t].get(), w_[t].get());
+        out.particular[j] = x.to_qnumber();
+    }
+    for (std::size_t c = r_; c < n_; ++c) {
+        out.kernel.emplace_back(n_);
+        for (std::size_t j = 0; j < n_; ++j)
+            out.kernel.back()[j] = u_[j][c].to_qnumber();
+    }
+    return out;
+}
+
+}  // namespace
+
+LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
+                                  const std::vector<QNumber>& rhs, std::size_t columns) {
+    return Solver(rows, rhs, columns).run();
+}
+
+}  // namespace vorn::lra
