@@ -7,8 +7,8 @@ M equalities over round(1.5·M) unbounded Int variables, A = U·D·A0: A0 is an 
 block beside small random entries, mixed by random column additions (its columns span Z^M), D is diagonal with one entry
 k in 2..5 and the rest 1, U is unimodular (random row additions). The right-hand side is A·x for
 a random integer x (on the lattice: sat) or, with --off, that plus a vector of U·D·Z^M that is
-not in the lattice (unsat). Every single row has integer solutions, so no gcd test of one row
-refutes the off-lattice systems; only lattice reasoning or a lucky search does.
+not in the lattice (unsat). The scaled row is mixed with another one first, so that as a rule
+no gcd test of one row refutes the off-lattice systems (with M = 1 it does).
 """
 import argparse
 import random
@@ -37,13 +37,16 @@ def main():
     # U: random row additions keep the lattice of the columns' row span unimodularly equivalent.
     shift = [0] * m
     shift[k_row] = rng.randint(1, k - 1)  # D·Z^M misses e_k·shift: off the lattice
-    for _ in range(3 * m):
-        r, s = rng.sample(range(m), 2) if m > 1 else (0, 0)
-        if r == s:
-            continue
-        f = rng.choice([-2, -1, 1, 2])
+    def add(r, s, f):
         mat[r] = [x + f * y for x, y in zip(mat[r], mat[s])]
         shift[r] += f * shift[s]
+
+    if m > 1:  # the scaled row first, so that no row keeps the factor k to itself
+        add(k_row, (k_row + 1) % m, 1)
+    for _ in range(3 * m):
+        r, s = rng.sample(range(m), 2) if m > 1 else (0, 0)
+        if r != s:
+            add(r, s, rng.choice([-2, -1, 1, 2]))
     x = [rng.randint(-20, 20) for _ in range(n)]
     rhs = [sum(c * v for c, v in zip(row, x)) for row in mat]
     if a.off:

@@ -64,7 +64,8 @@ class Solver {
     void negate_column(std::size_t c);
     // y over the pivot rows with y·H = target on the pivot columns (H lower triangular there),
     // plus `extra` at row `extra_row`.
-    std::vector<QNumber> multipliers(std::vector<QNumber> target, std::size_t extra_row);
+    std::vector<QNumber> multipliers(std::vector<QNumber> target, std::size_t extra_row,
+                                     bool modulo_one);
 
     std::size_t m_, n_;
     Matrix a_;  // A·U so far, rows scaled to integers
@@ -146,7 +147,11 @@ bool Solver::make_pivot(std::size_t i) {
     }
 }
 
-std::vector<QNumber> Solver::multipliers(std::vector<QNumber> target, std::size_t extra_row) {
+// With `modulo_one`, each multiplier of a scaled row is reduced to its fractional part: adding an
+// integer vector z to y keeps y·A integral and changes y·b by the integer z·b, so the refutation
+// holds with far smaller numbers than the back substitution leaves.
+std::vector<QNumber> Solver::multipliers(std::vector<QNumber> target, std::size_t extra_row,
+                                         bool modulo_one) {
     std::vector<QNumber> y(m_);
     std::vector<QNumber> yp(target.size());
     for (std::size_t a = target.size(); a-- > 0;) {
@@ -158,9 +163,19 @@ std::vector<QNumber> Solver::multipliers(std::vector<QNumber> target, std::size_
     for (std::size_t t = 0; t < target.size(); ++t)
         y[pivot_rows_[t]] = yp[t];
     if (extra_row < m_) y[extra_row] = QNumber(1);
-    // Back to the rows as given: row i was scaled by scale_[i].
-    for (std::size_t i = 0; i < m_; ++i)
+    mpq_t q;
+    mpq_init(q);
+    Int whole;
+    for (std::size_t i = 0; i < m_; ++i) {
+        if (modulo_one) {
+            y[i].get_mpq(q);
+            mpz_fdiv_q(whole.get(), mpq_numref(q), mpq_denref(q));
+            y[i] -= whole.to_qnumber();
+        }
+        // Back to the rows as given: row i was scaled by scale_[i].
         y[i] *= scale_[i];
+    }
+    mpq_clear(q);
     return y;
 }
 
@@ -178,7 +193,7 @@ LatticeAnswer Solver::run() {
             for (std::size_t t = 0; t < r_; ++t)
                 target[t] = -a_[i][t].to_qnumber();
             out.kind = LatticeAnswer::Kind::NoRationalSolution;
-            out.multipliers = multipliers(std::move(target), i);
+            out.multipliers = multipliers(std::move(target), i, false);
             return out;
         }
         pivot_rows_.push_back(i);
@@ -187,7 +202,7 @@ LatticeAnswer Solver::run() {
             std::vector<QNumber> target(r_ + 1);
             target[r_] = QNumber(1);
             out.kind = LatticeAnswer::Kind::NoIntegerSolution;
-            out.multipliers = multipliers(std::move(target), m_);
+            out.multipliers = multipliers(std::move(target), m_, true);
             return out;
         }
         w_.emplace_back();
