@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Writes unbounded systems of integer equalities as SMT-LIB (QF_LIA).
 
-usage: gen_lattice.py --rows M [--seed S] [--off] > FILE.smt2
+usage: gen_lattice.py --rows M [--seed S] [--off] [--box U] > FILE.smt2
 
 M equalities over round(1.5·M) unbounded Int variables, A = U·D·A0: A0 is an M×M identity
 block beside small random entries, mixed by random column additions (its columns span Z^M), D is diagonal with one entry
 k in 2..5 and the rest 1, U is unimodular (random row additions). The right-hand side is A·x for
 a random integer x (on the lattice: sat) or, with --off, that plus a vector of U·D·Z^M that is
 not in the lattice (unsat). The scaled row is mixed with another one first, so that as a rule
-no gcd test of one row refutes the off-lattice systems (with M = 1 it does).
+no gcd test of one row refutes the off-lattice systems (with M = 1 it does). With --box U every
+variable lies in [0, U] and x is drawn from that box: knapsack-style equalities.
 """
 import argparse
 import random
@@ -19,6 +20,7 @@ def main():
     ap.add_argument("--rows", type=int, required=True)
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--off", action="store_true")
+    ap.add_argument("--box", type=int)
     a = ap.parse_args()
     rng = random.Random(a.seed * 7919 + a.rows)
     m, n = a.rows, round(1.5 * a.rows)
@@ -47,7 +49,7 @@ def main():
         r, s = rng.sample(range(m), 2) if m > 1 else (0, 0)
         if r != s:
             add(r, s, rng.choice([-2, -1, 1, 2]))
-    x = [rng.randint(-20, 20) for _ in range(n)]
+    x = [rng.randint(0, a.box) if a.box else rng.randint(-20, 20) for _ in range(n)]
     rhs = [sum(c * v for c, v in zip(row, x)) for row in mat]
     if a.off:
         rhs = [b + s for b, s in zip(rhs, shift)]
@@ -59,6 +61,9 @@ def main():
     def num(v):
         return str(v) if v >= 0 else "(- %d)" % -v
 
+    if a.box:
+        for j in range(n):
+            print("(assert (and (<= 0 x%d) (<= x%d %d)))" % (j, j, a.box))
     for row, b in zip(mat, rhs):
         terms = " ".join("(* %s x%d)" % (num(c), j) for j, c in enumerate(row) if c != 0)
         print("(assert (= (+ %s 0) %s))" % (terms, num(b)))

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "support/cli_run.h"
 #include "vorn/io/script_engine.h"
 #include "vorn/io/smt_reader.h"
@@ -195,18 +197,29 @@ TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
 }
 
 TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
-    auto run = run_tool("check --certificate " VORN_SOURCE_DIR "/examples/core.smt2");
     auto checks = [](const std::string& out) {
         auto path = vorn::test::temp_file("core.out", out);
         return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
                             " >/dev/null")
                                .c_str()) == 0;
     };
-    ASSERT_TRUE(checks(run.out)) << run.out;
-    for (const char* from : {"atom:2:l:1", "1100"}) {  // a multiplier, then a bound's constant
+    // Off the lattice: (3x + 2y = 1) + (x + 2y = 0) over 4 is x + y = 1/4.
+    std::string lattice = vorn::test::temp_file(
+        "lattice.smt2",
+        "(declare-const x Int)(declare-const y Int)(assert (= (+ (* 3 x) (* 2 y)) 1))"
+        "(assert (= (+ x (* 2 y)) 0))(check-sat)");
+    // A Farkas multiplier, a bound's constant, a lattice multiplier.
+    const std::tuple<std::string, const char*, const char*> cases[] = {
+        {VORN_SOURCE_DIR "/examples/core.smt2", "atom:2:l:1", "atom:2:l:2"},
+        {VORN_SOURCE_DIR "/examples/core.smt2", "1100", "1000"},
+        {lattice, "1:1/4", "1:3/4"},
+    };
+    for (const auto& [file, from, to] : cases) {
+        auto run = run_tool("check --certificate " + file);
+        ASSERT_TRUE(checks(run.out)) << run.out;
         std::string tampered = run.out;
-        tampered.replace(tampered.find(from), std::string(from).size(),
-                         std::string(from) == "1100" ? "1000" : "atom:2:l:2");
+        ASSERT_NE(tampered.find(from), std::string::npos) << run.out;
+        tampered.replace(tampered.find(from), std::string(from).size(), to);
         EXPECT_FALSE(checks(tampered)) << from;
     }
 }
