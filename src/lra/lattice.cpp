@@ -3,6 +3,7 @@
 #include <gmp.h>
 
 #include <utility>
+#include <vector>
 
 namespace vorn::lra {
 
@@ -37,6 +38,97 @@ class Int {
 };
 
 using Matrix = std::vector<std::vector<Int>>;  // by row
+
+QNumber dot(const std::vector<QNumber>& a, const std::vector<QNumber>& b) {
+    QNumber sum;
+    for (std::size_t j = 0; j < a.size(); ++j)
+        if (!a[j].is_zero() && !b[j].is_zero()) sum.add_product(a[j], b[j]);
+    return sum;
+}
+
+// The integer nearest to q (halves up).
+QNumber nearest(const QNumber& q) {
+    mpq_t r;
+    mpq_init(r);
+    q.get_mpq(r);
+    Int twice_num, den;
+    mpz_mul_2exp(twice_num.get(), mpq_numref(r), 1);
+    mpz_add(twice_num.get(), twice_num.get(), mpq_denref(r));
+    mpz_mul_2exp(den.get(), mpq_denref(r), 1);
+    mpz_fdiv_q(twice_num.get(), twice_num.get(), den.get());
+    mpq_clear(r);
+    return twice_num.to_qnumber();
+}
+
+void subtract_multiple(std::vector<QNumber>& a, const QNumber& q, const std::vector<QNumber>& b) {
+    for (std::size_t j = 0; j < a.size(); ++j)
+        if (!b[j].is_zero()) a[j].add_product(-q, b[j]);
+}
+
+// LLL reduction (δ = 3/4, exact Gram–Schmidt data, Cohen's algorithm 2.6.3) of the kernel basis,
+// then x0 moved to the nearest plane of it. The column operations leave both with entries that
+// grow with every reduction; a search over the parameters needs short vectors, and a model
+// near the origin is kinder to later checks.
+void reduce(std::vector<std::vector<QNumber>>& b, std::vector<QNumber>& x0) {
+    const std::size_t k_max = b.size();
+    if (k_max == 0) return;
+    std::vector<std::vector<QNumber>> mu(k_max, std::vector<QNumber>(k_max));
+    std::vector<QNumber> big_b(k_max);
+    std::vector<std::vector<QNumber>> star = b;
+    for (std::size_t i = 0; i < k_max; ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            mu[i][j] = dot(b[i], star[j]) / big_b[j];
+            subtract_multiple(star[i], mu[i][j], star[j]);
+        }
+        big_b[i] = dot(star[i], star[i]);
+    }
+    const QNumber half(1, 2), delta(3, 4);
+    auto size_reduce = [&](std::size_t k, std::size_t l) {
+        QNumber m = mu[k][l];
+        if (m.sign() < 0) m = -m;
+        if (!(half < m)) return;
+        QNumber q = nearest(mu[k][l]);
+        subtract_multiple(b[k], q, b[l]);
+        mu[k][l] -= q;
+        for (std::size_t i = 0; i < l; ++i)
+            mu[k][i].add_product(-q, mu[l][i]);
+    };
+    std::size_t k = 1;
+    while (k < k_max) {
+        size_reduce(k, k - 1);
+        if (big_b[k] < (delta - mu[k][k - 1] * mu[k][k - 1]) * big_b[k - 1]) {
+            QNumber m = mu[k][k - 1];
+            QNumber bb = big_b[k] + m * m * big_b[k - 1];
+            mu[k][k - 1] = m * big_b[k - 1] / bb;
+            big_b[k] = big_b[k - 1] * big_b[k] / bb;
+            big_b[k - 1] = bb;
+            std::swap(b[k], b[k - 1]);
+            for (std::size_t j = 0; j + 1 < k; ++j)
+                std::swap(mu[k][j], mu[k - 1][j]);
+            for (std::size_t i = k + 1; i < k_max; ++i) {
+                QNumber t = mu[i][k];
+                mu[i][k] = mu[i][k - 1] - m * t;
+                mu[i][k - 1] = t + mu[k][k - 1] * mu[i][k];
+            }
+            if (k > 1) --k;
+        } else {
+            for (std::size_t l = k - 1; l-- > 0;)
+                size_reduce(k, l);
+            ++k;
+        }
+    }
+    // Nearest plane: the Gram–Schmidt vectors of the reduced basis, afresh.
+    star = b;
+    for (std::size_t i = 0; i < k_max; ++i) {
+        for (std::size_t j = 0; j < i; ++j)
+            subtract_multiple(star[i], dot(b[i], star[j]) / big_b[j], star[j]);
+        big_b[i] = dot(star[i], star[i]);
+    }
+    for (std::size_t j = k_max; j-- > 0;) {
+        QNumber q = nearest(dot(x0, star[j]) / big_b[j]);
+        if (!q.is_zero()) subtract_multiple(x0, q, b[j]);
+    }
+}
 
 class Solver {
   public:
@@ -222,6 +314,7 @@ LatticeAnswer Solver::run() {
         for (std::size_t j = 0; j < n_; ++j)
             out.kernel.back()[j] = u_[j][c].to_qnumber();
     }
+    reduce(out.kernel, out.particular);
     return out;
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "vorn/lra/branch_and_bound.h"
+#include "vorn/lra/lattice.h"
 #include "vorn/lra/simplex.h"
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
@@ -68,6 +69,8 @@ class Decider {
     // Unsat with a lattice proof when they have no integer solution, Sat when their particular
     // solution satisfies every atom. False when that decides nothing.
     bool lattice_decides(Result& result);
+    bool model_on_lattice(const std::vector<std::size_t>& eq_atoms, const std::vector<int>& var_of,
+                          const lra::LatticeAnswer& lattice, std::vector<QNumber>& model);
     Result search();
     Result search_convex();
     // A model on either side of the disequality split at `root` (Sat); Unsat when both sides

@@ -4,6 +4,7 @@
 
 #include <unordered_map>
 
+#include "boolean_decider.h"
 #include "decider.h"
 #include "vorn/lra/lattice.h"
 #include "vorn/smt/model_check.h"
@@ -59,9 +60,70 @@ bool Decider::lattice_decides(Result& result) {
     std::vector<QNumber> model(static_cast<std::size_t>(problem_.variables.size()) + 1);
     for (std::size_t c = 0; c < var_of.size(); ++c)
         model[static_cast<std::size_t>(var_of[c])] = answer.particular[c];
-    if (!check_model(problem_, model).empty()) return false;
+    if (!check_model(problem_, model).empty() && !model_on_lattice(atoms, var_of, answer, model))
+        return false;
     model_ = std::move(model);
     result = Result::Sat;
+    return true;
+}
+
+// The other atoms over x = x0 + Σ zₜ·kₜ, decided over the integers zₜ: a lower-dimensional
+// problem, in which no branch can leave the equalities' lattice. Only its models are used (each
+// checked against the problem); a refutation there would need a proof over the parameters, so
+// the ordinary search then decides.
+bool Decider::model_on_lattice(const std::vector<std::size_t>& eq_atoms,
+                               const std::vector<int>& var_of, const lra::LatticeAnswer& lattice,
+                               std::vector<QNumber>& model) {
+    if (lattice.kernel.empty()) return false;
+    Problem reduced(NameSyntax::SmtLib);
+    int n = problem_.variables.size();
+    for (int v = 1; v <= n; ++v)
+        reduced.variables.add("v" + std::to_string(v), problem_.variables.sort(v), {});
+    int first_z = n + 1;
+    for (std::size_t t = 0; t < lattice.kernel.size(); ++t)
+        reduced.variables.add("z" + std::to_string(t), Sort::Int, {});
+    std::vector<std::size_t> column_of(static_cast<std::size_t>(n) + 1, var_of.size());
+    for (std::size_t c = 0; c < var_of.size(); ++c)
+        column_of[static_cast<std::size_t>(var_of[c])] = c;
+    std::vector<char> dropped(entered_, 0);
+    for (std::size_t a : eq_atoms)
+        dropped[a] = 1;
+    LinearExpr e;
+    for (std::size_t i = 0; i < entered_; ++i) {
+        if (dropped[i]) continue;
+        const Atom& atom = problem_.atoms[i];
+        Atom copy = atom;
+        for (std::uint32_t k = 0; k < atom.terms; ++k) {
+            e.clear();
+            for (const Entry& x : problem_.term(atom.first_term + k)) {
+                std::size_t c = x.var == 0 ? var_of.size() : column_of[x.var];
+                if (c == var_of.size()) {
+                    e.add_entry(x.var, x.coeff);
+                    continue;
+                }
+                e.add_entry(0, x.coeff * lattice.particular[c]);
+                for (std::size_t t = 0; t < lattice.kernel.size(); ++t)
+                    if (!lattice.kernel[t][c].is_zero())
+                        e.add_entry(first_z + static_cast<int>(t), x.coeff * lattice.kernel[t][c]);
+            }
+            std::uint32_t term = reduced.add_term(e);
+            if (k == 0) copy.first_term = term;
+        }
+        reduced.atoms.push_back(copy);
+    }
+    // The SAT search over branch atoms, nearer integer first, finds points in these dense
+    // problems where depth-first branch and bound dives without end.
+    Decision d = BooleanDecider(reduced, options_, false).check();
+    if (d.result != Result::Sat) return false;
+    for (std::size_t c = 0; c < var_of.size(); ++c) {
+        QNumber x = lattice.particular[c];
+        for (std::size_t t = 0; t < lattice.kernel.size(); ++t)
+            x += lattice.kernel[t][c] * d.model[static_cast<std::size_t>(first_z) + t];
+        d.model[static_cast<std::size_t>(var_of[c])] = x;
+    }
+    d.model.resize(static_cast<std::size_t>(n) + 1);
+    if (!check_model(problem_, d.model).empty()) return false;
+    model = std::move(d.model);
     return true;
 }
 
