@@ -68,11 +68,14 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
         atom_of_.resize(var + 1, -1);
         value_.resize(var + 1, 0);
         implied_by_.resize(var + 1);
+        row_reason_of_.resize(var + 1, -1);
+        implied_now_.resize(var + 1, 0);
     }
     atom_of_[var] = static_cast<int>(atom_data_.size());
     if (atoms_on_.size() <= static_cast<std::size_t>(t.var)) atoms_on_.resize(t.var + 1);
     atoms_on_[t.var].push_back(static_cast<std::uint32_t>(atom_data_.size()));
     atom_data_.push_back(std::move(a));
+    index_slack(t.var);
 }
 
 void ArithTheory::retire(sat::Var var) {
@@ -88,6 +91,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
 void ArithTheory::new_level() {
     simplex_.push();
     level_start_.push_back(assigned_.size());
+    row_reasons_at_level_.push_back(row_reasons_.size());
 }
 
 void ArithTheory::backtrack(int level) {
@@ -99,6 +103,8 @@ void ArithTheory::backtrack(int level) {
         value_[assigned_[i].var()] = 0;
     assigned_.resize(keep);
     level_start_.resize(target);
+    row_reasons_.resize(row_reasons_at_level_[target]);
+    row_reasons_at_level_.resize(target);
     propagated_ = std::min(propagated_, keep);
     conflict_ = false;
 }
@@ -139,15 +145,34 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
             for (int side = 0; side < 2; ++side) {
                 if (!implies(b.upper, b.value, o.reading[side].upper, o.reading[side].value))
                     continue;
+                if (implied_now_[ov]) break;
                 implied_by_[ov] = lit;
+                row_reason_of_[ov] = -1;
+                implied_now_[ov] = 1;
                 implied.push_back(sat::Lit(ov, side == 1));
                 break;
             }
         }
+        propagate_rows(a.term.var, implied);
     }
+    for (sat::Lit l : implied)
+        implied_now_[l.var()] = 0;
 }
 
 void ArithTheory::explain(sat::Lit lit, std::vector<sat::Lit>& clause) {
+    if (std::int32_t r = row_reason_of_[lit.var()]; r >= 0) {
+        const RowReason& reason = row_reasons_[static_cast<std::size_t>(r)];
+        clause.assign(1, lit);
+        for (sat::Lit l : reason.lits)
+            clause.push_back(~l);
+        if (record_) {
+            std::vector<QNumber> multipliers{atom_data_[atom_of_[lit.var()]].unit};
+            multipliers.insert(multipliers.end(), reason.multipliers.begin(),
+                               reason.multipliers.end());
+            log_lemma(clause, multipliers);
+        }
+        return;
+    }
     sat::Lit by = implied_by_[lit.var()];
     clause.assign({lit, ~by});
     if (record_)

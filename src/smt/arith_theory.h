@@ -9,7 +9,11 @@
 // Checks. Every propagation fixpoint runs the simplex (it is incremental: a few pivots after a
 // few new bounds); a conflict's Farkas explanation is the lemma ∨ ¬l over its literals l.
 // Propagation: a literal's bound implies or refutes the other atoms on the same simplex
-// variable (x ≤ 3 makes x ≤ 5 true and x > 4 false), explained by the two-literal lemma.
+// variable (x ≤ 3 makes x ≤ 5 true and x > 4 false), explained by the two-literal lemma; and
+// through the definition of each slack s = Σ aⱼ·xⱼ it occurs in: once every xⱼ is bounded on
+// the side that bounds s, the atoms on s that bound follows from are implied, explained by
+// the bounds' literals with the multipliers |aⱼ| (a Farkas lemma, kept at propagation time
+// since later, tighter bounds must not explain an earlier implication).
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
@@ -70,6 +74,12 @@ class ArithTheory : public LinearTheory {
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
     void take_model();
+    // row_propagation.cpp
+    void index_slack(int slack);
+    void propagate_rows(int var, std::vector<sat::Lit>& implied);
+    // The bound on `slack` that its term's current bounds give on one side; false when some
+    // entry lacks the bound it needs. Fills row_lits_ and row_multipliers_.
+    bool implied_bound(int slack, bool upper, lra::DeltaRational& bound);
 
     const Problem& problem_;
     sat::Solver& sat_;
@@ -90,6 +100,21 @@ class ArithTheory : public LinearTheory {
     bool conflict_ = false;             // a bound contradicted the simplex's bounds
     std::vector<sat::Lit> pending_;     // that conflict's clause
     std::vector<QNumber> pending_multipliers_;
+
+    // Row propagation: by structural variable, the slacks with atoms whose terms hold it; by
+    // SAT variable, the index of its explanation in row_reasons_ (−1: none).
+    struct RowReason {
+        std::vector<sat::Lit> lits;  // the bounds' literals, true when it was made
+        std::vector<QNumber> multipliers;
+    };
+    std::vector<std::vector<int>> slacks_of_;
+    std::vector<char> slack_indexed_;
+    std::vector<std::int32_t> row_reason_of_;
+    std::vector<RowReason> row_reasons_;
+    std::vector<std::size_t> row_reasons_at_level_;
+    std::vector<char> implied_now_;  // by SAT variable: implied in this propagate() call
+    std::vector<sat::Lit> row_lits_;
+    std::vector<QNumber> row_multipliers_;
 
     std::uint64_t limit_ = 0;      // branches per check, 0: no limit
     std::uint64_t used_ = 0;       // branches in this check
