@@ -132,6 +132,11 @@ const ScriptCase kScripts[] = {
     {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
 (assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
      "sat\n((n 2))\nunsat\n"},
+    {"integer equalities off their lattice, beside Boolean structure",
+     R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
+(declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))
+(check-sat)(assert (= (+ x (* 2 y)) 0))(check-sat)(get-unsat-core)(check-sat-assuming (b)))",
+     "sat\nunsat\n(\n)\nunsat\n"},
 };
 
 }  // namespace

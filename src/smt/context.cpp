@@ -9,6 +9,7 @@
 #include "boolean_decider.h"
 #include "decider.h"
 #include "difference_theory.h"
+#include "integer_system.h"
 
 namespace vorn::smt {
 
@@ -106,7 +107,8 @@ struct Context::State {
     std::vector<Level> levels;
     bool difference = true;  // every term so far a difference, over one sort
     bool uses_difference = false;
-    bool lost_boolean = false;  // the dropped engine was a BooleanDecider
+    bool lost_boolean = false;      // the dropped engine was a BooleanDecider
+    bool lattice_answered = false;  // the last check: refuted by the integer equalities
     std::optional<Sort> sort;
     std::size_t seen_atoms = 0;
     std::uint32_t seen_props = 0;
@@ -191,6 +193,19 @@ Decision Context::State::check(std::span<const Literal> assumptions) {
     bool has_structure = !problem.boolean.empty() || !assumptions.empty();
     if ((!boolean && has_structure) || (boolean && uses_difference && !difference))
         to_boolean(difference);
+    lattice_answered = false;
+    if (boolean) {
+        // The asserted atoms hold in every model, Boolean structure or not: equalities among
+        // them off their integer lattice refute the problem before any search.
+        IntegerSystem sys = solve_integer_equalities(problem, problem.atoms.size());
+        if (sys.refuted()) {
+            lattice_answered = true;
+            Decision d;
+            d.result = lra::Result::Unsat;
+            d.proof.push_back(sys.lattice_leaf());
+            return d;
+        }
+    }
     Decision d = boolean ? boolean->check(assumptions) : decider->check();
     stats += d.stats;
     // Branch and bound on its own gives up on unbounded integer problems; the SAT search over
@@ -206,7 +221,8 @@ Decision Context::State::check(std::span<const Literal> assumptions) {
 }
 
 std::vector<Literal> Context::failed_assumptions() const {
-    return state_->boolean ? state_->boolean->failed() : std::vector<Literal>{};
+    const State& s = *state_;
+    return s.boolean && !s.lattice_answered ? s.boolean->failed() : std::vector<Literal>{};
 }
 
 void Context::set_options(const DecideOptions& options) {

@@ -6,57 +6,69 @@
 
 #include "boolean_decider.h"
 #include "decider.h"
+#include "integer_system.h"
 #include "vorn/lra/lattice.h"
 #include "vorn/smt/model_check.h"
 
 namespace vorn::smt {
 
-bool Decider::lattice_decides(Result& result) {
-    std::vector<std::size_t> atoms;
-    std::vector<std::vector<QNumber>> rows;
+IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms) {
+    IntegerSystem sys;
     std::vector<QNumber> rhs;
     std::unordered_map<int, std::size_t> column;
-    std::vector<int> var_of;
-    for (std::size_t i = 0; i < entered_; ++i) {
-        const Atom& atom = problem_.atoms[i];
+    for (std::size_t i = 0; i < atoms; ++i) {
+        const Atom& atom = problem.atoms[i];
         if (atom.relation != Relation::Eq) continue;
-        auto term = problem_.term(atom.first_term);
+        auto term = problem.term(atom.first_term);
         bool integral = true, any = false;
-        for (const Entry& e : term)
+        for (const LinearExpr::Entry& e : term)
             if (e.var != 0) {
-                integral = integral && problem_.variables.sort(e.var) == Sort::Int;
+                integral = integral && problem.variables.sort(e.var) == Sort::Int;
                 any = true;
             }
         if (!integral || !any) continue;
-        atoms.push_back(i);
+        sys.atoms.push_back(i);
         rhs.push_back(!term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber());
-        for (const Entry& e : term)
-            if (e.var != 0 && column.emplace(e.var, var_of.size()).second) var_of.push_back(e.var);
+        for (const LinearExpr::Entry& e : term)
+            if (e.var != 0 && column.emplace(e.var, sys.var_of.size()).second)
+                sys.var_of.push_back(e.var);
     }
     // Dense elimination: worth it for the systems branch and bound cannot close, which are small;
     // a large system is left to the search.
     constexpr std::size_t kMaxEntries = 20000;
-    if (atoms.empty() || atoms.size() * var_of.size() > kMaxEntries) return false;
-    rows.assign(atoms.size(), std::vector<QNumber>(var_of.size()));
-    for (std::size_t r = 0; r < atoms.size(); ++r)
-        for (const Entry& e : problem_.term(problem_.atoms[atoms[r]].first_term))
+    if (sys.atoms.empty() || sys.atoms.size() * sys.var_of.size() > kMaxEntries) return sys;
+    std::vector<std::vector<QNumber>> rows(sys.atoms.size(),
+                                           std::vector<QNumber>(sys.var_of.size()));
+    for (std::size_t r = 0; r < sys.atoms.size(); ++r)
+        for (const LinearExpr::Entry& e : problem.term(problem.atoms[sys.atoms[r]].first_term))
             if (e.var != 0) rows[r][column[e.var]] = e.coeff;
-    lra::LatticeAnswer answer = lra::solve_over_integers(rows, rhs, var_of.size());
-    switch (answer.kind) {
-        case lra::LatticeAnswer::Kind::NoIntegerSolution: {
-            proof_.assign(1, ProofStep{});
-            proof_[0].kind = ProofStep::Kind::Lattice;
-            for (std::size_t r = 0; r < atoms.size(); ++r)
-                if (!answer.multipliers[r].is_zero())
-                    proof_[0].farkas.push_back({false, atoms[r], false, answer.multipliers[r]});
-            result = Result::Unsat;
-            return true;
-        }
-        case lra::LatticeAnswer::Kind::NoRationalSolution:
-            return false;  // the simplex refutes it with its usual proof
-        case lra::LatticeAnswer::Kind::Solutions:
-            break;
+    sys.answer = lra::solve_over_integers(rows, rhs, sys.var_of.size());
+    sys.solved = true;
+    return sys;
+}
+
+ProofStep IntegerSystem::lattice_leaf() const {
+    ProofStep leaf;
+    leaf.kind = ProofStep::Kind::Lattice;
+    for (std::size_t r = 0; r < atoms.size(); ++r)
+        if (!answer.multipliers[r].is_zero())
+            leaf.farkas.push_back({false, atoms[r], false, answer.multipliers[r]});
+    return leaf;
+}
+
+bool Decider::lattice_decides(Result& result) {
+    IntegerSystem sys = solve_integer_equalities(problem_, entered_);
+    if (!sys.solved) return false;
+    if (sys.refuted()) {
+        proof_.assign(1, sys.lattice_leaf());
+        result = Result::Unsat;
+        return true;
     }
+    // No rational solution: the simplex refutes it with its usual proof.
+    if (sys.answer.kind != lra::LatticeAnswer::Kind::Solutions) return false;
+    const std::vector<int>& var_of = sys.var_of;
+    const lra::LatticeAnswer& answer = sys.answer;
+    const std::vector<std::size_t>& atoms = sys.atoms;
     std::vector<QNumber> model(static_cast<std::size_t>(problem_.variables.size()) + 1);
     for (std::size_t c = 0; c < var_of.size(); ++c)
         model[static_cast<std::size_t>(var_of[c])] = answer.particular[c];
