@@ -201,6 +201,37 @@ TEST(CliCheck, NetlibFeasibleAndBoundedAroundTheOptimum) {
     }
 }
 
+// The exact optimum of LP files: Netlib's afiro and sc50b, and small problems in each direction
+// and outcome; every answer verified, every certificate also by check_certificate.py.
+TEST(CliOptimize, ExactOptimaAndOutcomes) {
+    const std::string netlib = VORN_DATA_DIR "/netlib/";
+    auto lp = [](const char* name, const char* text) { return vorn::test::temp_file(name, text); };
+    const std::pair<std::string, const char*> cases[] = {
+        {netlib + "netlib-afiro.mps.bz2",
+         "optimal\nobjective -406659/875\nobjective ≈ -464.75314285714285\n"},
+        {netlib + "netlib-sc50b.mps.bz2", "optimal\nobjective -70\nobjective ≈ -70\n"},
+        {lp("max.lp",
+            "maximize\n obj: x + 2 y\nsubject to\n c: x + y <= 4\n d: x - y >= -3\n"
+            "bounds\n x <= 3\nend\n"),
+         "optimal\nobjective 15/2\nobjective ≈ 7.5\n"},
+        {lp("none.lp", "minimize\n obj: x\nsubject to\n c: x + y <= -1\nend\n"), "infeasible\n"},
+        {lp("down.lp", "minimize\n obj: x - y\nsubject to\n c: x - 2 y <= 4\nend\n"),
+         "unbounded\n"},
+    };
+    for (const auto& [file, expected] : cases) {
+        auto run = run_tool("optimize --verify " + file);
+        EXPECT_EQ(run.out, expected) << file << run.err;
+        auto certified = run_tool("optimize --certificate " + file);
+        if (certified.out.find("(certificate") == std::string::npos) continue;
+        auto path = vorn::test::temp_file("optimum.out", certified.out);
+        EXPECT_EQ(std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
+                               " >/dev/null")
+                                  .c_str()),
+                  0)
+            << file;
+    }
+}
+
 TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
     auto checks = [](const std::string& out) {
         auto path = vorn::test::temp_file("core.out", out);

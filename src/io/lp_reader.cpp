@@ -176,6 +176,8 @@ class LpReader {
     bool section_at_line_start() {
         std::optional<Keyword> k = keyword(0);
         if (!k) return false;
+        if (k->section == Section::Objective)
+            program_.set_maximize(lower(peek().text).starts_with("max"));
         next_ += k->words;
         section_ = k->section;
         objective_seen_ = false;

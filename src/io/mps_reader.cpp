@@ -166,7 +166,8 @@ class MpsReader {
                 if (f[0].text != "MAX" && f[0].text != "MIN" && f[0].text != "MAXIMIZE" &&
                     f[0].text != "MINIMIZE")
                     throw ParseError(f[0].pos, "expected MIN or MAX, not " + quoted(f[0].text));
-                return;  // feasibility does not depend on the direction
+                program_.set_maximize(f[0].text.starts_with("MAX"));
+                return;
             case Section::ObjName:
                 objective_name_ = f[0].text;
                 return;

@@ -12,6 +12,7 @@
 
 #include "cli/check.h"
 #include "cli/limits.h"
+#include "cli/optimize.h"
 #include "cli/output.h"
 #include "cli/replay.h"
 #include "cli/solve.h"
@@ -89,6 +90,7 @@ struct Arguments {
     bool triangular = false, stats = false, dump = false;
     std::optional<std::string> objective_bound;
     io::CheckOptions check;
+    bool maximize = false;
     double time_limit = 0;          // seconds, 0: none
     std::int64_t memory_limit = 0;  // MB, 0: none
 };
@@ -159,6 +161,34 @@ int run_check(const Arguments& args) {
     // Reading is the file and everything the commands do besides deciding: parsing, building
     // terms and atoms, printing.
     read_ms += smt::ms_since(checking) - stats.solve_seconds * 1000;
+    if (args.stats) std::cerr << check_stats(read_ms, stats);
+    return kAnswered;
+}
+
+int run_optimize(const Arguments& args) {
+    answer_unknown_when_out_of_memory();
+    catch_interrupts();
+    if (args.memory_limit > 0) limit_memory(args.memory_limit);
+    auto start = smt::Clock::now();
+    io::SourceText source = io::SourceText::read(args.file);
+    double read_ms = smt::ms_since(start);
+    OptimizeRequest request{forced_format(args), args.maximize, args.check};
+    request.options.decide.stop = &tool_stop();
+    request.options.decide.time_limit =
+        std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(args.time_limit * 1000)));
+    tool_stop().start(request.options.decide.time_limit);
+    io::CheckStats stats;
+    auto solving = smt::Clock::now();
+    std::string reason, note;
+    try {
+        reason = run_optimize(source, request, std::cout, stats, note);
+    } catch (const io::Interrupted&) {
+    }
+    std::cout.flush();
+    if (int signal = caught_signal(); signal != 0) return 128 + signal;
+    if (!note.empty()) std::cerr << "vorn: " << note << "\n";
+    if (!reason.empty()) std::cerr << "vorn: unknown: " << io::escaped(reason) << "\n";
+    read_ms += smt::ms_since(solving) - stats.solve_seconds * 1000;
     if (args.stats) std::cerr << check_stats(read_ms, stats);
     return kAnswered;
 }
@@ -244,6 +274,27 @@ int run(int argc, char** argv) {
                      "unknown, reason \"conflict limit\" (deterministic, unlike the time)")
         ->check(CLI::Range(std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()));
 
+    auto* optimize_cmd = app.add_subcommand(
+        "optimize", "The exact optimum of the objective of an LP file (.lin, MPS, CPLEX LP)");
+    add_input(optimize_cmd, "a .lin, .mps or .lp file (also .gz, .bz2), or - for standard input");
+    optimize_cmd->add_flag("--maximize", args.maximize,
+                           "maximize the objective (MPS OBJSENSE and LP files say so themselves)");
+    optimize_cmd->add_flag("--model", args.check.model, "print an optimal model");
+    optimize_cmd->add_flag("--certificate", args.check.certificate,
+                           "print the proof that no better value (or no point at all) exists");
+    optimize_cmd->add_flag("--verify", args.check.verify,
+                           "re-check the model, the optimum and the proof exactly before printing; "
+                           "a failure is an internal error (exit 3)");
+    optimize_cmd->add_flag("--stats", args.stats, "print simplex statistics and times to stderr");
+    optimize_cmd
+        ->add_option("--time-limit", args.time_limit,
+                     "seconds (decimals allowed) before answering unknown, reason timeout")
+        ->check(CLI::Range(0.001, 1e9));
+    optimize_cmd
+        ->add_option("--memory-limit", args.memory_limit,
+                     "megabytes the whole process may hold, as for check")
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 30));
+
     auto* replay_cmd = app.add_subcommand("replay", "Run a script of tableau operations");
     replay_cmd->add_option("TRACE", args.file, "the script, or - for standard input")->required();
 
@@ -258,6 +309,7 @@ int run(int argc, char** argv) {
         if (*solve_cmd) return run_solve(args);
         if (*tableau_cmd) return run_tableau(args);
         if (*check_cmd) return run_check(args);
+        if (*optimize_cmd) return run_optimize(args);
         return run_replay(args);
     } catch (const io::ParseError& e) {
         std::cerr << io::format_error(shown, e) << "\n";
@@ -270,7 +322,7 @@ int run(int argc, char** argv) {
         std::cerr << "vorn: internal error: verification failed: " << io::escaped(e.what()) << "\n";
         return kInternalError;
     } catch (const std::bad_alloc&) {
-        if (!*check_cmd) throw;
+        if (!*check_cmd && !*optimize_cmd) throw;
         // Past the backstop of --memory-limit, or the machine's memory.
         answer_out_of_memory();
         std::cerr << "vorn: out of memory\n";

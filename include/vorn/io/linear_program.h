@@ -43,6 +43,7 @@ class LinearProgram {
     void set_objective(const smt::LinearExpr& expr) {
         problem_.objective = problem_.add_term(expr);
     }
+    void set_maximize(bool maximize) { problem_.maximize = maximize; }
 
     // The rows' atoms in the order they were added, then the columns' bounds.
     smt::Problem finish();

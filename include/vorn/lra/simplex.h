@@ -108,6 +108,16 @@ struct SimplexOptions {
     util::Stop* stop = nullptr;
 };
 
+// The end of Simplex::minimize.
+struct Optimum {
+    enum class Kind { Optimal, Unbounded, Stopped } kind = Kind::Optimal;
+    DeltaRational value;  // Optimal: the least value (a δ part: an infimum not attained)
+    // Unbounded: moving this non-basic variable up (or down) improves the objective without
+    // limit, every basic variable following its row.
+    int ray_variable = 0;
+    bool ray_up = false;
+};
+
 class Simplex {
   public:
     explicit Simplex(SimplexOptions options = {});
@@ -179,6 +189,12 @@ class Simplex {
     Result check();
     // After Unsat (or a false assert): the bounds of the conflict, with Farkas multipliers.
     const std::vector<Explanation>& conflict() const { return conflict_; }
+    // After a Sat check(): pivots to a vertex where `var` (structural or slack) is least (or
+    // greatest), by
+    // primal simplex steps under Bland's rule; the bounds stay satisfied throughout, and value()
+    // reads the optimal vertex afterwards. Unbounded: the direction in which it decreases
+    // forever. Stopped: SimplexOptions::stop was requested (the assignment is feasible still).
+    Optimum minimize(int var, bool maximize = false);
     // After Sat: an exact model value for any variable (structural, slack or eliminated), with δ
     // replaced by a positive rational small enough that every strict bound holds. The first
     // call after a check is linear in the number of variables and eliminations; later ones O(1).

@@ -48,6 +48,7 @@ class Problem {
     BooleanStructure boolean;
     // The term of an objective the input states (LP formats); feasibility ignores it.
     std::optional<std::uint32_t> objective;
+    bool maximize = false;  // the direction the input states for it
 
     // Appends the term held by `expr` (normalized on the way) and returns its index.
     std::uint32_t add_term(const LinearExpr& expr);

@@ -1,0 +1,252 @@
+#include "vorn/smt/optimize.h"
+
+#include <new>
+#include <optional>
+
+#include "vorn/lra/simplex.h"
+#include "vorn/smt/certificate.h"
+#include "vorn/smt/model_check.h"
+#include "vorn/smt/problem_text.h"
+
+namespace vorn::smt {
+
+namespace {
+
+using Entry = LinearExpr::Entry;
+
+QNumber evaluate(std::span<const Entry> term, const std::vector<QNumber>& point, bool constant) {
+    QNumber sum;
+    for (const Entry& e : term)
+        if (e.var == 0) {
+            if (constant) sum += e.coeff;
+        } else {
+            sum.add_product(e.coeff, point[static_cast<std::size_t>(e.var)]);
+        }
+    return sum;
+}
+
+// The problem's atoms over Real copies of its variables (same numbers), so that proofs and
+// models of the relaxation read as those of the problem.
+void copy_relaxed(const Problem& from, Problem& to) {
+    std::string name;
+    for (int v = 1; v <= from.variables.size(); ++v) {
+        name.clear();
+        append_name(name, from.variables, v);
+        to.variables.add(name, Sort::Real, {});
+    }
+    LinearExpr e;
+    for (const Atom& a : from.atoms) {
+        Atom copy = a;
+        for (std::uint32_t t = 0; t < a.terms; ++t) {
+            e.clear();
+            for (const Entry& x : from.term(a.first_term + t))
+                e.add_entry(x.var, x.coeff);
+            std::uint32_t index = to.add_term(e);
+            if (t == 0) copy.first_term = index;
+        }
+        to.atoms.push_back(copy);
+    }
+}
+
+class Optimizer {
+  public:
+    Optimizer(const Problem& p, std::uint32_t objective, bool maximize, const DecideOptions& o)
+        : p_(p), objective_(objective), maximize_(maximize), options_(o) {}
+
+    Optimization run();
+
+  private:
+    int simplex_var(int v) {
+        if (var_of_[v] == 0) var_of_[v] = simplex_.new_variable();
+        return var_of_[v];
+    }
+    lra::TermVar term_var(std::span<const Entry> term) {
+        lra::TermEntries entries;
+        for (const Entry& e : term)
+            if (e.var != 0) entries.push_back({simplex_var(e.var), e.coeff});
+        return simplex_.term_variable(entries);
+    }
+    void read_model(Optimization& out);
+
+    const Problem& p_;
+    std::uint32_t objective_;
+    bool maximize_;
+    DecideOptions options_;
+    lra::Simplex simplex_{lra::SimplexOptions{16, 0, false, nullptr}};
+    std::vector<int> var_of_;
+};
+
+void Optimizer::read_model(Optimization& out) {
+    out.model.assign(static_cast<std::size_t>(p_.variables.size()) + 1, QNumber());
+    for (std::size_t v = 1; v < var_of_.size(); ++v)
+        if (var_of_[v] != 0) out.model[v] = simplex_.value(var_of_[v]);
+}
+
+Optimization Optimizer::run() {
+    Optimization out;
+    copy_relaxed(p_, out.bounded);
+    for (int v = 1; v <= p_.variables.size(); ++v)
+        out.relaxed = out.relaxed || p_.variables.sort(v) == Sort::Int;
+    for (const Atom& a : p_.atoms)
+        if (a.relation == Relation::Ne || a.relation == Relation::Distinct) {
+            out.reason_unknown = "disequalities in an optimization problem";
+            return out;
+        }
+    if (!p_.boolean.empty()) {
+        out.reason_unknown = "Boolean structure in an optimization problem";
+        return out;
+    }
+    Decision feasible = decide(out.bounded, options_);
+    out.stats = feasible.stats;
+    if (feasible.result == lra::Result::Unsat) {
+        out.kind = Optimization::Kind::Infeasible;
+        out.proof = std::move(feasible.proof);
+        return out;
+    }
+    if (feasible.result != lra::Result::Sat) {
+        out.reason_unknown = feasible.reason_unknown;
+        return out;
+    }
+    simplex_.set_stop(options_.stop);
+    var_of_.assign(static_cast<std::size_t>(p_.variables.size()) + 1, 0);
+    for (std::size_t i = 0; i < p_.atoms.size(); ++i) {
+        const Atom& a = p_.atoms[i];
+        auto term = p_.term(a.first_term);
+        QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
+        bool any = false;
+        for (const Entry& e : term)
+            any = any || e.var != 0;
+        if (!any) continue;  // a constant atom: true, or decide() had refuted it
+        simplex_.assert_term(term_var(term), a.relation, c, static_cast<lra::Reason>(i));
+    }
+    auto objective = p_.term(objective_);
+    lra::TermEntries entries;
+    for (const Entry& e : objective)
+        if (e.var != 0) entries.push_back({simplex_var(e.var), e.coeff});
+    // The objective's row exists before the first check, which a new row would undo.
+    std::optional<lra::TermVar> t;
+    if (!entries.empty()) t = simplex_.term_variable(entries);
+    if (simplex_.check() != lra::Result::Sat) {
+        out.reason_unknown = "the optimizing simplex disagrees on feasibility";
+        return out;
+    }
+    QNumber constant = !objective.empty() && objective[0].var == 0 ? objective[0].coeff : QNumber();
+    if (entries.empty()) {  // a constant objective: every model is optimal
+        out.kind = Optimization::Kind::Optimal;
+        out.optimum = constant;
+        read_model(out);
+        return out;
+    }
+    // objective = scale·var + constant: minimizing it minimizes var when the scale is positive.
+    bool least = maximize_ == (t->scale.sign() < 0);
+    lra::Optimum best = simplex_.minimize(t->var, !least);
+    if (best.kind == lra::Optimum::Kind::Stopped) {
+        out.reason_unknown = util::to_string(options_.stop->reason());
+        return out;
+    }
+    if (simplex_.check() != lra::Result::Sat) {
+        out.reason_unknown = "the optimal vertex does not check";
+        return out;
+    }
+    read_model(out);
+    if (best.kind == lra::Optimum::Kind::Unbounded) {
+        out.kind = Optimization::Kind::Unbounded;
+        out.ray.assign(out.model.size(), QNumber());
+        int j = best.ray_variable;
+        QNumber step(best.ray_up ? 1 : -1);
+        // The entering variable moves by ±1, every basic one by its row's coefficient.
+        std::vector<QNumber> by_simplex_var(static_cast<std::size_t>(simplex_.num_variables()) + 1);
+        by_simplex_var[static_cast<std::size_t>(j)] = step;
+        for (const auto& [basic, row] : simplex_.tableau().rows())
+            for (const auto& e : row->coeffs_)
+                if (e.var == j && basic != j) by_simplex_var[basic] = e.coeff * step;
+        for (std::size_t v = 1; v < var_of_.size(); ++v)
+            if (var_of_[v] != 0) out.ray[v] = by_simplex_var[static_cast<std::size_t>(var_of_[v])];
+        return out;
+    }
+    if (!best.value.delta().is_zero()) {
+        out.reason_unknown = "the optimum is approached but not attained (strict bounds)";
+        return out;
+    }
+    out.kind = Optimization::Kind::Optimal;
+    out.optimum = evaluate(objective, out.model, true);
+    // The dual side: nothing better exists, refuted by the ordinary decision procedure.
+    LinearExpr e;
+    for (const Entry& x : objective)
+        e.add_entry(x.var, x.coeff);
+    e.add_entry(0, -out.optimum);
+    out.bounded.atoms.push_back(
+        {maximize_ ? Relation::Gt : Relation::Lt, out.bounded.add_term(e), 1, {}});
+    Decision better = decide(out.bounded, options_);
+    out.stats += better.stats;
+    if (better.result != lra::Result::Unsat) {
+        out.kind = Optimization::Kind::Unknown;
+        out.reason_unknown = "no proof that the optimum cannot be improved";
+        return out;
+    }
+    out.proof = std::move(better.proof);
+    return out;
+}
+
+}  // namespace
+
+Optimization optimize(const Problem& problem, std::uint32_t objective, bool maximize,
+                      const DecideOptions& options) {
+    return Optimizer(problem, objective, maximize, options).run();
+}
+
+namespace {
+
+// The model against the problem's atoms as relaxed in `answer.bounded` (its extra bound on the
+// objective left out).
+std::string check_relaxed_model(const Problem& problem, const Optimization& answer) {
+    if (answer.model.size() != static_cast<std::size_t>(problem.variables.size()) + 1)
+        return "a model of the wrong size";
+    for (std::size_t i = 0; i < problem.atoms.size(); ++i)
+        if (!atom_holds(answer.bounded, answer.bounded.atoms[i], answer.model))
+            return "the model violates atom " + std::to_string(i);
+    return {};
+}
+
+}  // namespace
+
+std::string check_optimization(const Problem& problem, std::uint32_t objective, bool maximize,
+                               const Optimization& answer) {
+    auto term = problem.term(objective);
+    switch (answer.kind) {
+        case Optimization::Kind::Infeasible:
+            return check_proof(problem, answer.proof);
+        case Optimization::Kind::Optimal: {
+            if (std::string bad = check_relaxed_model(problem, answer); !bad.empty()) return bad;
+            if (evaluate(term, answer.model, true) != answer.optimum)
+                return "the model does not attain the optimum";
+            bool constant = true;
+            for (const Entry& e : term)
+                constant = constant && e.var == 0;
+            if (constant) return {};  // nothing can be better than the one value
+            if (answer.bounded.atoms.size() != problem.atoms.size() + 1)
+                return "no bound on the objective to refute";
+            return check_proof(answer.bounded, answer.proof);
+        }
+        case Optimization::Kind::Unbounded: {
+            if (std::string bad = check_relaxed_model(problem, answer); !bad.empty()) return bad;
+            for (const Atom& a : problem.atoms) {
+                QNumber d = evaluate(problem.term(a.first_term), answer.ray, false);
+                bool keeps = a.relation == Relation::Eq   ? d.is_zero()
+                             : a.relation == Relation::Le ? d.sign() <= 0
+                             : a.relation == Relation::Lt ? d.sign() <= 0
+                                                          : d.sign() >= 0;
+                if (!keeps) return "the ray leaves an atom";
+            }
+            QNumber gain = evaluate(term, answer.ray, false);
+            if (maximize ? gain.sign() <= 0 : gain.sign() >= 0)
+                return "the ray does not improve the objective";
+            return {};
+        }
+        case Optimization::Kind::Unknown:
+            return {};
+    }
+    return {};
+}
+
+}  // namespace vorn::smt

@@ -1,0 +1,161 @@
+// Exact optimization against enumeration of vertices: small random LPs in a box (so that a
+// feasible one has an optimal vertex), every answer's certificate checked by the library's
+// checker, the optimum equal to the best feasible vertex. Unbounded problems must come with a
+// ray that the checker accepts.
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <random>
+
+#include "vorn/smt/optimize.h"
+
+using vorn::QNumber;
+using vorn::smt::Optimization;
+using vorn::smt::Problem;
+using vorn::smt::Relation;
+
+namespace {
+
+struct Row {
+    std::vector<int> a;
+    Relation rel;  // Le, Ge or Eq
+    int b;
+};
+
+// Solves the rows taken as equalities; nothing when they are not independent.
+std::optional<std::vector<QNumber>> solve(std::vector<std::vector<QNumber>> m, int n) {
+    for (int c = 0; c < n; ++c) {
+        int p = c;
+        while (p < n && m[p][c].is_zero())
+            ++p;
+        if (p == n) return std::nullopt;
+        std::swap(m[p], m[c]);
+        for (int r = 0; r < n; ++r) {
+            if (r == c || m[r][c].is_zero()) continue;
+            QNumber f = m[r][c] / m[c][c];
+            for (int k = c; k <= n; ++k)
+                m[r][k] -= f * m[c][k];
+        }
+    }
+    std::vector<QNumber> x(n);
+    for (int c = 0; c < n; ++c)
+        x[c] = m[c][n] / m[c][c];
+    return x;
+}
+
+bool holds(const Row& row, const std::vector<QNumber>& x) {
+    QNumber s;
+    for (std::size_t j = 0; j < x.size(); ++j)
+        s += QNumber(row.a[j]) * x[j];
+    QNumber b(row.b);
+    return row.rel == Relation::Le ? s <= b : row.rel == Relation::Ge ? b <= s : s == b;
+}
+
+// The least objective over the vertices: every choice of n rows tight.
+std::optional<QNumber> best_vertex(const std::vector<Row>& rows, const std::vector<int>& c, int n,
+                                   bool maximize) {
+    std::optional<QNumber> best;
+    std::vector<int> pick(n);
+    for (int k = 0; k < n; ++k)
+        pick[k] = k;
+    const int m = static_cast<int>(rows.size());
+    for (;;) {
+        std::vector<std::vector<QNumber>> sys(n, std::vector<QNumber>(n + 1));
+        for (int r = 0; r < n; ++r) {
+            for (int j = 0; j < n; ++j)
+                sys[r][j] = QNumber(rows[pick[r]].a[j]);
+            sys[r][n] = QNumber(rows[pick[r]].b);
+        }
+        if (auto x = solve(sys, n)) {
+            bool feasible = true;
+            for (const Row& row : rows)
+                feasible = feasible && holds(row, *x);
+            if (feasible) {
+                QNumber v;
+                for (int j = 0; j < n; ++j)
+                    v += QNumber(c[j]) * (*x)[j];
+                if (!best || (maximize ? *best < v : v < *best)) best = v;
+            }
+        }
+        int k = n - 1;
+        while (k >= 0 && pick[k] == m - n + k)
+            --k;
+        if (k < 0) return best;
+        ++pick[k];
+        for (int t = k + 1; t < n; ++t)
+            pick[t] = pick[t - 1] + 1;
+    }
+}
+
+Problem problem_of(const std::vector<Row>& rows, const std::vector<int>& c, int n,
+                   std::uint32_t& objective) {
+    Problem p(vorn::smt::NameSyntax::SmtLib);
+    for (int j = 0; j < n; ++j)
+        p.variables.add("x" + std::to_string(j), vorn::smt::Sort::Real, {});
+    vorn::smt::LinearExpr e;
+    for (const Row& row : rows) {
+        e.clear();
+        for (int j = 0; j < n; ++j)
+            e.add_entry(j + 1, QNumber(row.a[j]));
+        e.add_entry(0, QNumber(-row.b));
+        p.atoms.push_back({row.rel, p.add_term(e), 1, {}});
+    }
+    e.clear();
+    for (int j = 0; j < n; ++j)
+        e.add_entry(j + 1, QNumber(c[j]));
+    e.add_entry(0, QNumber(3));
+    objective = p.add_term(e);
+    return p;
+}
+
+}  // namespace
+
+TEST(Optimize, MatchesTheBestVertexWithCheckedCertificates) {
+    const unsigned base_seed = 9300;
+    int kinds[4] = {0, 0, 0, 0};
+    for (unsigned seed = base_seed; seed < base_seed + 300; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+        int n = pick(1, 3);
+        bool boxed = seed % 4 != 0;
+        std::vector<Row> rows;
+        for (int k = pick(1, 4); k > 0; --k) {
+            Row row{std::vector<int>(n),
+                    pick(0, 5) == 0   ? Relation::Eq
+                    : pick(0, 1) == 0 ? Relation::Le
+                                      : Relation::Ge,
+                    pick(-6, 6)};
+            for (int& a : row.a)
+                a = pick(-3, 3);
+            rows.push_back(row);
+        }
+        for (int j = 0; boxed && j < n; ++j)
+            for (Relation rel : {Relation::Ge, Relation::Le}) {
+                Row row{std::vector<int>(n), rel, rel == Relation::Ge ? -pick(0, 5) : pick(0, 5)};
+                row.a[j] = 1;
+                rows.push_back(row);
+            }
+        std::vector<int> c(n);
+        for (int& v : c)
+            v = pick(-4, 4);
+        bool maximize = pick(0, 1) == 1;
+        std::uint32_t objective = 0;
+        Problem p = problem_of(rows, c, n, objective);
+        Optimization answer = vorn::smt::optimize(p, objective, maximize, {});
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        ASSERT_NE(answer.kind, Optimization::Kind::Unknown) << answer.reason_unknown;
+        EXPECT_EQ(vorn::smt::check_optimization(p, objective, maximize, answer), "");
+        ++kinds[static_cast<int>(answer.kind)];
+        if (!boxed) continue;
+        std::optional<QNumber> best = best_vertex(rows, c, n, maximize);
+        ASSERT_EQ(answer.kind == Optimization::Kind::Optimal, best.has_value());
+        ASSERT_NE(answer.kind, Optimization::Kind::Unbounded);
+        if (best) {
+            EXPECT_EQ(answer.optimum, *best + QNumber(3));
+        }
+    }
+    EXPECT_GT(kinds[0], 100);  // optimal
+    EXPECT_GT(kinds[1], 20);   // infeasible
+    EXPECT_GT(kinds[2], 5);    // unbounded
+}

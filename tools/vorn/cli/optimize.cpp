@@ -1,0 +1,82 @@
+#include "cli/optimize.h"
+
+#include <gmp.h>
+
+#include <cstdio>
+#include <ostream>
+#include <vector>
+
+#include "cli/solve.h"
+#include "vorn/io/smt_values.h"
+#include "vorn/smt/certificate.h"
+#include "vorn/smt/optimize.h"
+#include "vorn/smt/stopwatch.h"
+
+namespace vorn::cli {
+
+namespace {
+
+std::string approximately(const QNumber& value) {
+    mpq_t q;
+    mpq_init(q);
+    value.get_mpq(q);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.17g", mpq_get_d(q));
+    mpq_clear(q);
+    return text;
+}
+
+}  // namespace
+
+std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
+                         std::ostream& out, io::CheckStats& stats, std::string& note) {
+    io::InputFormat format = io::input_format(source, request.format);
+    if (format == io::InputFormat::Smt2 || format == io::InputFormat::Cnf)
+        throw UsageError("optimize reads .lin, MPS and LP files");
+    smt::Problem problem = io::read_problem(source, format, request.options.decide.stop);
+    if (!problem.objective) throw UsageError("optimize: the input states no objective");
+    bool maximize = request.maximize || problem.maximize;
+    smt::DecideOptions options = request.options.decide;
+    options.certify = request.options.certificate || request.options.verify;
+    auto start = smt::Clock::now();
+    smt::Optimization answer = smt::optimize(problem, *problem.objective, maximize, options);
+    stats.solve_seconds += smt::ms_since(start) / 1000;
+    ++stats.checks;
+    stats.decide += answer.stats;
+    if (request.options.verify) {
+        if (std::string bad =
+                smt::check_optimization(problem, *problem.objective, maximize, answer);
+            !bad.empty())
+            throw io::VerificationFailure(bad);
+    }
+    if (answer.relaxed) note = "Int variables relaxed: the optimum of the LP relaxation";
+    std::vector<int> shown;
+    for (int v = 1; v <= problem.variables.size(); ++v)
+        shown.push_back(v);
+    switch (answer.kind) {
+        case smt::Optimization::Kind::Optimal:
+            out << "optimal\nobjective " << answer.optimum.to_string() << "\nobjective ≈ "
+                << approximately(answer.optimum) << "\n";
+            if (request.options.model)
+                io::write_model(out, answer.bounded.variables, answer.model, shown);
+            if (request.options.certificate)
+                smt::print_certificate(out, answer.bounded, answer.proof);
+            break;
+        case smt::Optimization::Kind::Infeasible:
+            out << "infeasible\n";
+            if (request.options.certificate) smt::print_certificate(out, problem, answer.proof);
+            break;
+        case smt::Optimization::Kind::Unbounded:
+            out << "unbounded\n";
+            if (request.options.model)
+                io::write_model(out, answer.bounded.variables, answer.model, shown);
+            break;
+        case smt::Optimization::Kind::Unknown:
+            out << "unknown\n";
+            break;
+    }
+    out.flush();
+    return answer.reason_unknown;
+}
+
+}  // namespace vorn::cli

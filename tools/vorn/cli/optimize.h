@@ -1,0 +1,31 @@
+#pragma once
+
+// `vorn optimize`: the exact optimum of an LP file's objective (smt::optimize). Prints
+// "optimal", "infeasible", "unbounded" or "unknown", then for an optimum "objective P/Q" (exact,
+// lowest terms) and "objective ≈ D" (17 significant digits); --model prints the model,
+// --certificate the proof that nothing better exists (or that nothing is feasible).
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+#include "vorn/io/input_format.h"
+#include "vorn/io/script_engine.h"
+#include "vorn/io/source.h"
+
+namespace vorn::cli {
+
+struct OptimizeRequest {
+    std::optional<io::InputFormat> format;
+    bool maximize = false;  // besides what the file says
+    io::CheckOptions options;
+};
+
+// Throws ParseError for unreadable input, UsageError (cli/solve.h) for an input without an
+// objective or an SMT-LIB script, VerificationFailure when --verify rejects the answer. Returns
+// the reason of an unknown answer (empty otherwise) and, through `note`, what the answer is of
+// (the LP relaxation when there are Int variables).
+std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
+                         std::ostream& out, io::CheckStats& stats, std::string& note);
+
+}  // namespace vorn::cli
