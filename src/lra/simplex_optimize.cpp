@@ -23,6 +23,8 @@ Optimum Simplex::minimize(int objective, bool maximize) {
     Optimum out;
     model_ready_ = false;
     std::vector<std::pair<int, QNumber>> row;  // the objective over non-basic variables
+    constexpr unsigned kDegenerateRun = 50;
+    unsigned degenerate = 0;
     for (;;) {
         if (stop_requested()) {
             out.kind = Optimum::Kind::Stopped;
@@ -35,15 +37,27 @@ Optimum Simplex::minimize(int objective, bool maximize) {
         } else {
             row.push_back({objective, QNumber(1)});
         }
-        // Bland's rule: the smallest improving variable enters, the smallest limiting one
-        // leaves; degenerate steps cannot cycle.
+        // Dantzig's rule (the steepest reduced cost enters) while steps make progress; after a
+        // run of degenerate steps Bland's rule (the smallest improving variable enters, the
+        // smallest limiting one leaves), under which degenerate steps cannot cycle, until the
+        // objective moves again.
         Step s;
+        const QNumber* steepest = nullptr;
+        bool bland = degenerate >= kDegenerateRun;
         for (const auto& [var, d] : row) {
             bool up = (d.sign() < 0) != maximize;
             if (!can_move(var, up)) continue;
-            if (s.entering == 0 || var < s.entering) {
+            bool better = s.entering == 0;
+            if (!better && bland) better = var < s.entering;
+            if (!better && !bland) {
+                QNumber gain = d.sign() < 0 ? -d : d, best = *steepest;
+                if (best.sign() < 0) best = -best;
+                better = best < gain || (gain == best && var < s.entering);
+            }
+            if (better) {
                 s.entering = var;
                 s.up = up;
+                steepest = &d;
             }
         }
         if (s.entering == 0) break;
@@ -78,6 +92,7 @@ Optimum Simplex::minimize(int objective, bool maximize) {
             return out;
         }
         ++stats_.pivots;
+        degenerate = s.theta.real().is_zero() && s.theta.delta().is_zero() ? degenerate + 1 : 0;
         if (s.leaving == 0) {
             update_non_basic(j, s.up ? bounds_.upper_value(j) : bounds_.lower_value(j));
         } else {

@@ -96,18 +96,9 @@ Optimization Optimizer::run() {
         out.reason_unknown = "Boolean structure in an optimization problem";
         return out;
     }
-    Decision feasible = decide(out.bounded, options_);
-    out.stats = feasible.stats;
-    if (feasible.result == lra::Result::Unsat) {
-        out.kind = Optimization::Kind::Infeasible;
-        out.proof = std::move(feasible.proof);
-        return out;
-    }
-    if (feasible.result != lra::Result::Sat) {
-        out.reason_unknown = feasible.reason_unknown;
-        return out;
-    }
     simplex_.set_stop(options_.stop);
+    bool constant_false = false;
+    const std::vector<QNumber> var_of_zero(static_cast<std::size_t>(p_.variables.size()) + 1);
     var_of_.assign(static_cast<std::size_t>(p_.variables.size()) + 1, 0);
     for (std::size_t i = 0; i < p_.atoms.size(); ++i) {
         const Atom& a = p_.atoms[i];
@@ -116,7 +107,10 @@ Optimization Optimizer::run() {
         bool any = false;
         for (const Entry& e : term)
             any = any || e.var != 0;
-        if (!any) continue;  // a constant atom: true, or decide() had refuted it
+        if (!any) {
+            constant_false = constant_false || !atom_holds(p_, a, var_of_zero);
+            continue;
+        }
         simplex_.assert_term(term_var(term), a.relation, c, static_cast<lra::Reason>(i));
     }
     auto objective = p_.term(objective_);
@@ -126,8 +120,18 @@ Optimization Optimizer::run() {
     // The objective's row exists before the first check, which a new row would undo.
     std::optional<lra::TermVar> t;
     if (!entries.empty()) t = simplex_.term_variable(entries);
-    if (simplex_.check() != lra::Result::Sat) {
-        out.reason_unknown = "the optimizing simplex disagrees on feasibility";
+    if (constant_false || simplex_.check() != lra::Result::Sat) {
+        // Infeasible (or stopped): the ordinary decision procedure gives the proof.
+        Decision feasible = decide(out.bounded, options_);
+        out.stats = feasible.stats;
+        if (feasible.result == lra::Result::Unsat) {
+            out.kind = Optimization::Kind::Infeasible;
+            out.proof = std::move(feasible.proof);
+        } else {
+            out.reason_unknown = feasible.result == lra::Result::Unknown
+                                     ? feasible.reason_unknown
+                                     : "the optimizing simplex disagrees on feasibility";
+        }
         return out;
     }
     QNumber constant = !objective.empty() && objective[0].var == 0 ? objective[0].coeff : QNumber();
@@ -170,21 +174,36 @@ Optimization Optimizer::run() {
     }
     out.kind = Optimization::Kind::Optimal;
     out.optimum = evaluate(objective, out.model, true);
-    // The dual side: nothing better exists, refuted by the ordinary decision procedure.
+    // The dual side: nothing better exists. At an optimal basis the objective's row blocks every
+    // improving direction, so asserting "objective < optimum" makes the next check explain that
+    // row at once: its Farkas multipliers are the optimal duals.
     LinearExpr e;
     for (const Entry& x : objective)
         e.add_entry(x.var, x.coeff);
     e.add_entry(0, -out.optimum);
-    out.bounded.atoms.push_back(
-        {maximize_ ? Relation::Gt : Relation::Lt, out.bounded.add_term(e), 1, {}});
-    Decision better = decide(out.bounded, options_);
-    out.stats += better.stats;
-    if (better.result != lra::Result::Unsat) {
-        out.kind = Optimization::Kind::Unknown;
-        out.reason_unknown = "no proof that the optimum cannot be improved";
-        return out;
+    Relation better = maximize_ ? Relation::Gt : Relation::Lt;
+    std::size_t bound_atom = out.bounded.atoms.size();
+    out.bounded.atoms.push_back({better, out.bounded.add_term(e), 1, {}});
+    simplex_.push();
+    simplex_.assert_term(*t, better, out.optimum - constant, static_cast<lra::Reason>(bound_atom));
+    if (simplex_.check() == lra::Result::Unsat) {
+        ProofStep leaf;
+        for (const lra::Explanation& x : simplex_.conflict())
+            leaf.farkas.push_back(
+                {false, static_cast<std::size_t>(x.reason), x.upper, x.multiplier});
+        out.proof.push_back(std::move(leaf));
+    } else {  // not expected: the ordinary decision procedure then
+        Decision refuted = decide(out.bounded, options_);
+        out.stats += refuted.stats;
+        if (refuted.result != lra::Result::Unsat) {
+            out.kind = Optimization::Kind::Unknown;
+            out.reason_unknown = "no proof that the optimum cannot be improved";
+            return out;
+        }
+        out.proof = std::move(refuted.proof);
     }
-    out.proof = std::move(better.proof);
+    simplex_.pop();
+    out.stats.simplex = simplex_.stats();
     return out;
 }
 
