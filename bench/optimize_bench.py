@@ -5,7 +5,8 @@ usage: optimize_bench.py [--vorn BIN] [--timeout S] [FILE ...]
 
 Default files: the Netlib problems of ../shared/data/netlib, smallest first. Each solver runs once
 per file, one at a time, with a wall-clock limit (default 60 s): `vorn optimize FILE` and
-`glpsol --exact --freemps FILE` (on a decompressed copy; glpsol is skipped when not on PATH).
+`glpsol --exact --freemps FILE` (on a decompressed copy, --mps when the free format fails; glpsol
+is skipped when not on PATH).
 vorn's optimum is exact (P/Q); glpsol's printed objective is compared with it to 1e-9 relative.
 Prints a Markdown table: per file vorn's and glpsol's time and peak memory and the optimum, and
 the totals over the files both solved.
@@ -65,9 +66,13 @@ def main():
         if glpsol:
             plain = tmp / (name + ".mps")
             plain.write_bytes(bz2.decompress(f.read_bytes()) if f.suffix == ".bz2" else f.read_bytes())
-            gs, _, gout = run([glpsol, "--exact", "--freemps", str(plain), "-o", "/dev/stdout"],
-                              args.timeout)
-            gm = re.search(r"Objective:\s+\S+\s*=\s*(\S+)", gout)
+            # Free MPS first; some Netlib files need the fixed format (names with spaces).
+            for fmt in ("--freemps", "--mps"):
+                gs, _, gout = run([glpsol, "--exact", fmt, str(plain), "-o", "/dev/stdout"],
+                                  args.timeout)
+                gm = re.search(r"Objective:\s+\S+\s*=\s*(\S+)", gout)
+                if gm or gs is None:
+                    break
             gopt = float(gm.group(1)) if gm else None
         agree = ""
         if optimum is not None and gopt is not None:
