@@ -132,6 +132,14 @@ const ScriptCase kScripts[] = {
     {"Int disequalities", R"((declare-const n Int)(assert (and (>= n 0) (<= n 2) (distinct n 0)))
 (assert (not (= n 1)))(check-sat)(get-value (n))(assert (< n 2))(check-sat))",
      "sat\n((n 2))\nunsat\n"},
+    {"objectives, lexicographic, on levels",
+     R"((declare-const x Real)(declare-const y Real)(assert (<= (+ x y) 4))
+(assert (>= (- x y) (- 3)))(assert (and (<= x 3) (>= x 0) (>= y 0)))(maximize (+ x (* 2 y)))
+(minimize x)(check-sat)(get-objectives)(push 1)(minimize (- y))(assert (<= y 2))(check-sat)
+(get-objectives)(get-value (x y))(pop 1)(assert (< y 1))(check-sat)(get-objectives))",
+     "sat\n(objectives\n ((+ x (* 2 y)) (/ 15 2))\n (x (/ 1 2))\n)\nsat\n(objectives\n"
+     " ((+ x (* 2 y)) 6.0)\n (x 2.0)\n ((- y) (- 2.0))\n)\n((x 2.0) (y 2.0))\nsat\n"
+     "(error \"s.smt2:4:68: the optimum is approached but not attained (strict bounds)\")\n"},
     {"integer equalities off their lattice, beside Boolean structure",
      R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
 (declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))

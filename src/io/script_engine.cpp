@@ -16,6 +16,7 @@
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/context.h"
 #include "vorn/smt/model_check.h"
+#include "vorn/smt/optimize.h"
 #include "vorn/smt/problem_text.h"
 #include "vorn/smt/stopwatch.h"
 
@@ -29,7 +30,7 @@ namespace {
 
 // The sizes of the assertion stack's parts at a push.
 struct Level {
-    std::size_t atoms, declared, named;
+    std::size_t atoms, declared, named, objectives;
     FormulaDag::Marks dag;
     AssertionEncoder::Marks encoded;
 };
@@ -141,8 +142,8 @@ class ScriptEngine {
     void pop(const SNode& cmd);
     std::size_t level_count(const SNode& cmd);
     Level current_level() const {
-        return {problem_->atoms.size(), declared_.size(), named_.size(), terms_->dag().marks(),
-                assertions_->marks()};
+        return {problem_->atoms.size(), declared_.size(),      named_.size(),
+                objectives_.size(),     terms_->dag().marks(), assertions_->marks()};
     }
     void truncate(const Level& level);
     void drop_formulas(const FormulaDag::Marks& marks) {
@@ -153,6 +154,9 @@ class ScriptEngine {
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
     void verify(std::span<const FormulaRef> assumed);
+    void add_objective(bool maximize);
+    void optimize(bool conjunctive);
+    void get_objectives(const SNode& cmd);
 
     std::string file_;
     const CheckOptions& options_;
@@ -171,6 +175,16 @@ class ScriptEngine {
     std::vector<Level> levels_;
     std::vector<Declared> declared_;
     std::vector<Named> named_;
+    // (minimize t) and (maximize t), in order: optimized lexicographically at each check-sat of
+    // a conjunction; what the last one found, as printed by get-objectives, or why not.
+    struct Objective {
+        std::string text;
+        smt::LinearExpr expr;
+        bool maximize, real;
+    };
+    std::vector<Objective> objectives_;
+    std::vector<std::string> objective_values_;
+    std::string objectives_unknown_;
     std::vector<std::string> names_;
     // During a check-sat: by atom, the name of the assertion it comes from, or −1; by
     // assumption, the name it stands for.
@@ -286,6 +300,16 @@ bool ScriptEngine::command(Id id) {
             expect_arity(cmd, 2);
             if (item(1).kind != SNode::Kind::String) fail(item(1).pos, "expected a string");
             out_ << '"' << tree_.text(item(1)) << "\"\n";
+            return true;
+        case Known::Minimize:
+        case Known::Maximize:
+            expect_arity(cmd, 2);
+            add_objective(k == Known::Maximize);
+            return success(), true;
+        case Known::GetObjectives:
+            expect_arity(cmd, 1);
+            need_last(lra::Result::Sat, cmd, "objectives");
+            get_objectives(cmd);
             return true;
         case Known::Exit:
             return success(), false;
@@ -563,6 +587,8 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
         last_.reason_unknown = format_error(
             file_, ParseError(outside->pos, outside->what + " is outside the linear fragment"));
     }
+    if (last_.result == lra::Result::Sat && !objectives_.empty())
+        optimize(!boolean && assumptions.empty());
     last_unknown_ = last_.reason_unknown;
     interrupted_ = last_.result == lra::Result::Unknown &&
                    last_unknown_ == util::to_string(util::StopReason::Interrupted);
@@ -633,6 +659,71 @@ void ScriptEngine::verify(std::span<const FormulaRef> assumed) {
                                        : smt::check_proof(*problem_, last_.proof);
     }
     if (!problem.empty()) throw VerificationFailure(problem);
+}
+
+void ScriptEngine::add_objective(bool maximize) {
+    bool formula = false, real = false;
+    FormulaRef ref = 0;
+    const smt::LinearExpr* expr = terms_->evaluate_term(tree_, items_[1], &formula, &real, &ref);
+    if (expr == nullptr || formula) fail(item(1).pos, "expected a linear term to optimize");
+    Objective& o = objectives_.emplace_back(Objective{{}, {}, maximize, real});
+    append_sexpr(o.text, tree_, items_[1], symbols_);
+    o.expr.add(*expr, QNumber(1));
+}
+
+// Lexicographic: each objective optimized with the ones before it held at their optima. A
+// conjunction of atoms over Real variables only; the model of the check-sat becomes the optimal
+// one, checked with its proof under --verify.
+void ScriptEngine::optimize(bool conjunctive) {
+    objective_values_.clear();
+    objectives_unknown_.clear();
+    bool integral = false;
+    for (int v = 1; v <= problem_->variables.size(); ++v)
+        integral = integral || problem_->variables.sort(v) == smt::Sort::Int;
+    if (!conjunctive || !named_.empty() || integral) {
+        objectives_unknown_ =
+            "objectives are optimized over conjunctions of atoms on Real variables only";
+        return;
+    }
+    std::size_t atoms = problem_->atoms.size();
+    std::uint32_t terms = problem_->term_count();
+    smt::LinearExpr fixed;
+    for (const Objective& o : objectives_) {
+        std::uint32_t term = problem_->add_term(o.expr);
+        smt::Optimization answer = smt::optimize(*problem_, term, o.maximize, decide_options_);
+        if (options_.verify) {
+            if (std::string bad = smt::check_optimization(*problem_, term, o.maximize, answer);
+                !bad.empty())
+                throw VerificationFailure(bad);
+        }
+        if (answer.kind == smt::Optimization::Kind::Unbounded) {
+            objective_values_.push_back(o.maximize ? "oo" : "(- oo)");
+            last_.model = std::move(answer.model);
+            break;
+        }
+        if (answer.kind != smt::Optimization::Kind::Optimal) {
+            objectives_unknown_ = answer.reason_unknown;
+            break;
+        }
+        std::string value;
+        append_value(value, answer.optimum, o.real ? smt::Sort::Real : smt::Sort::Int);
+        objective_values_.push_back(value);
+        last_.model = std::move(answer.model);
+        fixed.clear();
+        fixed.add(o.expr, QNumber(1));
+        fixed.add_entry(0, -answer.optimum);
+        problem_->atoms.push_back({smt::Relation::Eq, problem_->add_term(fixed), 1, {}});
+    }
+    problem_->atoms.resize(atoms);
+    problem_->truncate_terms(terms);
+}
+
+void ScriptEngine::get_objectives(const SNode& cmd) {
+    if (!objectives_unknown_.empty()) fail(cmd.pos, objectives_unknown_);
+    out_ << "(objectives\n";
+    for (std::size_t k = 0; k < objective_values_.size(); ++k)
+        out_ << " (" << objectives_[k].text << ' ' << objective_values_[k] << ")\n";
+    out_ << ")\n";
 }
 
 void ScriptEngine::get_model() {
@@ -728,6 +819,7 @@ void ScriptEngine::truncate(const Level& level) {
         terms_->forget(declared_[i].symbol);
     declared_.resize(level.declared);
     named_.resize(std::min(named_.size(), level.named));
+    objectives_.resize(std::min(objectives_.size(), level.objectives));
     drop_formulas(level.dag);
     assertions_->truncate(level.encoded);
 }
@@ -744,6 +836,7 @@ void ScriptEngine::reset_assertions() {
     problem_->atoms.clear();
     problem_->boolean.truncate(0, 0);
     named_.clear();
+    objectives_.clear();
     assertions_->clear();
     context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
     context_boolean_ = false;
@@ -754,6 +847,7 @@ void ScriptEngine::reset() {
     levels_.clear();
     declared_.clear();
     named_.clear();
+    objectives_.clear();
     names_.clear();
     context_.reset();
     assertions_.reset();

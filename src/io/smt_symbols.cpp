@@ -61,7 +61,10 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "get-unsat-core",
     "reset",
     "reset-assertions",
-    "echo"};
+    "echo",
+    "minimize",
+    "maximize",
+    "get-objectives"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

@@ -67,6 +67,9 @@ enum class Known : std::uint32_t {
     Reset,
     ResetAssertions,
     Echo,
+    Minimize,
+    Maximize,
+    GetObjectives,
     Count
 };
 
