@@ -12,6 +12,9 @@ strict bound; a gcd leaf names an equality over Int variables whose scaled coeff
 not divide its constant; a lattice leaf combines equalities over Int variables, with multipliers
 of any sign, into integer coefficients and a non-integer constant.
 
+A block whose first line is "format ray" shows an unbounded optimization: a point that satisfies
+every atom and a ray along which they keep holding while the objective improves.
+
 A block whose first line is "format clauses" is a clause proof (CDCL(T)): atoms are DIMACS
 variables standing for bounds; input clauses are taken as given; a lemma's Farkas multipliers
 combine the bounds that the negations of its literals state into a contradiction (the same rule,
@@ -343,6 +346,37 @@ def check_clauses(lines):
         raise ValueError("the last step is no learned clause of negated assumptions")
 
 
+def check_ray(lines):
+    """An unbounded optimization: the point satisfies every atom, and along the ray every atom
+    keeps holding (its term does not move against its relation) while the objective improves.
+    Int variables count as Real: the optimum is the LP relaxation's."""
+    atoms, objective, point, ray, sense = [], {}, {}, {}, None
+    for line in lines:
+        words = line.split()
+        if words[0] == "var":
+            continue
+        if words[0] == "atom":
+            atoms.append((words[2], Fraction(words[3]), parse_terms(words[4:])))
+        elif words[0] == "objective":
+            sense, objective = words[1], parse_terms(words[2:])
+        elif words[0] in ("point", "ray"):
+            (point if words[0] == "point" else ray).update(parse_terms(words[1:]))
+        else:
+            raise ValueError("unknown line: " + line)
+    value = lambda terms, at: sum(a * at.get(v, Fraction(0)) for v, a in terms.items() if v)
+    for rel, c, terms in atoms:
+        at, move = value(terms, point), value(terms, ray)
+        holds = {"<=": at <= c, "<": at < c, ">=": at >= c, ">": at > c, "=": at == c}
+        keeps = {"<=": move <= 0, "<": move <= 0, ">=": move >= 0, ">": move >= 0, "=": move == 0}
+        if rel not in holds or not holds[rel]:
+            raise ValueError("the point violates an atom")
+        if not keeps[rel]:
+            raise ValueError("the ray leaves an atom")
+    gain = value(objective, ray)
+    if sense not in ("min", "max") or not (gain < 0 if sense == "min" else gain > 0):
+        raise ValueError("the ray does not improve the objective")
+
+
 def main():
     text = open(sys.argv[1]).read() if len(sys.argv) > 1 else sys.stdin.read()
     # Variable lines: "var N SORT NAME", the name may hold spaces; keep the sort only.
@@ -360,6 +394,8 @@ def main():
         try:
             if lines and lines[0] == "format clauses":
                 check_clauses(lines[1:])
+            elif lines and lines[0] == "format ray":
+                check_ray(lines[1:])
             else:
                 check(parse(lines))
         except (ValueError, KeyError, IndexError, ZeroDivisionError) as e:

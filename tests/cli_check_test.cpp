@@ -231,12 +231,17 @@ TEST(CliOptimize, ExactOptimaAndOutcomes) {
         EXPECT_EQ(run.out, expected) << file << run.err;
         auto certified = run_tool("optimize --certificate " + file);
         if (certified.out.find("(certificate") == std::string::npos) continue;
-        auto path = vorn::test::temp_file("optimum.out", certified.out);
-        EXPECT_EQ(std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
-                               " >/dev/null")
-                                  .c_str()),
-                  0)
-            << file;
+        auto checks = [](const std::string& out) {
+            auto path = vorn::test::temp_file("optimum.out", out);
+            return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
+                                " >/dev/null")
+                                   .c_str()) == 0;
+        };
+        EXPECT_TRUE(checks(certified.out)) << file;
+        // A ray turned round leaves its constraint.
+        if (std::size_t at = certified.out.find("ray 2:1"); at != std::string::npos) {
+            EXPECT_FALSE(checks(certified.out.replace(at, 7, "ray 2:-1")));
+        }
     }
 }
 

@@ -300,6 +300,35 @@ void print_certificate(std::ostream& out, const Problem& problem,
     out << ")\n";
 }
 
+void print_ray_certificate(std::ostream& out, const Problem& problem, std::uint32_t objective,
+                           bool maximize, const std::vector<QNumber>& point,
+                           const std::vector<QNumber>& ray) {
+    out << "(certificate\nformat ray\n";
+    for (int v = 1; v <= problem.variables.size(); ++v) {
+        std::string name;
+        append_name(name, problem.variables, v);
+        out << "var " << v << (problem.variables.sort(v) == Sort::Int ? " Int " : " Real ") << name
+            << "\n";
+    }
+    for (std::size_t a = 0; a < problem.atoms.size(); ++a) {
+        LinearExpr::Entries term;
+        QNumber c = split_constant(problem.term(problem.atoms[a].first_term), term);
+        out << "atom " << a << ' ' << relation_word(problem.atoms[a].relation) << ' '
+            << c.to_string();
+        write_terms(out, term);
+        out << "\n";
+    }
+    out << "objective " << (maximize ? "max" : "min");
+    write_terms(out, problem.term(objective));
+    for (const char* what : {"\npoint", "\nray"}) {
+        out << what;
+        const std::vector<QNumber>& values = what[1] == 'p' ? point : ray;
+        for (std::size_t v = 1; v < values.size(); ++v)
+            if (!values[v].is_zero()) out << ' ' << v << ':' << values[v].to_string();
+    }
+    out << "\n)\n";
+}
+
 std::string check_proof(const Problem& problem, const std::vector<ProofStep>& proof) {
     return ProofChecker(problem, proof).run();
 }

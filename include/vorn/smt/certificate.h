@@ -26,6 +26,13 @@ void print_certificate(std::ostream& out, const Problem& problem,
 // coefficients does not divide. Otherwise what fails.
 std::string check_proof(const Problem& problem, const std::vector<ProofStep>& proof);
 
+// The certificate of an unbounded optimization: "(certificate", "format ray", the variables and
+// every atom, the objective's direction and term, a point that satisfies the atoms and a ray
+// along which they keep holding while the objective improves without end, ")".
+void print_ray_certificate(std::ostream& out, const Problem& problem, std::uint32_t objective,
+                           bool maximize, const std::vector<QNumber>& point,
+                           const std::vector<QNumber>& ray);
+
 // The certificate of an unsat answer on a problem with Boolean structure: "(certificate", the
 // variables the atoms use, the atom definitions, the assumptions, one line per proof step, ")".
 void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof);

@@ -70,6 +70,9 @@ std::string run_optimize(const io::SourceText& source, const OptimizeRequest& re
             out << "unbounded\n";
             if (request.options.model)
                 io::write_model(out, answer.bounded.variables, answer.model, shown);
+            if (request.options.certificate)
+                smt::print_ray_certificate(out, problem, *problem.objective, maximize, answer.model,
+                                           answer.ray);
             break;
         case smt::Optimization::Kind::Unknown:
             out << "unknown\n";
