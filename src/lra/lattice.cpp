@@ -144,6 +144,7 @@ class Solver {
     }
 
     LatticeAnswer run();
+    bool reduce_basis_ = true;
 
   private:
     void scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std::size_t i);
@@ -314,15 +315,18 @@ LatticeAnswer Solver::run() {
         for (std::size_t j = 0; j < n_; ++j)
             out.kernel.back()[j] = u_[j][c].to_qnumber();
     }
-    reduce(out.kernel, out.particular);
+    if (reduce_basis_) reduce(out.kernel, out.particular);
     return out;
 }
 
 }  // namespace
 
 LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
-                                  const std::vector<QNumber>& rhs, std::size_t columns) {
-    return Solver(rows, rhs, columns).run();
+                                  const std::vector<QNumber>& rhs, std::size_t columns,
+                                  bool reduce_basis) {
+    Solver solver(rows, rhs, columns);
+    solver.reduce_basis_ = reduce_basis;
+    return solver.run();
 }
 
 }  // namespace vorn::lra

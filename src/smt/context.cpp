@@ -109,6 +109,8 @@ struct Context::State {
     bool uses_difference = false;
     bool lost_boolean = false;      // the dropped engine was a BooleanDecider
     bool lattice_answered = false;  // the last check: refuted by the integer equalities
+    // The atom count the integer equalities were last solved at without a refutation.
+    std::size_t lattice_checked = static_cast<std::size_t>(-1);
     std::optional<Sort> sort;
     std::size_t seen_atoms = 0;
     std::uint32_t seen_props = 0;
@@ -149,6 +151,7 @@ void Context::pop(std::size_t n) {
     if (s.problem.atoms.size() > l.atoms) s.problem.atoms.resize(l.atoms);
     s.problem.boolean.truncate(l.props, l.clauses);
     s.seen_atoms = std::min(s.seen_atoms, l.atoms);
+    s.lattice_checked = static_cast<std::size_t>(-1);
     s.seen_props = std::min(s.seen_props, l.props);
     // Terms made since the push belong to popped atoms: a long push/pop loop stays in bounds.
     s.problem.truncate_terms(l.terms);
@@ -194,12 +197,15 @@ Decision Context::State::check(std::span<const Literal> assumptions) {
     if ((!boolean && has_structure) || (boolean && uses_difference && !difference))
         to_boolean(difference);
     lattice_answered = false;
-    if (boolean) {
+    if (boolean && problem.atoms.size() != lattice_checked) {
         // The asserted atoms hold in every model, Boolean structure or not: equalities among
-        // them off their integer lattice refute the problem before any search.
-        IntegerSystem sys = solve_integer_equalities(problem, problem.atoms.size());
+        // them off their integer lattice refute the problem before any search. Once per new
+        // atom list (a pop or new atoms change its size).
+        lattice_checked = problem.atoms.size();
+        IntegerSystem sys = solve_integer_equalities(problem, problem.atoms.size(), false);
         if (sys.refuted()) {
             lattice_answered = true;
+            lattice_checked = static_cast<std::size_t>(-1);  // refuted again next time
             Decision d;
             d.result = lra::Result::Unsat;
             d.proof.push_back(sys.lattice_leaf());

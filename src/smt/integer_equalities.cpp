@@ -12,7 +12,8 @@
 
 namespace vorn::smt {
 
-IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms) {
+IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms,
+                                       bool reduce_basis) {
     IntegerSystem sys;
     std::vector<QNumber> rhs;
     std::unordered_map<int, std::size_t> column;
@@ -42,7 +43,7 @@ IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms
     for (std::size_t r = 0; r < sys.atoms.size(); ++r)
         for (const LinearExpr::Entry& e : problem.term(problem.atoms[sys.atoms[r]].first_term))
             if (e.var != 0) rows[r][column[e.var]] = e.coeff;
-    sys.answer = lra::solve_over_integers(rows, rhs, sys.var_of.size());
+    sys.answer = lra::solve_over_integers(rows, rhs, sys.var_of.size(), reduce_basis);
     sys.solved = true;
     return sys;
 }

@@ -27,6 +27,8 @@ struct IntegerSystem {
     ProofStep lattice_leaf() const;
 };
 
-IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms);
+// `reduce_basis`: as in lra::solve_over_integers (only a search over the solutions needs it).
+IntegerSystem solve_integer_equalities(const Problem& problem, std::size_t atoms,
+                                       bool reduce_basis = true);
 
 }  // namespace vorn::smt

@@ -29,8 +29,11 @@ struct LatticeAnswer {
 };
 
 // `rows` are A's rows, each of `columns` entries; entries and `rhs` may be any rationals (each
-// row is scaled to integers first; the multipliers refer to the rows as given).
+// row is scaled to integers first; the multipliers refer to the rows as given). Without
+// `reduce_basis` the kernel basis and x0 are left as the column operations make them (long
+// vectors), which is enough to decide: LLL is the dearest step.
 LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
-                                  const std::vector<QNumber>& rhs, std::size_t columns);
+                                  const std::vector<QNumber>& rhs, std::size_t columns,
+                                  bool reduce_basis = true);
 
 }  // namespace vorn::lra
