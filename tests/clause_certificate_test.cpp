@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/temp_dir.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/context.h"
 #include "vorn/smt/encoder.h"
@@ -32,7 +33,7 @@ std::string certificate(const Problem& p, const ClauseProof& proof) {
 // Whether scripts/check_certificate.py accepts every block of `text`; `name` keeps the files of
 // tests that ctest runs at once apart.
 bool python_accepts(const std::string& name, const std::string& text) {
-    std::string path = ::testing::TempDir() + "clause_certificate_" + name + ".txt";
+    std::string path = vorn::test::temp_dir() + "clause_certificate_" + name + ".txt";
     std::ofstream(path, std::ios::binary) << text;
     std::string cmd =
         "python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path + " >/dev/null";

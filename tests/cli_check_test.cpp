@@ -154,8 +154,8 @@ TEST(CliCheck, ScriptsAnswerExactly) {
         auto path = vorn::test::temp_file("s.smt2", c.script);
         auto run = run_tool("check --verify " + path);
         std::string out = run.out;
-        for (std::size_t at; (at = out.find(::testing::TempDir())) != std::string::npos;)
-            out.erase(at, ::testing::TempDir().size());
+        for (std::size_t at; (at = out.find(vorn::test::temp_dir())) != std::string::npos;)
+            out.erase(at, vorn::test::temp_dir().size());
         EXPECT_EQ(out, c.expected) << c.name << "\n" << run.err;
         EXPECT_EQ(run.status, 0) << c.name;
     }

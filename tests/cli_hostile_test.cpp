@@ -120,9 +120,9 @@ TEST(CliHostile, EveryBadInputIsOnePositionedLine) {
         EXPECT_EQ(run.err, shown + ":" + c.expected + "\n");
         EXPECT_EQ(run.out, "");
     }
-    ::mkdir((::testing::TempDir() + "dir.lin").c_str(), 0700);
-    EXPECT_EQ(run_tool("solve " + ::testing::TempDir() + "dir.lin").err,
-              ::testing::TempDir() + "dir.lin:1:1: cannot read: is a directory\n");
+    ::mkdir((vorn::test::temp_dir() + "dir.lin").c_str(), 0700);
+    EXPECT_EQ(run_tool("solve " + vorn::test::temp_dir() + "dir.lin").err,
+              vorn::test::temp_dir() + "dir.lin:1:1: cannot read: is a directory\n");
 }
 
 TEST(CliHostile, AnswersDoNotDependOnHowTheQuestionIsAsked) {

@@ -95,7 +95,7 @@ const std::string kHardBetweenEasy = pigeonhole(12, 11, false) +
 }  // namespace
 
 TEST(CliLimits, StoppedCheckAnswersUnknownAndTheNextOneRight) {
-    const std::string path = ::testing::TempDir() + "limits.smt2";
+    const std::string path = vorn::test::temp_dir() + "limits.smt2";
     struct Case {
         std::vector<std::string> options;
         std::string prefix, reason, error;

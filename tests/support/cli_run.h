@@ -11,6 +11,8 @@
 #include <sstream>
 #include <string>
 
+#include "support/temp_dir.h"
+
 namespace vorn::test {
 
 struct ToolRun {
@@ -20,7 +22,7 @@ struct ToolRun {
 };
 
 inline ToolRun run_tool(const std::string& args) {
-    std::string err_file = ::testing::TempDir() + "vorn_stderr.txt";
+    std::string err_file = temp_dir() + "vorn_stderr.txt";
     std::string cmd = std::string(VORN_TOOL) + " " + args + " 2>" + err_file;
     ToolRun run{};
     FILE* pipe = popen(cmd.c_str(), "r");
@@ -39,7 +41,7 @@ inline ToolRun run_tool(const std::string& args) {
 
 // Writes `bytes` to a file of the test's temporary directory; returns its path.
 inline std::string temp_file(const std::string& name, const std::string& bytes) {
-    std::string path = ::testing::TempDir() + name;
+    std::string path = temp_dir() + name;
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
 }
