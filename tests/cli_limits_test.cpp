@@ -172,12 +172,3 @@ TEST(CliLimits, MemoryLimitAnswersMemoutAndTheScriptGoesOn) {
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "unknown\n(:reason-unknown memout)\nsat\n");
 }
-
-TEST(CliLimits, BadLimitsAreUsageErrors) {
-    auto path = temp_file("limits.smt2", "(check-sat)");
-    for (const char* option : {"--time-limit 0", "--time-limit -1", "--time-limit abc",
-                               "--memory-limit 0", "--conflict-limit 0"}) {
-        SCOPED_TRACE(option);
-        EXPECT_EQ(vorn::test::run_tool(std::string("check ") + option + " " + path).status, 2);
-    }
-}

@@ -87,7 +87,7 @@ Built conjunction_with_integers(Solver& s) {
 Built boolean_structure(Solver& s) {
     Term x = s.real("x"), y = s.real("y"), n = s.integer("n");
     Formula b = s.boolean("b");
-    std::vector<Formula> f = {b || x + n >= 3, !b || x <= 1, n <= 1, implies(y > x, b),
+    std::vector<Formula> f = {b || x + n >= 3,           !b || x <= 1, n <= 1, implies(y > x, b),
                               y == ite(b, x + 2, x - 2), x + y != 4};
     s.push();
     for (const Formula& g : f)
@@ -107,8 +107,8 @@ Built unsat_under_assumptions(Solver& s) {
 // Whether the answer is `expected`, with a model of every formula when it is Sat.
 ::testing::AssertionResult right(Solver& s, Result r, Result expected, const Built& b) {
     if (r != expected)
-        return ::testing::AssertionFailure() << "answer " << static_cast<int>(r) << ", expected "
-                                             << static_cast<int>(expected);
+        return ::testing::AssertionFailure()
+               << "answer " << static_cast<int>(r) << ", expected " << static_cast<int>(expected);
     if (r != Result::Sat) return ::testing::AssertionSuccess();
     for (const auto* list : {&b.asserted, &b.assumed})
         for (std::size_t i = 0; i < list->size(); ++i)

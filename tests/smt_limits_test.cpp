@@ -27,8 +27,8 @@ void add_pigeonhole(Solver& s, int pigeons, int holes) {
         Term at = s.integer("at" + std::to_string(p));
         Formula some = false;
         for (int h = 0; h < holes; ++h) {
-            Formula f = p % 2 == 0 ? s.boolean("p" + std::to_string(p) + "h" + std::to_string(h))
-                                   : at == h;
+            Formula f =
+                p % 2 == 0 ? s.boolean("p" + std::to_string(p) + "h" + std::to_string(h)) : at == h;
             in[p].push_back(f);
             some = some || f;
         }
@@ -53,31 +53,6 @@ TEST(SolverLimits, ConflictLimitIsDeterministicAndLeavesTheSolverRight) {
     s.set_conflict_limit(0);
     EXPECT_EQ(s.check(), Result::Unsat);
     EXPECT_EQ(s.reason_unknown(), "");
-}
-
-TEST(SolverLimits, TimeLimitStopsAHardCheck) {
-    Solver s;
-    add_pigeonhole(s, 12, 11);
-    s.set_time_limit(std::chrono::milliseconds(100));
-    EXPECT_EQ(s.check(), Result::Unknown);
-    EXPECT_EQ(s.reason_unknown(), "timeout");
-    // The same solver, its problem made easy on a level of its own, answers right.
-    s.push();
-    Term x = s.real("x");
-    s.add(x > 1 && x < 1);
-    EXPECT_EQ(s.check(), Result::Unsat);
-    s.pop();
-}
-
-TEST(SolverLimits, InterruptBeforeACheckStopsThatCheckOnly) {
-    Solver s;
-    Term x = s.real("x");
-    s.add(x >= 2);
-    s.interrupt();
-    EXPECT_EQ(s.check(), Result::Unknown);
-    EXPECT_EQ(s.reason_unknown(), "interrupted");
-    ASSERT_EQ(s.check(), Result::Sat);
-    EXPECT_GE(s.value(x), 2);
 }
 
 TEST(SolverLimits, InterruptFromAnotherThreadAtRandomMoments) {
