@@ -113,7 +113,7 @@ Problem problem_of(const std::vector<Row>& rows, const std::vector<int>& c, int 
 
 TEST(Optimize, MatchesTheBestVertexWithCheckedCertificates) {
     const unsigned base_seed = 9300;
-    int kinds[4] = {0, 0, 0, 0};
+    int kinds[4] = {0, 0, 0, 0}, from_float = 0;
     for (unsigned seed = base_seed; seed < base_seed + 300; ++seed) {
         std::mt19937 rng(seed);
         auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
@@ -142,20 +142,28 @@ TEST(Optimize, MatchesTheBestVertexWithCheckedCertificates) {
         bool maximize = pick(0, 1) == 1;
         std::uint32_t objective = 0;
         Problem p = problem_of(rows, c, n, objective);
-        Optimization answer = vorn::smt::optimize(p, objective, maximize, {});
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        ASSERT_NE(answer.kind, Optimization::Kind::Unknown) << answer.reason_unknown;
-        EXPECT_EQ(vorn::smt::check_optimization(p, objective, maximize, answer), "");
-        ++kinds[static_cast<int>(answer.kind)];
-        if (!boxed) continue;
-        std::optional<QNumber> best = best_vertex(rows, c, n, maximize);
-        ASSERT_EQ(answer.kind == Optimization::Kind::Optimal, best.has_value());
-        ASSERT_NE(answer.kind, Optimization::Kind::Unbounded);
-        if (best) {
-            EXPECT_EQ(answer.optimum, *best + QNumber(3));
+        std::optional<QNumber> best;
+        if (boxed) best = best_vertex(rows, c, n, maximize);
+        // Both starts: from the floating-point basis (checked exactly) and the exact simplex's.
+        for (bool float_start : {true, false}) {
+            vorn::smt::DecideOptions options;
+            options.float_start = float_start;
+            Optimization answer = vorn::smt::optimize(p, objective, maximize, options);
+            SCOPED_TRACE("seed " + std::to_string(seed) + (float_start ? " float" : " exact"));
+            ASSERT_NE(answer.kind, Optimization::Kind::Unknown) << answer.reason_unknown;
+            EXPECT_EQ(vorn::smt::check_optimization(p, objective, maximize, answer), "");
+            ++kinds[static_cast<int>(answer.kind)];
+            from_float += answer.float_basis_optimal;
+            if (!boxed) continue;
+            ASSERT_EQ(answer.kind == Optimization::Kind::Optimal, best.has_value());
+            ASSERT_NE(answer.kind, Optimization::Kind::Unbounded);
+            if (best) {
+                EXPECT_EQ(answer.optimum, *best + QNumber(3));
+            }
         }
     }
-    EXPECT_GT(kinds[0], 100);  // optimal
-    EXPECT_GT(kinds[1], 20);   // infeasible
-    EXPECT_GT(kinds[2], 5);    // unbounded
+    EXPECT_GT(from_float, 130);  // of about 145 optima: all but constant objectives
+    EXPECT_GT(kinds[0], 200);  // optimal
+    EXPECT_GT(kinds[1], 40);   // infeasible
+    EXPECT_GT(kinds[2], 10);   // unbounded
 }

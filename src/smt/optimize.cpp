@@ -8,6 +8,8 @@
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 
+#include "float_start.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -67,6 +69,10 @@ class Optimizer {
         return simplex_.term_variable(entries);
     }
     void read_model(Optimization& out);
+    // The atom "objective < optimum" (">" when maximizing) appended to out.bounded: its index.
+    std::size_t append_better_atom(Optimization& out) const;
+    // The optimum straight from a floating-point basis that checks exactly; false otherwise.
+    bool from_float_basis(Optimization& out);
 
     const Problem& p_;
     std::uint32_t objective_;
@@ -80,6 +86,38 @@ void Optimizer::read_model(Optimization& out) {
     out.model.assign(static_cast<std::size_t>(p_.variables.size()) + 1, QNumber());
     for (std::size_t v = 1; v < var_of_.size(); ++v)
         if (var_of_[v] != 0) out.model[v] = simplex_.value(var_of_[v]);
+}
+
+std::size_t Optimizer::append_better_atom(Optimization& out) const {
+    LinearExpr e;
+    for (const Entry& x : p_.term(objective_))
+        e.add_entry(x.var, x.coeff);
+    e.add_entry(0, -out.optimum);
+    Relation better = maximize_ ? Relation::Gt : Relation::Lt;
+    out.bounded.atoms.push_back({better, out.bounded.add_term(e), 1, {}});
+    return out.bounded.atoms.size() - 1;
+}
+
+bool Optimizer::from_float_basis(Optimization& out) {
+    auto lp = lp_form(p_, objective_, maximize_);
+    if (!lp) return false;
+    auto basis = float_basis(p_, *lp, options_.stop);
+    if (!basis) {
+        out.float_basis_note = "no optimal basis in floating point";
+        return false;
+    }
+    auto found = check_basis(p_, objective_, *lp, *basis, options_.stop, out.float_basis_note);
+    if (!found) return false;
+    out.kind = Optimization::Kind::Optimal;
+    out.float_basis_optimal = true;
+    out.optimum = std::move(found->optimum);
+    out.model = std::move(found->model);
+    ProofStep leaf;
+    leaf.farkas = std::move(found->farkas);
+    // "objective < optimum" read as its upper half (">": its lower half), multiplier 1.
+    leaf.farkas.push_back({false, append_better_atom(out), !maximize_, QNumber(1)});
+    out.proof.push_back(std::move(leaf));
+    return true;
 }
 
 Optimization Optimizer::run() {
@@ -96,6 +134,10 @@ Optimization Optimizer::run() {
         out.reason_unknown = "Boolean structure in an optimization problem";
         return out;
     }
+    bool constant_objective = true;
+    for (const Entry& e : p_.term(objective_))
+        constant_objective = constant_objective && e.var == 0;
+    if (options_.float_start && !constant_objective && from_float_basis(out)) return out;
     simplex_.set_stop(options_.stop);
     bool constant_false = false;
     const std::vector<QNumber> var_of_zero(static_cast<std::size_t>(p_.variables.size()) + 1);
@@ -177,13 +219,8 @@ Optimization Optimizer::run() {
     // The dual side: nothing better exists. At an optimal basis the objective's row blocks every
     // improving direction, so asserting "objective < optimum" makes the next check explain that
     // row at once: its Farkas multipliers are the optimal duals.
-    LinearExpr e;
-    for (const Entry& x : objective)
-        e.add_entry(x.var, x.coeff);
-    e.add_entry(0, -out.optimum);
+    std::size_t bound_atom = append_better_atom(out);
     Relation better = maximize_ ? Relation::Gt : Relation::Lt;
-    std::size_t bound_atom = out.bounded.atoms.size();
-    out.bounded.atoms.push_back({better, out.bounded.add_term(e), 1, {}});
     simplex_.push();
     simplex_.assert_term(*t, better, out.optimum - constant, static_cast<lra::Reason>(bound_atom));
     if (simplex_.check() == lra::Result::Unsat) {

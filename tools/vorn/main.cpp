@@ -172,7 +172,7 @@ int run_optimize(const Arguments& args) {
     auto start = smt::Clock::now();
     io::SourceText source = io::SourceText::read(args.file);
     double read_ms = smt::ms_since(start);
-    OptimizeRequest request{forced_format(args), args.maximize, args.check};
+    OptimizeRequest request{forced_format(args), args.maximize, args.check, args.stats};
     request.options.decide.stop = &tool_stop();
     request.options.decide.time_limit =
         std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(args.time_limit * 1000)));
@@ -286,6 +286,9 @@ int run(int argc, char** argv) {
                            "re-check the model, the optimum and the proof exactly before printing; "
                            "a failure is an internal error (exit 3)");
     optimize_cmd->add_flag("--stats", args.stats, "print simplex statistics and times to stderr");
+    optimize_cmd->add_flag("!--exact-only", args.check.decide.float_start,
+                           "no floating-point start: the exact simplex from scratch (same answers, "
+                           "slower on large problems)");
     optimize_cmd
         ->add_option("--time-limit", args.time_limit,
                      "seconds (decimals allowed) before answering unknown, reason timeout")

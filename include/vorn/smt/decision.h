@@ -73,6 +73,10 @@ struct DecideOptions {
     std::uint64_t conflict_limit = 0;
     // Not owned: interrupts and the memory limit (util::Stop); nullptr: the context's own.
     util::Stop* stop = nullptr;
+    // Optimization: start from the optimal basis of a floating-point LP solver, checked (and
+    // where needed repaired) exactly; without it the exact simplex starts from scratch. The
+    // answers are the same, exact either way.
+    bool float_start = true;
 };
 
 struct DecideStats {

@@ -35,6 +35,10 @@ struct Optimization {
     std::vector<ProofStep> proof;
     Problem bounded{NameSyntax::SmtLib};
     DecideStats stats;
+    // The floating-point start (DecideOptions::float_start): whether its basis was exactly
+    // optimal as it stood, and otherwise why not (the exact simplex then went on from it).
+    bool float_basis_optimal = false;
+    std::string float_basis_note;
 };
 
 // `objective`: a term of the problem.

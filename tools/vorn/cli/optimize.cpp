@@ -50,6 +50,14 @@ std::string run_optimize(const io::SourceText& source, const OptimizeRequest& re
             throw io::VerificationFailure(bad);
     }
     if (answer.relaxed) note = "Int variables relaxed: the optimum of the LP relaxation";
+    if (request.stats && options.float_start) {
+        if (!note.empty()) note += "\nvorn: ";
+        note += answer.float_basis_optimal ? "floating-point start: its basis is optimal"
+                : answer.float_basis_note.empty()
+                    ? "floating-point start: not applicable"
+                    : "floating-point start: " + answer.float_basis_note +
+                          "; the exact simplex went on";
+    }
     std::vector<int> shown;
     for (int v = 1; v <= problem.variables.size(); ++v)
         shown.push_back(v);

@@ -19,6 +19,7 @@ struct OptimizeRequest {
     std::optional<io::InputFormat> format;
     bool maximize = false;  // besides what the file says
     io::CheckOptions options;
+    bool stats = false;  // `note` also says how the floating-point start went
 };
 
 // Throws ParseError for unreadable input, UsageError (cli/solve.h) for an input without an
