@@ -1,6 +1,7 @@
 // Clause proofs (CDCL(T) certificates): a hand-made proof and a table of spoiled variants that
 // check_proof and scripts/check_certificate.py must both judge as expected, a long proof, and
-// random formulas whose every unsat certificate both checkers accept.
+// random formulas whose every unsat certificate both checkers accept; random integer problems
+// decided with and without Gomory cuts against enumeration.
 
 #include <gtest/gtest.h>
 
@@ -227,6 +228,91 @@ TEST(ClauseCertificate, RandomUnsatAnswersCheck) {
     std::printf("%d unsat answers, %d certificates checked\n", unsat, checked);
     EXPECT_GT(checked, 50);
     EXPECT_TRUE(python_accepts("random", all));
+}
+
+// Boxed Int x1..x3 under clauses of one or two atoms with coefficients up to 6, whose vertices
+// are fractional, so that the search cuts; the answer must be enumeration's with cuts on and
+// off, a model must satisfy every clause, and every refutation (cut lemmas included) must check.
+TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
+    struct Atom {
+        int a[3];
+        Relation rel;
+        int c;
+    };
+    constexpr int kBox = 4;
+    std::uint64_t cuts = 0;
+    unsigned refuted = 0;
+    std::string all;
+    const unsigned seeds = std::getenv("VORN_QUICK") != nullptr ? 60 : 300;
+    for (unsigned seed = 1; seed <= seeds; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return lo + static_cast<int>(rng() % (hi - lo + 1)); };
+        std::vector<std::vector<Atom>> clauses(static_cast<std::size_t>(pick(3, 6)));
+        for (auto& clause : clauses)
+            for (int k = pick(1, 2); k > 0; --k)
+                clause.push_back({{pick(-6, 6), pick(-6, 6), pick(-6, 6)},
+                                  pick(0, 1) == 0 ? Relation::Le : Relation::Ge,
+                                  pick(-12, 12)});
+        clauses[0].resize(2, clauses[0][0]);  // a disjunction: the Boolean search decides
+        auto holds = [&](const Atom& t, auto value) {
+            QNumber sum;
+            for (int v = 0; v < 3; ++v)
+                sum += QNumber(t.a[v]) * value(v);
+            return t.rel == Relation::Le ? sum <= QNumber(t.c) : sum >= QNumber(t.c);
+        };
+        auto satisfied = [&](auto value) {
+            return std::all_of(clauses.begin(), clauses.end(), [&](const auto& clause) {
+                return std::any_of(clause.begin(), clause.end(),
+                                   [&](const Atom& t) { return holds(t, value); });
+            });
+        };
+        bool expected = false;
+        for (int point = 0; point < 729 && !expected; ++point)
+            expected = satisfied([&](int v) {
+                return QNumber((point / (v == 0 ? 1 : v == 1 ? 9 : 81)) % 9 - kBox);
+            });
+        for (bool with_cuts : {true, false}) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + (with_cuts ? ", cuts" : ", no cuts"));
+            Problem p(NameSyntax::SmtLib);
+            for (const char* name : {"x1", "x2", "x3"})
+                p.variables.add(name, Sort::Int, {});
+            Encoder e(p);
+            auto literal = [&](const Atom& t) {
+                LinearExpr term;
+                for (int v = 0; v < 3; ++v)
+                    term.add_entry(v + 1, t.a[v]);
+                term.add_entry(0, -t.c);
+                return e.compare(t.rel, p.add_term(term));
+            };
+            for (int v = 0; v < 3; ++v)
+                for (Relation r : {Relation::Le, Relation::Ge}) {
+                    Atom box{{v == 0, v == 1, v == 2}, r, r == Relation::Le ? kBox : -kBox};
+                    e.assert_true(literal(box));
+                }
+            for (const auto& clause : clauses) {
+                std::vector<Literal> lits;
+                for (const Atom& t : clause)
+                    lits.push_back(literal(t));
+                e.assert_true(e.disjunction(lits));
+            }
+            Context context(p, DecideOptions{.bb_limit = 0, .cuts = with_cuts, .certify = true});
+            Decision d = context.check({});
+            cuts += d.stats.cuts;
+            ASSERT_EQ(d.result, expected ? vorn::lra::Result::Sat : vorn::lra::Result::Unsat);
+            if (expected) {
+                EXPECT_TRUE(
+                    satisfied([&](int v) { return d.model[static_cast<std::size_t>(v + 1)]; }));
+                continue;
+            }
+            ASSERT_EQ(check_proof(p, d.clause_proof), "") << certificate(p, d.clause_proof);
+            all += certificate(p, d.clause_proof);
+            ++refuted;
+        }
+    }
+    std::printf("%llu cuts, %u refutations\n", static_cast<unsigned long long>(cuts), refuted);
+    EXPECT_GT(cuts, seeds);
+    EXPECT_GT(refuted, seeds / 5);
+    EXPECT_TRUE(python_accepts("cuts", all));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Model-based random test of the simplex: random small systems asserted with push/pop and new
-// terms between checks, every answer compared with Fourier–Motzkin elimination from scratch,
-// every model and every certificate checked against the atoms as asserted.
+// Model-based random test of the simplex: random small systems asserted with push/pop, new
+// terms and warm starts from random bases between checks, every answer compared with
+// Fourier–Motzkin elimination from scratch, every model and every certificate checked against the
+// atoms as asserted.
 
 #include <gtest/gtest.h>
 
@@ -58,6 +59,18 @@ struct Session {
         return vorn::test::check_model([&](int v) { return to_mpq(simplex.value(v)); }, atoms);
     }
 
+    // A basis from elsewhere: random variables wanted basic, the rest at random bounds.
+    void warm_start() {
+        std::vector<int> basic;
+        std::vector<std::pair<int, bool>> at_bound;
+        for (int v = 1; v <= simplex.num_variables(); ++v)
+            if (pick(2) == 0)
+                basic.push_back(v);
+            else
+                at_bound.emplace_back(v, pick(2) == 0);
+        simplex.warm_start(basic, at_bound);
+    }
+
     void push() {
         simplex.push();
         ++level;
@@ -96,6 +109,8 @@ TEST(SimplexRandom, AgreesWithFourierMotzkinThroughPushPopAndNewRows) {
                 run.push();
             } else if (op < 7) {
                 run.pop();
+            } else if (op < 8 && step % 2 == 0) {
+                run.warm_start();
             } else {
                 std::string fault = run.check();
                 ASSERT_EQ(fault, "") << "seed " << seed << " step " << step;

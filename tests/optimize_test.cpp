@@ -1,13 +1,15 @@
 // Exact optimization against enumeration of vertices: small random LPs in a box (so that a
 // feasible one has an optimal vertex), every answer's certificate checked by the library's
 // checker, the optimum equal to the best feasible vertex. Unbounded problems must come with a
-// ray that the checker accepts.
+// ray that the checker accepts. Feasibility of larger conjunctions, which a floating-point basis
+// decides when it can, against the exact simplex alone.
 
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <random>
 
+#include "vorn/smt/model_check.h"
 #include "vorn/smt/optimize.h"
 
 using vorn::QNumber;
@@ -163,7 +165,64 @@ TEST(Optimize, MatchesTheBestVertexWithCheckedCertificates) {
         }
     }
     EXPECT_GT(from_float, 130);  // of about 145 optima: all but constant objectives
-    EXPECT_GT(kinds[0], 200);  // optimal
-    EXPECT_GT(kinds[1], 40);   // infeasible
-    EXPECT_GT(kinds[2], 10);   // unbounded
+    EXPECT_GT(kinds[0], 200);    // optimal
+    EXPECT_GT(kinds[1], 40);     // infeasible
+    EXPECT_GT(kinds[2], 10);     // unbounded
+}
+
+// Enough atoms for the floating-point start (over a hundred), a few variables, bounds of either
+// sign on single variables and rows loose or slightly violated at a random point: both answers
+// occur, and each must be the exact simplex's, its model or proof checked.
+TEST(FloatStart, DecidesConjunctionsLikeTheExactSimplex) {
+    const unsigned base_seed = 4100;
+    int answers[2] = {0, 0}, decided = 0;
+    for (unsigned seed = base_seed; seed < base_seed + 100; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+        const int n = pick(3, 6);
+        std::vector<QNumber> point(n);
+        for (QNumber& x : point)
+            x = QNumber(pick(-10, 10), pick(1, 2));
+        Problem p(vorn::smt::NameSyntax::SmtLib);
+        for (int j = 0; j < n; ++j)
+            p.variables.add("x" + std::to_string(j), vorn::smt::Sort::Real, {});
+        vorn::smt::LinearExpr e;
+        for (int k = pick(100, 130); k > 0; --k) {
+            e.clear();
+            QNumber at;
+            const bool single = pick(0, 3) == 0;
+            const int first = pick(0, n - 1);
+            for (int j : {first, (first + pick(1, n - 1)) % n}) {
+                if (single && !e.is_constant()) continue;
+                int a = pick(1, 4) * (pick(0, 1) == 0 ? 1 : -1);
+                e.add_entry(j + 1, QNumber(a));
+                at += QNumber(a) * point[j];
+            }
+            // Loose by up to 8, or broken at the point by up to a third of a unit.
+            QNumber slack =
+                !single && pick(0, 60) == 0 ? QNumber(-pick(1, 2), 6) : QNumber(pick(0, 8));
+            Relation rel = pick(0, 15) == 0  ? Relation::Eq
+                           : pick(0, 1) == 0 ? Relation::Le
+                                             : Relation::Ge;
+            QNumber b = rel == Relation::Eq ? at : rel == Relation::Le ? at + slack : at - slack;
+            e.add_entry(0, -b);
+            p.atoms.push_back({rel, p.add_term(e), 1, {}});
+        }
+        vorn::lra::Result expected = vorn::lra::Result::Unknown;
+        for (bool float_start : {false, true}) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + (float_start ? " float" : " exact"));
+            vorn::smt::DecideOptions options;
+            options.float_start = float_start;
+            vorn::smt::Decision d = vorn::smt::decide(p, options);
+            ASSERT_NE(d.result, vorn::lra::Result::Unknown);
+            EXPECT_EQ(vorn::smt::check_decision(p, d), "");
+            if (!float_start) expected = d.result;
+            EXPECT_EQ(d.result, expected);
+            if (float_start) decided += static_cast<int>(d.stats.float_decided);
+            if (float_start) ++answers[d.result == vorn::lra::Result::Sat ? 0 : 1];
+        }
+    }
+    EXPECT_GT(answers[0], 20);  // of 33
+    EXPECT_GT(answers[1], 50);  // of 67
+    EXPECT_GT(decided, 90);     // all, when the basis is CLP's exact one
 }

@@ -62,6 +62,13 @@ bool Solver::add_clause(std::span<const Lit> lits) {
     return true;
 }
 
+void Solver::add_lemma(std::span<const Lit> lits) {
+    assert(lits.size() >= 2 && value_of(lits[0]) == LBool::Undef &&
+           value_of(lits[1]) == LBool::Undef);
+    record(ProofStep::Kind::Lemma, lits);
+    attach(lits, true, true, 2);
+}
+
 Result Solver::solve(std::span<const Lit> assumptions) {
     failed_.clear();
     if (!ok_) return Result::Unsat;

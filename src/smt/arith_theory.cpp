@@ -33,12 +33,12 @@ int ArithTheory::simplex_var(int v) {
     return s;
 }
 
-ArithTheory::Reading ArithTheory::read(const lra::TermVar& t, Relation relation, const QNumber& c,
-                                       bool integral) const {
+ArithTheory::Reading ArithTheory::read(const lra::TermVar& t,
+                                       std::span<const LinearExpr::Entry> term, Relation relation,
+                                       const QNumber& c, bool integral) const {
     Reading r{relation, c, false, {}};
     if (integral) {
-        const TheoryAtom& a = atoms_.back();
-        if (auto rounded = lra::round_integral_bound(a.term, relation, c)) {
+        if (auto rounded = lra::round_integral_bound(term, relation, c)) {
             r.relation = rounded->relation;
             r.constant = rounded->constant;
         }
@@ -62,8 +62,8 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     lra::TermVar t = simplex_.term_variable(scratch_);
     atoms_.push_back({var, relation, {term.begin(), term.end()}, c});
     Atom a{t, {}, QNumber(1) / (t.scale.sign() < 0 ? -t.scale : t.scale)};
-    a.reading[0] = read(t, relation, c, integral);
-    a.reading[1] = read(t, negation(relation), c, integral);
+    a.reading[0] = read(t, term, relation, c, integral);
+    a.reading[1] = read(t, term, negation(relation), c, integral);
     if (atom_of_.size() <= var) {
         atom_of_.resize(var + 1, -1);
         value_.resize(var + 1, 0);
@@ -86,6 +86,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
     limit_ = branch_limit;
     used_ = 0;
     gave_up_ = false;
+    cuts_used_ = 0;
 }
 
 void ArithTheory::new_level() {
@@ -107,6 +108,7 @@ void ArithTheory::backtrack(int level) {
     row_reasons_at_level_.resize(target);
     propagated_ = std::min(propagated_, keep);
     conflict_ = false;
+    if (!transient_.empty()) make_slacks_again(target == 0);
 }
 
 void ArithTheory::assign(sat::Lit lit) {
@@ -197,9 +199,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         gave_up_ = true;
         return true;
     }
-    if (full) {
-        if (!branch()) take_model();
-    }
+    if (full && !cut() && !branch()) take_model();
     return true;
 }
 
@@ -215,6 +215,7 @@ DecideStats ArithTheory::stats() const {
     DecideStats s;
     s.simplex = simplex_.stats();
     s.branch.nodes = branches_;
+    s.cuts = cuts_made_;
     return s;
 }
 

@@ -17,6 +17,12 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
+// Cuts (gomory_cut.cpp): before branching, shallow in the search, a full assignment may instead
+// get a Gomory mixed-integer cut from the tableau row of a fractional basic Int variable: two
+// new atoms, the split p: s ≤ k over an integral term s and the cut q, and two Farkas lemmas
+// (¬p ∨ q ∨ ¬l…) and (p ∨ q ∨ ¬l…) over the literals l of the row's bounds, from which the
+// search resolves q. Atoms made during the search have slacks that a backtrack below their
+// level takes out of the simplex (Simplex::pop); such atoms get their slacks made again there.
 
 #include <cstdint>
 #include <span>
@@ -43,6 +49,7 @@ class ArithTheory : public LinearTheory {
     void begin_check(std::uint64_t branch_limit) override;
     bool gave_up() const override { return gave_up_; }
     void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
+    void set_cuts(bool on) override { cuts_ = on; }
     DecideStats stats() const override;
 
     // sat::Theory
@@ -70,10 +77,19 @@ class ArithTheory : public LinearTheory {
     };
 
     int simplex_var(int problem_var);
-    Reading read(const lra::TermVar& t, Relation relation, const QNumber& c, bool integral) const;
+    Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
+                 const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
     void take_model();
+    // gomory_cut.cpp
+    bool cut();
+    bool cut_row(int basic);
+    bool integral_var(int var) const;
+    void expand(int var, const QNumber& factor, std::vector<QNumber>& into);
+    void make_slacks_again(bool permanent);
+    bool lemma_is_valid(const std::vector<sat::Lit>& clause,
+                        const std::vector<QNumber>& multipliers) const;
     // row_propagation.cpp
     void index_slack(int slack);
     void propagate_rows(int var, std::vector<sat::Lit>& implied);
@@ -122,6 +138,20 @@ class ArithTheory : public LinearTheory {
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
     lra::TermEntries scratch_;
+
+    // Cuts: at most kCutsPerCheck in one check, each at a full assignment no deeper than
+    // kCutLevels decision levels (deeper ones branch); a cut with a coefficient or constant that
+    // does not fit in machine words is not made.
+    static constexpr std::uint64_t kCutsPerCheck = 100;
+    static constexpr std::size_t kCutLevels = 4;
+    static constexpr std::size_t kCutRowsTried = 8;  // per full assignment
+    bool cuts_ = false;
+    std::uint64_t cuts_used_ = 0;  // in this check
+    std::uint64_t cuts_made_ = 0;
+    // Atoms (indices in atom_data_) whose slacks were made above level 0: gone after a pop.
+    std::vector<std::uint32_t> transient_;
+    // Scratch of cut_row: by problem variable, the split's and the cut's coefficients.
+    std::vector<QNumber> split_coeffs_, cut_coeffs_;
 };
 
 }  // namespace vorn::smt

@@ -1,6 +1,7 @@
 // The exact side of the floating-point start: the LP form of a problem, and a basis checked for
 // optimality in exact arithmetic.
 
+#include <algorithm>
 #include <cstddef>
 
 #include "float_start.h"
@@ -25,7 +26,8 @@ QNumber coefficient_of(std::span<const Entry> term, int var) {
 
 }  // namespace
 
-std::optional<LpForm> lp_form(const Problem& problem, std::uint32_t objective, bool maximize) {
+std::optional<LpForm> lp_form(const Problem& problem, std::optional<std::uint32_t> objective,
+                              bool maximize) {
     if (!problem.boolean.empty()) return std::nullopt;
     LpForm lp;
     auto n = static_cast<std::size_t>(problem.variables.size());
@@ -59,7 +61,8 @@ std::optional<LpForm> lp_form(const Problem& problem, std::uint32_t objective, b
         }
     }
     lp.negated = maximize;
-    for (const Entry& e : problem.term(objective))
+    if (!objective) return lp;
+    for (const Entry& e : problem.term(*objective))
         if (e.var != 0) lp.cost[static_cast<std::size_t>(e.var)] = maximize ? -e.coeff : e.coeff;
     return lp;
 }
@@ -72,6 +75,7 @@ class BasisCheck {
         : p_(p), lp_(lp), basis_(basis), n_(lp.columns.size() - 1) {}
 
     std::optional<BasisOptimum> run(std::uint32_t objective, util::Stop* stop, std::string& why);
+    std::optional<BasisAnswer> decide(util::Stop* stop, std::string& why);
 
   private:
     std::span<const Entry> row_term(std::size_t r) const {
@@ -94,9 +98,19 @@ class BasisCheck {
         const LpForm::Row& row = lp_.rows[r];
         return side(row.lower, row.upper, basis_.row_at_upper[r] != 0);
     }
-    bool primal(util::Stop* stop, std::string& why);
-    bool dual(util::Stop* stop, std::string& why);
-    void add_column_entry(std::size_t v, const QNumber& d);
+    // A basic column or row out of its bounds: above the upper one or below the lower one.
+    struct Violation {
+        bool row;
+        std::size_t index;  // variable or LpForm row
+        bool above;
+    };
+    bool set_up(std::string& why);
+    // Violations are failures unless `violations` collects them.
+    bool primal(util::Stop* stop, std::string& why, std::vector<Violation>* violations = nullptr);
+    bool dual(const std::vector<QNumber>& cost, util::Stop* stop, std::string& why);
+    void add_column_entry(std::size_t v, const QNumber& d, bool upper);
+    std::vector<QNumber> infeasibility_cost(std::span<const Violation> violated) const;
+    void add_violated_bounds(std::span<const Violation> violated);
 
     const Problem& p_;
     const LpForm& lp_;
@@ -109,7 +123,7 @@ class BasisCheck {
     BasisOptimum out_;
 };
 
-bool BasisCheck::primal(util::Stop* stop, std::string& why) {
+bool BasisCheck::primal(util::Stop* stop, std::string& why, std::vector<Violation>* violations) {
     std::vector<QNumber>& x = out_.model;
     x.assign(n_ + 1, QNumber());
     for (std::size_t v = 1; v <= n_; ++v)
@@ -142,10 +156,13 @@ bool BasisCheck::primal(util::Stop* stop, std::string& why) {
         x[basic_cols_[k]] = (*solved)[k];
     for (std::size_t v : basic_cols_) {
         const LpForm::Column& c = lp_.columns[v];
-        if ((c.lower && x[v] < c.lower->value) || (c.upper && x[v] > c.upper->value)) {
+        bool below = c.lower && x[v] < c.lower->value, above = c.upper && x[v] > c.upper->value;
+        if (!below && !above) continue;
+        if (violations == nullptr) {
             why = "a basic variable is out of its bounds";
             return false;
         }
+        violations->push_back({false, v, above});
     }
     for (std::size_t r = 0; r < lp_.rows.size(); ++r) {
         if (!basis_.row_basic[r]) continue;
@@ -153,39 +170,42 @@ bool BasisCheck::primal(util::Stop* stop, std::string& why) {
         for (const Entry& e : row_term(r))
             if (e.var != 0) activity.add_product(e.coeff, x[static_cast<std::size_t>(e.var)]);
         const LpForm::Row& row = lp_.rows[r];
-        if ((row.lower && activity < *row.lower) || (row.upper && activity > *row.upper)) {
+        bool below = row.lower && activity < *row.lower;
+        bool above = row.upper && activity > *row.upper;
+        if (!below && !above) continue;
+        if (violations == nullptr) {
             why = "a basic row is out of its bounds";
             return false;
         }
+        violations->push_back({true, r, above});
     }
     return true;
 }
 
-// The Farkas entry of the bound atom that holds non-basic column v at its value, for reduced
-// cost d ≠ 0: d > 0 needs its lower bound, d < 0 its upper one.
-void BasisCheck::add_column_entry(std::size_t v, const QNumber& d) {
+// The Farkas entry |d|·(x_v ≥ lower) or |d|·(x_v ≤ upper), from the bound atom of column v.
+void BasisCheck::add_column_entry(std::size_t v, const QNumber& d, bool upper) {
     const LpForm::Column& c = lp_.columns[v];
-    const LpForm::Bound& b = d.sign() > 0 ? *c.lower : *c.upper;
+    const LpForm::Bound& b = upper ? *c.upper : *c.lower;
     QNumber a = coefficient_of(p_.term(p_.atoms[b.atom].first_term), static_cast<int>(v));
     // The atom a·x + k ⋈ 0 halves: "≤" is an upper bound on x when a > 0.
-    bool upper_half = (d.sign() > 0) == (a.sign() < 0);
+    bool upper_half = upper == (a.sign() > 0);
     QNumber m = d / a;
     if (m.sign() < 0) m.negate();
     out_.farkas.push_back({false, b.atom, upper_half, std::move(m)});
 }
 
-bool BasisCheck::dual(util::Stop* stop, std::string& why) {
+bool BasisCheck::dual(const std::vector<QNumber>& cost, util::Stop* stop, std::string& why) {
     std::vector<QNumber> c;
     c.reserve(basic_cols_.size());
     for (std::size_t v : basic_cols_)
-        c.push_back(lp_.cost[v]);
+        c.push_back(cost[v]);
     auto y =
         solve_square(transpose(system_, static_cast<int>(basic_cols_.size())), std::move(c), stop);
     if (!y) {
         why = "the basis is singular";
         return false;
     }
-    std::vector<QNumber> d = lp_.cost;
+    std::vector<QNumber> d = cost;
     for (std::size_t k = 0; k < tight_rows_.size(); ++k) {
         const QNumber& yk = (*y)[k];
         if (yk.is_zero()) continue;
@@ -216,13 +236,40 @@ bool BasisCheck::dual(util::Stop* stop, std::string& why) {
             why = "a reduced cost has the wrong sign";
             return false;
         }
-        add_column_entry(v, d[v]);
+        // d > 0 prices the lower bound, d < 0 the upper one.
+        add_column_entry(v, d[v], d[v].sign() < 0);
     }
     return true;
 }
 
-std::optional<BasisOptimum> BasisCheck::run(std::uint32_t objective, util::Stop* stop,
-                                            std::string& why) {
+// The cost whose minimum over the basis's cone says the violations cannot all be repaired: the
+// violated basic columns and rows, each pushed back toward its bound.
+std::vector<QNumber> BasisCheck::infeasibility_cost(std::span<const Violation> violated) const {
+    std::vector<QNumber> cost(n_ + 1);
+    for (const Violation& w : violated) {
+        QNumber sign(w.above ? 1 : -1);
+        if (!w.row) {
+            cost[w.index] += sign;
+            continue;
+        }
+        for (const Entry& e : row_term(w.index))
+            if (e.var != 0) cost[static_cast<std::size_t>(e.var)].add_product(sign, e.coeff);
+    }
+    return cost;
+}
+
+// The bounds the violations break, each with multiplier 1 (a row) or one over the coefficient
+// (a column's bound atom).
+void BasisCheck::add_violated_bounds(std::span<const Violation> violated) {
+    for (const Violation& w : violated) {
+        if (w.row)
+            out_.farkas.push_back({false, lp_.rows[w.index].atom, w.above, QNumber(1)});
+        else
+            add_column_entry(w.index, QNumber(1), w.above);
+    }
+}
+
+bool BasisCheck::set_up(std::string& why) {
     position_.assign(n_ + 1, -1);
     for (std::size_t v = 1; v <= n_; ++v)
         if (basis_.column_basic[v]) {
@@ -231,11 +278,14 @@ std::optional<BasisOptimum> BasisCheck::run(std::uint32_t objective, util::Stop*
         }
     for (std::size_t r = 0; r < lp_.rows.size(); ++r)
         if (!basis_.row_basic[r]) tight_rows_.push_back(r);
-    if (tight_rows_.size() != basic_cols_.size()) {
-        why = "the basis has the wrong size";
-        return std::nullopt;
-    }
-    if (!primal(stop, why) || !dual(stop, why)) return std::nullopt;
+    if (tight_rows_.size() == basic_cols_.size()) return true;
+    why = "the basis has the wrong size";
+    return false;
+}
+
+std::optional<BasisOptimum> BasisCheck::run(std::uint32_t objective, util::Stop* stop,
+                                            std::string& why) {
+    if (!set_up(why) || !primal(stop, why) || !dual(lp_.cost, stop, why)) return std::nullopt;
     out_.optimum = QNumber();
     for (const Entry& e : p_.term(objective))
         if (e.var == 0)
@@ -245,7 +295,33 @@ std::optional<BasisOptimum> BasisCheck::run(std::uint32_t objective, util::Stop*
     return std::move(out_);
 }
 
+// Feasible when no basic value breaks a bound. Otherwise the violations, all together and then
+// one by one (a dual simplex stops at a single row that no step can repair), are tried as a
+// proof: when the basis minimizes their sum, that minimum lies beyond their bounds.
+std::optional<BasisAnswer> BasisCheck::decide(util::Stop* stop, std::string& why) {
+    std::vector<Violation> violated;
+    if (!set_up(why) || !primal(stop, why, &violated)) return std::nullopt;
+    if (violated.empty()) return BasisAnswer{true, std::move(out_.model), {}};
+    constexpr std::size_t kSingleTries = 8;  // each costs a solve with the basis
+    for (std::size_t k = 0; k <= std::min(violated.size(), kSingleTries); ++k) {
+        if (k == 1 && violated.size() == 1) break;
+        std::span<const Violation> tried =
+            k == 0 ? std::span<const Violation>(violated) : std::span(&violated[k - 1], 1);
+        out_.farkas.clear();
+        if (!dual(infeasibility_cost(tried), stop, why)) continue;
+        add_violated_bounds(tried);
+        return BasisAnswer{false, {}, std::move(out_.farkas)};
+    }
+    why = "the basis proves neither feasibility nor infeasibility";
+    return std::nullopt;
+}
+
 }  // namespace
+
+std::optional<BasisAnswer> decide_by_basis(const Problem& problem, const LpForm& lp,
+                                           const Basis& basis, util::Stop* stop, std::string& why) {
+    return BasisCheck(problem, lp, basis).decide(stop, why);
+}
 
 std::optional<BasisOptimum> check_basis(const Problem& problem, std::uint32_t objective,
                                         const LpForm& lp, const Basis& basis, util::Stop* stop,

@@ -30,6 +30,7 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
         theory_ = std::make_unique<DifferenceTheory>(problem, options.certify);
     else
         theory_ = std::make_unique<ArithTheory>(problem, sat_, options.certify, options.stop);
+    theory_->set_cuts(options.cuts);
     sat_.set_theory(theory_.get());
 }
 
@@ -39,6 +40,7 @@ void BooleanDecider::set_options(const DecideOptions& options) {
     sat_.set_conflict_limit(o.conflict_limit);
     sat_.set_stop(o.stop);
     theory_->set_stop(options.stop);
+    theory_->set_cuts(options.cuts);
 }
 
 sat::Lit BooleanDecider::constant_literal(bool value) {

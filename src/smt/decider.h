@@ -38,7 +38,11 @@ class Decider {
     std::size_t atoms_at(std::size_t level) const { return levels_[level].atoms; }
     // Decides the atoms now in the problem.
     Decision check();
-    DecideStats stats() const { return {simplex_.stats(), branch_.stats(), splits_, {}}; }
+    DecideStats stats() const {
+        DecideStats s{simplex_.stats(), branch_.stats(), splits_, {}};
+        s.float_decided = float_decided_;
+        return s;
+    }
 
   private:
     using Result = lra::Result;
@@ -71,6 +75,10 @@ class Decider {
     bool lattice_decides(Result& result);
     bool model_on_lattice(const std::vector<std::size_t>& eq_atoms, const std::vector<int>& var_of,
                           const lra::LatticeAnswer& lattice, std::vector<QNumber>& model);
+    // The first check of a conjunction over Real variables starts from the basis a
+    // floating-point LP solver ends at (feasible, or where it finds the atoms infeasible): true
+    // when that basis decides it exactly (`result`); otherwise the simplex starts from it.
+    bool float_start(Result& result);
     Result search();
     Result search_convex();
     // A model on either side of the disequality split at `root` (Sat); Unsat when both sides
@@ -112,6 +120,7 @@ class Decider {
     std::vector<QNumber> model_;
     lra::TermEntries scratch_;
     std::uint64_t splits_ = 0;
+    std::uint64_t float_decided_ = 0;
 };
 
 }  // namespace vorn::smt

@@ -1,6 +1,7 @@
 #include "vorn/smt/decision.h"
 
 #include "decider.h"
+#include "float_start.h"
 
 #include <algorithm>
 #include <limits>
@@ -132,7 +133,7 @@ Decision Decider::check() {
         // Decided by the integer equalities alone.
     } else {
         std::size_t base = simplex_.level();
-        d.result = integral ? search() : search_convex();
+        if (integral || !float_start(d.result)) d.result = integral ? search() : search_convex();
         simplex_.pop(simplex_.level() - base);  // the splits' levels
     }
     if (d.result == Result::Sat) d.model = std::move(model_);
@@ -143,6 +144,34 @@ Decision Decider::check() {
                                       : "disequalities: no repair step found";
     d.stats = stats() - before;
     return d;
+}
+
+bool Decider::float_start(Result& result) {
+    // Below this many atoms the exact simplex is as fast as the floating-point solve.
+    constexpr std::size_t kFloatStartAtoms = 100;
+    if (!options_.float_start || simplex_.stats().checks != 0 || !diseqs_.empty() ||
+        problem_.atoms.size() < kFloatStartAtoms)
+        return false;
+    auto lp = lp_form(problem_, std::nullopt, false);
+    if (!lp || lp->rows.empty()) return false;
+    auto basis = float_basis(problem_, *lp, options_.stop, true);
+    if (!basis) return false;
+    std::string why;
+    if (auto answer = decide_by_basis(problem_, *lp, *basis, options_.stop, why)) {
+        ++float_decided_;
+        if (answer->feasible) {
+            model_ = std::move(answer->model);
+            result = Result::Sat;
+        } else {
+            proof_.assign(1, ProofStep{});
+            proof_[0].farkas = std::move(answer->farkas);
+            result = Result::Unsat;
+        }
+        return true;
+    }
+    if (stopped()) return false;
+    warm_start(simplex_, problem_, *lp, *basis, simplex_var_, {});
+    return false;
 }
 
 Decider::Result Decider::search() {
@@ -424,6 +453,8 @@ DecideStats& DecideStats::operator+=(const DecideStats& o) {
     branch.gcd_conflicts += o.branch.gcd_conflicts;
     branch.seconds += o.branch.seconds;
     splits += o.splits;
+    cuts += o.cuts;
+    float_decided += o.float_decided;
     sat.decisions += o.sat.decisions;
     sat.propagations += o.sat.propagations;
     sat.conflicts += o.sat.conflicts;
@@ -446,6 +477,8 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
     d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
     d.branch.seconds -= o.branch.seconds;
     d.splits -= o.splits;
+    d.cuts -= o.cuts;
+    d.float_decided -= o.float_decided;
     d.sat.decisions -= o.sat.decisions;
     d.sat.propagations -= o.sat.propagations;
     d.sat.conflicts -= o.sat.conflicts;

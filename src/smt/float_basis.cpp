@@ -52,7 +52,8 @@ char nearer_upper(double value, double lower, double upper) {
 
 }  // namespace
 
-std::optional<Basis> float_basis(const Problem& problem, const LpForm& lp, util::Stop* stop) {
+std::optional<Basis> float_basis(const Problem& problem, const LpForm& lp, util::Stop* stop,
+                                 bool infeasible_too) {
     int n = static_cast<int>(lp.columns.size()) - 1;
     int m = static_cast<int>(lp.rows.size());
     std::vector<int> row_index, column_index;
@@ -82,20 +83,30 @@ std::optional<Basis> float_basis(const Problem& problem, const LpForm& lp, util:
         row_upper[static_cast<std::size_t>(r)] = bound_value(row.upper, COIN_DBL_MAX);
     }
 
+    // Presolve makes the solve fast, but an infeasible presolved problem has no basis of the
+    // original one to give back: then a second solve without it.
     ClpSimplex model;
-    model.setLogLevel(0);
-    model.messageHandler()->setLogLevel(0);
-    model.loadProblem(matrix, col_lower.data(), col_upper.data(), cost.data(), row_lower.data(),
-                      row_upper.data());
-    StopEvents events(stop);
-    model.passInEventHandler(&events);
-    ClpSolve options;
-    options.setSolveType(ClpSolve::useDual);
-    options.setPresolveType(ClpSolve::presolveOn);
-    model.initialSolve(options);
-    if (!model.isProvenOptimal()) return std::nullopt;
+    auto solve = [&](bool presolve) {
+        model.setLogLevel(0);
+        model.messageHandler()->setLogLevel(0);
+        model.loadProblem(matrix, col_lower.data(), col_upper.data(), cost.data(), row_lower.data(),
+                          row_upper.data());
+        StopEvents events(stop);
+        model.passInEventHandler(&events);
+        ClpSolve options;
+        options.setSolveType(ClpSolve::useDual);
+        options.setPresolveType(presolve ? ClpSolve::presolveOn : ClpSolve::presolveOff);
+        model.initialSolve(options);
+    };
+    solve(true);
+    if (!model.isProvenOptimal()) {
+        if (!infeasible_too || !model.isProvenPrimalInfeasible()) return std::nullopt;
+        solve(false);
+        if (!model.isProvenPrimalInfeasible() && !model.isProvenOptimal()) return std::nullopt;
+    }
 
     Basis basis;
+    basis.optimal = model.isProvenOptimal();
     basis.column_basic.assign(static_cast<std::size_t>(n) + 1, 0);
     basis.column_at_upper.assign(basis.column_basic.size(), 0);
     basis.row_basic.assign(static_cast<std::size_t>(m), 0);

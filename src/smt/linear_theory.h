@@ -50,6 +50,8 @@ class LinearTheory : public sat::Theory {
     virtual bool gave_up() const { return false; }
     // Where a long theory check looks whether to give up (the SAT search stops right after).
     virtual void set_stop(util::Stop* /*stop*/) {}
+    // DecideOptions::cuts, for a theory that can cut.
+    virtual void set_cuts(bool /*on*/) {}
     virtual DecideStats stats() const = 0;
 
     // The model of the last consistent full check, by problem variable (0 for variables the

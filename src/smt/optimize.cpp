@@ -75,6 +75,8 @@ class Optimizer {
     bool from_float_basis(Optimization& out);
 
     const Problem& p_;
+    std::optional<LpForm> lp_;
+    std::optional<Basis> basis_;  // from floating point, not exactly optimal as it stood
     std::uint32_t objective_;
     bool maximize_;
     DecideOptions options_;
@@ -99,15 +101,16 @@ std::size_t Optimizer::append_better_atom(Optimization& out) const {
 }
 
 bool Optimizer::from_float_basis(Optimization& out) {
-    auto lp = lp_form(p_, objective_, maximize_);
-    if (!lp) return false;
-    auto basis = float_basis(p_, *lp, options_.stop);
-    if (!basis) {
+    lp_ = lp_form(p_, objective_, maximize_);
+    if (!lp_) return false;
+    basis_ = float_basis(p_, *lp_, options_.stop);
+    if (!basis_) {
         out.float_basis_note = "no optimal basis in floating point";
         return false;
     }
-    auto found = check_basis(p_, objective_, *lp, *basis, options_.stop, out.float_basis_note);
+    auto found = check_basis(p_, objective_, *lp_, *basis_, options_.stop, out.float_basis_note);
     if (!found) return false;
+    basis_.reset();
     out.kind = Optimization::Kind::Optimal;
     out.float_basis_optimal = true;
     out.optimum = std::move(found->optimum);
@@ -162,6 +165,12 @@ Optimization Optimizer::run() {
     // The objective's row exists before the first check, which a new row would undo.
     std::optional<lra::TermVar> t;
     if (!entries.empty()) t = simplex_.term_variable(entries);
+    // A floating-point basis that did not check: the exact search starts from it.
+    if (basis_) {
+        std::vector<int> keep;
+        if (t) keep.push_back(t->var);
+        warm_start(simplex_, p_, *lp_, *basis_, var_of_, keep);
+    }
     if (constant_false || simplex_.check() != lra::Result::Sat) {
         // Infeasible (or stopped): the ordinary decision procedure gives the proof.
         Decision feasible = decide(out.bounded, options_);

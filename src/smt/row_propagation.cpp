@@ -42,6 +42,7 @@ bool ArithTheory::implied_bound(int slack, bool upper, lra::DeltaRational& bound
 void ArithTheory::propagate_rows(int var, std::vector<sat::Lit>& implied) {
     if (static_cast<std::size_t>(var) >= slacks_of_.size()) return;
     for (int slack : slacks_of_[var]) {
+        if (!simplex_.is_slack(slack)) continue;  // taken out by a pop (see make_slacks_again)
         bool open = false;
         for (std::uint32_t o : atoms_on_[slack])
             open = open || (atom_data_[o].alive && value_[atoms_[o].var] == 0);

@@ -249,6 +249,9 @@ int run(int argc, char** argv) {
                      "disequality splits, before answering unknown (at least 1)")
         ->check(CLI::Range(std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()))
         ->default_val(10000);
+    check_cmd->add_flag("--cuts", args.check.decide.cuts,
+                        "integer problems with Boolean structure: Gomory cuts before branching "
+                        "(shallow in the search, a hundred per check at most)");
     check_cmd->add_flag("--certificate", args.check.certificate,
                         "print a checkable certificate after every unsat (docs/certificates.md)");
     check_cmd->add_flag("--verify", args.check.verify,

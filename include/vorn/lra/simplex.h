@@ -37,6 +37,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "vorn/la/equation.h"
@@ -187,6 +188,13 @@ class Simplex {
     // Sat or Unsat (Unknown only when the pivot limit is reached). Reuses the basis and the
     // assignment of the previous call.
     Result check();
+    // A warm start, before or between checks: pivots each variable of `basic` into the basis,
+    // trading it for the basic variable of the shortest row of its column that is not in the
+    // list (one without such a row stays non-basic), then moves each variable of `at_bound` that
+    // is non-basic to its upper bound (second = true) or lower bound (false; the other one when
+    // only that exists). Bounds do not change; the next check() repairs any violated one. For a
+    // basis found elsewhere (a floating-point solver) that is nearly feasible or optimal.
+    void warm_start(std::span<const int> basic, std::span<const std::pair<int, bool>> at_bound);
     // After Unsat (or a false assert): the bounds of the conflict, with Farkas multipliers.
     const std::vector<Explanation>& conflict() const { return conflict_; }
     // After a Sat check(): pivots to a vertex where `var` (structural or slack) is least (or

@@ -95,6 +95,11 @@ class Solver {
         return add_clause({lits.begin(), lits.size()});
     }
 
+    // A theory lemma added during the search, from Theory::check: valid in the theory, recorded
+    // as a Lemma step and kept for good (a learned clause that reduction spares). Its first two
+    // literals must be unassigned (they are watched), e.g. atoms the theory has just made.
+    void add_lemma(std::span<const Lit> lits);
+
     Result solve() { return solve({}); }
     Result solve(std::span<const Lit> assumptions);
 

@@ -16,6 +16,9 @@
 //   current assignment) when the assignments are inconsistent in the theory. With full, every
 //   variable is assigned and true means the assignment is a model of the theory.
 //
+// - Lemmas. During check(full) the theory may also make new variables and hand the solver
+//   lemmas over them (Solver::add_lemma), which the search then goes on to decide.
+//
 // Clauses the theory returns are theory lemmas: valid in the theory, kept by the solver like
 // learned clauses (and removed by the same reduction).
 

@@ -62,6 +62,10 @@ struct ProofStep {
 
 struct DecideOptions {
     std::uint64_t bb_limit = 10000;  // branch-and-bound nodes in one whole check (0: no limit)
+    // The Boolean search over Int variables may, before branching, cut a fractional vertex off
+    // with a Gomory mixed-integer cut from its tableau row; false: branch only. Off by default:
+    // on the benchmarks so far, cuts cost more time than the nodes they save.
+    bool cuts = false;
     // Problems with Boolean structure: keep the clause proof of an Unsat answer
     // (Decision::clause_proof). It costs memory for every clause the search learns.
     bool certify = false;
@@ -84,6 +88,10 @@ struct DecideStats {
     lra::BranchStats branch;
     std::uint64_t splits = 0;  // disequality splits
     sat::Stats sat;            // the Boolean search, on problems with Boolean structure
+    std::uint64_t cuts = 0;    // Gomory cuts of the Boolean search
+    // Conjunctions decided by a floating-point basis (DecideOptions::float_start), checked
+    // exactly, without a step of the exact simplex.
+    std::uint64_t float_decided = 0;
 
     // Sums counters and times (max_depth: the larger one).
     DecideStats& operator+=(const DecideStats& other);

@@ -7,6 +7,7 @@
 #include <new>
 #include <numeric>
 #include <ostream>
+#include <stdexcept>
 
 #include "cli/output.h"
 #include "cli/solve.h"
@@ -22,6 +23,17 @@
 namespace vorn::cli {
 
 namespace {
+
+// A decimal literal, or an exact fraction as `optimize` prints it.
+std::optional<QNumber> bound_value(std::string_view text) {
+    if (auto value = io::parse_real_literal(text)) return value;
+    if (text.find('/') == std::string_view::npos) return std::nullopt;
+    try {
+        return QNumber::from_string(text);
+    } catch (const std::invalid_argument&) {
+        return std::nullopt;
+    }
+}
 
 // "objective ⋈ V" as an atom: objective − V ⋈ 0.
 void add_objective_bound(smt::Problem& problem, const std::string& bound) {
@@ -39,7 +51,7 @@ void add_objective_bound(smt::Problem& problem, const std::string& bound) {
         std::string_view number = text.substr(op.size());
         while (!number.empty() && number.front() == ' ')
             number.remove_prefix(1);
-        std::optional<QNumber> value = io::parse_real_literal(number);
+        std::optional<QNumber> value = bound_value(number);
         if (!value) break;
         smt::LinearExpr expr;
         for (const auto& e : problem.term(*problem.objective))
@@ -48,8 +60,9 @@ void add_objective_bound(smt::Problem& problem, const std::string& bound) {
         problem.atoms.push_back({relation, problem.add_term(expr), 1, smt::SourcePos{}});
         return;
     }
-    throw UsageError("--objective-bound: expected a relation and a number, as in '<= 2.5', not " +
-                     io::quoted(bound));
+    throw UsageError(
+        "--objective-bound: expected a relation and a number, as in '<= 2.5' or '<= -7/3', not " +
+        io::quoted(bound));
 }
 
 std::string check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
@@ -177,7 +190,8 @@ std::string check_stats(double read_ms, const io::CheckStats& s) {
     std::snprintf(line, sizeof line,
                   "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
                   "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
-                  "splits, %llu branch-and-bound nodes, %llu SAT decisions, %llu SAT conflicts\n",
+                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu SAT decisions, %llu SAT "
+                  "conflicts\n",
                   read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
                   static_cast<unsigned long long>(x.pivots),
                   static_cast<unsigned long long>(x.bland_switches),
@@ -186,6 +200,7 @@ std::string check_stats(double read_ms, const io::CheckStats& s) {
                   static_cast<unsigned long long>(x.restored),
                   static_cast<unsigned long long>(s.decide.splits),
                   static_cast<unsigned long long>(s.decide.branch.nodes),
+                  static_cast<unsigned long long>(s.decide.cuts),
                   static_cast<unsigned long long>(s.decide.sat.decisions),
                   static_cast<unsigned long long>(s.decide.sat.conflicts));
     return line;
