@@ -19,6 +19,7 @@ import pathlib
 import re
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -41,11 +42,13 @@ def run(cmd, timeout):
         if GNU_TIME:
             cmd = [GNU_TIME, "-f", "%M", "-o", peak.name] + cmd
         start = time.perf_counter()
-        proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        # A session of its own: a timeout kills the solver, not only GNU time above it.
+        proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+                                start_new_session=True)
         try:
             out, _ = proc.communicate(timeout=timeout)
         except subprocess.TimeoutExpired:
-            proc.kill()
+            os.killpg(proc.pid, signal.SIGKILL)
             proc.communicate()
             return None, None, ""
         seconds = time.perf_counter() - start

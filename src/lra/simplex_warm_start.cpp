@@ -21,6 +21,8 @@ void Simplex::warm_start(std::span<const int> basic,
     }
     std::sort(order.begin(), order.end());
     for (auto [size, v] : order) {
+        // A partial warm start is still a basis; the next check() sees the stop too.
+        if (stop_requested()) break;
         auto* column = tableau_->cols().find(v);
         if (column == nullptr) continue;
         int leaving = 0;

@@ -8,6 +8,7 @@
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 
+#include "decider.h"
 #include "float_start.h"
 
 namespace vorn::smt {
@@ -71,6 +72,9 @@ class Optimizer {
     void read_model(Optimization& out);
     // The atom "objective < optimum" (">" when maximizing) appended to out.bounded: its index.
     std::size_t append_better_atom(Optimization& out) const;
+    bool stopped() const {
+        return options_.stop != nullptr && options_.stop->reason() != util::StopReason::None;
+    }
     // The optimum straight from a floating-point basis that checks exactly; false otherwise.
     bool from_float_basis(Optimization& out);
 
@@ -173,7 +177,11 @@ Optimization Optimizer::run() {
     }
     if (constant_false || simplex_.check() != lra::Result::Sat) {
         // Infeasible (or stopped): the ordinary decision procedure gives the proof.
-        Decision feasible = decide(out.bounded, options_);
+        if (stopped()) {
+            out.reason_unknown = util::to_string(options_.stop->reason());
+            return out;
+        }
+        Decision feasible = Decider(out.bounded, options_).check();
         out.stats = feasible.stats;
         if (feasible.result == lra::Result::Unsat) {
             out.kind = Optimization::Kind::Infeasible;
@@ -190,6 +198,10 @@ Optimization Optimizer::run() {
         out.kind = Optimization::Kind::Optimal;
         out.optimum = constant;
         read_model(out);
+        // Its proof: "objective < optimum" is the false constant atom 0 < 0 by itself.
+        ProofStep leaf;
+        leaf.farkas.push_back({false, append_better_atom(out), !maximize_, QNumber(1)});
+        out.proof.push_back(std::move(leaf));
         return out;
     }
     // objective = scale·var + constant: minimizing it minimizes var when the scale is positive.
@@ -239,7 +251,7 @@ Optimization Optimizer::run() {
                 {false, static_cast<std::size_t>(x.reason), x.upper, x.multiplier});
         out.proof.push_back(std::move(leaf));
     } else {  // not expected: the ordinary decision procedure then
-        Decision refuted = decide(out.bounded, options_);
+        Decision refuted = Decider(out.bounded, options_).check();
         out.stats += refuted.stats;
         if (refuted.result != lra::Result::Unsat) {
             out.kind = Optimization::Kind::Unknown;
@@ -257,7 +269,21 @@ Optimization Optimizer::run() {
 
 Optimization optimize(const Problem& problem, std::uint32_t objective, bool maximize,
                       const DecideOptions& options) {
-    return Optimizer(problem, objective, maximize, options).run();
+    // One deadline for the whole optimization, feasibility and proofs included.
+    util::Stop own_stop;
+    DecideOptions o = options;
+    if (o.stop == nullptr) o.stop = &own_stop;
+    o.stop->start(o.time_limit);
+    Optimization answer;
+    try {
+        answer = Optimizer(problem, objective, maximize, o).run();
+    } catch (const std::bad_alloc&) {
+        answer = Optimization{};
+        answer.reason_unknown = util::to_string(util::StopReason::Memout);
+    }
+    o.stop->finish(answer.kind == Optimization::Kind::Unknown &&
+                   o.stop->reason() != util::StopReason::None);
+    return answer;
 }
 
 namespace {
@@ -285,10 +311,6 @@ std::string check_optimization(const Problem& problem, std::uint32_t objective, 
             if (std::string bad = check_relaxed_model(problem, answer); !bad.empty()) return bad;
             if (evaluate(term, answer.model, true) != answer.optimum)
                 return "the model does not attain the optimum";
-            bool constant = true;
-            for (const Entry& e : term)
-                constant = constant && e.var == 0;
-            if (constant) return {};  // nothing can be better than the one value
             if (answer.bounded.atoms.size() != problem.atoms.size() + 1)
                 return "no bound on the objective to refute";
             return check_proof(answer.bounded, answer.proof);

@@ -14,6 +14,7 @@ Rerun one case with --case N (with the same --seed).
 import argparse
 import os
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -349,7 +350,64 @@ def check_file(ctx, p, seed, peers=("z3", "glpsol"), deep=True):
             found.append(Finding(("answer", name), "vorn %s, %s %s" % (ans, name, pans)))
         else:
             ctx.tally.passed += 1
+    if "glpsol" in peers and "glpsol" in ctx.peers and glpk_ok:
+        compare_optimum(ctx, p, path, found)
     return found
+
+
+def glpsol_optimum(text):
+    """(kind, objective or None) from `glpsol --exact -o /dev/stdout`, or None."""
+    if "HAS NO FEASIBLE" in text or "NO PRIMAL FEASIBLE" in text:
+        return "infeasible", None
+    if "UNBOUNDED" in text or "NO DUAL FEASIBLE" in text:
+        return "unbounded", None
+    m = re.search(r"Objective:\s+\S+\s*=\s*(\S+)", text)
+    if "OPTIMAL SOLUTION FOUND" in text and m:
+        return "optimal", Fraction(m.group(1))
+    return None
+
+
+def compare_optimum(ctx, p, path, found):
+    """`vorn optimize` (the LP relaxation) beside `glpsol --exact --nomip`: the same outcome and,
+    when optimal, the same optimum to glpsol's ten printed digits."""
+    maximize = p["sense"] == "max"
+    # An LP file states its sense; an MPS file may leave OBJSENSE out.
+    cmd = [ctx.vorn, "optimize", "--verify", "--certificate", path]
+    if maximize and p["fmt"] != "lp":
+        cmd.insert(2, "--maximize")
+    r = ctx.run(cmd)
+    if r.timed_out:
+        return
+    out = r.out.decode("utf-8", "replace")
+    if r.status != 0:
+        kind = "crash" if crashed(r) else "exit"
+        found.append(Finding((kind, "optimize"), "vorn optimize exit status %s: %s" % (
+            r.status, first_line(r.err))))
+        return
+    check_certificates(ctx, out, found)
+    lines = out.splitlines()
+    kind = lines[0] if lines else ""
+    ext = ".lp" if p["fmt"] == "lp" else ".mps"
+    ppath = ctx.write("case.glpk-opt" + ext, gen_lp.render(p, False, True))
+    flag = {"lp": "--lp", "mps": "--freemps", "fixed": "--mps"}[p["fmt"]]
+    sense = [] if p["fmt"] == "lp" else ["--max" if maximize else "--min"]
+    pr = ctx.run([ctx.peers["glpsol"], "--exact", "--nomip", flag, ppath, "-o", "/dev/stdout"] +
+                 sense)
+    peer = None if pr.timed_out else glpsol_optimum(pr.out.decode("utf-8", "replace"))
+    if peer is None or kind == "unknown":
+        return
+    ctx.tally.compared["glpsol (optimize)"] = ctx.tally.compared.get("glpsol (optimize)", 0) + 1
+    if kind != peer[0]:
+        found.append(Finding(("optimize",), "vorn optimize %s, glpsol %s" % (kind, peer[0])))
+        return
+    if kind == "optimal":
+        m = re.match(r"objective (-?\d+(?:/\d+)?)$", lines[1] if len(lines) > 1 else "")
+        value = Fraction(m.group(1)) if m else None
+        if value is None or abs(value - peer[1]) > Fraction(2, 10 ** 9) * max(1, abs(peer[1])):
+            found.append(Finding(("optimize",), "vorn optimum %s, glpsol %s" % (
+                lines[1] if len(lines) > 1 else "none", peer[1])))
+            return
+    ctx.tally.passed += 1
 
 
 def eval_atoms(atoms, ints, model):
@@ -443,7 +501,7 @@ def shrink(ctx, kind, case, key, seed, budget):
                                deadline)
             case = shrink_formulas(dict(case, cmds=cmds), keeps, deadline)
         elif kind == "file":
-            peers = (key[1],) if key[0] == "answer" else ()
+            peers = (key[1],) if key[0] == "answer" else ("glpsol",) if "optimize" in key else ()
 
             def keeps_units(units):
                 q = dict(case)

@@ -75,12 +75,19 @@ def col_names(rng, n, fixed):
 
 def generate(rng, fmt):
     """fmt is 'lp', 'mps' or 'fixed' (fixed-format MPS)."""
-    ncols = rng.randint(1, 7)
+    # One in ten is large enough (a hundred atoms and more) for the floating-point start.
+    large = rng.random() < 0.1
+    ncols = rng.randint(3, 12) if large else rng.randint(1, 7)
     cols = []
     for name in col_names(rng, ncols, fmt == "fixed"):
         r = rng.random()
         kind = "real" if r < 0.6 else "int" if r < 0.9 else "bin"
         cols.append({"name": name, "kind": kind})
+    if large:
+        if rng.random() < 0.6:  # a pure LP, which the floating-point start takes
+            for c in cols:
+                c["kind"] = "real"
+        return generate_large(rng, fmt, cols)
     rows = []
     for i in range(rng.randint(1, 8)):
         k = rng.randint(1, min(4, ncols))
@@ -127,6 +134,38 @@ def generate(rng, fmt):
             bounds.append({"col": c["name"], "kind": rng.choice(["up", "lo"]), "v": v})
         else:
             bounds.append({"col": c["name"], "kind": "up", "v": -Fraction(rng.randint(1, 9))})
+    objective = [(c["name"], gen_coeff(rng)) for c in cols if rng.random() < 0.6]
+    return {"fmt": fmt, "cols": cols, "rows": rows, "bounds": bounds, "objective": objective,
+            "sense": rng.choice(["min", "max"]), "style": rng.randrange(1 << 30)}
+
+
+def generate_large(rng, fmt, cols):
+    """Rows and boxes around a point, a few rows broken there: feasible or not, either way."""
+    point = {}
+    for c in cols:
+        point[c["name"]] = (Fraction(rng.randint(0, 1)) if c["kind"] == "bin" else
+                            Fraction(rng.randint(-8, 8)) if c["kind"] == "int" else
+                            Fraction(rng.randint(-16, 16), rng.choice([1, 2, 4])))
+    rows = []
+    broken = rng.choice([0, 0, 1, 2])
+    for i in range(rng.randint(95, 130)):
+        picked = rng.sample(range(len(cols)), rng.randint(2, min(4, len(cols))))
+        terms = [(cols[j]["name"], gen_coeff(rng)) for j in picked]
+        at = sum(a * point[n] for n, a in terms)
+        slack = Fraction(rng.randint(0, 6), rng.choice([1, 2]))
+        if broken and rng.random() < 0.02:
+            slack, broken = -Fraction(1, 4), broken - 1
+        r = rng.random()
+        rel = "<=" if r < 0.45 else ">=" if r < 0.9 else "="
+        rhs = at if rel == "=" else at + slack if rel == "<=" else at - slack
+        rows.append({"name": "r%d" % (i + 1), "terms": terms, "rel": rel, "rhs": rhs})
+    bounds = []
+    for c in cols:
+        if c["kind"] == "bin" or rng.random() < 0.3:
+            continue
+        v = point[c["name"]]
+        bounds.append({"col": c["name"], "kind": "both", "lo": v - rng.randint(0, 5),
+                       "up": v + rng.randint(0, 5)})
     objective = [(c["name"], gen_coeff(rng)) for c in cols if rng.random() < 0.6]
     return {"fmt": fmt, "cols": cols, "rows": rows, "bounds": bounds, "objective": objective,
             "sense": rng.choice(["min", "max"]), "style": rng.randrange(1 << 30)}
@@ -311,7 +350,7 @@ def lp_value(rng, v, odd):
     return odd_num_text(rng, v) if odd else num_text(v)
 
 
-def render_lp(p, odd):
+def render_lp(p, odd, objective=False):
     rng = random.Random(p["style"] * 2 + odd)
     kw = (lambda *words: rng.choice(words)) if odd else (lambda *words: words[0])
     out = []
@@ -321,9 +360,9 @@ def render_lp(p, odd):
         out.append(kw("Minimize", "MINIMIZE", "minimum", "min"))
     else:
         out.append(kw("Maximize", "MAXIMIZE", "maximum", "max"))
-    if odd:
+    if odd or objective:
         obj = p["objective"] or [(p["cols"][0]["name"], Fraction(0))]
-        out.append(" obj: " + lp_expr(rng, obj, True))
+        out.append(" obj: " + lp_expr(rng, obj, odd))
     else:
         out.append(" obj: " + " + ".join("0 %s" % c["name"] for c in p["cols"]))
     out.append(kw("Subject To", "SUBJECT TO", "such that", "st", "s.t."))
@@ -393,7 +432,7 @@ def fixed_line(fields):
     return line.rstrip()
 
 
-def render_mps(p, odd):
+def render_mps(p, odd, objective=False):
     fixed = p["fmt"] == "fixed"
     rng = random.Random(p["style"] * 2 + odd)
 
@@ -436,7 +475,8 @@ def render_mps(p, odd):
     in_int = False
     for c in p["cols"]:
         n = c["name"]
-        items = ([("COST", obj.get(n, Fraction(0)) if odd else Fraction(0))] if n in obj or not entries[n]
+        items = ([("COST", obj.get(n, Fraction(0)) if odd or objective else Fraction(0))]
+                 if n in obj or not entries[n]
                  else []) + entries[n]
         want_int = c["kind"] != "real"
         if want_int != in_int:
@@ -492,10 +532,11 @@ def render_mps(p, odd):
     return "\n".join(out) + "\n"
 
 
-def render(p, odd=True):
+def render(p, odd=True, objective=False):
+    """vorn's file (odd) or glpsol's; glpsol's has a zero objective unless `objective`."""
     if p["fmt"] == "lp":
-        return render_lp(p, odd)
-    return render_mps(p, odd)
+        return render_lp(p, odd, objective)
+    return render_mps(p, odd, objective)
 
 
 def units(p):

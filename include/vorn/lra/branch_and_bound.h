@@ -6,9 +6,10 @@
 // The rational relaxation is checked first (its Unsat is the answer). Then a gcd test on the
 // equalities whose variables are all integral: an equality Σ aᵢxᵢ = c (fixed slack) whose
 // coefficients' gcd, after scaling to integers, does not divide c has no integral solution.
-// Then depth-first branching on an integral variable whose model value v is fractional:
-// x ≤ ⌊v⌋ first, then x ≥ ⌈v⌉, each under Simplex::push()/pop(), so the simplex returns to the
-// caller's level after every call. Past `node_limit` nodes the answer is Unknown.
+// Then depth-first branching on the first integral variable whose model value v is fractional:
+// x ≤ ⌊v⌋ and x ≥ ⌈v⌉, the side nearer v first, each under Simplex::push()/pop(), so the
+// simplex returns to the caller's level after every call. Past `node_limit` nodes the answer is
+// Unknown.
 //
 // Reasons: the caller's reasons are ≥ 0. A branch bound asserted at depth d of the current path
 // carries the reason −(d + 1), so a leaf's Farkas conflict names the branch bounds it uses.
@@ -97,6 +98,7 @@ class BranchAndBound {
     struct Frame {
         std::size_t node;
         bool in_high;
+        bool second = false;  // the other child, after the first one failed
     };
     enum class Outcome { Sat, Unsat, Unknown, Split };
 
@@ -107,9 +109,11 @@ class BranchAndBound {
     void restore_integer_variables();
     bool gcd_refutes(std::size_t node);
     int fractional_variable() const;
+    // Whether the split at `node` explores its high child (var ≥ below + 1) first.
+    bool high_first(std::size_t node) const;
     // Creates the current child of the last frame, pushes a level and asserts its bound.
     std::size_t descend();
-    // Pops finished splits and turns the deepest unfinished one to its high child; false when
+    // Pops finished splits and turns the deepest unfinished one to its other child; false when
     // none is left.
     bool backtrack();
     bool integral_model_is_valid() const;

@@ -193,7 +193,8 @@ class Simplex {
     // list (one without such a row stays non-basic), then moves each variable of `at_bound` that
     // is non-basic to its upper bound (second = true) or lower bound (false; the other one when
     // only that exists). Bounds do not change; the next check() repairs any violated one. For a
-    // basis found elsewhere (a floating-point solver) that is nearly feasible or optimal.
+    // basis found elsewhere (a floating-point solver) that is nearly feasible or optimal. A
+    // stop (SimplexOptions::stop) ends the pivots early.
     void warm_start(std::span<const int> basic, std::span<const std::pair<int, bool>> at_bound);
     // After Unsat (or a false assert): the bounds of the conflict, with Farkas multipliers.
     const std::vector<Explanation>& conflict() const { return conflict_; }

@@ -41,7 +41,8 @@ struct Optimization {
     std::string float_basis_note;
 };
 
-// `objective`: a term of the problem.
+// `objective`: a term of the problem. The options' limits apply to the whole call (one
+// deadline from its start); a stop or running out of memory answers Unknown with the reason.
 Optimization optimize(const Problem& problem, std::uint32_t objective, bool maximize,
                       const DecideOptions& options = {});
 
