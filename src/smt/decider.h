@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <span>
 #include <vector>
@@ -22,6 +23,25 @@
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
+
+// Runs solve(options) under the options' stop (the caller's, else one of its own), started once
+// with the time limit, so that a call and everything it runs share one deadline. Running out of
+// memory answers Unknown ("memout"); `is_unknown(answer)` says whether the answer is Unknown.
+template <typename Solve>
+auto under_stop(DecideOptions options, Solve solve) {
+    util::Stop own_stop;
+    if (options.stop == nullptr) options.stop = &own_stop;
+    options.stop->start(options.time_limit);
+    decltype(solve(options)) answer;
+    try {
+        answer = solve(options);
+    } catch (const std::bad_alloc&) {
+        answer = {};
+        answer.reason_unknown = util::to_string(util::StopReason::Memout);
+    }
+    options.stop->finish(is_unknown(answer) && options.stop->reason() != util::StopReason::None);
+    return answer;
+}
 
 class Decider {
   public:

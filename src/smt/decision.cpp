@@ -488,20 +488,12 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
     return d;
 }
 
+static bool is_unknown(const Decision& d) {
+    return d.result == lra::Result::Unknown;
+}
+
 Decision decide(const Problem& problem, const DecideOptions& options) {
-    util::Stop own_stop;
-    DecideOptions o = options;
-    if (o.stop == nullptr) o.stop = &own_stop;
-    o.stop->start(o.time_limit);
-    Decision d;
-    try {
-        d = Decider(problem, o).check();
-    } catch (const std::bad_alloc&) {
-        d = Decision{};
-        d.reason_unknown = util::to_string(util::StopReason::Memout);
-    }
-    o.stop->finish(d.result == lra::Result::Unknown && o.stop->reason() != util::StopReason::None);
-    return d;
+    return under_stop(options, [&](const DecideOptions& o) { return Decider(problem, o).check(); });
 }
 
 }  // namespace vorn::smt

@@ -267,23 +267,16 @@ Optimization Optimizer::run() {
 
 }  // namespace
 
+static bool is_unknown(const Optimization& answer) {
+    return answer.kind == Optimization::Kind::Unknown;
+}
+
 Optimization optimize(const Problem& problem, std::uint32_t objective, bool maximize,
                       const DecideOptions& options) {
     // One deadline for the whole optimization, feasibility and proofs included.
-    util::Stop own_stop;
-    DecideOptions o = options;
-    if (o.stop == nullptr) o.stop = &own_stop;
-    o.stop->start(o.time_limit);
-    Optimization answer;
-    try {
-        answer = Optimizer(problem, objective, maximize, o).run();
-    } catch (const std::bad_alloc&) {
-        answer = Optimization{};
-        answer.reason_unknown = util::to_string(util::StopReason::Memout);
-    }
-    o.stop->finish(answer.kind == Optimization::Kind::Unknown &&
-                   o.stop->reason() != util::StopReason::None);
-    return answer;
+    return under_stop(options, [&](const DecideOptions& o) {
+        return Optimizer(problem, objective, maximize, o).run();
+    });
 }
 
 namespace {

@@ -33,6 +33,7 @@ from run import (SexpError, answers, find_peer, parse_sexps, read_model, run,  #
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 CHECKER = os.path.join(ROOT, "scripts", "check_certificate.py")
+GLPSOL_FORMAT_FLAG = {"lp": "--lp", "mps": "--freemps", "fixed": "--mps"}
 
 
 class Finding:
@@ -326,7 +327,7 @@ def check_file(ctx, p, seed, peers=("z3", "glpsol"), deep=True):
                     ctx.tally.skipped += 1
                 continue
             ppath = ctx.write("case.glpk" + ext, gen_lp.render(p, False))
-            flag = {"lp": "--lp", "mps": "--freemps", "fixed": "--mps"}[p["fmt"]]
+            flag = GLPSOL_FORMAT_FLAG[p["fmt"]]
             pr = ctx.run([ctx.peers["glpsol"], "--exact", flag, ppath])
             if pr.timed_out:
                 continue
@@ -389,7 +390,7 @@ def compare_optimum(ctx, p, path, found):
     kind = lines[0] if lines else ""
     ext = ".lp" if p["fmt"] == "lp" else ".mps"
     ppath = ctx.write("case.glpk-opt" + ext, gen_lp.render(p, False, True))
-    flag = {"lp": "--lp", "mps": "--freemps", "fixed": "--mps"}[p["fmt"]]
+    flag = GLPSOL_FORMAT_FLAG[p["fmt"]]
     sense = [] if p["fmt"] == "lp" else ["--max" if maximize else "--min"]
     pr = ctx.run([ctx.peers["glpsol"], "--exact", "--nomip", flag, ppath, "-o", "/dev/stdout"] +
                  sense)
