@@ -106,7 +106,6 @@ std::optional<Basis> float_basis(const Problem& problem, const LpForm& lp, util:
     }
 
     Basis basis;
-    basis.optimal = model.isProvenOptimal();
     basis.column_basic.assign(static_cast<std::size_t>(n) + 1, 0);
     basis.column_at_upper.assign(basis.column_basic.size(), 0);
     basis.row_basic.assign(static_cast<std::size_t>(m), 0);

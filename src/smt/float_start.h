@@ -46,7 +46,6 @@ std::optional<LpForm> lp_form(const Problem& problem, std::optional<std::uint32_
 struct Basis {
     std::vector<char> column_basic, column_at_upper;  // by problem variable
     std::vector<char> row_basic, row_at_upper;        // by LpForm row
-    bool optimal = true;                              // false: where CLP found the LP infeasible
 };
 
 // CLP's optimal basis; with `infeasible_too` also the one where it finds the LP infeasible.
