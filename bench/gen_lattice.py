@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes unbounded systems of integer equalities as SMT-LIB (QF_LIA).
 
-usage: gen_lattice.py --rows M [--seed S] [--off] [--box U] > FILE.smt2
+usage: gen_lattice.py --rows M [--seed S] [--off] [--box U] [--choices K] > FILE.smt2
 
 M equalities over round(1.5·M) unbounded Int variables, A = U·D·A0: A0 is an M×M identity
 block beside small random entries, mixed by random column additions (its columns span Z^M), D is diagonal with one entry
@@ -9,7 +9,10 @@ k in 2..5 and the rest 1, U is unimodular (random row additions). The right-hand
 a random integer x (on the lattice: sat) or, with --off, that plus a vector of U·D·Z^M that is
 not in the lattice (unsat). The scaled row is mixed with another one first, so that as a rule
 no gcd test of one row refutes the off-lattice systems (with M = 1 it does). With --box U every
-variable lies in [0, U] and x is drawn from that box: knapsack-style equalities.
+variable lies in [0, U] and x is drawn from that box: knapsack-style equalities. With --choices K
+the system is one of K alternatives, each switched on by a Boolean (at least one is): K
+right-hand sides, each that above plus A·z for a random integer z; with --off all of them lie
+off the lattice, else one at random lies on it.
 """
 import argparse
 import random
@@ -21,6 +24,7 @@ def main():
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--off", action="store_true")
     ap.add_argument("--box", type=int)
+    ap.add_argument("--choices", type=int, default=0)
     a = ap.parse_args()
     rng = random.Random(a.seed * 7919 + a.rows)
     m, n = a.rows, round(1.5 * a.rows)
@@ -51,7 +55,16 @@ def main():
             add(r, s, rng.choice([-2, -1, 1, 2]))
     x = [rng.randint(0, a.box) if a.box else rng.randint(-20, 20) for _ in range(n)]
     rhs = [sum(c * v for c, v in zip(row, x)) for row in mat]
-    if a.off:
+    if a.choices:
+        on = -1 if a.off else rng.randrange(a.choices)
+        alternatives = []
+        for j in range(a.choices):
+            z = [rng.randint(-5, 5) for _ in range(n)]
+            moved = [b + sum(c * v for c, v in zip(row, z)) for row, b in zip(mat, rhs)]
+            if j != on:
+                moved = [b + s for b, s in zip(moved, shift)]
+            alternatives.append(moved)
+    elif a.off:
         rhs = [b + s for b, s in zip(rhs, shift)]
     print("(set-logic QF_LIA)")
     print("(set-info :status %s)" % ("unsat" if a.off else "sat"))
@@ -64,9 +77,20 @@ def main():
     if a.box:
         for j in range(n):
             print("(assert (and (<= 0 x%d) (<= x%d %d)))" % (j, j, a.box))
-    for row, b in zip(mat, rhs):
+    def equality(row, b):
         terms = " ".join("(* %s x%d)" % (num(c), j) for j, c in enumerate(row) if c != 0)
-        print("(assert (= (+ %s 0) %s))" % (terms, num(b)))
+        return "(= (+ %s 0) %s)" % (terms, num(b))
+
+    if a.choices:
+        for j in range(a.choices):
+            print("(declare-const s%d Bool)" % j)
+        print("(assert (or %s))" % " ".join("s%d" % j for j in range(a.choices)))
+        for j, alt in enumerate(alternatives):
+            for row, b in zip(mat, alt):
+                print("(assert (=> s%d %s))" % (j, equality(row, b)))
+    else:
+        for row, b in zip(mat, rhs):
+            print("(assert %s)" % equality(row, b))
     print("(check-sat)")
     print("(exit)")
 

@@ -315,4 +315,113 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
     EXPECT_TRUE(python_accepts("cuts", all));
 }
 
+// Two or three alternative systems of integer equalities over unbounded Int variables, one
+// switched on by each of the selectors, at least one: A = U·D·A0 as in bench/gen_lattice.py (D
+// scales one row by k, U mixes the rows so that no single row's gcd shows the lattice), the
+// right-hand sides A·x, moved off the lattice by U·D's column of the scaled row times 1..k-1
+// for the alternatives that must fail. Branching on single variables never closes these; the
+// answer must be the construction's, a model must satisfy an alternative, and each refutation
+// must check.
+TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
+    const unsigned base_seed = 5300, seeds = std::getenv("VORN_QUICK") != nullptr ? 40 : 120;
+    unsigned answers[2] = {0, 0};
+    std::uint64_t splits = 0;
+    std::string all;
+    for (unsigned seed = base_seed; seed < base_seed + seeds; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+        int m = pick(2, 4), n = m + (m + 1) / 2;
+        using Matrix = std::vector<std::vector<long>>;
+        Matrix a(static_cast<std::size_t>(m), std::vector<long>(static_cast<std::size_t>(n)));
+        for (int i = 0; i < m; ++i)
+            for (int j = 0; j < n; ++j)
+                a[i][j] = j < m ? (i == j) : pick(-3, 3);
+        for (int step = 0; step < 2 * n; ++step) {  // columns mixed: they still span Z^m
+            int c = pick(0, n - 1), e = (c + pick(1, n - 1)) % n,
+                f = pick(1, 2) * (pick(0, 1) ? 1 : -1);
+            for (auto& row : a)
+                row[c] += f * row[e];
+        }
+        int k_row = pick(0, m - 1), k = pick(2, 5);
+        for (long& v : a[k_row])
+            v *= k;
+        std::vector<long> shift(static_cast<std::size_t>(m));
+        shift[k_row] = pick(1, k - 1);
+        auto add_row = [&](int r, int s, long f) {
+            for (int j = 0; j < n; ++j)
+                a[r][j] += f * a[s][j];
+            shift[r] += f * shift[s];
+        };
+        add_row(k_row, (k_row + 1) % m, 1);
+        for (int step = 0; step < 3 * m; ++step) {
+            int r = pick(0, m - 1), s = (r + pick(1, m - 1)) % m;
+            add_row(r, s, pick(1, 2) * (pick(0, 1) ? 1 : -1));
+        }
+        int choices = pick(2, 3), on = pick(-1, choices - 1);  // −1: none on the lattice
+        std::vector<std::vector<long>> rhs;
+        std::vector<long> x(static_cast<std::size_t>(n));
+        for (int j = 0; j < choices; ++j) {
+            for (long& v : x)
+                v = pick(-20, 20);
+            rhs.emplace_back();
+            for (int i = 0; i < m; ++i) {
+                long b = 0;
+                for (int c = 0; c < n; ++c)
+                    b += a[i][c] * x[c];
+                rhs.back().push_back(b + (j == on ? 0 : shift[i]));
+            }
+        }
+
+        Problem p(NameSyntax::SmtLib);
+        for (int v = 0; v < n; ++v)
+            p.variables.add("x" + std::to_string(v), Sort::Int, {});
+        Encoder e(p);
+        std::vector<Literal> selectors;
+        for (int j = 0; j < choices; ++j) {
+            int s = p.variables.add("s" + std::to_string(j), Sort::Bool, {});
+            selectors.push_back(e.variable(s));
+            for (int i = 0; i < m; ++i) {
+                LinearExpr term;
+                for (int c = 0; c < n; ++c)
+                    term.add_entry(c + 1, QNumber(a[i][c]));
+                term.add_entry(0, QNumber(-rhs[j][i]));
+                e.assert_true(e.disjunction(std::vector<Literal>{
+                    ~selectors.back(), e.compare(Relation::Eq, p.add_term(term))}));
+            }
+        }
+        e.assert_true(e.disjunction(selectors));
+        Context context(p, DecideOptions{.certify = true});
+        Decision d = context.check({});
+        splits += d.stats.lattice_splits;
+        ASSERT_EQ(d.result, on >= 0 ? vorn::lra::Result::Sat : vorn::lra::Result::Unsat);
+        ++answers[on >= 0 ? 1 : 0];
+        if (on >= 0) {
+            bool some = false;
+            for (int j = 0; j < choices && !some; ++j) {
+                bool all_rows = true;
+                for (int i = 0; i < m; ++i) {
+                    QNumber sum;
+                    for (int c = 0; c < n; ++c)
+                        sum += QNumber(a[i][c]) * d.model[static_cast<std::size_t>(c + 1)];
+                    all_rows = all_rows && sum == QNumber(rhs[j][i]);
+                }
+                some = all_rows;
+            }
+            for (int c = 1; c <= n; ++c)
+                EXPECT_TRUE(d.model[static_cast<std::size_t>(c)].is_integer());
+            EXPECT_TRUE(some) << "the model satisfies no alternative";
+            continue;
+        }
+        ASSERT_EQ(check_proof(p, d.clause_proof), "") << certificate(p, d.clause_proof);
+        all += certificate(p, d.clause_proof);
+    }
+    std::printf("%u sat, %u unsat, %llu lattice splits\n", answers[1], answers[0],
+                static_cast<unsigned long long>(splits));
+    EXPECT_GT(answers[0], seeds / 5);
+    EXPECT_GT(answers[1], seeds / 2);
+    EXPECT_GT(splits, seeds);
+    EXPECT_TRUE(python_accepts("lattice", all));
+}
+
 }  // namespace

@@ -1,8 +1,9 @@
 // Integer solutions of A·x = b. Every answer proves itself: a solution satisfies the system, a
 // refutation's multipliers make y·A integral (zero) and y·b not (non-zero). The kernel basis is
 // checked for completeness against enumeration: every small integer kernel vector must be an
-// integer combination of it. Systems are built as A = U·D·A0 (U unimodular, D diagonal), so that
-// their lattices are sparse and the gcd of no single row shows it.
+// integer combination of it; its coordinate rows must be integral and read its vectors' indices.
+// Systems are built as A = U·D·A0 (U unimodular, D diagonal), so that their lattices are sparse and
+// the gcd of no single row shows it.
 
 #include <gtest/gtest.h>
 
@@ -119,7 +120,10 @@ TEST(Lattice, EveryAnswerProvesItselfAndTheKernelIsComplete) {
             b[0] /= d;
         }
         SCOPED_TRACE("seed " + std::to_string(seed));
-        LatticeAnswer ans = solve_over_integers(a, b, n);
+        vorn::lra::LatticeOptions options;
+        options.reduce_basis = seed % 3 != 0;
+        options.coordinates = seed % 2 == 0;
+        LatticeAnswer ans = solve_over_integers(a, b, n, options);
         ++counts[static_cast<int>(ans.kind)];
         if (ans.kind == LatticeAnswer::Kind::Solutions) {
             EXPECT_EQ(times(a, ans.particular), b);
@@ -132,6 +136,18 @@ TEST(Lattice, EveryAnswerProvesItselfAndTheKernelIsComplete) {
                     EXPECT_TRUE(v.is_integer());
             }
             EXPECT_TRUE(kernel_complete(a, ans, n));
+            // The coordinates read the parameters: integral, and lₜ·kernel[s] = [s = t].
+            EXPECT_EQ(ans.coordinates.size(), options.coordinates ? ans.kernel.size() : 0);
+            for (std::size_t t = 0; t < ans.coordinates.size(); ++t) {
+                for (const QNumber& v : ans.coordinates[t])
+                    EXPECT_TRUE(v.is_integer());
+                for (std::size_t s = 0; s < ans.kernel.size(); ++s) {
+                    QNumber dot;
+                    for (int j = 0; j < n; ++j)
+                        dot += ans.coordinates[t][j] * ans.kernel[s][j];
+                    EXPECT_EQ(dot, QNumber(s == t ? 1 : 0)) << "t " << t << " s " << s;
+                }
+            }
             continue;
         }
         QNumber yb;

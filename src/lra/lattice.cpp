@@ -69,7 +69,9 @@ void subtract_multiple(std::vector<QNumber>& a, const QNumber& q, const std::vec
 // then x0 moved to the nearest plane of it. The column operations leave both with entries that
 // grow with every reduction; a search over the parameters needs short vectors, and a model
 // near the origin is kinder to later checks.
-void reduce(std::vector<std::vector<QNumber>>& b, std::vector<QNumber>& x0) {
+// `left`, when given, is kept a left inverse of the basis (its rows follow the inverse steps).
+void reduce(std::vector<std::vector<QNumber>>& b, std::vector<QNumber>& x0,
+            std::vector<std::vector<QNumber>>* left) {
     const std::size_t k_max = b.size();
     if (k_max == 0) return;
     std::vector<std::vector<QNumber>> mu(k_max, std::vector<QNumber>(k_max));
@@ -89,6 +91,7 @@ void reduce(std::vector<std::vector<QNumber>>& b, std::vector<QNumber>& x0) {
         if (!(half < m)) return;
         QNumber q = nearest(mu[k][l]);
         subtract_multiple(b[k], q, b[l]);
+        if (left != nullptr) subtract_multiple((*left)[l], -q, (*left)[k]);
         mu[k][l] -= q;
         for (std::size_t i = 0; i < l; ++i)
             mu[k][i].add_product(-q, mu[l][i]);
@@ -103,6 +106,7 @@ void reduce(std::vector<std::vector<QNumber>>& b, std::vector<QNumber>& x0) {
             big_b[k] = big_b[k - 1] * big_b[k] / bb;
             big_b[k - 1] = bb;
             std::swap(b[k], b[k - 1]);
+            if (left != nullptr) std::swap((*left)[k], (*left)[k - 1]);
             for (std::size_t j = 0; j + 1 < k; ++j)
                 std::swap(mu[k][j], mu[k - 1][j]);
             for (std::size_t i = k + 1; i < k_max; ++i) {
@@ -144,7 +148,8 @@ class Solver {
     }
 
     LatticeAnswer run();
-    bool reduce_basis_ = true;
+    LatticeOptions options_;
+    Matrix inverse_;  // by row of U⁻¹, with options_.coordinates
 
   private:
     void scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std::size_t i);
@@ -198,6 +203,9 @@ void Solver::subtract_column(std::size_t to, std::size_t from, const Int& q, std
         mpz_submul(a_[i][to].get(), q.get(), a_[i][from].get());
     for (std::size_t i = 0; i < n_; ++i)
         mpz_submul(u_[i][to].get(), q.get(), u_[i][from].get());
+    if (!inverse_.empty())  // U·(I − q·e_from·e_toᵀ) has the inverse (I + q·e_from·e_toᵀ)·U⁻¹
+        for (std::size_t j = 0; j < n_; ++j)
+            mpz_addmul(inverse_[from][j].get(), q.get(), inverse_[to][j].get());
 }
 
 void Solver::swap_columns(std::size_t c, std::size_t d) {
@@ -206,6 +214,7 @@ void Solver::swap_columns(std::size_t c, std::size_t d) {
         mpz_swap(row[c].get(), row[d].get());
     for (auto& row : u_)
         mpz_swap(row[c].get(), row[d].get());
+    if (!inverse_.empty()) std::swap(inverse_[c], inverse_[d]);
 }
 
 void Solver::negate_column(std::size_t c) {
@@ -213,6 +222,9 @@ void Solver::negate_column(std::size_t c) {
         mpz_neg(row[c].get(), row[c].get());
     for (auto& row : u_)
         mpz_neg(row[c].get(), row[c].get());
+    if (!inverse_.empty())
+        for (Int& x : inverse_[c])
+            mpz_neg(x.get(), x.get());
 }
 
 bool Solver::make_pivot(std::size_t i) {
@@ -315,7 +327,14 @@ LatticeAnswer Solver::run() {
         for (std::size_t j = 0; j < n_; ++j)
             out.kernel.back()[j] = u_[j][c].to_qnumber();
     }
-    if (reduce_basis_) reduce(out.kernel, out.particular);
+    if (options_.coordinates)
+        for (std::size_t c = r_; c < n_; ++c) {
+            out.coordinates.emplace_back(n_);
+            for (std::size_t j = 0; j < n_; ++j)
+                out.coordinates.back()[j] = inverse_[c][j].to_qnumber();
+        }
+    if (options_.reduce_basis)
+        reduce(out.kernel, out.particular, options_.coordinates ? &out.coordinates : nullptr);
     return out;
 }
 
@@ -324,8 +343,21 @@ LatticeAnswer Solver::run() {
 LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
                                   const std::vector<QNumber>& rhs, std::size_t columns,
                                   bool reduce_basis) {
+    LatticeOptions options;
+    options.reduce_basis = reduce_basis;
+    return solve_over_integers(rows, rhs, columns, options);
+}
+
+LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
+                                  const std::vector<QNumber>& rhs, std::size_t columns,
+                                  const LatticeOptions& options) {
     Solver solver(rows, rhs, columns);
-    solver.reduce_basis_ = reduce_basis;
+    solver.options_ = options;
+    if (options.coordinates) {
+        solver.inverse_.assign(columns, std::vector<Int>(columns));
+        for (std::size_t j = 0; j < columns; ++j)
+            mpz_set_ui(solver.inverse_[j][j].get(), 1);
+    }
     return solver.run();
 }
 

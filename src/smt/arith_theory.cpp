@@ -199,7 +199,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         gave_up_ = true;
         return true;
     }
-    if (full && !cut() && !branch()) take_model();
+    if (full && !lattice_split() && !cut() && !branch()) take_model();
     return true;
 }
 
@@ -216,6 +216,7 @@ DecideStats ArithTheory::stats() const {
     s.simplex = simplex_.stats();
     s.branch.nodes = branches_;
     s.cuts = cuts_made_;
+    s.lattice_splits = lattice_splits_;
     return s;
 }
 
@@ -236,15 +237,23 @@ bool ArithTheory::branch() {
         next_branch_ = (next_branch_ + k + 1) % n;
         ++used_;
         ++branches_;
-        sat::Var var = sat_.new_var();
         QNumber below = lra::floor_of(v);
         LinearExpr::Entry x{problem_var_[s], QNumber(1)};
-        add_atom(var, {&x, 1}, Relation::Le, below);
+        sat::Var var = new_search_atom({&x, 1}, Relation::Le, below);
         QNumber up = v.real() - below;  // in (0, 1]: how far above the floor
         sat_.set_phase(var, up > QNumber(1, 2));
         return true;
     }
     return false;
+}
+
+sat::Var ArithTheory::new_search_atom(std::span<const LinearExpr::Entry> term, Relation relation,
+                                      const QNumber& c) {
+    sat::Var var = sat_.new_var();
+    add_atom(var, term, relation, c);
+    auto index = static_cast<std::uint32_t>(atom_of_[var]);
+    if (!level_start_.empty() && atoms_[index].term.size() > 1) transient_.push_back(index);
+    return var;
 }
 
 void ArithTheory::take_model() {

@@ -17,6 +17,8 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
+// Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
+// terms have no common integer solution gets the split atom that the lattice's multipliers show.
 // Cuts (gomory_cut.cpp): before branching, shallow in the search, a full assignment may instead
 // get a Gomory mixed-integer cut from the tableau row of a fractional basic Int variable: two
 // new atoms, the split p: s ≤ k over an integral term s and the cut q, and two Farkas lemmas
@@ -82,6 +84,15 @@ class ArithTheory : public LinearTheory {
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
     void take_model();
+    // A new atom of the search; one whose term needs a slack made above level 0 is noted in
+    // transient_.
+    sat::Var new_search_atom(std::span<const LinearExpr::Entry> term, Relation relation,
+                             const QNumber& c);
+    // lattice_split.cpp
+    bool lattice_split();
+    bool refute_fixed();
+    bool parameter_split();
+    bool over_integers(int var) const;
     // gomory_cut.cpp
     bool cut();
     bool cut_row(int basic);
@@ -138,6 +149,15 @@ class ArithTheory : public LinearTheory {
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
     lra::TermEntries scratch_;
+
+    // Lattice splits: the fixed integral terms of this full assignment, as (simplex variable,
+    // value), and the last such set solved over the integers.
+    std::vector<std::pair<int, QNumber>> fixed_, solved_fixed_;
+    // The last solved equalities' columns (problem variables) and coordinate rows over them.
+    std::vector<int> lattice_vars_;
+    std::vector<std::vector<QNumber>> lattice_coordinates_;
+    std::size_t next_parameter_ = 0;
+    std::uint64_t lattice_splits_ = 0;
 
     // Cuts: at most kCutsPerCheck in one check, each at a full assignment no deeper than
     // kCutLevels decision levels (deeper ones branch); a cut with a coefficient or constant that

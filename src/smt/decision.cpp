@@ -454,6 +454,7 @@ DecideStats& DecideStats::operator+=(const DecideStats& o) {
     branch.seconds += o.branch.seconds;
     splits += o.splits;
     cuts += o.cuts;
+    lattice_splits += o.lattice_splits;
     float_decided += o.float_decided;
     sat.decisions += o.sat.decisions;
     sat.propagations += o.sat.propagations;
@@ -478,6 +479,7 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
     d.branch.seconds -= o.branch.seconds;
     d.splits -= o.splits;
     d.cuts -= o.cuts;
+    d.lattice_splits -= o.lattice_splits;
     d.float_decided -= o.float_decided;
     d.sat.decisions -= o.sat.decisions;
     d.sat.propagations -= o.sat.propagations;

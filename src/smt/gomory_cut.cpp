@@ -169,14 +169,8 @@ bool ArithTheory::cut_row(int basic) {
 
     ++cuts_used_;
     ++cuts_made_;
-    sat::Var p = sat_.new_var();
-    add_atom(p, split, Relation::Le, split_constant);
-    sat::Var q = sat_.new_var();
-    add_atom(q, cut_term, Relation::Ge, cut_constant);
-    if (!level_start_.empty())
-        for (sat::Var v : {p, q})
-            if (atoms_[static_cast<std::size_t>(atom_of_[v])].term.size() > 1)
-                transient_.push_back(static_cast<std::uint32_t>(atom_of_[v]));
+    sat::Var p = new_search_atom(split, Relation::Le, split_constant);
+    sat::Var q = new_search_atom(cut_term, Relation::Ge, cut_constant);
     sat_.set_phase(q, false);
     sat_.set_phase(p, f0 > QNumber(1, 2));
 

@@ -26,14 +26,27 @@ struct LatticeAnswer {
     std::vector<QNumber> particular;           // Solutions: x0, integral
     std::vector<std::vector<QNumber>> kernel;  // Solutions: a basis of {x ∈ Zⁿ : A·x = 0}
     std::vector<QNumber> multipliers;          // otherwise: y, one per row
+    // Solutions, when asked for: integer rows lₜ with lₜ·kernel[s] = 1 for s = t and 0 otherwise,
+    // which read a solution's parameters as integral terms: zₜ = lₜ·(x − x0).
+    std::vector<std::vector<QNumber>> coordinates;
+};
+
+struct LatticeOptions {
+    // LLL-reduce the kernel basis and bring x0 near the origin (the dearest step; deciding
+    // needs neither).
+    bool reduce_basis = true;
+    bool coordinates = false;
 };
 
 // `rows` are A's rows, each of `columns` entries; entries and `rhs` may be any rationals (each
 // row is scaled to integers first; the multipliers refer to the rows as given). Without
 // `reduce_basis` the kernel basis and x0 are left as the column operations make them (long
-// vectors), which is enough to decide: LLL is the dearest step.
+// vectors), which is enough to decide.
 LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
                                   const std::vector<QNumber>& rhs, std::size_t columns,
                                   bool reduce_basis = true);
+LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
+                                  const std::vector<QNumber>& rhs, std::size_t columns,
+                                  const LatticeOptions& options);
 
 }  // namespace vorn::lra

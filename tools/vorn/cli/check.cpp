@@ -190,7 +190,8 @@ std::string check_stats(double read_ms, const io::CheckStats& s) {
     std::snprintf(line, sizeof line,
                   "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
                   "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
-                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu SAT decisions, %llu SAT "
+                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu SAT "
+                  "decisions, %llu SAT "
                   "conflicts\n",
                   read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
                   static_cast<unsigned long long>(x.pivots),
@@ -201,6 +202,7 @@ std::string check_stats(double read_ms, const io::CheckStats& s) {
                   static_cast<unsigned long long>(s.decide.splits),
                   static_cast<unsigned long long>(s.decide.branch.nodes),
                   static_cast<unsigned long long>(s.decide.cuts),
+                  static_cast<unsigned long long>(s.decide.lattice_splits),
                   static_cast<unsigned long long>(s.decide.sat.decisions),
                   static_cast<unsigned long long>(s.decide.sat.conflicts));
     return line;

@@ -1,0 +1,166 @@
+// Lattice splits: the equalities that a full assignment fixes (a simplex variable over Int
+// variables only, held between equal bounds) may have rational solutions but no integer one.
+// When they are unbounded, branching on single variables never ends there. Solving them over
+// the integers finds multipliers y for which T = Σ yᵢ·tᵢ has integer coefficients and
+// C = Σ yᵢ·cᵢ is no integer; the split atom T ≤ ⌊C⌋ then closes both of its sides by plain
+// simplex conflicts, since the fixed equalities pin T to C: the atom says T ≤ ⌊C⌋ < C, its
+// negation, rounded, T ≥ ⌊C⌋ + 1 > C. Any split on an integral term is sound, so it needs no
+// proof of its own, and the search learns the fixed bounds' clause from the two conflicts.
+//
+// When they have integer solutions x = x0 + Σ zₜ·kₜ (the kₜ an LLL-reduced basis of the integer
+// kernel), the search goes on over the parameters: the coordinate rows lₜ, integral with
+// lₜ·kₛ = [s = t], make each zₜ = lₜ·(x − x0) an integral term, and a parameter fractional at
+// the current vertex is split on, lₜ·x ≤ ⌊lₜ·x*⌋ (lₜ·x0 is an integer). Within the equalities
+// this is branching on zₜ, which keeps to their lattice where single variables would dive.
+
+#include <algorithm>
+
+#include "arith_theory.h"
+#include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/lattice.h"
+
+namespace vorn::smt {
+
+// Whether `var` stands for a term over Int variables only (an Int variable, or a slack).
+bool ArithTheory::over_integers(int var) const {
+    if (!simplex_.is_slack(var))
+        return problem_.variables.sort(problem_var_[static_cast<std::size_t>(var)]) == Sort::Int;
+    return std::all_of(
+        simplex_.slack_term(var).begin(), simplex_.slack_term(var).end(), [&](const auto& e) {
+            return problem_.variables.sort(problem_var_[static_cast<std::size_t>(e.var)]) ==
+                   Sort::Int;
+        });
+}
+
+bool ArithTheory::lattice_split() {
+    if (std::all_of(integer_vars_.begin(), integer_vars_.end(),
+                    [&](int s) { return lra::is_integral(simplex_.delta_value(s)); }))
+        return false;
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    fixed_.clear();
+    bool any_term = false;
+    for (std::size_t v = 1; v < atoms_on_.size(); ++v) {
+        int var = static_cast<int>(v);
+        if (atoms_on_[v].empty() || !bounds.is_fixed(var) ||
+            !bounds.lower_value(var).delta().is_zero() || !over_integers(var))
+            continue;
+        fixed_.emplace_back(var, bounds.lower_value(var).real());
+        any_term = any_term || simplex_.is_slack(var);
+    }
+    // Fixed variables alone are points of the lattice (their values are integers).
+    if (!any_term) return false;
+    if (fixed_ != solved_fixed_ && refute_fixed()) return true;
+    return parameter_split();
+}
+
+// Solves the fixed equalities over the integers: true after a split that refutes them; else
+// their coordinate rows are kept for parameter splits, until they change.
+bool ArithTheory::refute_fixed() {
+    solved_fixed_ = fixed_;
+    lattice_vars_.clear();
+    lattice_coordinates_.clear();
+
+    // The fixed terms, the fixed variables' values put in, over the other variables, densely:
+    // dear, but these systems are small where it matters, and a large one is left to branching.
+    std::vector<QNumber> value(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    std::vector<char> is_fixed(value.size(), 0);
+    for (const auto& [var, c] : fixed_)
+        if (!simplex_.is_slack(var)) {
+            auto x = static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(var)]);
+            value[x] = c;
+            is_fixed[x] = 1;
+        }
+    std::vector<int> column(value.size(), -1);
+    std::vector<int>& var_of = lattice_vars_;
+    std::vector<std::vector<std::pair<std::size_t, QNumber>>> sparse;
+    std::vector<QNumber> rhs;
+    for (const auto& [var, c] : fixed_) {
+        if (!simplex_.is_slack(var)) continue;
+        sparse.emplace_back();
+        rhs.push_back(c);
+        for (const auto& e : simplex_.slack_term(var)) {
+            auto x = static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(e.var)]);
+            if (is_fixed[x]) {
+                rhs.back() -= e.coeff * value[x];
+                continue;
+            }
+            if (column[x] < 0) {
+                column[x] = static_cast<int>(var_of.size());
+                var_of.push_back(static_cast<int>(x));
+            }
+            sparse.back().emplace_back(static_cast<std::size_t>(column[x]), e.coeff);
+        }
+    }
+    constexpr std::size_t kMaxEntries = 20000;
+    if (var_of.empty() || sparse.size() * var_of.size() > kMaxEntries) {
+        var_of.clear();
+        return false;
+    }
+    std::vector<std::vector<QNumber>> rows(sparse.size(), std::vector<QNumber>(var_of.size()));
+    for (std::size_t r = 0; r < sparse.size(); ++r)
+        for (const auto& [c, a] : sparse[r])
+            rows[r][c] = a;
+    lra::LatticeOptions options;
+    options.coordinates = true;
+    lra::LatticeAnswer answer = lra::solve_over_integers(rows, rhs, var_of.size(), options);
+    if (answer.kind == lra::LatticeAnswer::Kind::Solutions) {
+        lattice_coordinates_ = std::move(answer.coordinates);
+        return false;
+    }
+    if (answer.kind != lra::LatticeAnswer::Kind::NoIntegerSolution) return false;
+
+    std::vector<QNumber> t(var_of.size());
+    QNumber c;
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        const QNumber& y = answer.multipliers[r];
+        if (y.is_zero()) continue;
+        for (const auto& [col, a] : sparse[r])
+            t[col] += y * a;
+        c += y * rhs[r];
+    }
+    LinearExpr::Entries term;
+    for (std::size_t col = 0; col < t.size(); ++col)
+        if (!t[col].is_zero()) term.push_back({var_of[col], t[col]});
+    if (term.empty()) return false;  // not even rational solutions: the simplex says so
+    sat::Var p = new_search_atom(term, Relation::Le, lra::floor_of(lra::DeltaRational(c)));
+    sat_.set_phase(p, false);
+    ++lattice_splits_;
+    return true;
+}
+
+// A split on a parameter of the fixed equalities' solutions that is fractional here, the scan
+// starting where the last one stopped; false when every parameter is integral (a fractional
+// variable lies outside the equalities). Counted as a branch, within the budget.
+bool ArithTheory::parameter_split() {
+    std::size_t n = lattice_coordinates_.size();
+    for (std::size_t k = 0; k < n; ++k) {
+        std::size_t t = (next_parameter_ + k) % n;
+        const std::vector<QNumber>& l = lattice_coordinates_[t];
+        lra::DeltaRational z;
+        for (std::size_t j = 0; j < l.size(); ++j)
+            if (!l[j].is_zero()) {
+                lra::DeltaRational x = simplex_.delta_value(simplex_var_[lattice_vars_[j]]);
+                x *= l[j];
+                z += x;
+            }
+        if (lra::is_integral(z)) continue;
+        if (limit_ != 0 && used_ >= limit_) {
+            gave_up_ = true;
+            return false;
+        }
+        next_parameter_ = (t + 1) % n;
+        ++used_;
+        ++branches_;
+        ++lattice_splits_;
+        LinearExpr::Entries term;
+        for (std::size_t j = 0; j < l.size(); ++j)
+            if (!l[j].is_zero()) term.push_back({lattice_vars_[j], l[j]});
+        QNumber below = lra::floor_of(z);
+        sat::Var p = new_search_atom(term, Relation::Le, below);
+        sat_.set_phase(p, z.real() - below > QNumber(1, 2));
+        return true;
+    }
+    return false;
+}
+
+}  // namespace vorn::smt
