@@ -360,10 +360,11 @@ TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
         }
         int choices = pick(2, 3), on = pick(-1, choices - 1);  // −1: none on the lattice
         std::vector<std::vector<long>> rhs;
-        std::vector<long> x(static_cast<std::size_t>(n));
+        std::vector<long> x(static_cast<std::size_t>(n)), witness;
         for (int j = 0; j < choices; ++j) {
             for (long& v : x)
                 v = pick(-20, 20);
+            if (j == on || witness.empty()) witness = x;
             rhs.emplace_back();
             for (int i = 0; i < m; ++i) {
                 long b = 0;
@@ -391,14 +392,36 @@ TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
             }
         }
         e.assert_true(e.disjunction(selectors));
+        // Side clauses x_a <= w_a or x_b >= w_b + d, true at the witness w: a lattice point that
+        // keeps the equalities may still break them.
+        struct Side {
+            int a, b;
+            long upper, lower;
+        };
+        std::vector<Side> sides;
+        for (int k = 0; k < 2; ++k) {
+            Side side{pick(0, n - 1), pick(0, n - 1), 0, 0};
+            side.upper = witness[side.a];
+            side.lower = witness[side.b] + pick(0, 3);
+            sides.push_back(side);
+            LinearExpr le, ge;
+            le.add_entry(side.a + 1, QNumber(1));
+            le.add_entry(0, QNumber(-side.upper));
+            ge.add_entry(side.b + 1, QNumber(1));
+            ge.add_entry(0, QNumber(-side.lower));
+            e.assert_true(e.disjunction(std::vector<Literal>{
+                e.compare(Relation::Le, p.add_term(le)), e.compare(Relation::Ge, p.add_term(ge))}));
+        }
         Context context(p, DecideOptions{.certify = true});
         Decision d = context.check({});
         splits += d.stats.lattice_splits;
         ASSERT_EQ(d.result, on >= 0 ? vorn::lra::Result::Sat : vorn::lra::Result::Unsat);
         ++answers[on >= 0 ? 1 : 0];
         if (on >= 0) {
+            auto value = [&](int c) { return d.model[static_cast<std::size_t>(c + 1)]; };
             bool some = false;
-            for (int j = 0; j < choices && !some; ++j) {
+            for (int j = 0; j < choices; ++j) {
+                if (value(n + j) != QNumber(1)) continue;  // s_j
                 bool all_rows = true;
                 for (int i = 0; i < m; ++i) {
                     QNumber sum;
@@ -406,11 +429,15 @@ TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
                         sum += QNumber(a[i][c]) * d.model[static_cast<std::size_t>(c + 1)];
                     all_rows = all_rows && sum == QNumber(rhs[j][i]);
                 }
-                some = all_rows;
+                EXPECT_TRUE(all_rows) << "alternative " << j << " is on but does not hold";
+                some = true;
             }
-            for (int c = 1; c <= n; ++c)
-                EXPECT_TRUE(d.model[static_cast<std::size_t>(c)].is_integer());
-            EXPECT_TRUE(some) << "the model satisfies no alternative";
+            for (int c = 0; c < n; ++c)
+                EXPECT_TRUE(value(c).is_integer());
+            EXPECT_TRUE(some) << "no alternative is on";
+            for (const Side& side : sides)
+                EXPECT_TRUE(value(side.a) <= QNumber(side.upper) ||
+                            value(side.b) >= QNumber(side.lower));
             continue;
         }
         ASSERT_EQ(check_proof(p, d.clause_proof), "") << certificate(p, d.clause_proof);

@@ -199,7 +199,15 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         gave_up_ = true;
         return true;
     }
-    if (full && !lattice_split() && !cut() && !branch()) take_model();
+    if (!full) return true;
+    switch (lattice_split()) {
+        case LatticeStep::Split:
+        case LatticeStep::Model:
+            return true;
+        case LatticeStep::None:
+            break;
+    }
+    if (!cut() && !branch()) take_model();
     return true;
 }
 

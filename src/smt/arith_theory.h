@@ -18,7 +18,9 @@
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
 // Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
-// terms have no common integer solution gets the split atom that the lattice's multipliers show.
+// terms have no common integer solution gets the split atom that the lattice's multipliers show;
+// when they have, the lattice point nearest the vertex may be the model, else one of the
+// solutions' parameters is split on.
 // Cuts (gomory_cut.cpp): before branching, shallow in the search, a full assignment may instead
 // get a Gomory mixed-integer cut from the tableau row of a fractional basic Int variable: two
 // new atoms, the split p: s ≤ k over an integral term s and the cut q, and two Farkas lemmas
@@ -89,8 +91,10 @@ class ArithTheory : public LinearTheory {
     sat::Var new_search_atom(std::span<const LinearExpr::Entry> term, Relation relation,
                              const QNumber& c);
     // lattice_split.cpp
-    bool lattice_split();
+    enum class LatticeStep { None, Split, Model };
+    LatticeStep lattice_split();
     bool refute_fixed();
+    bool round_to_lattice();
     bool parameter_split();
     bool over_integers(int var) const;
     // gomory_cut.cpp
@@ -155,7 +159,7 @@ class ArithTheory : public LinearTheory {
     std::vector<std::pair<int, QNumber>> fixed_, solved_fixed_;
     // The last solved equalities' columns (problem variables) and coordinate rows over them.
     std::vector<int> lattice_vars_;
-    std::vector<std::vector<QNumber>> lattice_coordinates_;
+    std::vector<std::vector<QNumber>> lattice_coordinates_, lattice_kernel_;
     std::size_t next_parameter_ = 0;
     std::uint64_t lattice_splits_ = 0;
 

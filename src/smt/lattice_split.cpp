@@ -32,10 +32,10 @@ bool ArithTheory::over_integers(int var) const {
         });
 }
 
-bool ArithTheory::lattice_split() {
+ArithTheory::LatticeStep ArithTheory::lattice_split() {
     if (std::all_of(integer_vars_.begin(), integer_vars_.end(),
                     [&](int s) { return lra::is_integral(simplex_.delta_value(s)); }))
-        return false;
+        return LatticeStep::None;
     const lra::BoundTrail& bounds = simplex_.bounds();
     fixed_.clear();
     bool any_term = false;
@@ -48,9 +48,10 @@ bool ArithTheory::lattice_split() {
         any_term = any_term || simplex_.is_slack(var);
     }
     // Fixed variables alone are points of the lattice (their values are integers).
-    if (!any_term) return false;
-    if (fixed_ != solved_fixed_ && refute_fixed()) return true;
-    return parameter_split();
+    if (!any_term) return LatticeStep::None;
+    if (fixed_ != solved_fixed_ && refute_fixed()) return LatticeStep::Split;
+    if (round_to_lattice()) return LatticeStep::Model;
+    return parameter_split() ? LatticeStep::Split : LatticeStep::None;
 }
 
 // Solves the fixed equalities over the integers: true after a split that refutes them; else
@@ -59,6 +60,7 @@ bool ArithTheory::refute_fixed() {
     solved_fixed_ = fixed_;
     lattice_vars_.clear();
     lattice_coordinates_.clear();
+    lattice_kernel_.clear();
 
     // The fixed terms, the fixed variables' values put in, over the other variables, densely:
     // dear, but these systems are small where it matters, and a large one is left to branching.
@@ -105,6 +107,7 @@ bool ArithTheory::refute_fixed() {
     lra::LatticeAnswer answer = lra::solve_over_integers(rows, rhs, var_of.size(), options);
     if (answer.kind == lra::LatticeAnswer::Kind::Solutions) {
         lattice_coordinates_ = std::move(answer.coordinates);
+        lattice_kernel_ = std::move(answer.kernel);
         return false;
     }
     if (answer.kind != lra::LatticeAnswer::Kind::NoIntegerSolution) return false;
@@ -125,6 +128,43 @@ bool ArithTheory::refute_fixed() {
     sat::Var p = new_search_atom(term, Relation::Le, lra::floor_of(lra::DeltaRational(c)));
     sat_.set_phase(p, false);
     ++lattice_splits_;
+    return true;
+}
+
+// The lattice point nearest the current point in the parameters, x + Σ (round(zₜ) − zₜ)·kₜ over
+// the equalities' variables, the others left as they are: when it makes every Int variable
+// integral and every asserted literal true, it is the model, and no split is needed. Loose
+// other constraints, as a rule, leave room for it.
+bool ArithTheory::round_to_lattice() {
+    if (lattice_kernel_.empty()) return false;
+    std::vector<QNumber> x(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    for (std::size_t v = 1; v < simplex_var_.size() && v < x.size(); ++v)
+        if (simplex_var_[v] != 0) x[v] = simplex_.value(simplex_var_[v]);
+    std::vector<QNumber> moved(lattice_vars_.size());
+    for (std::size_t t = 0; t < lattice_kernel_.size(); ++t) {
+        QNumber z;
+        for (std::size_t j = 0; j < lattice_vars_.size(); ++j)
+            if (!lattice_coordinates_[t][j].is_zero())
+                z += lattice_coordinates_[t][j] * x[static_cast<std::size_t>(lattice_vars_[j])];
+        QNumber d = lra::floor_of(lra::DeltaRational(z + QNumber(1, 2))) - z;
+        if (d.is_zero()) continue;
+        for (std::size_t j = 0; j < lattice_vars_.size(); ++j)
+            if (!lattice_kernel_[t][j].is_zero()) moved[j] += d * lattice_kernel_[t][j];
+    }
+    for (std::size_t j = 0; j < lattice_vars_.size(); ++j)
+        x[static_cast<std::size_t>(lattice_vars_[j])] += moved[j];
+    for (int s : integer_vars_)
+        if (!x[static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(s)])].is_integer())
+            return false;
+    for (sat::Lit lit : assigned_) {
+        auto index = static_cast<std::size_t>(atom_of_[lit.var()]);
+        const Reading& r = atom_data_[index].reading[lit.negative() ? 1 : 0];
+        QNumber value = -r.constant;
+        for (const auto& e : atoms_[index].term)
+            value += e.coeff * x[static_cast<std::size_t>(e.var)];
+        if (!relation_holds(r.relation, value.sign())) return false;
+    }
+    model_ = std::move(x);
     return true;
 }
 
