@@ -157,6 +157,7 @@ class ArithTheory : public LinearTheory {
     // Lattice splits: the fixed integral terms of this full assignment, as (simplex variable,
     // value), and the last such set solved over the integers.
     std::vector<std::pair<int, QNumber>> fixed_, solved_fixed_;
+    static constexpr std::size_t kMaxLatticeEntries = 20000;  // of the dense system solved
     // The last solved equalities' columns (problem variables) and coordinate rows over them.
     std::vector<int> lattice_vars_;
     std::vector<std::vector<QNumber>> lattice_coordinates_, lattice_kernel_;

@@ -38,17 +38,23 @@ ArithTheory::LatticeStep ArithTheory::lattice_split() {
         return LatticeStep::None;
     const lra::BoundTrail& bounds = simplex_.bounds();
     fixed_.clear();
-    bool any_term = false;
+    std::size_t terms = 0, entries = 0;
     for (std::size_t v = 1; v < atoms_on_.size(); ++v) {
         int var = static_cast<int>(v);
         if (atoms_on_[v].empty() || !bounds.is_fixed(var) ||
             !bounds.lower_value(var).delta().is_zero() || !over_integers(var))
             continue;
         fixed_.emplace_back(var, bounds.lower_value(var).real());
-        any_term = any_term || simplex_.is_slack(var);
+        if (simplex_.is_slack(var)) {
+            ++terms;
+            entries += simplex_.slack_term(var).size();
+        }
     }
-    // Fixed variables alone are points of the lattice (their values are integers).
-    if (!any_term) return LatticeStep::None;
+    // Fixed variables alone are points of the lattice (their values are integers). The dense
+    // solve is dear, but the systems are small where it matters; a large one is left to
+    // branching.
+    std::size_t columns = std::min(entries, static_cast<std::size_t>(problem_.variables.size()));
+    if (terms == 0 || terms * columns > kMaxLatticeEntries) return LatticeStep::None;
     if (fixed_ != solved_fixed_ && refute_fixed()) return LatticeStep::Split;
     if (round_to_lattice()) return LatticeStep::Model;
     return parameter_split() ? LatticeStep::Split : LatticeStep::None;
@@ -62,8 +68,7 @@ bool ArithTheory::refute_fixed() {
     lattice_coordinates_.clear();
     lattice_kernel_.clear();
 
-    // The fixed terms, the fixed variables' values put in, over the other variables, densely:
-    // dear, but these systems are small where it matters, and a large one is left to branching.
+    // The fixed terms, the fixed variables' values put in, over the other variables.
     std::vector<QNumber> value(static_cast<std::size_t>(problem_.variables.size()) + 1);
     std::vector<char> is_fixed(value.size(), 0);
     for (const auto& [var, c] : fixed_)
@@ -93,11 +98,7 @@ bool ArithTheory::refute_fixed() {
             sparse.back().emplace_back(static_cast<std::size_t>(column[x]), e.coeff);
         }
     }
-    constexpr std::size_t kMaxEntries = 20000;
-    if (var_of.empty() || sparse.size() * var_of.size() > kMaxEntries) {
-        var_of.clear();
-        return false;
-    }
+    if (var_of.empty()) return false;
     std::vector<std::vector<QNumber>> rows(sparse.size(), std::vector<QNumber>(var_of.size()));
     for (std::size_t r = 0; r < sparse.size(); ++r)
         for (const auto& [c, a] : sparse[r])
