@@ -447,7 +447,7 @@ TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
                 static_cast<unsigned long long>(splits));
     EXPECT_GT(answers[0], seeds / 5);
     EXPECT_GT(answers[1], seeds / 2);
-    EXPECT_GT(splits, seeds);
+    EXPECT_GT(splits, seeds / 4);  // most unsat ones need one; rounding spares many sat ones
     EXPECT_TRUE(python_accepts("lattice", all));
 }
 
