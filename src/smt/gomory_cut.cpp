@@ -32,13 +32,11 @@ QNumber floor_q(const QNumber& q) {
 // Whether `var` takes integer values only: an Int variable, or a slack whose term has integer
 // coefficients over Int variables.
 bool ArithTheory::integral_var(int var) const {
-    if (!simplex_.is_slack(var))
-        return problem_.variables.sort(problem_var_[static_cast<std::size_t>(var)]) == Sort::Int;
-    for (const auto& e : simplex_.slack_term(var))
-        if (!e.coeff.is_integer() ||
-            problem_.variables.sort(problem_var_[static_cast<std::size_t>(e.var)]) != Sort::Int)
-            return false;
-    return true;
+    if (!over_integers(var)) return false;
+    if (!simplex_.is_slack(var)) return true;
+    auto term = simplex_.slack_term(var);
+    return std::all_of(term.begin(), term.end(),
+                       [](const auto& e) { return e.coeff.is_integer(); });
 }
 
 // Adds factor·var, a slack written out over its problem variables, to `into`.
