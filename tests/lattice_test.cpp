@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "vorn/lra/lattice.h"
 
@@ -85,7 +86,92 @@ bool coordinates(Matrix basis, std::vector<QNumber> v, std::vector<QNumber>& c) 
     }
 }
 
+// Whether b lies in the lattice A·Zⁿ, by a Hermite-style column echelon form built with Bezout
+// steps (each replaces two columns by unimodular combinations that zero one entry), then
+// forward substitution: the reference for membership, sharing nothing with the library. False
+// in `ok` when an entry leaves 64 bits (the case is then skipped).
+bool in_lattice(std::vector<std::vector<long>> a, std::vector<long> b, bool& ok) {
+    std::size_t m = a.size(), n = m == 0 ? 0 : a[0].size(), r = 0;
+    auto combine = [&](long p, long x, long q, long y) {  // p·x + q·y
+        long px = 0, qy = 0, out = 0;
+        ok = ok && !__builtin_mul_overflow(p, x, &px) && !__builtin_mul_overflow(q, y, &qy) &&
+             !__builtin_add_overflow(px, qy, &out);
+        return out;
+    };
+    std::vector<std::size_t> pivot_row;
+    for (std::size_t i = 0; i < m && r < n; ++i) {
+        for (std::size_t j = r + 1; j < n; ++j) {
+            if (a[i][j] == 0) continue;
+            // s·x + t·y = g for x = a[i][r], y = a[i][j] (extended Euclid).
+            long x = a[i][r], y = a[i][j], s0 = 1, s1 = 0, t0 = 0, t1 = 1;
+            while (y != 0) {
+                long q = x / y;
+                std::tie(x, y) = std::pair(y, x - q * y);
+                std::tie(s0, s1) = std::pair(s1, s0 - q * s1);
+                std::tie(t0, t1) = std::pair(t1, t0 - q * t1);
+            }
+            long u = a[i][r] / x, v = a[i][j] / x;  // s0·u + t0·v = 1
+            for (std::size_t k = 0; k < m; ++k) {
+                long cr = a[k][r], cj = a[k][j];
+                a[k][r] = combine(s0, cr, t0, cj);
+                a[k][j] = combine(-v, cr, u, cj);
+            }
+        }
+        if (a[i][r] != 0) {
+            pivot_row.push_back(i);
+            ++r;
+        }
+    }
+    for (std::size_t c = 0; c < r; ++c) {
+        long p = a[pivot_row[c]][c];
+        if (b[pivot_row[c]] % p != 0) return false;
+        long w = b[pivot_row[c]] / p;
+        for (std::size_t k = 0; k < m; ++k)
+            b[k] = combine(1, b[k], -w, a[k][c]);
+    }
+    return std::all_of(b.begin(), b.end(), [](long v) { return v == 0; });
+}
+
 }  // namespace
+
+// Random integer systems, not built to a plan, against the reference above.
+TEST(Lattice, MembershipAgreesWithAnIndependentEchelonForm) {
+    const unsigned base_seed = 9100;
+    int members = 0, others = 0;
+    for (unsigned seed = base_seed; seed < base_seed + 600; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+        int m = pick(1, 4), n = pick(1, 5), k = pick(1, 4);
+        std::vector<std::vector<long>> a(m, std::vector<long>(n));
+        for (auto& row : a)
+            for (long& v : row)
+                v = pick(-6, 6) * (pick(0, 2) == 0 ? k : 1);
+        std::vector<long> b(m);
+        std::vector<long> x(n);
+        for (long& v : x)
+            v = pick(-4, 4);
+        for (int i = 0; i < m; ++i) {
+            for (int j = 0; j < n; ++j)
+                b[i] += a[i][j] * x[j];
+            if (pick(0, 1) == 1) b[i] += pick(-3, 3);
+        }
+        bool ok = true;
+        bool member = in_lattice(a, b, ok);
+        if (!ok) continue;
+        Matrix qa(m, std::vector<QNumber>(n));
+        std::vector<QNumber> qb(m);
+        for (int i = 0; i < m; ++i) {
+            qb[i] = QNumber(b[i]);
+            for (int j = 0; j < n; ++j)
+                qa[i][j] = QNumber(a[i][j]);
+        }
+        LatticeAnswer ans = solve_over_integers(qa, qb, n, false);
+        EXPECT_EQ(ans.kind == LatticeAnswer::Kind::Solutions, member) << "seed " << seed;
+        ++(member ? members : others);
+    }
+    EXPECT_GT(members, 150);
+    EXPECT_GT(others, 150);
+}
 
 TEST(Lattice, EveryAnswerProvesItselfAndTheKernelIsComplete) {
     const unsigned base_seed = 7100;
