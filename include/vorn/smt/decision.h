@@ -89,7 +89,8 @@ struct DecideStats {
     std::uint64_t splits = 0;  // disequality splits
     sat::Stats sat;            // the Boolean search, on problems with Boolean structure
     std::uint64_t cuts = 0;    // Gomory cuts of the Boolean search
-    // Splits on integral terms whose fixed equalities have no integer solution (Boolean search)
+    // Splits of the Boolean search on integral terms from the equalities it has fixed: one that
+    // refutes them, or one on a parameter of their integer solutions
     std::uint64_t lattice_splits = 0;
     // Conjunctions decided by a floating-point basis (DecideOptions::float_start), checked
     // exactly, without a step of the exact simplex.
