@@ -5,7 +5,7 @@ set -euo pipefail
 # "ci" adds what CI's extra checks need: clang with libFuzzer, and valgrind.
 packages=(cmake ninja-build g++ pkg-config libgmp-dev libgtest-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev libabsl-dev zlib1g-dev libbz2-dev coinor-libclp-dev
-          python3)
+          python3 ccache)
 [ "${1:-}" = ci ] && packages+=(clang libclang-rt-14-dev valgrind)
 missing=()
 for p in "${packages[@]}"; do

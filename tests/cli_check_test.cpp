@@ -249,7 +249,7 @@ TEST(CliOptimize, ExactOptimaAndOutcomes) {
     }
 }
 
-// Every shared Netlib problem to its optimum (the data's README, which rounds to 15 digits and
+// Every bundled Netlib problem to its optimum (the data's README, which rounds to 15 digits and
 // on capri, agg and a few others differs from the exact optimum beyond the 10th), each answer
 // verified; israel and degen2, whose objective-bounded checks once took minutes, just below and
 // above their optimum.
