@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (the `fuzz` preset: clang, ASan + UBSan, libstdc++ assertions) and
-# runs each for a bounded time, starting from the seed corpus in fuzz/corpus. The parsers target
-# gets a dictionary of SMT-LIB words and inputs long enough to pass the nesting limit; the formulas
-# target builds random Boolean scripts and checks every answer.
+# Builds the libFuzzer targets (in the `asan` preset's tree: clang, ASan + UBSan, libstdc++
+# assertions; the sanitized test suite shares it) and runs each for a bounded time, starting from
+# the seed corpus in fuzz/corpus. The parsers target gets a dictionary of SMT-LIB words and inputs
+# long enough to pass the nesting limit; the formulas target builds random Boolean scripts and
+# checks every answer.
 # Usage: scripts/fuzz.sh [SECONDS] [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,8 +11,8 @@ seconds=${1:-60}
 shift || true
 targets=("$@")
 [ ${#targets[@]} -eq 0 ] && targets=(tableau qnumber parsers formulas)
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz
+cmake --preset asan >/dev/null
+cmake --build --preset asan --target "${targets[@]/%/_fuzz}"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 for target in "${targets[@]}"; do
@@ -19,7 +20,7 @@ for target in "${targets[@]}"; do
     [ "$target" = parsers ] && extra=(-dict=fuzz/parsers.dict -max_len=32768)
     mkdir -p "$work/$target"
     echo "fuzzing $target for ${seconds}s"
-    if ! build/fuzz/fuzz/${target}_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
+    if ! build/asan/fuzz/${target}_fuzz -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 \
         -print_final_stats=1 -artifact_prefix="$work/" "${extra[@]}" "$work/$target" \
         "fuzz/corpus/$target" >"$work/$target.log" 2>&1; then
         tail -n 40 "$work/$target.log"

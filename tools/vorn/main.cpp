@@ -35,20 +35,31 @@ constexpr int kBadInput = 2;
 constexpr int kInternalError = 3;
 
 std::string help_footer() {
-    return "Input: .lin and .smt2 files are told apart by their extension, in any case; "
-           "--format-in forces one, also for standard input (-), which is otherwise SMT-LIB when "
-           "it starts with '(' or ';'.\n\n"
-           "Relations: solve accepts equalities (=) over Real variables; an Int variable is an "
-           "error at its declaration. tableau accepts =, <=, <, >=, > and distinct over Real and "
-           "Int variables. A .lin file holds equations only. check decides SMT-LIB scripts "
-           "command by command (conjunctions of linear literals; anything else answers unknown) "
-           "and the feasibility of .lin, .mps and .lp files, whose objective counts only through "
-           "--objective-bound and whose model prints only with --model; a DIMACS .cnf file goes "
-           "to the SAT engine (--model prints a 'v' line). The limits (--time-limit, "
-           "--memory-limit, --conflict-limit) stop a check with unknown; a script asks why with "
-           "(get-info :reason-unknown), any other input says it on stderr ('vorn: unknown: "
-           "timeout'; also memout, \"conflict limit\"). Every answer is flushed as it is "
-           "printed.\n\n"
+    return "Input: the extension picks the reader, in any case (.smt2, .lin, .mps, .lp, .cnf; "
+           "also compressed, .gz or .bz2); --format-in forces one, also for standard input (-), "
+           "which is otherwise SMT-LIB when it starts with '(' or ';'.\n\n"
+           "check decides SMT-LIB scripts command by command: any Boolean combination of linear "
+           "atoms over Real and Int variables (QF_LRA, QF_LIA, QF_RDL, QF_IDL), incrementally "
+           "with push, pop and check-sat-assuming, with models, unsat cores and objectives "
+           "((minimize t), (maximize t)) over conjunctions of Real atoms. A check-sat answers "
+           "unknown only when a limit stops it "
+           "(also --bb-limit, the integer search's node budget) or when an assertion lies "
+           "outside linear arithmetic; (get-info :reason-unknown) says which. check also decides "
+           "the feasibility of .lin, .mps and .lp files, whose objective counts only through "
+           "--objective-bound and whose model prints only with --model, and sends a DIMACS .cnf "
+           "file to the SAT engine (--model prints a 'v' line). With --certificate every unsat "
+           "comes with a proof that scripts/check_certificate.py checks on its own.\n\n"
+           "optimize finds the exact optimum of the objective of an LP file (MPS, CPLEX LP, "
+           ".lin), starting from a floating-point basis that it checks exactly; --certificate "
+           "proves the optimum, infeasibility or unboundedness.\n\n"
+           "solve eliminates variables from equations (=) over Real variables; an Int variable "
+           "is an error at its declaration. tableau builds the simplex tableau of =, <=, <, >=, > "
+           "and distinct atoms over Real and Int variables. A .lin file holds equations only. "
+           "replay runs a script of tableau operations.\n\n"
+           "The limits (--time-limit, --memory-limit, --conflict-limit) stop a check with "
+           "unknown; a script asks why with (get-info :reason-unknown), any other input says it "
+           "on stderr ('vorn: unknown: timeout'; also memout, \"conflict limit\"). Every answer "
+           "is flushed as it is printed.\n\n"
            "Limits: input of " +
            std::to_string(io::kMaxInputBytes >> 20) + " MiB; SMT-LIB expressions nested " +
            std::to_string(io::kMaxSmtDepth) + " levels deep; parentheses in .lin terms " +
@@ -199,7 +210,9 @@ int run_replay(const Arguments& args) {
 }
 
 int run(int argc, char** argv) {
-    CLI::App app{"vorn: exact linear systems in solved form (solve, project, inspect)"};
+    CLI::App app{
+        "vorn: exact solver and optimizer for linear arithmetic (check, optimize) and linear "
+        "systems in solved form (solve, tableau, replay)"};
     app.set_version_flag("--version", std::string("vorn ") + VORN_VERSION);
     app.require_subcommand(1);
     app.footer(help_footer());
