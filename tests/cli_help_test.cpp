@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <fstream>
 #include <string>
 
 #include "support/cli_run.h"
@@ -59,4 +61,37 @@ TEST(CliHelp, StatedFactsHoldForTheirCommands) {
         auto run = run_tool(std::string(c.args) + " " + temp_file(c.file, c.text));
         EXPECT_EQ(run.out, c.expected) << run.err;
     }
+}
+
+// Every console example of the README that shows its output prints exactly that, run from the
+// checkout's root as a reader would.
+TEST(CliHelp, ReadmeExamplesPrintWhatTheyShow) {
+    std::ifstream readme(VORN_SOURCE_DIR "/README.md");
+    std::string line, command, shown;
+    bool console = false;
+    int checked = 0;
+    auto run_example = [&] {
+        if (command.empty() || shown.empty()) return;
+        SCOPED_TRACE(command);
+        auto run = vorn::test::run_command("cd " VORN_SOURCE_DIR " && " VORN_TOOL " " +
+                                           command.substr(std::strlen("vorn ")));
+        EXPECT_EQ(run.out, shown) << run.err;
+        ++checked;
+    };
+    while (std::getline(readme, line)) {
+        bool next = line.rfind("$ ", 0) == 0 || line.rfind("```", 0) == 0;
+        if (console && next) {
+            run_example();
+            command.clear();
+            shown.clear();
+        }
+        if (line.rfind("```", 0) == 0) {
+            console = line == "```console";
+        } else if (console && line.rfind("$ vorn ", 0) == 0) {
+            command = line.substr(2, line.find("  #") - 2);
+        } else if (console && !command.empty()) {
+            shown += line + "\n";
+        }
+    }
+    EXPECT_GE(checked, 8);
 }

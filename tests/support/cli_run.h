@@ -21,9 +21,10 @@ struct ToolRun {
     std::string err;
 };
 
-inline ToolRun run_tool(const std::string& args) {
+// Runs a shell command line; stderr is that of its last command.
+inline ToolRun run_command(const std::string& line) {
     std::string err_file = temp_dir() + "vorn_stderr.txt";
-    std::string cmd = std::string(VORN_TOOL) + " " + args + " 2>" + err_file;
+    std::string cmd = line + " 2>" + err_file;
     ToolRun run{};
     FILE* pipe = popen(cmd.c_str(), "r");
     std::array<char, 4096> buf{};
@@ -37,6 +38,10 @@ inline ToolRun run_tool(const std::string& args) {
     ss << err.rdbuf();
     run.err = ss.str();
     return run;
+}
+
+inline ToolRun run_tool(const std::string& args) {
+    return run_command(std::string(VORN_TOOL) + " " + args);
 }
 
 // Writes `bytes` to a file of the test's temporary directory; returns its path.
