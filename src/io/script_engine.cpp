@@ -5,7 +5,6 @@
 #include <ostream>
 #include <span>
 
-#include "vorn/io/assertions.h"
 #include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
@@ -13,6 +12,7 @@
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
+#include "vorn/smt/assertion_encoder.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/context.h"
 #include "vorn/smt/model_check.h"
@@ -23,6 +23,9 @@
 namespace vorn::io {
 
 namespace {
+
+using smt::AssertionEncoder;
+using smt::Unsupported;
 
 [[noreturn]] void fail(smt::SourcePos pos, const std::string& message) {
     throw ParseError(pos, message);
@@ -131,6 +134,14 @@ class ScriptEngine {
     void define();
     void fresh(const SNode& name);
     void assert_command();
+    // Asserts `root`; whether the DAG must keep it (AssertionEncoder::assert_formula).
+    bool asserted(FormulaRef root) {
+        try {
+            return assertions_->assert_formula(root);
+        } catch (const smt::NotAccepted& e) {
+            fail(e.pos(), e.what());
+        }
+    }
     // Decides the assertions with the named ones and `assumed` as assumptions.
     void check_sat(std::span<const FormulaRef> assumed = {});
     void decide(std::span<const smt::Literal> assumptions, std::span<const FormulaRef> assumed);
@@ -483,8 +494,7 @@ void ScriptEngine::assert_command() {
         if (produce_cores_ && !reading_)
             named_.push_back({root, static_cast<std::int32_t>(names_.size() - 1)});
     }
-    bool encoded =
-        (names.empty() || !produce_cores_ || reading_) && assertions_->assert_formula(root);
+    bool encoded = (names.empty() || !produce_cores_ || reading_) && asserted(root);
     keep_formulas_ = encoded || !names.empty();
     has_last_ = false;
     success();

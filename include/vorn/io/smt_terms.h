@@ -28,14 +28,18 @@
 #include <string>
 #include <vector>
 
-#include "vorn/io/formula_dag.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_symbols.h"
+#include "vorn/smt/formula_dag.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::io {
+
+using smt::FormulaDag;
+using smt::FormulaNode;
+using smt::FormulaRef;
 
 class TermEvaluator {
   public:
