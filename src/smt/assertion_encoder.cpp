@@ -41,6 +41,7 @@ void AssertionEncoder::forget_nodes() {
         seen_.resize(2 * n);
     }
     if (side_done_.size() > dag_.lifted().size()) side_done_.resize(dag_.lifted().size());
+    evaluated_lifted_ = std::min(evaluated_lifted_, dag_.lifted().size());
 }
 
 void AssertionEncoder::truncate(const Marks& m) {
@@ -310,11 +311,17 @@ void AssertionEncoder::assert_definitions() {
 // Lifted variables come after everything their ites mention, so one pass in order gives each
 // its value from values already final.
 const std::vector<QNumber>& AssertionEncoder::evaluate_model(const std::vector<QNumber>& model) {
-    grow();
     model_ = model;
-    model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
     std::fill(truth_.begin(), truth_.end(), kNotKnown);
-    for (const LiftedIte& l : dag_.lifted()) {
+    evaluated_lifted_ = 0;
+    return extend_model();
+}
+
+const std::vector<QNumber>& AssertionEncoder::extend_model() {
+    grow();
+    model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    for (auto lifted = dag_.lifted(); evaluated_lifted_ < lifted.size(); ++evaluated_lifted_) {
+        const LiftedIte& l = lifted[evaluated_lifted_];
         int c = holds(l.condition);
         if (c >= 0)
             model_[static_cast<std::size_t>(l.var)] =

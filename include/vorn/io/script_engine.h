@@ -5,11 +5,10 @@
 // is read. An error in a command is the response (error "FILE:LINE:COL: message") and the script
 // goes on; text that cannot be read as s-expressions stops it with an ParseError.
 //
-// The assertion stack is the Problem's atoms and Boolean structure (io/assertions.h encodes the
-// formulas): push records their sizes, pop truncates them, and check-sat decides whatever is in
-// them with one smt::Context. Declarations made after a push are forgotten by its pop.
-// Assertions the fragment cannot express make check-sat answer unknown, naming them, unless the
-// rest is already unsat.
+// The assertion stack, the checks, cores, objectives and models are smt::Engine's (engine.h);
+// the script engine evaluates the commands' terms into its formula DAG and prints the answers.
+// Declarations made after a push are forgotten by its pop. Assertions the fragment cannot express
+// make check-sat answer unknown, naming them, unless the rest is already unsat.
 
 #include <iosfwd>
 #include <stdexcept>
@@ -17,6 +16,7 @@
 #include <string_view>
 
 #include "vorn/smt/decision.h"
+#include "vorn/smt/engine.h"
 
 namespace vorn::io {
 
@@ -31,16 +31,9 @@ struct CheckOptions {
 };
 
 // What --stats reports, summed over the check-sat commands.
-struct CheckStats {
-    std::uint64_t checks = 0;
-    smt::DecideStats decide;
-    double solve_seconds = 0;
-};
-
+using CheckStats = smt::CheckStats;
 // Thrown by --verify when a model or certificate does not check: an internal error.
-class VerificationFailure : public std::logic_error {
-    using std::logic_error::logic_error;
-};
+using VerificationFailure = smt::VerificationFailure;
 
 // Runs the script; `file` names it in error responses. The output is flushed after every
 // command. With options.decide.stop: the time limit, the memory limit and an interrupt stop a

@@ -43,8 +43,10 @@ using smt::FormulaRef;
 
 class TermEvaluator {
   public:
-    TermEvaluator(smt::Problem& problem, const smt::NameTable& symbols, bool lenient = false)
-        : problem_(problem), symbols_(symbols), lenient_(lenient) {}
+    // Builds into `dag`, the engine's.
+    TermEvaluator(smt::Problem& problem, FormulaDag& dag, const smt::NameTable& symbols,
+                  bool lenient = false)
+        : problem_(problem), symbols_(symbols), lenient_(lenient), dag_(dag) {}
 
     // True when `symbol` names a declared constant or a definition.
     bool is_defined(std::uint32_t symbol) const {
@@ -75,7 +77,7 @@ class TermEvaluator {
     // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
                          SExprTree::Id body, bool int_sort = false);
-    // The formulas built so far; the caller marks and truncates it.
+    // The formulas built so far; the engine marks and truncates it.
     FormulaDag& dag() { return dag_; }
 
   private:
@@ -196,6 +198,7 @@ class TermEvaluator {
     smt::Problem& problem_;
     const smt::NameTable& symbols_;
     bool lenient_;
+    FormulaDag& dag_;
     const SExprTree* tree_ = nullptr;       // the tree being evaluated
     const SExprTree* root_tree_ = nullptr;  // the command's own tree
     std::vector<SymbolState> states_;       // by symbol
@@ -209,7 +212,6 @@ class TermEvaluator {
     std::vector<Value> values_;                   // slots [0, top_) are in use
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
-    FormulaDag dag_;
     std::vector<FormulaId> scratch_ids_;
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;

@@ -17,7 +17,8 @@
 // The encoder follows the context's levels: marks() at a push, truncate() after the context
 // popped, forget_nodes() after the DAG was truncated. Its tables are indexed by DAG node, so
 // each costs a byte or a word per node; evaluate_model() copies the model and walks every lifted
-// ite, holds() memoizes per node until the next evaluate_model().
+// ite, extend_model() only those lifted since, and holds() memoizes per node until the next
+// evaluate_model().
 
 #include <cstdint>
 #include <span>
@@ -67,6 +68,9 @@ class AssertionEncoder {
     // Under a model (by problem variable): `model` with every lifted ite variable at the value
     // of its ite, for holds() and for the caller.
     const std::vector<QNumber>& evaluate_model(const std::vector<QNumber>& model);
+    // The same model, with the variables added since (0) and the ites lifted since at their
+    // values; what holds() knew stays. Costs the new ites only.
+    const std::vector<QNumber>& extend_model();
     // 1 when `ref` holds in the last evaluate_model, 0 when not, −1 when it depends on a
     // construct outside the fragment.
     int holds(FormulaRef ref);
@@ -125,6 +129,7 @@ class AssertionEncoder {
     std::vector<std::uint32_t> work_;
     std::vector<Literal> operands_;
     std::vector<QNumber> model_;
+    std::size_t evaluated_lifted_ = 0;  // the lifted ites with their values in model_
     LinearExpr scratch_;
 };
 
