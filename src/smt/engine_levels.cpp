@@ -30,8 +30,10 @@ Problem Engine::take_problem() {
 
 void Engine::push(std::size_t levels) {
     for (std::size_t i = 0; i < levels; ++i) {
-        levels_.push_back(current_level());
+        // Out of memory, the levels stay as they were.
+        levels_.reserve(levels_.size() + 1);
         context_->push();
+        levels_.push_back(current_level());
     }
 }
 
