@@ -2,11 +2,12 @@
 
 // Evaluation of SMT-LIB terms and formulas into linear expressions and formula DAGs.
 //
-// Terms become linear expressions; formulas become nodes of a DAG (formula_dag.h) that the
-// assertion encoder (assertions.h) commits to the problem. A `let` binding and a `define-fun`
-// body are evaluated once and their value is shared by every use: a use copies a linear
-// expression (at most one entry per variable) or refers to a formula node, so nested doubling
-// lets cost time linear in the text, not exponential. `distinct` stays one atom over its n terms.
+// Terms become linear expressions; formulas become nodes of the engine's DAG (smt/formula_dag.h)
+// that its assertion encoder (smt/assertion_encoder.h) commits to the problem. A `let` binding and
+// a `define-fun` body are evaluated once and their value is shared by every use: a use copies a
+// linear expression (at most one entry per variable) or refers to a formula node, so nested
+// doubling lets cost time linear in the text, not exponential. `distinct` stays one atom over its n
+// terms.
 //
 // The evaluator walks the tree with its own stacks, not the machine's, so its depth is bounded
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the

@@ -1,14 +1,14 @@
-#include "vorn/io/script_engine.h"
+#include "vorn/frontend/script_interpreter.h"
 
 #include <algorithm>
 #include <memory>
 #include <ostream>
 #include <span>
 
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
-#include "vorn/io/smt_reader.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
@@ -17,9 +17,12 @@
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 
-namespace vorn::io {
+namespace vorn::frontend {
 
 namespace {
+
+// The reading and the evaluation of terms are the io layer's.
+using namespace io;
 
 [[noreturn]] void fail(smt::SourcePos pos, const std::string& message) {
     throw ParseError(pos, message);
@@ -36,10 +39,10 @@ struct Declared {
 // Boolean constants, functions with arguments) is refused.
 enum class Mode { Check, Read };
 
-class ScriptEngine {
+class ScriptInterpreter {
   public:
-    ScriptEngine(std::string_view text, std::string_view file, const CheckOptions& options,
-                 std::ostream& out, CheckStats& stats, Mode mode = Mode::Check)
+    ScriptInterpreter(std::string_view text, std::string_view file, const CheckOptions& options,
+                      std::ostream& out, smt::CheckStats& stats, Mode mode = Mode::Check)
         : file_(file),
           options_(options),
           decide_options_(options.decide),
@@ -143,7 +146,7 @@ class ScriptEngine {
     const CheckOptions& options_;
     smt::DecideOptions decide_options_;
     std::ostream& out_;
-    CheckStats& stats_;
+    smt::CheckStats& stats_;
     bool reading_;
     smt::NameTable symbols_;
     SExprReader reader_;
@@ -168,7 +171,7 @@ class ScriptEngine {
     std::string last_unknown_;
 };
 
-bool ScriptEngine::formulas_kept(Id id) {
+bool ScriptInterpreter::formulas_kept(Id id) {
     FormulaDag::Marks marks = engine_->dag().marks();
     keep_formulas_ = false;
     try {
@@ -181,7 +184,7 @@ bool ScriptEngine::formulas_kept(Id id) {
     }
 }
 
-bool ScriptEngine::command(Id id) {
+bool ScriptInterpreter::command(Id id) {
     const SNode& cmd = tree_[id];
     if (!cmd.is_list() || cmd.size == 0 || tree_[tree_.first(id)].kind != SNode::Kind::Symbol)
         fail(cmd.pos, "expected a command in parentheses");
@@ -281,7 +284,7 @@ bool ScriptEngine::command(Id id) {
     }
 }
 
-bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
+bool ScriptInterpreter::skipped_in_reading(const SNode& cmd, Known head) {
     switch (head) {
         case Known::SetLogic:
         case Known::SetInfo:
@@ -311,19 +314,19 @@ bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
     }
 }
 
-void ScriptEngine::expect_arity(const SNode& cmd, std::size_t n) {
+void ScriptInterpreter::expect_arity(const SNode& cmd, std::size_t n) {
     if (cmd.size != n)
         fail(cmd.pos, quoted(name(item(0).symbol)) + " takes " + std::to_string(n - 1) +
                           " argument" + (n == 2 ? "" : "s"));
 }
 
-void ScriptEngine::need_last(lra::Result result, const SNode& cmd, const char* what) {
+void ScriptInterpreter::need_last(lra::Result result, const SNode& cmd, const char* what) {
     if (!has_last_ || engine_->last().result != result)
         fail(cmd.pos, std::string("no ") + what + ": the last check-sat did not answer " +
                           (result == lra::Result::Sat ? "sat" : "unsat"));
 }
 
-void ScriptEngine::set_option() {
+void ScriptInterpreter::set_option() {
     if (items_.size() != 3 || item(1).kind != SNode::Kind::Keyword)
         fail(tree_[0].pos, "expected (set-option :keyword value)");
     std::string_view key = symbols_.name(item(1).symbol);
@@ -345,7 +348,7 @@ void ScriptEngine::set_option() {
     success();
 }
 
-void ScriptEngine::get_info() {
+void ScriptInterpreter::get_info() {
     if (items_.size() != 2 || item(1).kind != SNode::Kind::Keyword)
         fail(tree_[0].pos, "expected (get-info :keyword)");
     std::string_view key = symbols_.name(item(1).symbol);
@@ -370,7 +373,7 @@ void ScriptEngine::get_info() {
     }
 }
 
-void ScriptEngine::fresh(const SNode& name) {
+void ScriptInterpreter::fresh(const SNode& name) {
     if (name.kind != SNode::Kind::Symbol) fail(name.pos, "expected a symbol");
     if (is_known(name.symbol))
         fail(name.pos, quoted(this->name(name.symbol)) + " is a predefined symbol");
@@ -380,7 +383,7 @@ void ScriptEngine::fresh(const SNode& name) {
 
 // A Real, Int or Bool constant is a variable; a function with parameters is declared but
 // outside the fragment wherever it is used.
-void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& sort) {
+void ScriptInterpreter::declare(const SNode& name, const SNode* params, const SNode& sort) {
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
@@ -403,7 +406,7 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     success();
 }
 
-void ScriptEngine::define() {
+void ScriptInterpreter::define() {
     const SNode& name = item(1);
     fresh(name);
     if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
@@ -425,7 +428,7 @@ void ScriptEngine::define() {
 
 // A named assertion, while unsat cores are on, waits for check-sat as an assumption; any other
 // is asserted at once.
-void ScriptEngine::assert_command() {
+void ScriptInterpreter::assert_command() {
     Id f = items_[1];
     std::vector<std::uint32_t> names;
     if (tree_[f].is_list() && tree_[f].size >= 4 &&
@@ -452,7 +455,7 @@ void ScriptEngine::assert_command() {
     success();
 }
 
-void ScriptEngine::check_sat_assuming() {
+void ScriptInterpreter::check_sat_assuming() {
     const SNode& list = item(1);
     if (!list.is_list()) fail(list.pos, "expected a list of literals");
     engine_->push();
@@ -469,7 +472,7 @@ void ScriptEngine::check_sat_assuming() {
 }
 
 // The engine decides; the answer is printed, with its certificate when asked for.
-void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
+void ScriptInterpreter::check_sat(std::span<const FormulaRef> assumed) {
     const smt::Decision& last =
         engine_->check(assumed, [&](const smt::Decision& answer) { print_answer(answer); });
     last_unknown_ = last.reason_unknown;
@@ -481,7 +484,7 @@ void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
     has_last_ = true;
 }
 
-void ScriptEngine::print_answer(const smt::Decision& answer) {
+void ScriptInterpreter::print_answer(const smt::Decision& answer) {
     switch (answer.result) {
         case lra::Result::Sat:
             out_ << "sat\n";
@@ -499,7 +502,7 @@ void ScriptEngine::print_answer(const smt::Decision& answer) {
     }
 }
 
-void ScriptEngine::add_objective(bool maximize) {
+void ScriptInterpreter::add_objective(bool maximize) {
     bool formula = false, real = false;
     FormulaRef ref = 0;
     const smt::LinearExpr* expr = terms_->evaluate_term(tree_, items_[1], &formula, &real, &ref);
@@ -509,7 +512,7 @@ void ScriptEngine::add_objective(bool maximize) {
     engine_->add_objective(*expr, maximize);
 }
 
-void ScriptEngine::get_objectives(const SNode& cmd) {
+void ScriptInterpreter::get_objectives(const SNode& cmd) {
     if (!engine_->objectives_unknown().empty()) fail(cmd.pos, engine_->objectives_unknown());
     out_ << "(objectives\n";
     const auto& values = engine_->objective_values();
@@ -525,7 +528,7 @@ void ScriptEngine::get_objectives(const SNode& cmd) {
     out_ << ")\n";
 }
 
-void ScriptEngine::get_model() {
+void ScriptInterpreter::get_model() {
     std::vector<int> shown;
     for (const Declared& d : declared_)
         if (d.var != 0) shown.push_back(d.var);
@@ -533,7 +536,7 @@ void ScriptEngine::get_model() {
 }
 
 // Terms and formulas, ite terms at the values of their ites.
-void ScriptEngine::get_value() {
+void ScriptInterpreter::get_value() {
     const SNode& list = item(1);
     if (!list.is_list() || list.size == 0) fail(list.pos, "expected a non-empty list of terms");
     struct Shown {
@@ -568,7 +571,7 @@ void ScriptEngine::get_value() {
 }
 
 // The named assertions that the refutation needs, in the order they were named.
-void ScriptEngine::get_unsat_core() {
+void ScriptInterpreter::get_unsat_core() {
     std::string text = "(\n";
     for (std::int32_t n : engine_->core()) {
         smt::append_symbol(text, names_[static_cast<std::size_t>(n)]);
@@ -577,14 +580,14 @@ void ScriptEngine::get_unsat_core() {
     out_ << text << ")\n";
 }
 
-std::size_t ScriptEngine::level_count(const SNode& cmd) {
+std::size_t ScriptInterpreter::level_count(const SNode& cmd) {
     if (cmd.size == 1) return 1;
     if (cmd.size != 2 || item(1).kind != SNode::Kind::Numeral || item(1).text_size > 9)
         fail(cmd.pos, "expected a numeral of at most 9 digits");
     return std::stoul(std::string(tree_.text(item(1))));
 }
 
-void ScriptEngine::push(const SNode& cmd) {
+void ScriptInterpreter::push(const SNode& cmd) {
     std::size_t n = level_count(cmd);
     levels_.insert(levels_.end(), n, declared_.size());
     engine_->push(n);
@@ -592,7 +595,7 @@ void ScriptEngine::push(const SNode& cmd) {
     success();
 }
 
-void ScriptEngine::pop(const SNode& cmd) {
+void ScriptInterpreter::pop(const SNode& cmd) {
     std::size_t n = level_count(cmd);
     if (n > levels_.size())
         fail(cmd.pos, "cannot pop " + std::to_string(n) +
@@ -607,7 +610,7 @@ void ScriptEngine::pop(const SNode& cmd) {
     success();
 }
 
-void ScriptEngine::forget_declared(std::size_t declared) {
+void ScriptInterpreter::forget_declared(std::size_t declared) {
     for (std::size_t i = declared; i < declared_.size(); ++i)
         terms_->forget(declared_[i].symbol);
     declared_.resize(declared);
@@ -615,7 +618,7 @@ void ScriptEngine::forget_declared(std::size_t declared) {
 }
 
 // Level 0's declarations and definitions stay; its assertions go.
-void ScriptEngine::reset_assertions() {
+void ScriptInterpreter::reset_assertions() {
     if (!levels_.empty()) forget_declared(levels_[0]);
     levels_.clear();
     engine_->reset_assertions();
@@ -623,7 +626,7 @@ void ScriptEngine::reset_assertions() {
     has_last_ = false;
 }
 
-void ScriptEngine::reset() {
+void ScriptInterpreter::reset() {
     levels_.clear();
     declared_.clear();
     objectives_.clear();
@@ -644,17 +647,17 @@ void ScriptEngine::reset() {
 }  // namespace
 
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
-                std::ostream& out, CheckStats& stats) {
-    ScriptEngine(text, file, options, out, stats).run(options.decide.stop);
+                std::ostream& out, smt::CheckStats& stats) {
+    ScriptInterpreter(text, file, options, out, stats).run(options.decide.stop);
 }
 
 smt::Problem read_smt2(std::string_view text, const util::Stop* stop) {
     CheckOptions options;
-    CheckStats stats;
+    smt::CheckStats stats;
     std::ostream none(nullptr);
-    ScriptEngine engine(text, "", options, none, stats, Mode::Read);
+    ScriptInterpreter engine(text, "", options, none, stats, Mode::Read);
     engine.run(stop);
     return engine.take_problem();
 }
 
-}  // namespace vorn::io
+}  // namespace vorn::frontend

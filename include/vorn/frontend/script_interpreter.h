@@ -5,20 +5,20 @@
 // is read. An error in a command is the response (error "FILE:LINE:COL: message") and the script
 // goes on; text that cannot be read as s-expressions stops it with an ParseError.
 //
-// The assertion stack, the checks, cores, objectives and models are smt::Engine's (engine.h);
-// the script engine evaluates the commands' terms into its formula DAG and prints the answers.
+// A thin front end: the io layer reads the commands and evaluates their terms into the formula
+// DAG of an smt::Engine (engine.h), whose assertion stack, checks, cores, objectives and models
+// answer them; the interpreter prints the answers. Each command costs its text's evaluation plus
+// what the engine does for it.
 // Declarations made after a push are forgotten by its pop. Assertions the fragment cannot express
 // make check-sat answer unknown, naming them, unless the rest is already unsat.
 
 #include <iosfwd>
-#include <stdexcept>
-#include <string>
 #include <string_view>
 
 #include "vorn/smt/decision.h"
 #include "vorn/smt/engine.h"
 
-namespace vorn::io {
+namespace vorn::frontend {
 
 struct CheckOptions {
     smt::DecideOptions decide;
@@ -30,17 +30,13 @@ struct CheckOptions {
     bool fresh_solver_per_check = false;
 };
 
-// What --stats reports, summed over the check-sat commands.
-using CheckStats = smt::CheckStats;
-// Thrown by --verify when a model or certificate does not check: an internal error.
-using VerificationFailure = smt::VerificationFailure;
-
-// Runs the script; `file` names it in error responses. The output is flushed after every
-// command. With options.decide.stop: the time limit, the memory limit and an interrupt stop a
-// check-sat (unknown; (get-info :reason-unknown) gives timeout, memout or interrupted), and an
-// interrupt then ends the script with Interrupted (interrupted.h), also one that comes between
-// commands.
+// Runs the script; `file` names it in error responses; `stats` sums its check-sat commands (what
+// --stats reports). --verify throws smt::VerificationFailure when an answer does not check. The
+// output is flushed after every command. With options.decide.stop: the time limit, the memory limit
+// and an interrupt stop a check-sat (unknown; (get-info :reason-unknown) gives timeout, memout or
+// interrupted), and an interrupt then ends the script with io::Interrupted (interrupted.h), also
+// one that comes between commands.
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
-                std::ostream& out, CheckStats& stats);
+                std::ostream& out, smt::CheckStats& stats);
 
-}  // namespace vorn::io
+}  // namespace vorn::frontend
