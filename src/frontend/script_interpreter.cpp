@@ -1,6 +1,5 @@
 #include "vorn/frontend/script_interpreter.h"
 
-#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <span>
@@ -14,7 +13,6 @@
 #include "vorn/io/smt_values.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/engine.h"
-#include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 
 namespace vorn::frontend {
