@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/lin_reader.h"
-#include "vorn/io/smt_reader.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ template <bool Smt>
 void BM_Read(benchmark::State& state) {
     const std::string text = sparse_text(static_cast<int>(state.range(0)), Smt);
     for (auto _ : state) {
-        auto problem = Smt ? vorn::io::read_smt2(text) : vorn::io::read_lin(text);
+        auto problem = Smt ? vorn::frontend::read_smt2(text) : vorn::io::read_lin(text);
         benchmark::DoNotOptimize(problem.atoms.data());
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
@@ -82,7 +82,7 @@ void BM_ReadNestedSum(benchmark::State& state) {
         text += "(+ 1 ";
     text += "x" + std::string(depth, ')') + " 0))";
     for (auto _ : state) {
-        auto problem = vorn::io::read_smt2(text);
+        auto problem = vorn::frontend::read_smt2(text);
         benchmark::DoNotOptimize(problem.atoms.data());
     }
     state.SetComplexityN(state.range(0));

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "vorn/io/script_engine.h"
+#include "vorn/frontend/script_interpreter.h"
 
 namespace {
 
@@ -105,15 +105,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         }
     }
     script += "(check-sat)\n";
-    vorn::io::CheckOptions options;
+    vorn::frontend::CheckOptions options;
     options.verify = true;
     options.certificate = true;
     options.decide.bb_limit = 200;
     std::ostringstream out;
-    vorn::io::CheckStats stats;
+    vorn::smt::CheckStats stats;
     try {
-        vorn::io::run_script(script, "fuzz.smt2", options, out, stats);
-    } catch (const vorn::io::VerificationFailure& e) {
+        vorn::frontend::run_script(script, "fuzz.smt2", options, out, stats);
+    } catch (const vorn::smt::VerificationFailure& e) {
         std::fprintf(stderr, "%s\n--- script ---\n%s\n", e.what(), script.c_str());
         std::abort();
     }

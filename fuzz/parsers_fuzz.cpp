@@ -9,9 +9,9 @@
 #include "cli/replay.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/lin_reader.h"
 #include "vorn/io/parse_error.h"
-#include "vorn/io/smt_reader.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
                 exercise(vorn::io::read_lin(text));
                 break;
             case 1:
-                exercise(vorn::io::read_smt2(text));
+                exercise(vorn::frontend::read_smt2(text));
                 break;
             default:
                 (void)vorn::cli::replay(text);

@@ -10,8 +10,8 @@
 #include <tuple>
 
 #include "support/cli_run.h"
-#include "vorn/io/script_engine.h"
-#include "vorn/io/smt_reader.h"
+#include "vorn/frontend/problem_reader.h"
+#include "vorn/frontend/script_interpreter.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/decision.h"
 
@@ -331,7 +331,7 @@ TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
 // The exact checker of --verify looks at every leaf: spoiling any one Farkas leaf of a proof
 // with several (splits on both sides) must be caught, whichever leaf it is.
 TEST(CliCheck, ProofCheckerRejectsAnySpoiledLeaf) {
-    vorn::smt::Problem p = vorn::io::read_smt2(
+    vorn::smt::Problem p = vorn::frontend::read_smt2(
         "(declare-const x Int)(declare-const y Int)(assert (<= 0 x 1))(assert (<= 0 y 1))"
         "(assert (distinct x y))(assert (= (+ x y) 1))(assert (distinct x 0))"
         "(assert (distinct y 0))");

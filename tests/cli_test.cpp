@@ -8,9 +8,9 @@
 #include "cli/solve.h"
 #include "support/cli_run.h"
 #include "support/row_space.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/lin_reader.h"
 #include "vorn/io/parse_error.h"
-#include "vorn/io/smt_reader.h"
 
 using namespace vorn::cli;
 using namespace vorn::smt;
@@ -131,11 +131,11 @@ TEST(CliSmt, SharedLetsAndDefinitionsAreEvaluatedOnce) {
         defs += "(define-fun d" + std::to_string(i) + " () Real (+ d" + std::to_string(i - 1) +
                 " d" + std::to_string(i - 1) + "))";
     }
-    Problem p = read_smt2(lets + "a40" + close + "))");
+    Problem p = vorn::frontend::read_smt2(lets + "a40" + close + "))");
     EXPECT_EQ(p.term(0)[0].coeff, QNumber::from_string("-1099511627776"));
-    Problem q = read_smt2(defs +
-                          "(define-fun p () Bool (and (= d40 1) (= d40 1)))"
-                          "(define-fun r () Bool (and p p))(assert (and r r))");
+    Problem q = vorn::frontend::read_smt2(defs +
+                                          "(define-fun p () Bool (and (= d40 1) (= d40 1)))"
+                                          "(define-fun r () Bool (and p p))(assert (and r r))");
     EXPECT_EQ(q.atoms.size(), 2u);  // each atom once, however often it is reached
     EXPECT_EQ(q.term(q.atoms[0].first_term)[1].coeff, QNumber::from_string("1099511627776"));
 }

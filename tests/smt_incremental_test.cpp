@@ -16,19 +16,19 @@
 #include <string>
 
 #include "support/cli_run.h"
-#include "vorn/io/script_engine.h"
+#include "vorn/frontend/script_interpreter.h"
 
 namespace {
 
-using vorn::io::CheckOptions;
-using vorn::io::CheckStats;
+using vorn::frontend::CheckOptions;
+using vorn::smt::CheckStats;
 
 struct ScriptGenerator {
     explicit ScriptGenerator(unsigned seed) : rng(seed) {}
 
     std::mt19937 rng;
     int depth = 0;
-    // Names declared per level, so that a pop forgets them as the script engine does.
+    // Names declared per level, so that a pop forgets them as the interpreter does.
     std::vector<std::vector<std::string>> scopes{{}};
     std::vector<std::vector<std::string>> definitions{{}};  // Bool definitions, likewise
     int defined = 0;
@@ -133,7 +133,7 @@ std::vector<std::string> answers(const std::string& script, bool fresh, std::str
     options.decide.bb_limit = 100000;
     std::ostringstream out;
     CheckStats stats;
-    vorn::io::run_script(script, "gen.smt2", options, out, stats);
+    vorn::frontend::run_script(script, "gen.smt2", options, out, stats);
     std::vector<std::string> lines;
     std::istringstream in(out.str());
     bool inside = false;  // a certificate's lines

@@ -193,6 +193,41 @@ TEST(SolverTest, ValuesUnderTheModel) {
     EXPECT_EQ(s.value(-(x - y) * QNumber(2, 5) + 1), 0);
 }
 
+// One Formula value met at several levels: what a pop takes away is translated again when it
+// comes back, and a value asked of a formula never added leaves nothing behind.
+TEST(SolverTest, SharedFormulasAcrossLevels) {
+    Solver s;
+    Term x = s.real("x"), y = s.real("y");
+    Term top = ite(x > y, x, y);
+    Formula f = top == 5, g = f && x < 0;
+    struct Step {
+        std::function<void()> act;
+        Result expected;
+        int top_value;  // when Sat; 0: any
+    };
+    const Step steps[] = {
+        {[&] { s.push(), s.add(g); }, Result::Sat, 5},
+        {[&] { s.add(y < 5); }, Result::Unsat, 0},
+        {[&] { s.pop(); }, Result::Sat, 0},
+        {[&] { s.add(x == 1 && y == 7); }, Result::Sat, 7},
+        {[&] { s.push(), s.add(f); }, Result::Unsat, 0},
+        {[&] { s.pop(), s.push(2), s.add(!f); }, Result::Sat, 7},
+        {[&] { s.pop(2), s.add(top == y); }, Result::Sat, 7},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(&step - steps);
+        step.act();
+        ASSERT_EQ(s.check(), step.expected);
+        if (step.expected != Result::Sat) continue;
+        QNumber t = s.value(top);
+        EXPECT_TRUE(step.top_value == 0 || t == step.top_value) << t;
+        EXPECT_EQ(s.value(f), t == 5);
+        EXPECT_EQ(s.value(ite(top > 6, top, -top) + 1), (t > 6 ? t : -t) + 1);  // never added
+        bool refuted = step.top_value == 7;
+        ASSERT_EQ(s.check(std::vector<Formula>{g}), refuted ? Result::Unsat : Result::Sat);
+    }
+}
+
 // Built as a caller's loop would: the sum by +=, the formula as a chain 200000 deep, which
 // translation, evaluation and destruction must not recurse through.
 TEST(SolverTest, LongChainsStayLinearAndShallow) {

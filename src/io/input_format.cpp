@@ -4,11 +4,7 @@
 #include <cctype>
 
 #include "vorn/io/decompress.h"
-#include "vorn/io/lin_reader.h"
-#include "vorn/io/lp_reader.h"
-#include "vorn/io/mps_reader.h"
 #include "vorn/io/parse_error.h"
-#include "vorn/io/smt_reader.h"
 
 namespace vorn::io {
 
@@ -40,27 +36,6 @@ InputFormat input_format(const SourceText& source, std::optional<InputFormat> fo
     throw ParseError({1, 1},
                      "unknown input format: expected a .lin, .smt2, .mps or .lp file, or "
                      "--format-in");
-}
-
-smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced,
-                          const util::Stop* stop) {
-    try {
-        switch (input_format(source, forced)) {
-            case InputFormat::Smt2:
-                return read_smt2(source.text, stop);
-            case InputFormat::Mps:
-                return read_mps(source.text, stop);
-            case InputFormat::Lp:
-                return read_lp(source.text, stop);
-            case InputFormat::Cnf:
-                throw ParseError({1, 1}, "a DIMACS file states clauses, not linear constraints");
-            default:
-                return read_lin(source.text, stop);
-        }
-    } catch (ParseError& e) {
-        e.set_file(source.name);
-        throw;
-    }
 }
 
 }  // namespace vorn::io

@@ -1,20 +1,22 @@
-// Solver: formulas translated into an smt::Problem, decided by an smt::Context.
+// Solver: a facade over smt::Engine, the solver of every front end.
 //
-// A formula is walked with an explicit stack (a chain of `&&` built in a loop is as deep as it is
-// long), each node once per polarity (a DAG can be exponentially larger as a tree). Its
-// conjunctive part becomes atoms; the rest (disjunctions, Boolean variables, ite terms) is
-// encoded into clauses by the Encoder, each node once.
+// A formula's node DAG is translated into the engine's FormulaDag bottom-up with an explicit
+// stack (a chain of `&&` built in a loop is as deep as it is long), each node once: the memo
+// maps a node to its reference (an ite term node to its lifted variable) and holds the node, so
+// that no other node can take its address while the entry lives. The memo follows the engine's
+// levels: entries made after a push go at its pop, as the DAG's nodes do. An ite term becomes a
+// lifted ite with its definition, as the SMT-LIB evaluator makes it; its variable is Int when
+// both branches are integral sums of Int variables. Values and cores come from the engine; a
+// value asked of a formula or term not translated yet is translated for the question only.
 
-#include <algorithm>
+#include <absl/container/flat_hash_map.h>
+
 #include <atomic>
 #include <cstdint>
 #include <new>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
 
-#include "vorn/smt/context.h"
-#include "vorn/smt/encoder.h"
+#include "vorn/smt/engine.h"
 #include "vorn/smt/problem.h"
 #include "vorn/smt/solver.h"
 
@@ -30,143 +32,16 @@ namespace {
 
 std::atomic<std::uint64_t> next_solver_id{1};
 
-Relation relation_of(Relation op, bool negated) {
-    return negated ? negation(op) : op;
-}
-
-// A node under a polarity; `ref` points into the parent's children (or at the root), which stay
-// put while the root is held.
-struct Item {
-    const NodePtr* ref;
-    bool negated;
-
-    const Node& node() const { return **ref; }
-    std::uintptr_t key() const {
-        return reinterpret_cast<std::uintptr_t>(ref->get()) | (negated ? 1 : 0);
-    }
-};
-
-// Whether a binary node under this polarity is a conjunction of its (polarized) children.
-bool conjunctive(Node::Kind kind, bool negated) {
-    return kind == Node::Kind::And ? !negated : negated;
-}
-
-// The polarized conjuncts of a conjunctive binary node: a ∧ b, ¬(a ∨ b) = ¬a ∧ ¬b,
-// ¬(a → b) = a ∧ ¬b.
-std::pair<Item, Item> operands(const Item& it) {
-    const Node& n = it.node();
-    bool first = n.kind == Node::Kind::Implies ? !it.negated : it.negated;
-    return {{&n.children[0], first}, {&n.children[1], it.negated}};
-}
-
-// Exact evaluation under a model, iterative for the same reason as the translation.
-class Evaluator {
-  public:
-    Evaluator(const std::vector<QNumber>& model, const std::vector<int>& booleans)
-        : model_(model), booleans_(booleans) {}
-
-    QNumber term(const Term& t) {
-        for (const auto& i : Access::ites(t))
-            run(i.node.get());
-        return sum(t);
-    }
-    bool formula(const Node* n) {
-        run(n);
-        return truth_.at(n);
-    }
-
-  private:
-    QNumber sum(const Term& t) const {
-        QNumber v;
-        for (const auto& p : Access::parts(t)) {
-            if (p.var == 0)
-                v += p.coeff;
-            else if (static_cast<std::size_t>(p.var) < model_.size())
-                v.add_product(p.coeff, model_[static_cast<std::size_t>(p.var)]);
-        }
-        for (const auto& i : Access::ites(t))
-            v.add_product(i.coeff, number_.at(i.node.get()));
-        return v;
-    }
-    bool known(const Node* n) const {
-        return n->kind == Node::Kind::Ite ? number_.contains(n) : truth_.contains(n);
-    }
-    void run(const Node* root);
-
-    const std::vector<QNumber>& model_;
-    const std::vector<int>& booleans_;  // problem variables, by Boolean number − 1
-    std::unordered_map<const Node*, bool> truth_;
-    std::unordered_map<const Node*, QNumber> number_;  // of ite nodes
-};
-
-void Evaluator::run(const Node* root) {
-    std::vector<const Node*> todo{root};
-    while (!todo.empty()) {
-        const Node* n = todo.back();
-        if (known(n)) {
-            todo.pop_back();
-            continue;
-        }
-        std::size_t before = todo.size();
-        auto need = [&](const NodePtr& c) {
-            if (!known(c.get())) todo.push_back(c.get());
-        };
-        auto need_term = [&](const Term& t) {
-            for (const auto& i : Access::ites(t))
-                need(i.node);
-        };
-        auto ready = [&] { return todo.size() == before; };
-        switch (n->kind) {
-            case Node::Kind::Constant:
-                truth_[n] = n->value;
-                break;
-            case Node::Kind::Boolean: {
-                auto v = static_cast<std::size_t>(booleans_[n->boolean - 1]);
-                truth_[n] = v < model_.size() && !model_[v].is_zero();
-                break;
-            }
-            case Node::Kind::Compare:
-                need_term(n->terms[0]);
-                if (ready()) truth_[n] = relation_holds(n->compare, sum(n->terms[0]).sign());
-                break;
-            case Node::Kind::Not:
-                need(n->children[0]);
-                if (ready()) truth_[n] = !truth_.at(n->children[0].get());
-                break;
-            case Node::Kind::And:
-            case Node::Kind::Or:
-            case Node::Kind::Implies: {
-                need(n->children[0]);
-                need(n->children[1]);
-                if (!ready()) break;
-                bool a = truth_.at(n->children[0].get()), b = truth_.at(n->children[1].get());
-                truth_[n] = n->kind == Node::Kind::And  ? a && b
-                            : n->kind == Node::Kind::Or ? a || b
-                                                        : !a || b;
-                break;
-            }
-            case Node::Kind::Ite: {
-                need(n->children[0]);
-                if (!ready()) break;
-                const Term& branch = n->terms[truth_.at(n->children[0].get()) ? 0 : 1];
-                need_term(branch);  // the branch not taken is never evaluated
-                if (ready()) number_[n] = sum(branch);
-                break;
-            }
-        }
-        if (ready()) todo.pop_back();
-    }
-}
-
 }  // namespace
 
 struct Solver::Impl {
-    Impl()
-        : id(next_solver_id++),
-          problem(NameSyntax::SmtLib),
-          context(problem, options()),
-          encoder(problem) {}
+    Impl() : id(next_solver_id++), engine(engine_options()) {}
 
+    EngineOptions engine_options() {
+        EngineOptions o;
+        o.decide = options();
+        return o;
+    }
     DecideOptions options() {
         DecideOptions o;
         o.stop = &stop;
@@ -185,199 +60,186 @@ struct Solver::Impl {
                 "no model: value() needs the last check() to have answered sat, "
                 "with nothing added, pushed or popped since");
     }
-    void push() { context.push(); }
+    void push() {
+        levels.reserve(levels.size() + 1);
+        engine.push();
+        levels.push_back(translated.size());
+    }
     void pop(std::size_t n) {
-        std::size_t level = context.level();
+        std::size_t level = engine.level();
         if (n > level)
             throw std::invalid_argument("pop of " + std::to_string(n) + " levels at level " +
                                         std::to_string(level));
         if (n == 0) return;
-        context.pop(n);
-        encoder.truncate(problem.boolean.propositions());
+        engine.pop(n);
+        forget_translated(levels[levels.size() - n]);
+        levels.resize(levels.size() - n);
     }
-    Result conclude(Decision& d) {
-        reason = std::move(d.reason_unknown);
+    Result conclude(const Decision& d) {
+        reason = d.reason_unknown;
         if (d.result == lra::Result::Unsat) return Result::Unsat;
         if (d.result == lra::Result::Unknown) return Result::Unknown;
-        model = std::move(d.model);
         model_valid = true;
         return Result::Sat;
     }
 
-    void assert_formula(const NodePtr& root);
-    void add_compare(const Item& it);
-    Literal encode(const NodePtr& root);
-    std::uint32_t linear_term(const Term& t, std::unordered_map<const Node*, int>& lifted);
+    // The reference of a formula node (the lifted variable of an ite term node), translating
+    // what is not in the memo yet.
+    std::uint32_t translate(const NodePtr& root);
+    std::uint32_t make(const Node& n);
+    int lift(const Node& ite);
+    std::uint32_t linear_term(const Term& t);
+    void forget_translated(std::size_t size);
+    // Runs `ask` on what it translates, then forgets that again (a question about the model).
+    template <class F>
+    auto question(F&& ask);
 
     std::uint64_t id;
-    util::Stop stop;  // before the context, which points to it
+    util::Stop stop;  // before the engine, which points to it
     std::chrono::milliseconds time_limit{0};
     std::uint64_t conflict_limit = 0;
     std::string reason;  // of the last Unknown answer
-    Problem problem;
-    Context context;
-    Encoder encoder;
+    Engine engine;
     std::vector<int> booleans;  // problem variables, by number − 1
     bool model_valid = false;
     bool core_valid = false;
-    std::vector<QNumber> model;
     std::vector<Formula> core;
+    absl::flat_hash_map<const Node*, std::uint32_t> memo;
+    struct Visit {
+        const NodePtr* node;  // into its parent's operands, which outlive the translation
+        bool operands_stacked;
+    };
+    std::vector<Visit> todo;          // translate()'s stack
+    std::vector<NodePtr> translated;  // the memo's nodes in the order met
+    std::vector<std::size_t> levels;  // translated.size() at each push
     LinearExpr scratch;
 };
 
-// The conjunctive part becomes atoms (the Decider's fast path); whatever else is encoded into
-// clauses.
-void Solver::Impl::assert_formula(const NodePtr& root) {
-    std::vector<Item> stack{{&root, false}};
-    std::unordered_set<std::uintptr_t> seen;
-    while (!stack.empty()) {
-        Item it = stack.back();
-        stack.pop_back();
-        if (!seen.insert(it.key()).second) continue;
-        const Node& n = it.node();
-        switch (n.kind) {
-            case Node::Kind::Constant:
-                if (n.value == it.negated) {  // 1 = 0
-                    scratch.set_constant(QNumber(1));
-                    problem.atoms.push_back(
-                        {Relation::Eq, problem.add_term(scratch), 1, SourcePos{}});
-                }
-                break;
-            case Node::Kind::Compare:
-                add_compare(it);
-                break;
-            case Node::Kind::Not:
-                stack.push_back({&n.children[0], !it.negated});
-                break;
-            case Node::Kind::And:
-            case Node::Kind::Or:
-            case Node::Kind::Implies:
-                if (conjunctive(n.kind, it.negated)) {
-                    auto [a, b] = operands(it);
-                    stack.push_back(b);
-                    stack.push_back(a);
-                    break;
-                }
-                [[fallthrough]];
-            default: {
-                Literal lit = encode(*it.ref);
-                encoder.assert_true(it.negated ? ~lit : lit);
-            }
+// A node is visited twice: first its operands not translated yet are stacked, then (they being
+// translated) it is, unless another path reached it in between.
+std::uint32_t Solver::Impl::translate(const NodePtr& root) {
+    if (auto it = memo.find(root.get()); it != memo.end()) return it->second;
+    todo.assign(1, {&root, false});
+    while (!todo.empty()) {
+        if (!todo.back().operands_stacked) {
+            todo.back().operands_stacked = true;
+            const Node& n = **todo.back().node;
+            for (const NodePtr& c : n.children)
+                if (!memo.contains(c.get())) todo.push_back({&c, false});
+            for (const Term& t : n.terms)
+                for (const auto& i : Access::ites(t))
+                    if (!memo.contains(i.node.get())) todo.push_back({&i.node, false});
+            continue;
+        }
+        const NodePtr& node = *todo.back().node;
+        todo.pop_back();
+        auto [entry, fresh] = memo.try_emplace(node.get(), 0);
+        if (!fresh) continue;
+        try {
+            translated.push_back(node);
+            entry->second = make(*node);  // make() only reads the memo: `entry` stays valid
+        } catch (...) {
+            // Out of memory, the memo holds no entry that forget_translated() cannot see.
+            if (!translated.empty() && translated.back() == node) translated.pop_back();
+            memo.erase(node.get());
+            throw;
         }
     }
+    return memo.at(root.get());
 }
 
-void Solver::Impl::add_compare(const Item& it) {
-    const Node& n = it.node();
-    const Term& term = n.terms[0];
-    if (!Access::ites(term).empty()) {
-        Literal lit = encode(*it.ref);
-        return encoder.assert_true(it.negated ? ~lit : lit);
+std::uint32_t Solver::Impl::make(const Node& n) {
+    FormulaDag& dag = engine.dag();
+    auto child = [&](std::size_t i) { return memo.at(n.children[i].get()); };
+    switch (n.kind) {
+        case Node::Kind::Constant:
+            return n.value ? 0 : 1;
+        case Node::Kind::Boolean:
+            return dag.variable(booleans[static_cast<std::size_t>(n.boolean - 1)], {});
+        case Node::Kind::Compare:
+            return dag.atom({n.compare, linear_term(n.terms[0]), 1, {}});
+        case Node::Kind::Not:
+            return child(0) ^ 1;
+        case Node::Kind::And:
+        case Node::Kind::Or:
+        case Node::Kind::Implies: {
+            FormulaRef operands[] = {n.kind == Node::Kind::Implies ? child(0) ^ 1 : child(0),
+                                     child(1)};
+            return dag.node(n.kind == Node::Kind::And ? FormulaNode::And : FormulaNode::Or,
+                            operands, {});
+        }
+        case Node::Kind::Ite:
+            return static_cast<std::uint32_t>(lift(n));
     }
-    scratch.clear();
-    for (const auto& p : Access::parts(term))
-        scratch.add_entry(p.var, p.coeff);
-    problem.atoms.push_back(
-        {relation_of(n.compare, it.negated), problem.add_term(scratch), 1, SourcePos{}});
+    return 0;
 }
 
-// The problem term of t, each ite summand replaced by its lifted variable.
-std::uint32_t Solver::Impl::linear_term(const Term& t,
-                                        std::unordered_map<const Node*, int>& lifted) {
-    scratch.clear();
-    for (const auto& p : Access::parts(t))
-        scratch.add_entry(p.var, p.coeff);
-    for (const auto& i : Access::ites(t))
-        scratch.add_entry(lifted.at(i.node.get()), i.coeff);
-    return problem.add_term(scratch);
-}
-
-// The literal of a formula, its subformulas encoded bottom-up with an explicit stack, each node
-// once. An ite term is lifted to a fresh variable v with  c → v = then  and  ¬c → v = else;
-// v is Int when both branches are integral sums of Int variables.
-Literal Solver::Impl::encode(const NodePtr& root) {
-    std::unordered_map<const Node*, Literal> done;
-    std::unordered_map<const Node*, int> lifted;
-    std::vector<const Node*> todo{root.get()};
-    auto known = [&](const Node* n) {
-        return n->kind == Node::Kind::Ite ? lifted.contains(n) : done.contains(n);
-    };
+// A fresh variable v with the definition (ite c (= v then) (= v otherwise)).
+int Solver::Impl::lift(const Node& ite) {
+    Problem& problem = engine.problem();
     auto integral = [&](const Term& t) {
         for (const auto& p : Access::parts(t))
             if (!p.coeff.is_integer() || (p.var != 0 && problem.variables.sort(p.var) != Sort::Int))
                 return false;
         for (const auto& i : Access::ites(t))
             if (!i.coeff.is_integer() ||
-                problem.variables.sort(lifted.at(i.node.get())) != Sort::Int)
+                problem.variables.sort(static_cast<int>(memo.at(i.node.get()))) != Sort::Int)
                 return false;
         return true;
     };
-    while (!todo.empty()) {
-        const Node* n = todo.back();
-        if (known(n)) {
-            todo.pop_back();
-            continue;
-        }
-        std::size_t before = todo.size();
-        auto need = [&](const NodePtr& c) {
-            if (!known(c.get())) todo.push_back(c.get());
-        };
-        auto need_term = [&](const Term& t) {
-            for (const auto& i : Access::ites(t))
-                need(i.node);
-        };
-        for (const NodePtr& c : n->children)
-            need(c);
-        for (const Term& t : n->terms)
-            need_term(t);
-        if (todo.size() != before) continue;
-        todo.pop_back();
-        auto child = [&](std::size_t i) { return done.at(n->children[i].get()); };
-        switch (n->kind) {
-            case Node::Kind::Constant:
-                done.emplace(n, encoder.constant(n->value));
-                break;
-            case Node::Kind::Boolean:
-                done.emplace(n, encoder.variable(booleans[n->boolean - 1]));
-                break;
-            case Node::Kind::Compare:
-                done.emplace(n, encoder.compare(n->compare, linear_term(n->terms[0], lifted)));
-                break;
-            case Node::Kind::Not:
-                done.emplace(n, ~child(0));
-                break;
-            case Node::Kind::And:
-            case Node::Kind::Or: {
-                Literal ops[] = {child(0), child(1)};
-                done.emplace(n, n->kind == Node::Kind::And ? encoder.conjunction(ops)
-                                                           : encoder.disjunction(ops));
-                break;
-            }
-            case Node::Kind::Implies: {
-                Literal ops[] = {~child(0), child(1)};
-                done.emplace(n, encoder.disjunction(ops));
-                break;
-            }
-            case Node::Kind::Ite: {
-                Sort sort = integral(n->terms[0]) && integral(n->terms[1]) ? Sort::Int : Sort::Real;
-                int v = problem.variables.add("ite", sort, {});
-                Literal c = child(0);
-                for (int side = 0; side < 2; ++side) {
-                    std::uint32_t branch = linear_term(n->terms[side], lifted);
-                    scratch.clear();
-                    for (const auto& e : problem.term(branch))
-                        scratch.add_entry(e.var, -e.coeff);
-                    scratch.add_entry(v, QNumber(1));
-                    Literal eq = encoder.compare(Relation::Eq, problem.add_term(scratch));
-                    Literal clause[] = {side == 0 ? ~c : c, eq};
-                    encoder.add_clause(clause);
-                }
-                lifted.emplace(n, v);
-                break;
-            }
-        }
+    Sort sort = integral(ite.terms[0]) && integral(ite.terms[1]) ? Sort::Int : Sort::Real;
+    int v = problem.variables.add("ite", sort, {});
+    std::uint32_t branch[2];
+    FormulaRef operands[3] = {memo.at(ite.children[0].get()), 0, 0};
+    for (int side = 0; side < 2; ++side) {  // branch − v = 0
+        branch[side] = linear_term(ite.terms[static_cast<std::size_t>(side)]);
+        scratch.clear();
+        for (const auto& e : problem.term(branch[side]))
+            scratch.add_entry(e.var, e.coeff);
+        scratch.add_entry(v, QNumber(-1));
+        operands[side + 1] = engine.dag().atom({Relation::Eq, problem.add_term(scratch), 1, {}});
     }
-    return done.at(root.get());
+    FormulaRef definition = engine.dag().node(FormulaNode::Ite, operands, {});
+    engine.dag().lift({v, operands[0], branch[0], branch[1], definition});
+    return v;
+}
+
+// The problem term of t, each ite summand replaced by its lifted variable.
+std::uint32_t Solver::Impl::linear_term(const Term& t) {
+    scratch.clear();
+    for (const auto& p : Access::parts(t))
+        scratch.add_entry(p.var, p.coeff);
+    for (const auto& i : Access::ites(t))
+        scratch.add_entry(static_cast<int>(memo.at(i.node.get())), i.coeff);
+    return engine.problem().add_term(scratch);
+}
+
+void Solver::Impl::forget_translated(std::size_t size) {
+    for (std::size_t i = size; i < translated.size(); ++i)
+        memo.erase(translated[i].get());
+    translated.resize(size);
+}
+
+// The DAG's nodes and the problem's terms made for the question go again; the variables of ites
+// lifted for it stay (variables are never removed).
+template <class F>
+auto Solver::Impl::question(F&& ask) {
+    FormulaDag::Marks marks = engine.dag().marks();
+    std::uint32_t terms = engine.problem().term_count();
+    std::size_t memo_size = translated.size();
+    auto forget = [&] {
+        forget_translated(memo_size);
+        engine.drop_formulas(marks);
+        engine.problem().truncate_terms(terms);
+    };
+    try {
+        auto answer = ask();
+        forget();
+        return answer;
+    } catch (...) {
+        forget();
+        throw;
+    }
 }
 
 Solver::Solver() : impl_(std::make_unique<Impl>()) {}
@@ -386,15 +248,15 @@ Solver::Solver(Solver&&) noexcept = default;
 Solver& Solver::operator=(Solver&&) noexcept = default;
 
 Term Solver::real(std::string_view name) {
-    return Access::variable(impl_->id, impl_->problem.variables.add(name, Sort::Real, {}));
+    return Access::variable(impl_->id, impl_->engine.problem().variables.add(name, Sort::Real, {}));
 }
 
 Term Solver::integer(std::string_view name) {
-    return Access::variable(impl_->id, impl_->problem.variables.add(name, Sort::Int, {}));
+    return Access::variable(impl_->id, impl_->engine.problem().variables.add(name, Sort::Int, {}));
 }
 
 Formula Solver::boolean(std::string_view name) {
-    impl_->booleans.push_back(impl_->problem.variables.add(name, Sort::Bool, {}));
+    impl_->booleans.push_back(impl_->engine.problem().variables.add(name, Sort::Bool, {}));
     auto node = std::make_shared<Node>();
     node->kind = Node::Kind::Boolean;
     node->boolean = static_cast<int>(impl_->booleans.size());
@@ -406,14 +268,13 @@ void Solver::add(const Formula& f) {
     Impl& s = *impl_;
     s.check_owner(Access::node(f)->owner);
     s.model_valid = s.core_valid = false;
-    s.assert_formula(Access::node(f));
+    (void)s.engine.assert_formula(s.translate(Access::node(f)));
 }
 
 Result Solver::check() {
     Impl& s = *impl_;
     s.model_valid = s.core_valid = false;
-    Decision d = s.context.check();
-    return s.conclude(d);
+    return s.conclude(s.engine.check());
 }
 
 Result Solver::check(std::span<const Formula> assumptions) {
@@ -422,35 +283,30 @@ Result Solver::check(std::span<const Formula> assumptions) {
         s.check_owner(Access::node(f)->owner);
     s.model_valid = s.core_valid = false;
     s.core.clear();
-    // The assumptions' encodings live on a level of their own.
-    std::size_t base = s.context.level();
-    Decision d;
-    std::vector<Literal> lits;
+    // The assumptions' translations live on a level of their own.
+    std::size_t base = s.engine.level();
     try {
         s.push();
+        std::vector<FormulaRef> assumed;
         for (const Formula& f : assumptions)
-            lits.push_back(s.encode(Access::node(f)));
-        d = s.context.check(lits);
-        Result r = s.conclude(d);
+            assumed.push_back(s.translate(Access::node(f)));
+        Result r = s.conclude(s.engine.check(assumed));
         if (r == Result::Unsat) {
-            std::vector<Literal> failed = s.context.failed_assumptions();
-            for (std::size_t i = 0; i < assumptions.size(); ++i)
-                if (std::find(failed.begin(), failed.end(), lits[i]) != failed.end())
-                    s.core.push_back(assumptions[i]);
+            for (std::uint32_t i : s.engine.assumed_core())
+                s.core.push_back(assumptions[i]);
             s.core_valid = true;
         }
         s.pop(1);
         return r;
     } catch (const std::bad_alloc&) {
-        // Encoding the assumptions is part of the check: its memout is an answer too.
-        s.pop(s.context.level() - base);
+        // Translating the assumptions is part of the check: its memout is an answer too.
+        s.pop(s.engine.level() - base);
         s.model_valid = s.core_valid = false;
         s.core.clear();
-        d = Decision{};
-        d.reason_unknown = util::to_string(util::StopReason::Memout);
-        return s.conclude(d);
+        s.reason = util::to_string(util::StopReason::Memout);
+        return Result::Unknown;
     } catch (...) {
-        s.pop(s.context.level() - base);
+        s.pop(s.engine.level() - base);
         throw;
     }
 }
@@ -467,29 +323,51 @@ void Solver::pop(unsigned levels) {
 }
 
 unsigned Solver::level() const {
-    return static_cast<unsigned>(impl_->context.level());
+    return static_cast<unsigned>(impl_->engine.level());
 }
 
 QNumber Solver::value(const Term& t) const {
-    impl_->check_owner(Access::owner(t));
-    impl_->require_model();
-    return Evaluator(impl_->model, impl_->booleans).term(t);
+    Impl& s = *impl_;
+    s.check_owner(Access::owner(t));
+    s.require_model();
+    if (Access::ites(t).empty()) {  // no need to evaluate the ites the model decides
+        const std::vector<QNumber>& model = s.engine.last().model;
+        QNumber v;
+        for (const auto& p : Access::parts(t)) {
+            if (p.var == 0)
+                v += p.coeff;
+            else if (static_cast<std::size_t>(p.var) < model.size())
+                v.add_product(p.coeff, model[static_cast<std::size_t>(p.var)]);
+        }
+        return v;
+    }
+    return s.question([&] {
+        for (const auto& i : Access::ites(t))
+            (void)s.translate(i.node);
+        s.scratch.clear();
+        for (const auto& p : Access::parts(t))
+            s.scratch.add_entry(p.var, p.coeff);
+        for (const auto& i : Access::ites(t))
+            s.scratch.add_entry(static_cast<int>(s.memo.at(i.node.get())), i.coeff);
+        return s.engine.value(s.scratch);
+    });
 }
 
 bool Solver::value(const Formula& f) const {
-    impl_->check_owner(Access::node(f)->owner);
-    impl_->require_model();
-    return Evaluator(impl_->model, impl_->booleans).formula(Access::node(f).get());
+    Impl& s = *impl_;
+    s.check_owner(Access::node(f)->owner);
+    s.require_model();
+    return s.question([&] { return s.engine.holds(s.translate(Access::node(f))) == 1; });
 }
 
 void Solver::set_time_limit(std::chrono::milliseconds per_check) {
     impl_->time_limit = per_check;
-    impl_->context.set_options(impl_->options());
+    impl_->engine.set_limits(impl_->options());
 }
 
 void Solver::set_conflict_limit(std::uint64_t per_check) {
     impl_->conflict_limit = per_check;
-    impl_->context.set_options(impl_->options());
+    impl_->engine.set_limits(impl_->options());
 }
 
 void Solver::interrupt() {

@@ -17,8 +17,8 @@
 #include "cli/replay.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/escape.h"
-#include "vorn/io/input_format.h"
 #include "vorn/io/interrupted.h"
 #include "vorn/io/limits.h"
 #include "vorn/io/parse_error.h"
@@ -27,6 +27,7 @@
 namespace {
 
 using namespace vorn::cli;
+namespace frontend = vorn::frontend;
 namespace io = vorn::io;
 namespace smt = vorn::smt;
 
@@ -100,7 +101,7 @@ struct Arguments {
     std::string format = "text";
     bool triangular = false, stats = false, dump = false;
     std::optional<std::string> objective_bound;
-    io::CheckOptions check;
+    frontend::CheckOptions check;
     bool maximize = false;
     double time_limit = 0;          // seconds, 0: none
     std::int64_t memory_limit = 0;  // MB, 0: none
@@ -115,7 +116,8 @@ int run_solve(const Arguments& args) {
     Progress progress;
     progress.phase("reading");
     auto start = smt::Clock::now();
-    smt::Problem problem = io::read_problem(io::SourceText::read(args.file), forced_format(args));
+    smt::Problem problem =
+        frontend::read_problem(io::SourceText::read(args.file), forced_format(args));
     double read_ms = smt::ms_since(start);
     SolveOptions options;
     options.triangular = args.triangular;
@@ -137,7 +139,8 @@ int run_solve(const Arguments& args) {
 
 int run_tableau(const Arguments& args) {
     auto start = smt::Clock::now();
-    smt::Problem problem = io::read_problem(io::SourceText::read(args.file), forced_format(args));
+    smt::Problem problem =
+        frontend::read_problem(io::SourceText::read(args.file), forced_format(args));
     double read_ms = smt::ms_since(start);
     TableauSummary summary = build_tableau(problem);
     print_tableau(std::cout, summary, problem.variables, read_ms, args.dump, args.stats);
@@ -158,7 +161,7 @@ int run_check(const Arguments& args) {
     request.options.decide.stop = &tool_stop();
     request.options.decide.time_limit =
         std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(args.time_limit * 1000)));
-    io::CheckStats stats;
+    smt::CheckStats stats;
     auto checking = smt::Clock::now();
     std::string reason;
     try {
@@ -188,7 +191,7 @@ int run_optimize(const Arguments& args) {
     request.options.decide.time_limit =
         std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(args.time_limit * 1000)));
     tool_stop().start(request.options.decide.time_limit);
-    io::CheckStats stats;
+    smt::CheckStats stats;
     auto solving = smt::Clock::now();
     std::string reason, note;
     try {
@@ -336,7 +339,7 @@ int run(int argc, char** argv) {
     } catch (const UsageError& e) {
         std::cerr << "vorn: " << io::escaped(e.what()) << "\n";
         return kBadInput;
-    } catch (const io::VerificationFailure& e) {
+    } catch (const smt::VerificationFailure& e) {
         std::cout.flush();
         std::cerr << "vorn: internal error: verification failed: " << io::escaped(e.what()) << "\n";
         return kInternalError;

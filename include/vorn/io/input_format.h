@@ -1,8 +1,8 @@
 #pragma once
 
-// Which reader an input goes to: the one asked for (--format-in), else the file name's
-// extension, ".lin", ".smt2", ".mps", ".lp" or ".cnf" (DIMACS, `vorn check` only) in any case and
-// after a compression extension
+// Which reader an input goes to (frontend/problem_reader.h reads it): the one asked for
+// (--format-in), else the file name's extension, ".lin", ".smt2", ".mps", ".lp" or ".cnf" (DIMACS,
+// `vorn check` only) in any case and after a compression extension
 // (".mps.bz2"); standard input is SMT-LIB when its first non-blank character opens a
 // parenthesis or a comment, the plain format otherwise.
 
@@ -10,8 +10,6 @@
 #include <string_view>
 
 #include "vorn/io/source.h"
-#include "vorn/smt/problem.h"
-#include "vorn/util/stop.h"
 
 namespace vorn::io {
 
@@ -22,9 +20,5 @@ std::optional<InputFormat> format_named(std::string_view name);
 
 // ParseError at 1:1 when the format cannot be told.
 InputFormat input_format(const SourceText& source, std::optional<InputFormat> forced);
-
-// `stop` (may be null): an interrupt while reading throws Interrupted (interrupted.h).
-smt::Problem read_problem(const SourceText& source, std::optional<InputFormat> forced,
-                          const util::Stop* stop = nullptr);
 
 }  // namespace vorn::io

@@ -1,8 +1,8 @@
 #pragma once
 
-// Interrupted: what the readers and the script engine throw once util::Stop::interrupt() was
-// called (in the tool: SIGINT or SIGTERM). The readers look at the stop once a line or a
-// statement, the script engine once a command and after a check-sat that the interrupt stopped
+// Interrupted: what the readers and the script interpreter throw once util::Stop::interrupt()
+// was called (in the tool: SIGINT or SIGTERM). The readers look at the stop once a line or a
+// statement, the interpreter once a command and after a check-sat that the interrupt stopped
 // (its `unknown` already written). Everything written before stays; nothing after it runs.
 
 #include <stdexcept>

@@ -2,11 +2,12 @@
 
 // Evaluation of SMT-LIB terms and formulas into linear expressions and formula DAGs.
 //
-// Terms become linear expressions; formulas become nodes of a DAG (formula_dag.h) that the
-// assertion encoder (assertions.h) commits to the problem. A `let` binding and a `define-fun`
-// body are evaluated once and their value is shared by every use: a use copies a linear
-// expression (at most one entry per variable) or refers to a formula node, so nested doubling
-// lets cost time linear in the text, not exponential. `distinct` stays one atom over its n terms.
+// Terms become linear expressions; formulas become nodes of the engine's DAG (smt/formula_dag.h)
+// that its assertion encoder (smt/assertion_encoder.h) commits to the problem. A `let` binding and
+// a `define-fun` body are evaluated once and their value is shared by every use: a use copies a
+// linear expression (at most one entry per variable) or refers to a formula node, so nested
+// doubling lets cost time linear in the text, not exponential. `distinct` stays one atom over its n
+// terms.
 //
 // The evaluator walks the tree with its own stacks, not the machine's, so its depth is bounded
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the
@@ -28,19 +29,25 @@
 #include <string>
 #include <vector>
 
-#include "vorn/io/formula_dag.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_symbols.h"
+#include "vorn/smt/formula_dag.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::io {
 
+using smt::FormulaDag;
+using smt::FormulaNode;
+using smt::FormulaRef;
+
 class TermEvaluator {
   public:
-    TermEvaluator(smt::Problem& problem, const smt::NameTable& symbols, bool lenient = false)
-        : problem_(problem), symbols_(symbols), lenient_(lenient) {}
+    // Builds into `dag`, the engine's.
+    TermEvaluator(smt::Problem& problem, FormulaDag& dag, const smt::NameTable& symbols,
+                  bool lenient = false)
+        : problem_(problem), symbols_(symbols), lenient_(lenient), dag_(dag) {}
 
     // True when `symbol` names a declared constant or a definition.
     bool is_defined(std::uint32_t symbol) const {
@@ -71,7 +78,7 @@ class TermEvaluator {
     // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
                          SExprTree::Id body, bool int_sort = false);
-    // The formulas built so far; the caller marks and truncates it.
+    // The formulas built so far; the engine marks and truncates it.
     FormulaDag& dag() { return dag_; }
 
   private:
@@ -192,6 +199,7 @@ class TermEvaluator {
     smt::Problem& problem_;
     const smt::NameTable& symbols_;
     bool lenient_;
+    FormulaDag& dag_;
     const SExprTree* tree_ = nullptr;       // the tree being evaluated
     const SExprTree* root_tree_ = nullptr;  // the command's own tree
     std::vector<SymbolState> states_;       // by symbol
@@ -205,7 +213,6 @@ class TermEvaluator {
     std::vector<Value> values_;                   // slots [0, top_) are in use
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
-    FormulaDag dag_;
     std::vector<FormulaId> scratch_ids_;
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;

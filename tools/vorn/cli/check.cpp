@@ -11,6 +11,7 @@
 
 #include "cli/output.h"
 #include "cli/solve.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/dimacs_reader.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
@@ -66,7 +67,7 @@ void add_objective_bound(smt::Problem& problem, const std::string& bound) {
 }
 
 std::string check_problem(smt::Problem& problem, const CheckRequest& request, std::ostream& out,
-                          io::CheckStats& stats) {
+                          smt::CheckStats& stats) {
     if (request.objective_bound) add_objective_bound(problem, *request.objective_bound);
     auto start = smt::Clock::now();
     smt::Decision d = smt::decide(problem, request.options.decide);
@@ -75,7 +76,7 @@ std::string check_problem(smt::Problem& problem, const CheckRequest& request, st
     stats.decide = d.stats;
     if (request.options.verify) {
         std::string bad = smt::check_decision(problem, d);
-        if (!bad.empty()) throw io::VerificationFailure(bad);
+        if (!bad.empty()) throw smt::VerificationFailure(bad);
     }
     switch (d.result) {
         case lra::Result::Sat:
@@ -102,7 +103,7 @@ std::string check_problem(smt::Problem& problem, const CheckRequest& request, st
 // literals ending in 0, as SAT solvers print it. The limits apply as smt::Context applies them:
 // the stop started for the one check, the conflict limit, std::bad_alloc answered as memout.
 std::string check_cnf(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
-                      io::CheckStats& stats) {
+                      smt::CheckStats& stats) {
     const smt::DecideOptions& limits = request.options.decide;
     util::Stop own_stop;
     util::Stop& stop = limits.stop != nullptr ? *limits.stop : own_stop;
@@ -151,7 +152,7 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
                     return solver.value(
                         sat::Lit(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0));
                 }))
-                throw io::VerificationFailure("the model falsifies a clause");
+                throw smt::VerificationFailure("the model falsifies a clause");
     out << (r == sat::Result::Sat ? "sat\n" : r == sat::Result::Unsat ? "unsat\n" : "unknown\n");
     if (r == sat::Result::Sat && request.options.model) {
         std::string line = "v";
@@ -168,23 +169,23 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
 }  // namespace
 
 std::string run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
-                      io::CheckStats& stats) {
+                      smt::CheckStats& stats) {
     io::InputFormat format = io::input_format(source, request.format);
     if (format == io::InputFormat::Smt2) {
         if (request.objective_bound)
             throw UsageError("--objective-bound applies to .lin, MPS and LP files");
-        io::run_script(source.text, source.name, request.options, out, stats);
+        frontend::run_script(source.text, source.name, request.options, out, stats);
         return {};
     }
     if (format == io::InputFormat::Cnf) {
         if (request.objective_bound) throw UsageError("--objective-bound applies to LP files");
         return check_cnf(source, request, out, stats);
     }
-    smt::Problem problem = io::read_problem(source, format, request.options.decide.stop);
+    smt::Problem problem = frontend::read_problem(source, format, request.options.decide.stop);
     return check_problem(problem, request, out, stats);
 }
 
-std::string check_stats(double read_ms, const io::CheckStats& s) {
+std::string check_stats(double read_ms, const smt::CheckStats& s) {
     const lra::SimplexStats& x = s.decide.simplex;
     char line[512];
     std::snprintf(line, sizeof line,

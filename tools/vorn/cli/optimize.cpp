@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/solve.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/smt_values.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/optimize.h"
@@ -29,11 +30,11 @@ std::string approximately(const QNumber& value) {
 }  // namespace
 
 std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
-                         std::ostream& out, io::CheckStats& stats, std::string& note) {
+                         std::ostream& out, smt::CheckStats& stats, std::string& note) {
     io::InputFormat format = io::input_format(source, request.format);
     if (format == io::InputFormat::Smt2 || format == io::InputFormat::Cnf)
         throw UsageError("optimize reads .lin, MPS and LP files");
-    smt::Problem problem = io::read_problem(source, format, request.options.decide.stop);
+    smt::Problem problem = frontend::read_problem(source, format, request.options.decide.stop);
     if (!problem.objective) throw UsageError("optimize: the input states no objective");
     bool maximize = request.maximize || problem.maximize;
     smt::DecideOptions options = request.options.decide;
@@ -47,7 +48,7 @@ std::string run_optimize(const io::SourceText& source, const OptimizeRequest& re
         if (std::string bad =
                 smt::check_optimization(problem, *problem.objective, maximize, answer);
             !bad.empty())
-            throw io::VerificationFailure(bad);
+            throw smt::VerificationFailure(bad);
     }
     if (answer.relaxed) note = "Int variables relaxed: the optimum of the LP relaxation";
     if (request.stats && options.float_start) {

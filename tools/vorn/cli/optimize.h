@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
+#include "vorn/frontend/script_interpreter.h"
 #include "vorn/io/input_format.h"
-#include "vorn/io/script_engine.h"
 #include "vorn/io/source.h"
 
 namespace vorn::cli {
@@ -18,7 +18,7 @@ namespace vorn::cli {
 struct OptimizeRequest {
     std::optional<io::InputFormat> format;
     bool maximize = false;  // besides what the file says
-    io::CheckOptions options;
+    frontend::CheckOptions options;
     bool stats = false;  // `note` also says how the floating-point start went
 };
 
@@ -27,6 +27,6 @@ struct OptimizeRequest {
 // the reason of an unknown answer (empty otherwise) and, through `note`, what the answer is of
 // (the LP relaxation when there are Int variables).
 std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
-                         std::ostream& out, io::CheckStats& stats, std::string& note);
+                         std::ostream& out, smt::CheckStats& stats, std::string& note);
 
 }  // namespace vorn::cli

@@ -1,11 +1,10 @@
-#include "vorn/io/assertions.h"
+#include "vorn/smt/assertion_encoder.h"
 
 #include <algorithm>
 
-#include "vorn/io/parse_error.h"
 #include "vorn/smt/model_check.h"
 
-namespace vorn::io {
+namespace vorn::smt {
 
 namespace {
 
@@ -42,6 +41,7 @@ void AssertionEncoder::forget_nodes() {
         seen_.resize(2 * n);
     }
     if (side_done_.size() > dag_.lifted().size()) side_done_.resize(dag_.lifted().size());
+    evaluated_lifted_ = std::min(evaluated_lifted_, dag_.lifted().size());
 }
 
 void AssertionEncoder::truncate(const Marks& m) {
@@ -65,11 +65,11 @@ int AssertionEncoder::constant_truth(FormulaRef ref) const {
     const FormulaNode& node = dag_[ref];
     bool negated = (ref & 1) != 0;
     if (node.kind == FormulaNode::True) return negated ? 0 : 1;
-    if (node.kind == FormulaNode::Atom && dag_.atom_of(node).relation != smt::Relation::Distinct) {
+    if (node.kind == FormulaNode::Atom && dag_.atom_of(node).relation != Relation::Distinct) {
         auto term = problem_.term(dag_.atom_of(node).first_term);
         if (term.size() > 1 || (term.size() == 1 && term[0].var != 0)) return -1;
         int s = term.empty() ? 0 : term[0].coeff.sign();
-        return smt::relation_holds(dag_.atom_of(node).relation, s) != negated ? 1 : 0;
+        return relation_holds(dag_.atom_of(node).relation, s) != negated ? 1 : 0;
     }
     if ((node.kind == FormulaNode::And || node.kind == FormulaNode::Or) && node.size == 0)
         return (node.kind == FormulaNode::And) != negated ? 1 : 0;
@@ -88,8 +88,8 @@ void AssertionEncoder::split(FormulaRef root) {
     literals_.clear();
     rest_.clear();
     stack_.assign(1, root);
-    auto rest = [&](FormulaRef ref, const char* what, smt::SourcePos pos) {
-        if (!lenient_) throw ParseError(pos, std::string(what) + " is not supported");
+    auto rest = [&](FormulaRef ref, const char* what, SourcePos pos) {
+        if (!lenient_) throw NotAccepted(pos, std::string(what) + " is not supported");
         rest_.push_back(ref);
     };
     while (!stack_.empty()) {
@@ -105,8 +105,8 @@ void AssertionEncoder::split(FormulaRef root) {
                 if (negated) literals_.push_back(ref);
                 break;
             case FormulaNode::Atom: {
-                const smt::Atom& atom = dag_.atom_of(node);
-                if (negated && atom.relation == smt::Relation::Distinct && atom.terms != 2) {
+                const Atom& atom = dag_.atom_of(node);
+                if (negated && atom.relation == Relation::Distinct && atom.terms != 2) {
                     rest(ref, "a negated 'distinct' of more than two terms (a disjunction)",
                          atom.pos);
                     break;
@@ -152,7 +152,7 @@ bool AssertionEncoder::conjunctive(FormulaRef root) {
     if (!rest_.empty()) return false;
     for (FormulaRef ref : literals_) {
         if (dag_[ref].kind != FormulaNode::Atom) continue;
-        const smt::Atom& atom = dag_.atom_of(dag_[ref]);
+        const Atom& atom = dag_.atom_of(dag_[ref]);
         for (std::uint32_t t = atom.first_term; t < atom.first_term + atom.terms; ++t)
             for (const auto& e : problem_.term(t))
                 if (e.var != 0 && dag_.lifted_index(e.var) >= 0) return false;
@@ -181,38 +181,38 @@ void AssertionEncoder::commit_literal(FormulaRef ref) {
     bool negated = (ref & 1) != 0;
     if (node.kind == FormulaNode::True) {
         scratch_.set_constant(QNumber(1));
-        problem_.atoms.push_back({smt::Relation::Eq, problem_.add_term(scratch_), 1, node.pos});
+        problem_.atoms.push_back({Relation::Eq, problem_.add_term(scratch_), 1, node.pos});
         return;
     }
     if (node.kind == FormulaNode::Unsupported) {
         unsupported_.push_back(dag_.unsupported_of(node));
         return;
     }
-    const smt::Atom& atom = dag_.atom_of(node);
+    const Atom& atom = dag_.atom_of(node);
     need_definitions(atom);
     if (!negated) return problem_.atoms.push_back(atom);
-    smt::Atom flipped = atom;
-    if (atom.relation != smt::Relation::Distinct) {
-        flipped.relation = smt::negation(atom.relation);
+    Atom flipped = atom;
+    if (atom.relation != Relation::Distinct) {
+        flipped.relation = negation(atom.relation);
     } else {
         scratch_.clear();
         for (const auto& e : problem_.term(atom.first_term))
             scratch_.add_entry(e.var, e.coeff);
         for (const auto& e : problem_.term(atom.first_term + 1))
             scratch_.add_entry(e.var, -e.coeff);
-        flipped = {smt::Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
+        flipped = {Relation::Eq, problem_.add_term(scratch_), 1, atom.pos};
     }
     problem_.atoms.push_back(flipped);
 }
 
 // ---- encoding -------------------------------------------------------------------------------
 
-smt::Literal AssertionEncoder::literal(FormulaRef ref, std::vector<Unsupported>& reached) {
+Literal AssertionEncoder::literal(FormulaRef ref, std::vector<Unsupported>& reached) {
     grow();
     encode(ref / 2);
     if (std::uint32_t u = unsup_[ref / 2])
         reached.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
-    smt::Literal l = lit(ref);
+    Literal l = lit(ref);
     assert_definitions();
     return l;
 }
@@ -243,7 +243,7 @@ void AssertionEncoder::encode(std::uint32_t top) {
     }
 }
 
-smt::Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
+Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
     unsup_[n] = 0;
     switch (node.kind) {
         case FormulaNode::True:
@@ -270,7 +270,7 @@ smt::Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
         case FormulaNode::Or:
             return encoder_.disjunction(operands_);
         case FormulaNode::Xor: {
-            smt::Literal l = operands_[0];
+            Literal l = operands_[0];
             for (std::size_t i = 1; i < operands_.size(); ++i)
                 l = encoder_.exclusive_or(l, operands_[i]);
             return l;
@@ -280,7 +280,7 @@ smt::Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
     }
 }
 
-void AssertionEncoder::need_definitions(const smt::Atom& atom) {
+void AssertionEncoder::need_definitions(const Atom& atom) {
     if (dag_.lifted().empty()) return;
     grow();
     for (std::uint32_t t = atom.first_term; t < atom.first_term + atom.terms; ++t)
@@ -311,15 +311,21 @@ void AssertionEncoder::assert_definitions() {
 // Lifted variables come after everything their ites mention, so one pass in order gives each
 // its value from values already final.
 const std::vector<QNumber>& AssertionEncoder::evaluate_model(const std::vector<QNumber>& model) {
-    grow();
     model_ = model;
-    model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
     std::fill(truth_.begin(), truth_.end(), kNotKnown);
-    for (const LiftedIte& l : dag_.lifted()) {
+    evaluated_lifted_ = 0;
+    return extend_model();
+}
+
+const std::vector<QNumber>& AssertionEncoder::extend_model() {
+    grow();
+    model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
+    for (auto lifted = dag_.lifted(); evaluated_lifted_ < lifted.size(); ++evaluated_lifted_) {
+        const LiftedIte& l = lifted[evaluated_lifted_];
         int c = holds(l.condition);
         if (c >= 0)
             model_[static_cast<std::size_t>(l.var)] =
-                smt::term_value(problem_, c == 1 ? l.then_term : l.otherwise_term, model_);
+                term_value(problem_, c == 1 ? l.then_term : l.otherwise_term, model_);
     }
     return model_;
 }
@@ -350,7 +356,7 @@ int AssertionEncoder::holds(FormulaRef ref) {
                 t = 1;
                 break;
             case FormulaNode::Atom:
-                t = smt::atom_holds(problem_, dag_.atom_of(node), model_) ? 1 : 0;
+                t = atom_holds(problem_, dag_.atom_of(node), model_) ? 1 : 0;
                 break;
             case FormulaNode::Var:
                 t = node.first < model_.size() && !model_[node.first].is_zero() ? 1 : 0;
@@ -393,4 +399,4 @@ int AssertionEncoder::holds(FormulaRef ref) {
     return truth(ref);
 }
 
-}  // namespace vorn::io
+}  // namespace vorn::smt

@@ -1,46 +1,30 @@
-#include "vorn/io/script_engine.h"
+#include "vorn/frontend/script_interpreter.h"
 
-#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <span>
 
-#include "vorn/io/assertions.h"
+#include "vorn/frontend/problem_reader.h"
 #include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
-#include "vorn/io/smt_reader.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
 #include "vorn/smt/certificate.h"
-#include "vorn/smt/context.h"
-#include "vorn/smt/model_check.h"
-#include "vorn/smt/optimize.h"
+#include "vorn/smt/engine.h"
 #include "vorn/smt/problem_text.h"
-#include "vorn/smt/stopwatch.h"
 
-namespace vorn::io {
+namespace vorn::frontend {
 
 namespace {
+
+// The reading and the evaluation of terms are the io layer's.
+using namespace io;
 
 [[noreturn]] void fail(smt::SourcePos pos, const std::string& message) {
     throw ParseError(pos, message);
 }
-
-// The sizes of the assertion stack's parts at a push.
-struct Level {
-    std::size_t atoms, declared, named, objectives;
-    FormulaDag::Marks dag;
-    AssertionEncoder::Marks encoded;
-};
-
-// A named assertion while unsat cores are on: assumed at every check-sat rather than asserted,
-// so that the core can name it.
-struct Named {
-    FormulaRef formula;
-    std::int32_t name;  // in names_
-};
 
 struct Declared {
     std::uint32_t symbol;
@@ -53,10 +37,10 @@ struct Declared {
 // Boolean constants, functions with arguments) is refused.
 enum class Mode { Check, Read };
 
-class ScriptEngine {
+class ScriptInterpreter {
   public:
-    ScriptEngine(std::string_view text, std::string_view file, const CheckOptions& options,
-                 std::ostream& out, CheckStats& stats, Mode mode = Mode::Check)
+    ScriptInterpreter(std::string_view text, std::string_view file, const CheckOptions& options,
+                      std::ostream& out, smt::CheckStats& stats, Mode mode = Mode::Check)
         : file_(file),
           options_(options),
           decide_options_(options.decide),
@@ -70,8 +54,8 @@ class ScriptEngine {
         reset();
         if (reading_) {
             symbols_.reserve(text.size() / 64, text.size() / 16);
-            problem_->variables.reserve(text.size() / 64, text.size() / 16);
-            problem_->reserve(text.size() / 128, text.size() / 24);
+            engine_->problem().variables.reserve(text.size() / 64, text.size() / 16);
+            engine_->problem().reserve(text.size() / 128, text.size() / 24);
         }
     }
 
@@ -97,10 +81,8 @@ class ScriptEngine {
     }
 
     smt::Problem take_problem() {
-        context_.reset();
-        assertions_.reset();
         terms_.reset();
-        return std::move(*problem_);
+        return engine_->take_problem();
     }
 
   private:
@@ -131,9 +113,18 @@ class ScriptEngine {
     void define();
     void fresh(const SNode& name);
     void assert_command();
+    // Asserts `root`; whether the DAG must keep it (AssertionEncoder::assert_formula).
+    bool asserted(FormulaRef root) {
+        try {
+            return engine_->assert_formula(root);
+        } catch (const smt::NotAccepted& e) {
+            fail(e.pos(), e.what());
+        }
+    }
     // Decides the assertions with the named ones and `assumed` as assumptions.
     void check_sat(std::span<const FormulaRef> assumed = {});
-    void decide(std::span<const smt::Literal> assumptions, std::span<const FormulaRef> assumed);
+    // sat, unsat (and its certificate) or unknown.
+    void print_answer(const smt::Decision& answer);
     void check_sat_assuming();
     void get_model();
     void get_value();
@@ -141,84 +132,57 @@ class ScriptEngine {
     void push(const SNode& cmd);
     void pop(const SNode& cmd);
     std::size_t level_count(const SNode& cmd);
-    Level current_level() const {
-        return {problem_->atoms.size(), declared_.size(),      named_.size(),
-                objectives_.size(),     terms_->dag().marks(), assertions_->marks()};
-    }
-    void truncate(const Level& level);
-    void drop_formulas(const FormulaDag::Marks& marks) {
-        terms_->dag().truncate(marks);
-        assertions_->forget_nodes();
-    }
+    // Forgets the declarations made after the first `declared` (pop, reset-assertions).
+    void forget_declared(std::size_t declared);
     void reset();
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
-    void verify(std::span<const FormulaRef> assumed);
     void add_objective(bool maximize);
-    void optimize(bool conjunctive);
     void get_objectives(const SNode& cmd);
 
     std::string file_;
     const CheckOptions& options_;
     smt::DecideOptions decide_options_;
     std::ostream& out_;
-    CheckStats& stats_;
+    smt::CheckStats& stats_;
     bool reading_;
     smt::NameTable symbols_;
     SExprReader reader_;
     SExprTree tree_;
     std::vector<Id> items_;
-    std::unique_ptr<smt::Problem> problem_;
+    std::unique_ptr<smt::Engine> engine_;  // the solver of every check-sat
     std::unique_ptr<TermEvaluator> terms_;
-    std::unique_ptr<AssertionEncoder> assertions_;
-    std::unique_ptr<smt::Context> context_;  // one solver for every check-sat
-    std::vector<Level> levels_;
+    std::vector<std::size_t> levels_;  // declared_.size() at each push
     std::vector<Declared> declared_;
-    std::vector<Named> named_;
-    // (minimize t) and (maximize t), in order: optimized lexicographically at each check-sat of
-    // a conjunction; what the last one found, as printed by get-objectives, or why not.
+    // (minimize t) and (maximize t) as written, beside the engine's objectives.
     struct Objective {
         std::string text;
-        smt::LinearExpr expr;
         bool maximize, real;
     };
     std::vector<Objective> objectives_;
-    std::vector<std::string> objective_values_;
-    std::string objectives_unknown_;
-    std::vector<std::string> names_;
-    // During a check-sat: by atom, the name of the assertion it comes from, or −1; by
-    // assumption, the name it stands for.
-    std::vector<std::int32_t> atom_name_;
-    std::vector<std::pair<smt::Literal, std::int32_t>> literal_name_;
-    std::vector<smt::Literal> assumptions_;
-    std::vector<Unsupported> reached_;  // outside the fragment, under this check's assumptions
-    std::vector<std::int32_t> core_;    // of the last unsat answer, in naming order
+    std::vector<std::string> names_;  // of named assertions, as the engine's core names them
     bool keep_formulas_ = false;
-    // The context has met Boolean structure: it stays with the Boolean engine, whose proofs are
-    // clause proofs, even when a pop took the structure away.
-    bool context_boolean_ = false;
     bool print_success_ = false;
     bool produce_cores_ = false;
     bool has_last_ = false;
     bool interrupted_ = false;  // a check-sat answered unknown for an interrupt
-    smt::Decision last_;
     std::string last_unknown_;
 };
 
-bool ScriptEngine::formulas_kept(Id id) {
-    FormulaDag::Marks marks = terms_->dag().marks();
+bool ScriptInterpreter::formulas_kept(Id id) {
+    FormulaDag::Marks marks = engine_->dag().marks();
     keep_formulas_ = false;
     try {
         bool go_on = command(id);
-        if (!keep_formulas_) drop_formulas(marks);
+        if (!keep_formulas_) engine_->drop_formulas(marks);
         return go_on;
     } catch (...) {
-        if (!keep_formulas_) drop_formulas(marks);
+        if (!keep_formulas_) engine_->drop_formulas(marks);
         throw;
     }
 }
 
-bool ScriptEngine::command(Id id) {
+bool ScriptInterpreter::command(Id id) {
     const SNode& cmd = tree_[id];
     if (!cmd.is_list() || cmd.size == 0 || tree_[tree_.first(id)].kind != SNode::Kind::Symbol)
         fail(cmd.pos, "expected a command in parentheses");
@@ -318,7 +282,7 @@ bool ScriptEngine::command(Id id) {
     }
 }
 
-bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
+bool ScriptInterpreter::skipped_in_reading(const SNode& cmd, Known head) {
     switch (head) {
         case Known::SetLogic:
         case Known::SetInfo:
@@ -348,19 +312,19 @@ bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
     }
 }
 
-void ScriptEngine::expect_arity(const SNode& cmd, std::size_t n) {
+void ScriptInterpreter::expect_arity(const SNode& cmd, std::size_t n) {
     if (cmd.size != n)
         fail(cmd.pos, quoted(name(item(0).symbol)) + " takes " + std::to_string(n - 1) +
                           " argument" + (n == 2 ? "" : "s"));
 }
 
-void ScriptEngine::need_last(lra::Result result, const SNode& cmd, const char* what) {
-    if (!has_last_ || last_.result != result)
+void ScriptInterpreter::need_last(lra::Result result, const SNode& cmd, const char* what) {
+    if (!has_last_ || engine_->last().result != result)
         fail(cmd.pos, std::string("no ") + what + ": the last check-sat did not answer " +
                           (result == lra::Result::Sat ? "sat" : "unsat"));
 }
 
-void ScriptEngine::set_option() {
+void ScriptInterpreter::set_option() {
     if (items_.size() != 3 || item(1).kind != SNode::Kind::Keyword)
         fail(tree_[0].pos, "expected (set-option :keyword value)");
     std::string_view key = symbols_.name(item(1).symbol);
@@ -377,12 +341,12 @@ void ScriptEngine::set_option() {
             fail(value.pos, "expected milliseconds, a numeral of at most 12 digits");
         decide_options_.time_limit =
             std::chrono::milliseconds(std::stoll(std::string(tree_.text(value))));
-        if (context_) context_->set_options(decide_options_);
+        engine_->set_limits(decide_options_);
     }
     success();
 }
 
-void ScriptEngine::get_info() {
+void ScriptInterpreter::get_info() {
     if (items_.size() != 2 || item(1).kind != SNode::Kind::Keyword)
         fail(tree_[0].pos, "expected (get-info :keyword)");
     std::string_view key = symbols_.name(item(1).symbol);
@@ -395,7 +359,7 @@ void ScriptEngine::get_info() {
     } else if (key == ":error-behavior") {
         out_ << "(:error-behavior continued-execution)\n";
     } else if (key == ":reason-unknown") {
-        if (!has_last_ || last_.result != lra::Result::Unknown)
+        if (!has_last_ || engine_->last().result != lra::Result::Unknown)
             fail(item(1).pos, "no reason: the last check-sat did not answer unknown");
         // The standard's own reasons are symbols; the others are messages.
         bool symbol = last_unknown_ == "timeout" || last_unknown_ == "memout" ||
@@ -407,7 +371,7 @@ void ScriptEngine::get_info() {
     }
 }
 
-void ScriptEngine::fresh(const SNode& name) {
+void ScriptInterpreter::fresh(const SNode& name) {
     if (name.kind != SNode::Kind::Symbol) fail(name.pos, "expected a symbol");
     if (is_known(name.symbol))
         fail(name.pos, quoted(this->name(name.symbol)) + " is a predefined symbol");
@@ -417,7 +381,7 @@ void ScriptEngine::fresh(const SNode& name) {
 
 // A Real, Int or Bool constant is a variable; a function with parameters is declared but
 // outside the fragment wherever it is used.
-void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& sort) {
+void ScriptInterpreter::declare(const SNode& name, const SNode* params, const SNode& sort) {
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
@@ -433,14 +397,14 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     if (function) {
         terms_->declare_function(name.symbol);
     } else {
-        var = problem_->variables.add(symbols_.name(name.symbol), s, name.pos);
+        var = engine_->problem().variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
     }
     declared_.push_back({name.symbol, var});
     success();
 }
 
-void ScriptEngine::define() {
+void ScriptInterpreter::define() {
     const SNode& name = item(1);
     fresh(name);
     if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
@@ -462,7 +426,7 @@ void ScriptEngine::define() {
 
 // A named assertion, while unsat cores are on, waits for check-sat as an assumption; any other
 // is asserted at once.
-void ScriptEngine::assert_command() {
+void ScriptInterpreter::assert_command() {
     Id f = items_[1];
     std::vector<std::uint32_t> names;
     if (tree_[f].is_list() && tree_[f].size >= 4 &&
@@ -481,152 +445,54 @@ void ScriptEngine::assert_command() {
         declared_.push_back({n, 0});
         names_.push_back(name(n));
         if (produce_cores_ && !reading_)
-            named_.push_back({root, static_cast<std::int32_t>(names_.size() - 1)});
+            engine_->assume_named(root, static_cast<std::int32_t>(names_.size() - 1));
     }
-    bool encoded =
-        (names.empty() || !produce_cores_ || reading_) && assertions_->assert_formula(root);
+    bool encoded = (names.empty() || !produce_cores_ || reading_) && asserted(root);
     keep_formulas_ = encoded || !names.empty();
     has_last_ = false;
     success();
 }
 
-void ScriptEngine::check_sat_assuming() {
+void ScriptInterpreter::check_sat_assuming() {
     const SNode& list = item(1);
     if (!list.is_list()) fail(list.pos, "expected a list of literals");
-    Level saved = current_level();
-    context_->push();
+    engine_->push();
     try {
         std::vector<FormulaRef> assumed;
         for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
             assumed.push_back(terms_->formula(tree_, c));
         check_sat(assumed);
     } catch (...) {
-        context_->pop(1);
-        truncate(saved);
+        engine_->pop();
         throw;
     }
-    context_->pop(1);
-    truncate(saved);
+    engine_->pop();
 }
 
-// While the problem is a conjunction and so are the assumptions, they are asserted on a level of
-// their own and the conjunctive decider answers, its proof naming the atoms of the core;
-// otherwise they are encoded and assumed.
-void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
-    bool boolean =
-        !problem_->boolean.empty() || (context_boolean_ && !options_.fresh_solver_per_check);
-    for (const Named& n : named_)
-        boolean = boolean || !assertions_->conjunctive(n.formula);
-    for (FormulaRef f : assumed)
-        boolean = boolean || !assertions_->conjunctive(f);
-    reached_.clear();
-    literal_name_.clear();
-    assumptions_.clear();
-    atom_name_.clear();
-    if (boolean) {
-        for (const Named& n : named_) {
-            assumptions_.push_back(assertions_->literal(n.formula, reached_));
-            literal_name_.push_back({assumptions_.back(), n.name});
-        }
-        for (FormulaRef f : assumed)
-            assumptions_.push_back(assertions_->literal(f, reached_));
-        return decide(assumptions_, assumed);
-    }
-    if (named_.empty() && assumed.empty()) return decide({}, assumed);
-    Level saved = current_level();
-    context_->push();
-    try {
-        atom_name_.assign(problem_->atoms.size(), -1);
-        for (const Named& n : named_) {
-            assertions_->commit_atoms(n.formula);
-            atom_name_.resize(problem_->atoms.size(), n.name);
-        }
-        for (FormulaRef f : assumed)
-            assertions_->commit_atoms(f);
-        atom_name_.resize(problem_->atoms.size(), -1);
-        decide({}, assumed);
-    } catch (...) {
-        context_->pop(1);
-        truncate(saved);
-        throw;
-    }
-    context_->pop(1);
-    truncate(saved);
-}
-
-void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
-                          std::span<const FormulaRef> assumed) {
-    bool boolean = !problem_->boolean.empty() || !assumptions.empty() ||
-                   (context_boolean_ && !options_.fresh_solver_per_check);
-    context_boolean_ = context_boolean_ || (boolean && !options_.fresh_solver_per_check);
-    auto start = smt::Clock::now();
-    std::vector<smt::Literal> failed;
-    if (options_.fresh_solver_per_check && boolean) {
-        smt::Context fresh(*problem_, decide_options_);
-        last_ = fresh.check(assumptions);
-        failed = fresh.failed_assumptions();
-    } else if (options_.fresh_solver_per_check) {
-        last_ = smt::decide(*problem_, decide_options_);
-    } else {
-        last_ = context_->check(assumptions);
-        if (last_.result == lra::Result::Unsat) failed = context_->failed_assumptions();
-        // A conjunction that branch and bound gave up on moves the context to the Boolean search
-        // for good.
-        context_boolean_ = context_boolean_ || last_.boolean_search;
-    }
-    stats_.solve_seconds += smt::ms_since(start) / 1000;
-    ++stats_.checks;
-    stats_.decide += last_.stats;
-    const auto& asserted = assertions_->unsupported_asserted();
-    const Unsupported* outside = !asserted.empty()   ? &asserted[0]
-                                 : !reached_.empty() ? &reached_[0]
-                                                     : nullptr;
-    if (last_.result == lra::Result::Sat && outside != nullptr) {
-        // A model of the rest says nothing about it.
-        last_.result = lra::Result::Unknown;
-        last_.reason_unknown = format_error(
+// The engine decides; the answer is printed, with its certificate when asked for.
+void ScriptInterpreter::check_sat(std::span<const FormulaRef> assumed) {
+    const smt::Decision& last =
+        engine_->check(assumed, [&](const smt::Decision& answer) { print_answer(answer); });
+    last_unknown_ = last.reason_unknown;
+    if (const auto& outside = engine_->outside())
+        last_unknown_ = format_error(
             file_, ParseError(outside->pos, outside->what + " is outside the linear fragment"));
-    }
-    if (last_.result == lra::Result::Sat && !objectives_.empty())
-        optimize(!boolean && assumptions.empty());
-    last_unknown_ = last_.reason_unknown;
-    interrupted_ = last_.result == lra::Result::Unknown &&
+    interrupted_ = last.result == lra::Result::Unknown &&
                    last_unknown_ == util::to_string(util::StopReason::Interrupted);
     has_last_ = true;
-    if (options_.verify) verify(assumed);
-    core_.clear();
-    if (last_.result == lra::Result::Unsat && last_.boolean_search) {
-        std::sort(failed.begin(), failed.end());
-        for (const auto& [lit, name] : literal_name_)
-            if (std::binary_search(failed.begin(), failed.end(), lit)) core_.push_back(name);
-        // Named atoms asserted on a level of their own, no assumptions: all of them.
-        for (std::int32_t name : atom_name_)
-            if (name >= 0) core_.push_back(name);
-    } else if (last_.result == lra::Result::Unsat) {
-        auto use = [&](std::size_t atom) {
-            if (atom < atom_name_.size() && atom_name_[atom] >= 0)
-                core_.push_back(atom_name_[atom]);
-        };
-        for (const smt::ProofStep& step : last_.proof) {
-            for (const smt::FarkasEntry& e : step.farkas)
-                if (!e.from_split) use(e.index);
-            if (step.kind == smt::ProofStep::Kind::SplitNe ||
-                step.kind == smt::ProofStep::Kind::Gcd)
-                use(step.atom);
-        }
-    }
-    std::sort(core_.begin(), core_.end());
-    core_.erase(std::unique(core_.begin(), core_.end()), core_.end());
-    switch (last_.result) {
+}
+
+void ScriptInterpreter::print_answer(const smt::Decision& answer) {
+    switch (answer.result) {
         case lra::Result::Sat:
             out_ << "sat\n";
             break;
         case lra::Result::Unsat:
             out_ << "unsat\n";
-            if (options_.certificate && last_.boolean_search)
-                smt::print_certificate(out_, *problem_, last_.clause_proof);
+            if (options_.certificate && answer.boolean_search)
+                smt::print_certificate(out_, engine_->problem(), answer.clause_proof);
             else if (options_.certificate)
-                smt::print_certificate(out_, *problem_, last_.proof);
+                smt::print_certificate(out_, engine_->problem(), answer.proof);
             break;
         case lra::Result::Unknown:
             out_ << "unknown\n";
@@ -634,107 +500,41 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
     }
 }
 
-// A model must satisfy every atom, and every formula that was encoded or assumed, with each ite
-// term at the value of its ite: checked against the formulas as read, not their encoding.
-void ScriptEngine::verify(std::span<const FormulaRef> assumed) {
-    std::string problem;
-    if (last_.result == lra::Result::Sat) {
-        const std::vector<QNumber>& model = assertions_->evaluate_model(last_.model);
-        problem = smt::check_model(*problem_, model);
-        auto check = [&](FormulaRef f) {
-            if (problem.empty() && assertions_->holds(f) != 1) {
-                smt::SourcePos pos = terms_->dag()[f].pos;
-                problem = "the model violates the formula at " + std::to_string(pos.line) + ":" +
-                          std::to_string(pos.col);
-            }
-        };
-        for (FormulaRef f : assertions_->encoded_roots())
-            check(f);
-        for (const Named& n : named_)
-            check(n.formula);
-        for (FormulaRef f : assumed)
-            check(f);
-    } else if (last_.result == lra::Result::Unsat) {
-        problem = last_.boolean_search ? smt::check_proof(*problem_, last_.clause_proof)
-                                       : smt::check_proof(*problem_, last_.proof);
-    }
-    if (!problem.empty()) throw VerificationFailure(problem);
-}
-
-void ScriptEngine::add_objective(bool maximize) {
+void ScriptInterpreter::add_objective(bool maximize) {
     bool formula = false, real = false;
     FormulaRef ref = 0;
     const smt::LinearExpr* expr = terms_->evaluate_term(tree_, items_[1], &formula, &real, &ref);
     if (expr == nullptr || formula) fail(item(1).pos, "expected a linear term to optimize");
-    Objective& o = objectives_.emplace_back(Objective{{}, {}, maximize, real});
+    Objective& o = objectives_.emplace_back(Objective{{}, maximize, real});
     append_sexpr(o.text, tree_, items_[1], symbols_);
-    o.expr.add(*expr, QNumber(1));
+    engine_->add_objective(*expr, maximize);
 }
 
-// Lexicographic: each objective optimized with the ones before it held at their optima. A
-// conjunction of atoms over Real variables only; the model of the check-sat becomes the optimal
-// one, checked with its proof under --verify.
-void ScriptEngine::optimize(bool conjunctive) {
-    objective_values_.clear();
-    objectives_unknown_.clear();
-    bool integral = false;
-    for (int v = 1; v <= problem_->variables.size(); ++v)
-        integral = integral || problem_->variables.sort(v) == smt::Sort::Int;
-    if (!conjunctive || !named_.empty() || integral) {
-        objectives_unknown_ =
-            "objectives are optimized over conjunctions of atoms on Real variables only";
-        return;
-    }
-    std::size_t atoms = problem_->atoms.size();
-    std::uint32_t terms = problem_->term_count();
-    smt::LinearExpr fixed;
-    for (const Objective& o : objectives_) {
-        std::uint32_t term = problem_->add_term(o.expr);
-        smt::Optimization answer = smt::optimize(*problem_, term, o.maximize, decide_options_);
-        if (options_.verify) {
-            if (std::string bad = smt::check_optimization(*problem_, term, o.maximize, answer);
-                !bad.empty())
-                throw VerificationFailure(bad);
-        }
-        if (answer.kind == smt::Optimization::Kind::Unbounded) {
-            objective_values_.push_back(o.maximize ? "oo" : "(- oo)");
-            last_.model = std::move(answer.model);
-            break;
-        }
-        if (answer.kind != smt::Optimization::Kind::Optimal) {
-            objectives_unknown_ = answer.reason_unknown;
-            break;
-        }
-        std::string value;
-        append_value(value, answer.optimum, o.real ? smt::Sort::Real : smt::Sort::Int);
-        objective_values_.push_back(value);
-        last_.model = std::move(answer.model);
-        fixed.clear();
-        fixed.add(o.expr, QNumber(1));
-        fixed.add_entry(0, -answer.optimum);
-        problem_->atoms.push_back({smt::Relation::Eq, problem_->add_term(fixed), 1, {}});
-    }
-    problem_->atoms.resize(atoms);
-    problem_->truncate_terms(terms);
-}
-
-void ScriptEngine::get_objectives(const SNode& cmd) {
-    if (!objectives_unknown_.empty()) fail(cmd.pos, objectives_unknown_);
+void ScriptInterpreter::get_objectives(const SNode& cmd) {
+    if (!engine_->objectives_unknown().empty()) fail(cmd.pos, engine_->objectives_unknown());
     out_ << "(objectives\n";
-    for (std::size_t k = 0; k < objective_values_.size(); ++k)
-        out_ << " (" << objectives_[k].text << ' ' << objective_values_[k] << ")\n";
+    const auto& values = engine_->objective_values();
+    for (std::size_t k = 0; k < values.size(); ++k) {
+        const Objective& o = objectives_[k];
+        std::string value;
+        if (values[k].unbounded)
+            value = o.maximize ? "oo" : "(- oo)";
+        else
+            append_value(value, values[k].optimum, o.real ? smt::Sort::Real : smt::Sort::Int);
+        out_ << " (" << o.text << ' ' << value << ")\n";
+    }
     out_ << ")\n";
 }
 
-void ScriptEngine::get_model() {
+void ScriptInterpreter::get_model() {
     std::vector<int> shown;
     for (const Declared& d : declared_)
         if (d.var != 0) shown.push_back(d.var);
-    write_model(out_, problem_->variables, last_.model, shown);
+    write_model(out_, engine_->problem().variables, engine_->last().model, shown);
 }
 
 // Terms and formulas, ite terms at the values of their ites.
-void ScriptEngine::get_value() {
+void ScriptInterpreter::get_value() {
     const SNode& list = item(1);
     if (!list.is_list() || list.size == 0) fail(list.pos, "expected a non-empty list of terms");
     struct Shown {
@@ -751,19 +551,17 @@ void ScriptEngine::get_value() {
             fail(tree_[c].pos, "the term is outside the linear fragment");
         if (expr != nullptr) v.expr.add(*expr, QNumber(1));
     }
-    const std::vector<QNumber>& model = assertions_->evaluate_model(last_.model);
     std::string text = "(";
     for (const Shown& v : shown) {
         text += text.size() == 1 ? "(" : " (";
         append_sexpr(text, tree_, v.node, symbols_);
         text += ' ';
         if (v.formula) {
-            int holds = assertions_->holds(v.ref);
+            int holds = engine_->holds(v.ref);
             if (holds < 0) fail(tree_[v.node].pos, "the formula is outside the linear fragment");
             text += holds == 1 ? "true" : "false";
         } else {
-            append_value(text, smt::evaluate(v.expr.entries(), model),
-                         v.real ? smt::Sort::Real : smt::Sort::Int);
+            append_value(text, engine_->value(v.expr), v.real ? smt::Sort::Real : smt::Sort::Int);
         }
         text += ')';
     }
@@ -771,92 +569,75 @@ void ScriptEngine::get_value() {
 }
 
 // The named assertions that the refutation needs, in the order they were named.
-void ScriptEngine::get_unsat_core() {
+void ScriptInterpreter::get_unsat_core() {
     std::string text = "(\n";
-    for (std::int32_t n : core_) {
+    for (std::int32_t n : engine_->core()) {
         smt::append_symbol(text, names_[static_cast<std::size_t>(n)]);
         text += '\n';
     }
     out_ << text << ")\n";
 }
 
-std::size_t ScriptEngine::level_count(const SNode& cmd) {
+std::size_t ScriptInterpreter::level_count(const SNode& cmd) {
     if (cmd.size == 1) return 1;
     if (cmd.size != 2 || item(1).kind != SNode::Kind::Numeral || item(1).text_size > 9)
         fail(cmd.pos, "expected a numeral of at most 9 digits");
     return std::stoul(std::string(tree_.text(item(1))));
 }
 
-void ScriptEngine::push(const SNode& cmd) {
+void ScriptInterpreter::push(const SNode& cmd) {
     std::size_t n = level_count(cmd);
-    for (std::size_t i = 0; i < n; ++i) {
-        levels_.push_back(current_level());
-        context_->push();
-    }
+    levels_.insert(levels_.end(), n, declared_.size());
+    engine_->push(n);
     has_last_ = false;
     success();
 }
 
-void ScriptEngine::pop(const SNode& cmd) {
+void ScriptInterpreter::pop(const SNode& cmd) {
     std::size_t n = level_count(cmd);
     if (n > levels_.size())
         fail(cmd.pos, "cannot pop " + std::to_string(n) +
                           " levels: " + std::to_string(levels_.size()) + " pushed");
     if (n > 0) {
-        Level level = levels_[levels_.size() - n];
+        std::size_t declared = levels_[levels_.size() - n];
         levels_.resize(levels_.size() - n);
-        context_->pop(n);
-        truncate(level);
+        engine_->pop(n);
+        forget_declared(declared);
     }
     has_last_ = false;
     success();
 }
 
-// After the context popped back to `level`.
-void ScriptEngine::truncate(const Level& level) {
-    problem_->atoms.resize(level.atoms);
-    for (std::size_t i = level.declared; i < declared_.size(); ++i)
+void ScriptInterpreter::forget_declared(std::size_t declared) {
+    for (std::size_t i = declared; i < declared_.size(); ++i)
         terms_->forget(declared_[i].symbol);
-    declared_.resize(level.declared);
-    named_.resize(std::min(named_.size(), level.named));
-    objectives_.resize(std::min(objectives_.size(), level.objectives));
-    drop_formulas(level.dag);
-    assertions_->truncate(level.encoded);
+    declared_.resize(declared);
+    objectives_.resize(engine_->objective_count());
 }
 
-// Level 0's declarations and definitions stay; its assertions go too, and a context never
-// forgets those: a new one starts empty.
-void ScriptEngine::reset_assertions() {
-    if (!levels_.empty()) {
-        Level first = levels_[0];
-        levels_.clear();
-        context_->pop(context_->level());
-        truncate(first);
-    }
-    problem_->atoms.clear();
-    problem_->boolean.truncate(0, 0);
-    named_.clear();
+// Level 0's declarations and definitions stay; its assertions go.
+void ScriptInterpreter::reset_assertions() {
+    if (!levels_.empty()) forget_declared(levels_[0]);
+    levels_.clear();
+    engine_->reset_assertions();
     objectives_.clear();
-    assertions_->clear();
-    context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
-    context_boolean_ = false;
     has_last_ = false;
 }
 
-void ScriptEngine::reset() {
+void ScriptInterpreter::reset() {
     levels_.clear();
     declared_.clear();
-    named_.clear();
     objectives_.clear();
     names_.clear();
-    context_.reset();
-    assertions_.reset();
     terms_.reset();
-    problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
-    terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, !reading_);
-    assertions_ = std::make_unique<AssertionEncoder>(*problem_, terms_->dag(), !reading_);
-    if (!reading_) context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
-    context_boolean_ = false;
+    smt::EngineOptions options;
+    options.decide = decide_options_;
+    options.verify = options_.verify;
+    options.fresh_solver_per_check = options_.fresh_solver_per_check;
+    options.lenient = !reading_;
+    engine_ = std::make_unique<smt::Engine>(options, &stats_);
+    terms_ =
+        std::make_unique<TermEvaluator>(engine_->problem(), engine_->dag(), symbols_, !reading_);
     has_last_ = false;
     produce_cores_ = false;
 }
@@ -864,17 +645,17 @@ void ScriptEngine::reset() {
 }  // namespace
 
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
-                std::ostream& out, CheckStats& stats) {
-    ScriptEngine(text, file, options, out, stats).run(options.decide.stop);
+                std::ostream& out, smt::CheckStats& stats) {
+    ScriptInterpreter(text, file, options, out, stats).run(options.decide.stop);
 }
 
 smt::Problem read_smt2(std::string_view text, const util::Stop* stop) {
     CheckOptions options;
-    CheckStats stats;
+    smt::CheckStats stats;
     std::ostream none(nullptr);
-    ScriptEngine engine(text, "", options, none, stats, Mode::Read);
+    ScriptInterpreter engine(text, "", options, none, stats, Mode::Read);
     engine.run(stop);
     return engine.take_problem();
 }
 
-}  // namespace vorn::io
+}  // namespace vorn::frontend

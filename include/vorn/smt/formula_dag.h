@@ -1,13 +1,14 @@
 #pragma once
 
-// The formulas of an SMT-LIB script as a DAG: the evaluator (smt_terms.h) builds it bottom-up,
-// sharing a node wherever a let binding or a definition is used again, and the assertion
-// encoder (assertions.h) commits it to the problem and evaluates it under models.
+// FormulaDag: the formulas of a problem as a DAG, the one representation every front end builds
+// (the SMT-LIB term evaluator, io/smt_terms.h; the embedding API, solver.h). Built bottom-up, a
+// node shared wherever a let binding, a definition or a C++ Formula value is used again; the
+// assertion encoder (assertion_encoder.h) commits it to the problem and evaluates it under models.
 //
 // A formula is a reference: node index · 2 + negation bit. Node 0 is true, so reference 0 is
-// true and reference 1 false. The arenas are stacks: the script engine marks them at a push and
-// at the start of a command, and truncates them back at a pop and after a command whose
-// formulas are not needed any more.
+// true and reference 1 false. The arenas are stacks, O(1) amortized per node: the engine marks
+// them at a push (and a front end at the start of a command) and truncates them back at a pop
+// (and after a command whose formulas are not needed any more).
 //
 // An `ite` between terms becomes a fresh problem variable v (LiftedIte) whose definition, the
 // formula (ite c (= v then) (= v else)), holds whatever the other variables are: asserting it
@@ -20,12 +21,12 @@
 
 #include "vorn/smt/problem.h"
 
-namespace vorn::io {
+namespace vorn::smt {
 
 // A construct outside the fragment, with where it is.
 struct Unsupported {
     std::string what;
-    smt::SourcePos pos;
+    SourcePos pos;
 };
 
 using FormulaRef = std::uint32_t;
@@ -37,7 +38,7 @@ struct FormulaNode {
     // children(); Var: the Bool problem variable; Unsupported: index in unsupported().
     std::uint32_t first;
     std::uint32_t size;  // And, Or, Xor, Ite: number of children
-    smt::SourcePos pos;
+    SourcePos pos;
 };
 
 struct LiftedIte {
@@ -53,21 +54,20 @@ class FormulaDag {
         std::size_t nodes = 1, children = 0, atoms = 0, unsupported = 0, lifted = 0;
     };
 
-    FormulaRef atom(const smt::Atom& atom) {
+    FormulaRef atom(const Atom& atom) {
         atoms_.push_back(atom);
         return add({FormulaNode::Atom, static_cast<std::uint32_t>(atoms_.size() - 1), 0, atom.pos});
     }
-    FormulaRef node(FormulaNode::Kind kind, std::span<const FormulaRef> children,
-                    smt::SourcePos pos) {
+    FormulaRef node(FormulaNode::Kind kind, std::span<const FormulaRef> children, SourcePos pos) {
         FormulaNode n{kind, static_cast<std::uint32_t>(children_.size()),
                       static_cast<std::uint32_t>(children.size()), pos};
         children_.insert(children_.end(), children.begin(), children.end());
         return add(n);
     }
-    FormulaRef variable(int var, smt::SourcePos pos) {
+    FormulaRef variable(int var, SourcePos pos) {
         return add({FormulaNode::Var, static_cast<std::uint32_t>(var), 0, pos});
     }
-    FormulaRef unsupported(const std::string& what, smt::SourcePos pos) {
+    FormulaRef unsupported(const std::string& what, SourcePos pos) {
         unsupported_.push_back({what, pos});
         return add({FormulaNode::Unsupported, static_cast<std::uint32_t>(unsupported_.size() - 1),
                     0, pos});
@@ -85,7 +85,7 @@ class FormulaDag {
         if (n.size == 0) return {};
         return {children_.data() + n.first, n.size};
     }
-    const smt::Atom& atom_of(const FormulaNode& n) const { return atoms_[n.first]; }
+    const Atom& atom_of(const FormulaNode& n) const { return atoms_[n.first]; }
     const Unsupported& unsupported_of(const FormulaNode& n) const { return unsupported_[n.first]; }
     std::size_t size() const { return nodes_.size(); }
     std::span<const LiftedIte> lifted() const { return lifted_; }
@@ -123,10 +123,10 @@ class FormulaDag {
 
     std::vector<FormulaNode> nodes_{{FormulaNode::True, 0, 0, {}}};
     std::vector<FormulaRef> children_;
-    std::vector<smt::Atom> atoms_;
+    std::vector<Atom> atoms_;
     std::vector<Unsupported> unsupported_;
     std::vector<LiftedIte> lifted_;
     std::vector<std::uint32_t> lifted_index_;  // by variable: index in lifted_ + 1, 0 for none
 };
 
-}  // namespace vorn::io
+}  // namespace vorn::smt

@@ -1,37 +1,52 @@
 #pragma once
 
-// AssertionEncoder: the formula DAG of a script (formula_dag.h) into the problem, and back
-// under a model.
+// AssertionEncoder: a formula DAG (formula_dag.h) into the problem, and back under a model.
 //
 // An assertion is split at its top conjunction, negations pushed inward: its literals (atoms,
 // negated atoms, disjunctions whose disjuncts are all constant false but one) become atoms of
 // problem.atoms, each once, in the order the assertion lists them, so a conjunction of atoms
 // keeps the conjunctive decider and its certificates. The rest (real disjunctions, xor, ite,
-// Bool variables) is encoded into problem.boolean by smt::Encoder, bottom-up, every DAG node
+// Bool variables) is encoded into problem.boolean by Encoder, bottom-up, every DAG node
 // once and its literal kept, so a formula shared through lets or definitions costs its size
-// once. A strict encoder (solve, tableau) accepts conjunctions only.
+// once. A strict encoder (solve, tableau) accepts conjunctions only and throws NotAccepted.
 //
 // An atom that mentions a lifted ite variable brings the ite's definition along, asserted once
 // per level. A construct outside the fragment becomes a free proposition where it is encoded
 // (so an unsat answer still holds) and is recorded, so that a sat answer becomes unknown.
 //
 // The encoder follows the context's levels: marks() at a push, truncate() after the context
-// popped, forget_nodes() after the DAG was truncated.
+// popped, forget_nodes() after the DAG was truncated. Its tables are indexed by DAG node, so
+// each costs a byte or a word per node; evaluate_model() copies the model and walks every lifted
+// ite, extend_model() only those lifted since, and holds() memoizes per node until the next
+// evaluate_model().
 
 #include <cstdint>
 #include <span>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
-#include "vorn/io/formula_dag.h"
 #include "vorn/smt/encoder.h"
+#include "vorn/smt/formula_dag.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/problem.h"
 
-namespace vorn::io {
+namespace vorn::smt {
+
+// Thrown by a strict encoder at a formula that is no conjunction, with where it is.
+class NotAccepted : public std::runtime_error {
+  public:
+    NotAccepted(SourcePos pos, const std::string& message)
+        : std::runtime_error(message), pos_(pos) {}
+    SourcePos pos() const { return pos_; }
+
+  private:
+    SourcePos pos_;
+};
 
 class AssertionEncoder {
   public:
-    AssertionEncoder(smt::Problem& problem, const FormulaDag& dag, bool lenient)
+    AssertionEncoder(Problem& problem, const FormulaDag& dag, bool lenient)
         : problem_(problem), dag_(dag), encoder_(problem), lenient_(lenient) {}
 
     // Asserts `root`. True when part of it was encoded: the DAG must then keep it, as a root
@@ -43,7 +58,7 @@ class AssertionEncoder {
     void commit_atoms(FormulaRef root) { (void)assert_formula(root); }
     // The literal of `ref`, encoded with what it needs; the constructs outside the fragment
     // that it reaches go to `reached`.
-    smt::Literal literal(FormulaRef ref, std::vector<Unsupported>& reached);
+    Literal literal(FormulaRef ref, std::vector<Unsupported>& reached);
 
     // The formulas that assert_formula encoded, on the levels not popped.
     std::span<const FormulaRef> encoded_roots() const { return roots_; }
@@ -53,6 +68,9 @@ class AssertionEncoder {
     // Under a model (by problem variable): `model` with every lifted ite variable at the value
     // of its ite, for holds() and for the caller.
     const std::vector<QNumber>& evaluate_model(const std::vector<QNumber>& model);
+    // The same model, with the variables added since (0) and the ites lifted since at their
+    // values; what holds() knew stays. Costs the new ites only.
+    const std::vector<QNumber>& extend_model();
     // 1 when `ref` holds in the last evaluate_model, 0 when not, −1 when it depends on a
     // construct outside the fragment.
     int holds(FormulaRef ref);
@@ -75,10 +93,10 @@ class AssertionEncoder {
     void split(FormulaRef root);
     // Encodes node `n` and the nodes under it.
     void encode(std::uint32_t n);
-    smt::Literal make(const FormulaNode& node, std::uint32_t n);
-    smt::Literal lit(FormulaRef ref) const { return ref & 1 ? ~lit_[ref / 2] : lit_[ref / 2]; }
+    Literal make(const FormulaNode& node, std::uint32_t n);
+    Literal lit(FormulaRef ref) const { return ref & 1 ? ~lit_[ref / 2] : lit_[ref / 2]; }
     // Schedules the definitions of the lifted variables in `atom`.
-    void need_definitions(const smt::Atom& atom);
+    void need_definitions(const Atom& atom);
     void assert_definitions();
     void commit_literal(FormulaRef ref);
     void grow();
@@ -89,12 +107,12 @@ class AssertionEncoder {
         return t < 0 ? t : t ^ static_cast<int>(ref & 1);
     }
 
-    smt::Problem& problem_;
+    Problem& problem_;
     const FormulaDag& dag_;
-    smt::Encoder encoder_;
+    Encoder encoder_;
     bool lenient_;
     // By node: its literal when has_lit_, the Unsupported node under it + 1 (0: none).
-    std::vector<smt::Literal> lit_;
+    std::vector<Literal> lit_;
     std::vector<std::uint8_t> has_lit_;
     std::vector<std::uint32_t> unsup_;
     std::vector<std::uint8_t> committed_;  // by reference: its literals are in the problem
@@ -109,9 +127,10 @@ class AssertionEncoder {
     std::vector<Unsupported> unsupported_;
     std::vector<FormulaRef> stack_, visited_, literals_, rest_;
     std::vector<std::uint32_t> work_;
-    std::vector<smt::Literal> operands_;
+    std::vector<Literal> operands_;
     std::vector<QNumber> model_;
-    smt::LinearExpr scratch_;
+    std::size_t evaluated_lifted_ = 0;  // the lifted ites with their values in model_
+    LinearExpr scratch_;
 };
 
-}  // namespace vorn::io
+}  // namespace vorn::smt
