@@ -9,12 +9,11 @@
 // both branches are integral sums of Int variables. Values and cores come from the engine; a
 // value asked of a formula or term not translated yet is translated for the question only.
 
-#include <absl/container/flat_hash_map.h>
-
 #include <atomic>
 #include <cstdint>
 #include <new>
 #include <string>
+#include <unordered_map>
 
 #include "vorn/smt/engine.h"
 #include "vorn/smt/problem.h"
@@ -104,46 +103,32 @@ struct Solver::Impl {
     bool model_valid = false;
     bool core_valid = false;
     std::vector<Formula> core;
-    absl::flat_hash_map<const Node*, std::uint32_t> memo;
-    struct Visit {
-        const NodePtr* node;  // into its parent's operands, which outlive the translation
-        bool operands_stacked;
-    };
-    std::vector<Visit> todo;          // translate()'s stack
+    std::unordered_map<const Node*, std::uint32_t> memo;
     std::vector<NodePtr> translated;  // the memo's nodes in the order met
     std::vector<std::size_t> levels;  // translated.size() at each push
     LinearExpr scratch;
 };
 
-// A node is visited twice: first its operands not translated yet are stacked, then (they being
-// translated) it is, unless another path reached it in between.
 std::uint32_t Solver::Impl::translate(const NodePtr& root) {
-    if (auto it = memo.find(root.get()); it != memo.end()) return it->second;
-    todo.assign(1, {&root, false});
+    std::vector<const NodePtr*> todo{&root};
     while (!todo.empty()) {
-        if (!todo.back().operands_stacked) {
-            todo.back().operands_stacked = true;
-            const Node& n = **todo.back().node;
-            for (const NodePtr& c : n.children)
-                if (!memo.contains(c.get())) todo.push_back({&c, false});
-            for (const Term& t : n.terms)
-                for (const auto& i : Access::ites(t))
-                    if (!memo.contains(i.node.get())) todo.push_back({&i.node, false});
+        const NodePtr& node = *todo.back();
+        if (memo.contains(node.get())) {
+            todo.pop_back();
             continue;
         }
-        const NodePtr& node = *todo.back().node;
+        std::size_t before = todo.size();
+        for (const NodePtr& c : node->children)
+            if (!memo.contains(c.get())) todo.push_back(&c);
+        for (const Term& t : node->terms)
+            for (const auto& i : Access::ites(t))
+                if (!memo.contains(i.node.get())) todo.push_back(&i.node);
+        if (todo.size() != before) continue;
         todo.pop_back();
-        auto [entry, fresh] = memo.try_emplace(node.get(), 0);
-        if (!fresh) continue;
-        try {
-            translated.push_back(node);
-            entry->second = make(*node);  // make() only reads the memo: `entry` stays valid
-        } catch (...) {
-            // Out of memory, the memo holds no entry that forget_translated() cannot see.
-            if (!translated.empty() && translated.back() == node) translated.pop_back();
-            memo.erase(node.get());
-            throw;
-        }
+        // Out of memory, the memo holds no entry that forget_translated() cannot see.
+        std::uint32_t ref = make(*node);
+        translated.push_back(node);
+        memo.emplace(node.get(), ref);
     }
     return memo.at(root.get());
 }

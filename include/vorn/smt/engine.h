@@ -106,6 +106,7 @@ class Engine {
     // A named assertion, assumed at every check until popped; `name` is the caller's, reported
     // by core().
     void assume_named(FormulaRef root, std::int32_t name) { named_.push_back({root, name}); }
+    bool has_named() const { return !named_.empty(); }
 
     // ---- checks (engine_check.cpp)
     // Called with the answer while the problem still holds what the check asserted for it, so
