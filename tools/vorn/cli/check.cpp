@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <numeric>
 #include <ostream>
 #include <stdexcept>
@@ -114,35 +113,45 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
         throw;
     }
     auto start = smt::Clock::now();
-    stop.start(limits.time_limit);
     sat::Solver solver;
     solver.set_stop(&stop);
     if (limits.conflict_limit > 0)
         solver.set_conflict_limit(static_cast<std::int64_t>(std::min<std::uint64_t>(
             limits.conflict_limit, std::numeric_limits<std::int64_t>::max())));
-    sat::Result r = sat::Result::Unknown;
-    std::string reason;
-    try {
-        for (int v = 0; v < cnf.variables; ++v)
-            solver.new_var();
-        std::vector<sat::Lit> clause;
-        bool consistent = true;
-        for (const auto& c : cnf.clauses) {
-            clause.clear();
-            for (int lit : c)
-                clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
-            consistent = solver.add_clause(clause) && consistent;
-        }
-        r = consistent ? solver.solve() : sat::Result::Unsat;
-    } catch (const std::bad_alloc&) {
-        reason = util::to_string(util::StopReason::Memout);
-    }
-    bool stopped = r == sat::Result::Unknown && stop.reason() != util::StopReason::None;
-    if (stopped)
-        reason = util::to_string(stop.reason());
-    else if (r == sat::Result::Unknown && reason.empty())
-        reason = "conflict limit";
-    stop.finish(stopped);
+    struct Answer {
+        sat::Result result = sat::Result::Unknown;
+        std::string reason;
+    };
+    // Stopped: the stop's reason, even over running out of memory.
+    auto stopped = [&](Answer& a) {
+        if (a.result == sat::Result::Unknown && stop.reason() != util::StopReason::None)
+            a.reason = util::to_string(stop.reason());
+        return a;
+    };
+    Answer answer = util::run_checked(
+        stop, limits.time_limit,
+        [&] {
+            for (int v = 0; v < cnf.variables; ++v)
+                solver.new_var();
+            std::vector<sat::Lit> clause;
+            bool consistent = true;
+            for (const auto& c : cnf.clauses) {
+                clause.clear();
+                for (int lit : c)
+                    clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
+                consistent = solver.add_clause(clause) && consistent;
+            }
+            Answer a{consistent ? solver.solve() : sat::Result::Unsat, {}};
+            return stopped(a);
+        },
+        [&] {
+            Answer a{sat::Result::Unknown, std::string(util::to_string(util::StopReason::Memout))};
+            return stopped(a);
+        },
+        [](const Answer& a) { return a.result == sat::Result::Unknown; });
+    sat::Result r = answer.result;
+    std::string reason = std::move(answer.reason);
+    if (r == sat::Result::Unknown && reason.empty()) reason = "conflict limit";
     stats.solve_seconds += smt::ms_since(start) / 1000;
     stats.checks = 1;
     if (r == sat::Result::Sat && request.options.verify)
