@@ -19,4 +19,5 @@
 #include "vorn/smt/solver.h"
 #include "vorn/util/array_growth.h"
 #include "vorn/util/memory_pool.h"
+#include "vorn/util/result.h"
 #include "vorn/util/sort.h"

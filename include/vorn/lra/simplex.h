@@ -45,11 +45,12 @@
 #include "vorn/lra/bound_trail.h"
 #include "vorn/lra/delta_rational.h"
 #include "vorn/lra/term_table.h"
+#include "vorn/util/result.h"
 #include "vorn/util/stop.h"
 
 namespace vorn::lra {
 
-enum class Result { Sat, Unsat, Unknown };
+using Result = util::Result;
 // The relation of an atom  term ⋈ constant. The simplex asserts the first five; Distinct (n
 // terms pairwise different) and Ne are decided above it, by splitting (smt::Context).
 enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
