@@ -12,6 +12,7 @@
 #include "vorn/lra/bound_trail.h"
 #include "vorn/lra/branch_and_bound.h"
 #include "vorn/lra/delta_rational.h"
+#include "vorn/lra/relation.h"
 #include "vorn/lra/simplex.h"
 #include "vorn/lra/term_table.h"
 #include "vorn/numbers/qnumber.h"
