@@ -2,6 +2,7 @@
 
 #include "decider.h"
 #include "float_start.h"
+#include "simplex_vars.h"
 
 #include <algorithm>
 #include <limits>
@@ -26,14 +27,9 @@ bool false_half_is_upper(Relation r, const QNumber& c) {
 }  // namespace
 
 int Decider::simplex_var(int v) {
-    if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
-    if (simplex_var_[v] != 0) return simplex_var_[v];
-    int s = simplex_.new_variable();
-    simplex_var_[v] = s;
-    if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
-    problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
-    return s;
+    return map_simplex_var(simplex_, v, simplex_var_, &problem_var_, [&](int s) {
+        if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
+    });
 }
 
 const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {

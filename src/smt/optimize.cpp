@@ -10,6 +10,7 @@
 
 #include "decider.h"
 #include "float_start.h"
+#include "simplex_vars.h"
 
 namespace vorn::smt {
 
@@ -60,8 +61,7 @@ class Optimizer {
 
   private:
     int simplex_var(int v) {
-        if (var_of_[v] == 0) var_of_[v] = simplex_.new_variable();
-        return var_of_[v];
+        return map_simplex_var(simplex_, v, var_of_, nullptr, [](int) {});
     }
     lra::TermVar term_var(std::span<const Entry> term) {
         lra::TermEntries entries;
