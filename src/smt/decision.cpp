@@ -436,53 +436,46 @@ std::vector<QNumber> Decider::current_model() const {
     return model;
 }
 
+namespace {
+
+// Every counter of DecideStats that adds up, each paired with the same counter of `b`: a counter
+// added to DecideStats, or to the engine stats it holds, is added here and nowhere else.
+// branch.max_depth is a maximum, not a sum, and stays out.
+template <typename Apply>
+void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
+    apply(a.simplex.checks, b.simplex.checks);
+    apply(a.simplex.pivots, b.simplex.pivots);
+    apply(a.simplex.bland_switches, b.simplex.bland_switches);
+    apply(a.simplex.conflicts, b.simplex.conflicts);
+    apply(a.simplex.eliminated, b.simplex.eliminated);
+    apply(a.simplex.restored, b.simplex.restored);
+    apply(a.simplex.check_seconds, b.simplex.check_seconds);
+    apply(a.branch.nodes, b.branch.nodes);
+    apply(a.branch.gcd_conflicts, b.branch.gcd_conflicts);
+    apply(a.branch.seconds, b.branch.seconds);
+    apply(a.splits, b.splits);
+    apply(a.cuts, b.cuts);
+    apply(a.lattice_splits, b.lattice_splits);
+    apply(a.float_decided, b.float_decided);
+    apply(a.sat.decisions, b.sat.decisions);
+    apply(a.sat.propagations, b.sat.propagations);
+    apply(a.sat.conflicts, b.sat.conflicts);
+    apply(a.sat.restarts, b.sat.restarts);
+    apply(a.sat.learned, b.sat.learned);
+    apply(a.sat.deleted, b.sat.deleted);
+}
+
+}  // namespace
+
 DecideStats& DecideStats::operator+=(const DecideStats& o) {
-    simplex.checks += o.simplex.checks;
-    simplex.pivots += o.simplex.pivots;
-    simplex.bland_switches += o.simplex.bland_switches;
-    simplex.conflicts += o.simplex.conflicts;
-    simplex.eliminated += o.simplex.eliminated;
-    simplex.restored += o.simplex.restored;
-    simplex.check_seconds += o.simplex.check_seconds;
-    branch.nodes += o.branch.nodes;
+    for_each_sum(*this, o, [](auto& x, const auto& y) { x += y; });
     branch.max_depth = std::max(branch.max_depth, o.branch.max_depth);
-    branch.gcd_conflicts += o.branch.gcd_conflicts;
-    branch.seconds += o.branch.seconds;
-    splits += o.splits;
-    cuts += o.cuts;
-    lattice_splits += o.lattice_splits;
-    float_decided += o.float_decided;
-    sat.decisions += o.sat.decisions;
-    sat.propagations += o.sat.propagations;
-    sat.conflicts += o.sat.conflicts;
-    sat.restarts += o.sat.restarts;
-    sat.learned += o.sat.learned;
-    sat.deleted += o.sat.deleted;
     return *this;
 }
 
 DecideStats DecideStats::operator-(const DecideStats& o) const {
     DecideStats d = *this;
-    d.simplex.checks -= o.simplex.checks;
-    d.simplex.pivots -= o.simplex.pivots;
-    d.simplex.bland_switches -= o.simplex.bland_switches;
-    d.simplex.conflicts -= o.simplex.conflicts;
-    d.simplex.eliminated -= o.simplex.eliminated;
-    d.simplex.restored -= o.simplex.restored;
-    d.simplex.check_seconds -= o.simplex.check_seconds;
-    d.branch.nodes -= o.branch.nodes;
-    d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
-    d.branch.seconds -= o.branch.seconds;
-    d.splits -= o.splits;
-    d.cuts -= o.cuts;
-    d.lattice_splits -= o.lattice_splits;
-    d.float_decided -= o.float_decided;
-    d.sat.decisions -= o.sat.decisions;
-    d.sat.propagations -= o.sat.propagations;
-    d.sat.conflicts -= o.sat.conflicts;
-    d.sat.restarts -= o.sat.restarts;
-    d.sat.learned -= o.sat.learned;
-    d.sat.deleted -= o.sat.deleted;
+    for_each_sum(d, o, [](auto& x, const auto& y) { x -= y; });
     return d;
 }
 
