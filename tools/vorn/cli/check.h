@@ -1,6 +1,6 @@
 #pragma once
 
-// `vorn check`: an SMT-LIB script runs command by command (cli/script_engine.h); a .lin, MPS or
+// `vorn check`: an SMT-LIB script runs command by command (io/script_engine.h); a .lin, MPS or
 // CPLEX LP file is one feasibility question, answered sat (with the model under --model), unsat
 // or unknown. The objective of an LP file counts only through --objective-bound, which adds
 // "objective ⋈ V" as one more constraint.
