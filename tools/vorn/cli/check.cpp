@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "cli/output.h"
-#include "cli/solve.h"
+#include "cli/usage_error.h"
 #include "vorn/io/dimacs_reader.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"

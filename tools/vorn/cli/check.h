@@ -21,7 +21,7 @@ struct CheckRequest {
     io::CheckOptions options;
 };
 
-// Throws ParseError for input that cannot be read, UsageError (cli/solve.h) for a bad
+// Throws ParseError for input that cannot be read, UsageError (cli/usage_error.h) for a bad
 // --objective-bound, VerificationFailure when --verify rejects an answer, io::Interrupted when
 // request.options.decide.stop is interrupted while a script or an input is read. Returns, when
 // a .lin, MPS, LP or DIMACS input is answered unknown, why ("timeout", "memout", "interrupted",

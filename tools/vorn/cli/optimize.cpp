@@ -6,7 +6,7 @@
 #include <ostream>
 #include <vector>
 
-#include "cli/solve.h"
+#include "cli/usage_error.h"
 #include "vorn/io/smt_values.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/optimize.h"
