@@ -1,10 +1,8 @@
 #include "cli/check.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <numeric>
 #include <ostream>
 #include <stdexcept>
 
@@ -13,9 +11,7 @@
 #include "vorn/io/dimacs_reader.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
-#include "vorn/io/smt_values.h"
 #include "vorn/sat/solver.h"
-#include "vorn/smt/certificate.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/stopwatch.h"
 
@@ -76,23 +72,7 @@ std::string check_problem(smt::Problem& problem, const CheckRequest& request, st
         std::string bad = smt::check_decision(problem, d);
         if (!bad.empty()) throw io::VerificationFailure(bad);
     }
-    switch (d.result) {
-        case lra::Result::Sat:
-            out << "sat\n";
-            if (request.options.model) {
-                std::vector<int> all(static_cast<std::size_t>(problem.variables.size()));
-                std::iota(all.begin(), all.end(), 1);
-                io::write_model(out, problem.variables, d.model, all);
-            }
-            break;
-        case lra::Result::Unsat:
-            out << "unsat\n";
-            if (request.options.certificate) smt::print_certificate(out, problem, d.proof);
-            break;
-        case lra::Result::Unknown:
-            out << "unknown\n";
-            break;
-    }
+    print_decision(out, problem, d, request.options.model, request.options.certificate);
     out.flush();
     return d.reason_unknown;
 }
@@ -161,15 +141,11 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
                         sat::Lit(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0));
                 }))
                 throw io::VerificationFailure("the model falsifies a clause");
-    out << (r == sat::Result::Sat ? "sat\n" : r == sat::Result::Unsat ? "unsat\n" : "unknown\n");
-    if (r == sat::Result::Sat && request.options.model) {
-        std::string line = "v";
+    std::vector<int> model;
+    if (r == sat::Result::Sat && request.options.model)
         for (int v = 1; v <= cnf.variables; ++v)
-            line += solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false))
-                        ? " " + std::to_string(v)
-                        : " -" + std::to_string(v);
-        out << line << " 0\n";
-    }
+            model.push_back(solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false)) ? v : -v);
+    print_cnf_answer(out, r, request.options.model ? &model : nullptr);
     out.flush();
     return reason;
 }
@@ -191,30 +167,6 @@ std::string run_check(const io::SourceText& source, const CheckRequest& request,
     }
     smt::Problem problem = io::read_problem(source, format, request.options.decide.stop);
     return check_problem(problem, request, out, stats);
-}
-
-std::string check_stats(double read_ms, const io::CheckStats& s) {
-    const lra::SimplexStats& x = s.decide.simplex;
-    char line[512];
-    std::snprintf(line, sizeof line,
-                  "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
-                  "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
-                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu SAT "
-                  "decisions, %llu SAT "
-                  "conflicts\n",
-                  read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
-                  static_cast<unsigned long long>(x.pivots),
-                  static_cast<unsigned long long>(x.bland_switches),
-                  static_cast<unsigned long long>(x.conflicts),
-                  static_cast<unsigned long long>(x.eliminated),
-                  static_cast<unsigned long long>(x.restored),
-                  static_cast<unsigned long long>(s.decide.splits),
-                  static_cast<unsigned long long>(s.decide.branch.nodes),
-                  static_cast<unsigned long long>(s.decide.cuts),
-                  static_cast<unsigned long long>(s.decide.lattice_splits),
-                  static_cast<unsigned long long>(s.decide.sat.decisions),
-                  static_cast<unsigned long long>(s.decide.sat.conflicts));
-    return line;
 }
 
 }  // namespace vorn::cli

@@ -29,7 +29,4 @@ struct CheckRequest {
 std::string run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
                       io::CheckStats& stats);
 
-// The --stats line.
-std::string check_stats(double read_ms, const io::CheckStats& stats);
-
 }  // namespace vorn::cli
