@@ -438,31 +438,27 @@ std::vector<QNumber> Decider::current_model() const {
 
 namespace {
 
+// apply(a.c, b.c) for each of the `counters` of a Stats struct.
+template <typename Stats, typename Apply, typename... Counter>
+void apply_each(Stats& a, const Stats& b, Apply& apply, Counter Stats::*... counters) {
+    (apply(a.*counters, b.*counters), ...);
+}
+
 // Every counter of DecideStats that adds up, each paired with the same counter of `b`: a counter
-// added to DecideStats, or to the engine stats it holds, is added here and nowhere else.
+// added to DecideStats, or to the engine stats it holds, is named here and nowhere else.
 // branch.max_depth is a maximum, not a sum, and stays out.
 template <typename Apply>
 void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
-    apply(a.simplex.checks, b.simplex.checks);
-    apply(a.simplex.pivots, b.simplex.pivots);
-    apply(a.simplex.bland_switches, b.simplex.bland_switches);
-    apply(a.simplex.conflicts, b.simplex.conflicts);
-    apply(a.simplex.eliminated, b.simplex.eliminated);
-    apply(a.simplex.restored, b.simplex.restored);
-    apply(a.simplex.check_seconds, b.simplex.check_seconds);
-    apply(a.branch.nodes, b.branch.nodes);
-    apply(a.branch.gcd_conflicts, b.branch.gcd_conflicts);
-    apply(a.branch.seconds, b.branch.seconds);
-    apply(a.splits, b.splits);
-    apply(a.cuts, b.cuts);
-    apply(a.lattice_splits, b.lattice_splits);
-    apply(a.float_decided, b.float_decided);
-    apply(a.sat.decisions, b.sat.decisions);
-    apply(a.sat.propagations, b.sat.propagations);
-    apply(a.sat.conflicts, b.sat.conflicts);
-    apply(a.sat.restarts, b.sat.restarts);
-    apply(a.sat.learned, b.sat.learned);
-    apply(a.sat.deleted, b.sat.deleted);
+    using S = lra::SimplexStats;
+    using B = lra::BranchStats;
+    using T = sat::Stats;
+    using D = DecideStats;
+    apply_each(a.simplex, b.simplex, apply, &S::checks, &S::pivots, &S::bland_switches,
+               &S::conflicts, &S::eliminated, &S::restored, &S::check_seconds);
+    apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::seconds);
+    apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided);
+    apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::conflicts, &T::restarts,
+               &T::learned, &T::deleted);
 }
 
 }  // namespace
