@@ -102,8 +102,8 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
         sat::Result result = sat::Result::Unknown;
         std::string reason;
     };
-    // Stopped: the stop's reason, even over running out of memory.
-    auto stopped = [&](Answer& a) {
+    // A stopped check gives the stop's reason, even over running out of memory.
+    auto with_stop_reason = [&](Answer& a) {
         if (a.result == sat::Result::Unknown && stop.reason() != util::StopReason::None)
             a.reason = util::to_string(stop.reason());
         return a;
@@ -122,11 +122,11 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
                 consistent = solver.add_clause(clause) && consistent;
             }
             Answer a{consistent ? solver.solve() : sat::Result::Unsat, {}};
-            return stopped(a);
+            return with_stop_reason(a);
         },
         [&] {
             Answer a{sat::Result::Unknown, std::string(util::to_string(util::StopReason::Memout))};
-            return stopped(a);
+            return with_stop_reason(a);
         },
         [](const Answer& a) { return a.result == sat::Result::Unknown; });
     sat::Result r = answer.result;
