@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <new>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include "vorn/smt/solver.h"
+#include "vorn/util/stop.h"
 
 using vorn::smt::Formula;
 using vorn::smt::Result;
@@ -82,4 +84,44 @@ TEST(SolverLimits, InterruptFromAnotherThreadAtRandomMoments) {
     EXPECT_GT(stopped, 0);
     // Nothing of the stopped checks is left behind.
     EXPECT_EQ(s.check(), Result::Unsat);
+}
+
+// The wrapper every check runs under (decide, optimize, Context, the tool's DIMACS check): an
+// interrupt is consumed only by the check it stopped, and running out of memory is an answer.
+TEST(RunChecked, MemoutAnswersAndOnlyAStoppedCheckConsumesTheInterrupt) {
+    using vorn::util::StopReason;
+    struct Answer {
+        Result result = Result::Unknown;
+        std::string reason;
+    };
+    struct Row {
+        const char* name;
+        bool interrupted_before, throws;
+        Result answer;
+        const char* reason;  // of the answer
+        StopReason left;     // the stop's reason after the check
+    } rows[] = {
+        {"known answer", false, false, Result::Sat, "", StopReason::None},
+        {"interrupt before, answered", true, false, Result::Unsat, "", StopReason::Interrupted},
+        {"interrupt before, stopped", true, false, Result::Unknown, "", StopReason::None},
+        {"out of memory", false, true, Result::Unknown, "memout", StopReason::None},
+        {"out of memory, interrupted", true, true, Result::Unknown, "memout", StopReason::None},
+    };
+    for (const Row& row : rows) {
+        vorn::util::Stop stop;
+        if (row.interrupted_before) stop.interrupt();
+        Answer a = vorn::util::run_checked(
+            stop, std::chrono::milliseconds(0),
+            [&] {
+                if (row.throws) throw std::bad_alloc();
+                return Answer{row.answer, ""};
+            },
+            [] {
+                return Answer{Result::Unknown, "memout"};
+            },
+            [](const Answer& x) { return x.result == Result::Unknown; });
+        EXPECT_EQ(a.result, row.answer) << row.name;
+        EXPECT_EQ(a.reason, row.reason) << row.name;
+        EXPECT_EQ(stop.reason(), row.left) << row.name;
+    }
 }

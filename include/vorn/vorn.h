@@ -12,6 +12,7 @@
 #include "vorn/lra/bound_trail.h"
 #include "vorn/lra/branch_and_bound.h"
 #include "vorn/lra/delta_rational.h"
+#include "vorn/lra/relation.h"
 #include "vorn/lra/simplex.h"
 #include "vorn/lra/term_table.h"
 #include "vorn/numbers/qnumber.h"
@@ -19,4 +20,5 @@
 #include "vorn/smt/solver.h"
 #include "vorn/util/array_growth.h"
 #include "vorn/util/memory_pool.h"
+#include "vorn/util/result.h"
 #include "vorn/util/sort.h"

@@ -12,9 +12,9 @@ namespace vorn::lra {
 
 // The coefficient of `var` in `row`, which must mention it.
 inline const QNumber& coefficient_of(const la::Equation& row, int var) {
-    auto it = std::lower_bound(row.coeffs_.begin(), row.coeffs_.end(), var,
+    auto it = std::lower_bound(row.entries().begin(), row.entries().end(), var,
                                [](const la::Equation::VarCoeff& e, int v) { return e.var < v; });
-    assert(it != row.coeffs_.end() && it->var == var && "the row does not mention the variable");
+    assert(it != row.entries().end() && it->var == var && "the row does not mention the variable");
     return it->coeff;
 }
 

@@ -80,7 +80,7 @@ bool Simplex::can_move(int var, bool up) const {
 int Simplex::choose_entering(int basic, bool increase) const {
     int best = 0;
     std::size_t best_column = std::numeric_limits<std::size_t>::max();
-    for (const auto& e : tableau_->rows().at(basic)->coeffs_) {
+    for (const auto& e : tableau_->rows().at(basic)->entries()) {
         if (e.var == basic || !can_move(e.var, increase == (e.coeff.sign() > 0))) continue;
         if (bland_) {
             if (best == 0 || before(e.var, best)) best = e.var;
@@ -128,7 +128,7 @@ void Simplex::rank_for_bland() {
     for (int v = 1; v <= num_variables(); ++v) {
         const auto& rows = tableau_->rows();
         auto* column = tableau_->cols().find(v);
-        std::size_t key = rows.contains(v)    ? rows.at(v)->coeffs_.size() - 1
+        std::size_t key = rows.contains(v)    ? rows.at(v)->entries().size() - 1
                           : column != nullptr ? column->value.second.size()
                                               : 0;
         keyed.emplace_back(key, v);
@@ -156,7 +156,7 @@ void Simplex::explain_row(int basic, bool increase) {
     conflict_.clear();
     conflict_bounds_.clear();
     add_to_conflict(increase ? bounds_.lower(basic) : bounds_.upper(basic), QNumber(1));
-    for (const auto& e : tableau_->rows().at(basic)->coeffs_) {
+    for (const auto& e : tableau_->rows().at(basic)->entries()) {
         if (e.var == basic) continue;
         bool stuck_at_upper = increase == (e.coeff.sign() > 0);
         QNumber magnitude = e.coeff.sign() > 0 ? e.coeff : -e.coeff;

@@ -50,7 +50,7 @@ void Simplex::compute_model() const {
         if (node == nullptr || node->value.second != i) continue;  // restored since
         QNumber& out = model_[x];
         out = QNumber();
-        for (const auto& e : records[i].second->coeffs_)
+        for (const auto& e : records[i].second->entries())
             if (e.var != x) out.add_product(e.coeff, model_[e.var]);
     }
     model_ready_ = true;

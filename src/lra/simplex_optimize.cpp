@@ -32,7 +32,7 @@ Optimum Simplex::minimize(int objective, bool maximize) {
         }
         row.clear();
         if (tableau_->rows().contains(objective)) {
-            for (const auto& e : tableau_->rows().at(objective)->coeffs_)
+            for (const auto& e : tableau_->rows().at(objective)->entries())
                 if (e.var != objective) row.push_back({e.var, e.coeff});
         } else {
             row.push_back({objective, QNumber(1)});

@@ -26,7 +26,7 @@ void Simplex::queue_if_violated(int var) {
 void Simplex::compute_row_value(int basic) {
     DeltaRational& v = values_[basic];
     v.set_zero();
-    for (const auto& e : tableau_->rows().at(basic)->coeffs_)
+    for (const auto& e : tableau_->rows().at(basic)->entries())
         if (e.var != basic) v.add_product(e.coeff, values_[e.var]);
 }
 

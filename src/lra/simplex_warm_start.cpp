@@ -28,7 +28,7 @@ void Simplex::warm_start(std::span<const int> basic,
         int leaving = 0;
         std::size_t shortest = 0;
         for (int row : column->value.second) {
-            std::size_t length = tableau_->rows().at(row)->coeffs_.size();
+            std::size_t length = tableau_->rows().at(row)->entries().size();
             if (!wanted[row] && (leaving == 0 || length < shortest))
                 leaving = row, shortest = length;
         }

@@ -4,6 +4,8 @@
 
 #include "vorn/lra/integer_bounds.h"
 
+#include "simplex_vars.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -23,14 +25,9 @@ ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record, 
 }
 
 int ArithTheory::simplex_var(int v) {
-    if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
-    if (simplex_var_[v] != 0) return simplex_var_[v];
-    int s = simplex_.new_variable();
-    simplex_var_[v] = s;
-    if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
-    problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) integer_vars_.push_back(s);
-    return s;
+    return map_simplex_var(simplex_, v, simplex_var_, &problem_var_, [&](int s) {
+        if (problem_.variables.sort(v) == Sort::Int) integer_vars_.push_back(s);
+    });
 }
 
 ArithTheory::Reading ArithTheory::read(const lra::TermVar& t,

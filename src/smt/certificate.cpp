@@ -8,6 +8,8 @@
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/smt/problem_text.h"
 
+#include "certificate_lines.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -45,6 +47,13 @@ std::string atom_id(const ProofStep& step, const Problem& p) {
 void write_terms(std::ostream& out, std::span<const Entry> term) {
     for (const Entry& e : term)
         out << ' ' << e.var << ':' << e.coeff.to_string();
+}
+
+// Atom `a` of the problem as its first term states it.
+void write_problem_atom(std::ostream& out, const Problem& problem, std::size_t a) {
+    LinearExpr::Entries term;
+    QNumber c = split_constant(problem.term(problem.atoms[a].first_term), term);
+    write_atom_line(out, std::to_string(a), problem.atoms[a].relation, c, term);
 }
 
 // One bound of a Farkas combination, read as  Σ coeff·var ⋈ c.
@@ -232,6 +241,24 @@ std::string ProofChecker::lattice(const ProofStep& step) {
 
 }  // namespace
 
+void write_var_line(std::ostream& out, const Variables& variables, int v) {
+    std::string name;
+    append_name(name, variables, v);
+    Sort s = variables.sort(v);
+    out << "var " << v
+        << (s == Sort::Int    ? " Int "
+            : s == Sort::Real ? " Real "
+                              : " Bool ")
+        << name << "\n";
+}
+
+void write_atom_line(std::ostream& out, std::string_view id, Relation relation,
+                     const QNumber& constant, std::span<const Entry> term) {
+    out << "atom " << id << ' ' << relation_word(relation) << ' ' << constant.to_string();
+    write_terms(out, term);
+    out << "\n";
+}
+
 void print_certificate(std::ostream& out, const Problem& problem,
                        const std::vector<ProofStep>& proof) {
     std::set<std::size_t> atoms;
@@ -248,26 +275,13 @@ void print_certificate(std::ostream& out, const Problem& problem,
         for (const Entry& e : problem.term(problem.atoms[a].first_term))
             if (e.var != 0) vars.insert(e.var);
     out << "(certificate\n";
-    for (int v : vars) {
-        std::string name;
-        append_name(name, problem.variables, v);
-        out << "var " << v << (problem.variables.sort(v) == Sort::Int ? " Int " : " Real ") << name
-            << "\n";
-    }
-    for (std::size_t a : atoms) {
-        LinearExpr::Entries term;
-        QNumber c = split_constant(problem.term(problem.atoms[a].first_term), term);
-        out << "atom " << a << ' ' << relation_word(problem.atoms[a].relation) << ' '
-            << c.to_string();
-        write_terms(out, term);
-        out << "\n";
-    }
-    for (const ProofStep& step : proof) {
-        if (step.kind != Kind::SplitNe) continue;
-        out << "atom " << atom_id(step, problem) << " != " << step.constant.to_string();
-        write_terms(out, step.term);
-        out << "\n";
-    }
+    for (int v : vars)
+        write_var_line(out, problem.variables, v);
+    for (std::size_t a : atoms)
+        write_problem_atom(out, problem, a);
+    for (const ProofStep& step : proof)
+        if (step.kind == Kind::SplitNe)
+            write_atom_line(out, atom_id(step, problem), Relation::Ne, step.constant, step.term);
     for (std::size_t n = 0; n < proof.size(); ++n) {
         const ProofStep& step = proof[n];
         out << "node " << n;
@@ -304,20 +318,10 @@ void print_ray_certificate(std::ostream& out, const Problem& problem, std::uint3
                            bool maximize, const std::vector<QNumber>& point,
                            const std::vector<QNumber>& ray) {
     out << "(certificate\nformat ray\n";
-    for (int v = 1; v <= problem.variables.size(); ++v) {
-        std::string name;
-        append_name(name, problem.variables, v);
-        out << "var " << v << (problem.variables.sort(v) == Sort::Int ? " Int " : " Real ") << name
-            << "\n";
-    }
-    for (std::size_t a = 0; a < problem.atoms.size(); ++a) {
-        LinearExpr::Entries term;
-        QNumber c = split_constant(problem.term(problem.atoms[a].first_term), term);
-        out << "atom " << a << ' ' << relation_word(problem.atoms[a].relation) << ' '
-            << c.to_string();
-        write_terms(out, term);
-        out << "\n";
-    }
+    for (int v = 1; v <= problem.variables.size(); ++v)
+        write_var_line(out, problem.variables, v);
+    for (std::size_t a = 0; a < problem.atoms.size(); ++a)
+        write_problem_atom(out, problem, a);
     out << "objective " << (maximize ? "max" : "min");
     write_terms(out, problem.term(objective));
     for (const char* what : {"\npoint", "\nray"}) {

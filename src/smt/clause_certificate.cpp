@@ -16,7 +16,8 @@
 
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/smt/certificate.h"
-#include "vorn/smt/problem_text.h"
+
+#include "certificate_lines.h"
 
 namespace vorn::smt {
 
@@ -314,23 +315,10 @@ void print_certificate(std::ostream& out, const Problem& problem, const ClausePr
         for (const Entry& e : a.term)
             if (e.var >= 1 && e.var <= problem.variables.size()) vars.insert(e.var);
     out << "(certificate\nformat clauses\n";
-    for (int v : vars) {
-        std::string name;
-        append_name(name, problem.variables, v);
-        Sort s = problem.variables.sort(v);
-        out << "var " << v
-            << (s == Sort::Int    ? " Int "
-                : s == Sort::Real ? " Real "
-                                  : " Bool ")
-            << name << "\n";
-    }
-    for (const ClauseProof::AtomDefinition& a : proof.atoms) {
-        out << "atom " << a.var << ' ' << relation_text(a.relation) << ' '
-            << a.constant.to_string();
-        for (const Entry& e : a.term)
-            out << ' ' << e.var << ':' << e.coeff.to_string();
-        out << "\n";
-    }
+    for (int v : vars)
+        write_var_line(out, problem.variables, v);
+    for (const ClauseProof::AtomDefinition& a : proof.atoms)
+        write_atom_line(out, std::to_string(a.var), a.relation, a.constant, a.term);
     if (!proof.assumptions.empty()) {
         out << "assume";
         write_literals(out, proof.assumptions);

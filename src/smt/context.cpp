@@ -168,24 +168,24 @@ Decision Context::check() {
 Decision Context::check(std::span<const Literal> assumptions) {
     State& s = *state_;
     util::Stop& stop = *s.options.stop;
-    stop.start(s.options.time_limit);
-    Decision d;
-    try {
-        // An interrupt that came before the check, or during the last one after it had its
-        // answer, is for this one.
-        if (stop.requested())
+    return util::run_checked(
+        stop, s.options.time_limit,
+        [&] {
+            // An interrupt that came before the check, or during the last one after it had its
+            // answer, is for this one.
+            if (!stop.requested()) return s.check(assumptions);
+            Decision d;
             d.reason_unknown = util::to_string(stop.reason());
-        else
-            d = s.check(assumptions);
-    } catch (const std::bad_alloc&) {
-        // What the check built goes with its engine; the problem itself is as it was.
-        s.drop();
-        d = Decision{};
-        d.reason_unknown = util::to_string(util::StopReason::Memout);
-    }
-    bool stopped = d.result == lra::Result::Unknown && stop.reason() != util::StopReason::None;
-    stop.finish(stopped);
-    return d;
+            return d;
+        },
+        [&] {
+            // What the check built goes with its engine; the problem itself is as it was.
+            s.drop();
+            Decision d;
+            d.reason_unknown = util::to_string(util::StopReason::Memout);
+            return d;
+        },
+        [](const Decision& d) { return d.result == lra::Result::Unknown; });
 }
 
 Decision Context::State::check(std::span<const Literal> assumptions) {

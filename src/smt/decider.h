@@ -11,7 +11,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <new>
 #include <optional>
 #include <span>
 #include <vector>
@@ -31,16 +30,15 @@ template <typename Solve>
 auto under_stop(DecideOptions options, Solve solve) {
     util::Stop own_stop;
     if (options.stop == nullptr) options.stop = &own_stop;
-    options.stop->start(options.time_limit);
-    decltype(solve(options)) answer;
-    try {
-        answer = solve(options);
-    } catch (const std::bad_alloc&) {
-        answer = {};
-        answer.reason_unknown = util::to_string(util::StopReason::Memout);
-    }
-    options.stop->finish(is_unknown(answer) && options.stop->reason() != util::StopReason::None);
-    return answer;
+    using Answer = decltype(solve(options));
+    return util::run_checked(
+        *options.stop, options.time_limit, [&] { return solve(options); },
+        [] {
+            Answer answer{};
+            answer.reason_unknown = util::to_string(util::StopReason::Memout);
+            return answer;
+        },
+        [](const Answer& answer) { return is_unknown(answer); });
 }
 
 class Decider {

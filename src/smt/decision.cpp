@@ -2,6 +2,7 @@
 
 #include "decider.h"
 #include "float_start.h"
+#include "simplex_vars.h"
 
 #include <algorithm>
 #include <limits>
@@ -26,14 +27,9 @@ bool false_half_is_upper(Relation r, const QNumber& c) {
 }  // namespace
 
 int Decider::simplex_var(int v) {
-    if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
-    if (simplex_var_[v] != 0) return simplex_var_[v];
-    int s = simplex_.new_variable();
-    simplex_var_[v] = s;
-    if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
-    problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
-    return s;
+    return map_simplex_var(simplex_, v, simplex_var_, &problem_var_, [&](int s) {
+        if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
+    });
 }
 
 const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
@@ -440,53 +436,42 @@ std::vector<QNumber> Decider::current_model() const {
     return model;
 }
 
+namespace {
+
+// apply(a.c, b.c) for each of the `counters` of a Stats struct.
+template <typename Stats, typename Apply, typename... Counter>
+void apply_each(Stats& a, const Stats& b, Apply& apply, Counter Stats::*... counters) {
+    (apply(a.*counters, b.*counters), ...);
+}
+
+// Every counter of DecideStats that adds up, each paired with the same counter of `b`: a counter
+// added to DecideStats, or to the engine stats it holds, is named here and nowhere else.
+// branch.max_depth is a maximum, not a sum, and stays out.
+template <typename Apply>
+void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
+    using S = lra::SimplexStats;
+    using B = lra::BranchStats;
+    using T = sat::Stats;
+    using D = DecideStats;
+    apply_each(a.simplex, b.simplex, apply, &S::checks, &S::pivots, &S::bland_switches,
+               &S::conflicts, &S::eliminated, &S::restored, &S::check_seconds);
+    apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::seconds);
+    apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided);
+    apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::conflicts, &T::restarts,
+               &T::learned, &T::deleted);
+}
+
+}  // namespace
+
 DecideStats& DecideStats::operator+=(const DecideStats& o) {
-    simplex.checks += o.simplex.checks;
-    simplex.pivots += o.simplex.pivots;
-    simplex.bland_switches += o.simplex.bland_switches;
-    simplex.conflicts += o.simplex.conflicts;
-    simplex.eliminated += o.simplex.eliminated;
-    simplex.restored += o.simplex.restored;
-    simplex.check_seconds += o.simplex.check_seconds;
-    branch.nodes += o.branch.nodes;
+    for_each_sum(*this, o, [](auto& x, const auto& y) { x += y; });
     branch.max_depth = std::max(branch.max_depth, o.branch.max_depth);
-    branch.gcd_conflicts += o.branch.gcd_conflicts;
-    branch.seconds += o.branch.seconds;
-    splits += o.splits;
-    cuts += o.cuts;
-    lattice_splits += o.lattice_splits;
-    float_decided += o.float_decided;
-    sat.decisions += o.sat.decisions;
-    sat.propagations += o.sat.propagations;
-    sat.conflicts += o.sat.conflicts;
-    sat.restarts += o.sat.restarts;
-    sat.learned += o.sat.learned;
-    sat.deleted += o.sat.deleted;
     return *this;
 }
 
 DecideStats DecideStats::operator-(const DecideStats& o) const {
     DecideStats d = *this;
-    d.simplex.checks -= o.simplex.checks;
-    d.simplex.pivots -= o.simplex.pivots;
-    d.simplex.bland_switches -= o.simplex.bland_switches;
-    d.simplex.conflicts -= o.simplex.conflicts;
-    d.simplex.eliminated -= o.simplex.eliminated;
-    d.simplex.restored -= o.simplex.restored;
-    d.simplex.check_seconds -= o.simplex.check_seconds;
-    d.branch.nodes -= o.branch.nodes;
-    d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
-    d.branch.seconds -= o.branch.seconds;
-    d.splits -= o.splits;
-    d.cuts -= o.cuts;
-    d.lattice_splits -= o.lattice_splits;
-    d.float_decided -= o.float_decided;
-    d.sat.decisions -= o.sat.decisions;
-    d.sat.propagations -= o.sat.propagations;
-    d.sat.conflicts -= o.sat.conflicts;
-    d.sat.restarts -= o.sat.restarts;
-    d.sat.learned -= o.sat.learned;
-    d.sat.deleted -= o.sat.deleted;
+    for_each_sum(d, o, [](auto& x, const auto& y) { x -= y; });
     return d;
 }
 

@@ -84,7 +84,7 @@ bool ArithTheory::cut_row(int basic) {
     const lra::BoundTrail& bounds = simplex_.bounds();
     QNumber basic_coeff = *row.coeff_of(basic);
     std::vector<Entry> entries;
-    for (const auto& e : row.coeffs_) {
+    for (const auto& e : row.entries()) {
         if (e.var == basic) continue;
         // A non-basic variable strictly inside its bounds, or bounded by no true literal,
         // leaves no cut to certify from this row.

@@ -10,6 +10,7 @@
 
 #include "decider.h"
 #include "float_start.h"
+#include "simplex_vars.h"
 
 namespace vorn::smt {
 
@@ -60,8 +61,7 @@ class Optimizer {
 
   private:
     int simplex_var(int v) {
-        if (var_of_[v] == 0) var_of_[v] = simplex_.new_variable();
-        return var_of_[v];
+        return map_simplex_var(simplex_, v, var_of_, nullptr, [](int) {});
     }
     lra::TermVar term_var(std::span<const Entry> term) {
         lra::TermEntries entries;
@@ -225,8 +225,8 @@ Optimization Optimizer::run() {
         std::vector<QNumber> by_simplex_var(static_cast<std::size_t>(simplex_.num_variables()) + 1);
         by_simplex_var[static_cast<std::size_t>(j)] = step;
         for (const auto& [basic, row] : simplex_.tableau().rows())
-            for (const auto& e : row->coeffs_)
-                if (e.var == j && basic != j) by_simplex_var[basic] = e.coeff * step;
+            if (const QNumber* coeff = row->coeff_of(j); coeff != nullptr && basic != j)
+                by_simplex_var[basic] = *coeff * step;
         for (std::size_t v = 1; v < var_of_.size(); ++v)
             if (var_of_[v] != 0) out.ray[v] = by_simplex_var[static_cast<std::size_t>(var_of_[v])];
         return out;

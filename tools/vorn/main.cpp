@@ -17,6 +17,7 @@
 #include "cli/replay.h"
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
+#include "cli/usage_error.h"
 #include "vorn/frontend/problem_reader.h"
 #include "vorn/io/escape.h"
 #include "vorn/io/interrupted.h"

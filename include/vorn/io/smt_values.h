@@ -31,7 +31,7 @@ void write_model(std::ostream& out, const smt::Variables& vars, const std::vecto
 void append_sexpr(std::string& out, const SExprTree& tree, SExprTree::Id id,
                   const smt::NameTable& symbols);
 
-// A string literal: the text escaped to one line (cli/escape.h), its quotes doubled.
+// A string literal: the text escaped to one line (io/escape.h), its quotes doubled.
 std::string smt_string(std::string_view text);
 // (error "message").
 std::string error_response(std::string_view message);

@@ -63,6 +63,9 @@ class Equation {
     }
     // The coefficient of `var`, or null when the equation has no entry for it.
     const QNumber* coeff_of(int var) const;
+    // The entries as stored (sorted by variable in every row of a tableau): read access for the
+    // layers above, which never write an equation's fields.
+    const std::vector<VarCoeff>& entries() const { return coeffs_; }
 
     // Solves the equation for `v` (which it mentions): v becomes the basic variable with
     // coefficient -1.

@@ -44,15 +44,14 @@
 #include "vorn/la/tableau.h"
 #include "vorn/lra/bound_trail.h"
 #include "vorn/lra/delta_rational.h"
+#include "vorn/lra/relation.h"
 #include "vorn/lra/term_table.h"
+#include "vorn/util/result.h"
 #include "vorn/util/stop.h"
 
 namespace vorn::lra {
 
-enum class Result { Sat, Unsat, Unknown };
-// The relation of an atom  term ⋈ constant. The simplex asserts the first five; Distinct (n
-// terms pairwise different) and Ne are decided above it, by splitting (smt::Context).
-enum class Relation : std::uint8_t { Eq, Le, Lt, Ge, Gt, Distinct, Ne };
+using Result = util::Result;
 
 // What an assertion did. Ok: the bound is recorded, or was no tighter than the current one.
 // Conflict: it contradicts the current bounds, conflict() explains it and it is not recorded.

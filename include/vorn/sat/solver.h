@@ -49,11 +49,12 @@
 #include "vorn/sat/restarts.h"
 #include "vorn/sat/theory.h"
 #include "vorn/sat/var_heap.h"
+#include "vorn/util/result.h"
 #include "vorn/util/stop.h"
 
 namespace vorn::sat {
 
-enum class Result { Sat, Unsat, Unknown };
+using Result = util::Result;
 
 struct Options {
     // Conflicts per solve() call before it gives up with Unknown; negative: no limit.

@@ -14,7 +14,7 @@
 #include <span>
 #include <vector>
 
-#include "vorn/lra/simplex.h"
+#include "vorn/lra/relation.h"
 
 namespace vorn::smt {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Certificates of unsat answers: the proof tree of cli/decision.h written as text that a short
+// Certificates of unsat answers: the proof tree of smt/decision.h written as text that a short
 // program can check without the solver (scripts/check_certificate.py; the format is described in
 // docs/certificates.md), and the tool's own exact check of a proof against the input's atoms
 // (--verify), which shares nothing with the simplex's checkers.

@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "vorn/lra/simplex.h"
+#include "vorn/lra/relation.h"
 #include "vorn/smt/boolean_structure.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/source_pos.h"

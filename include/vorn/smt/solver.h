@@ -36,10 +36,11 @@
 #include <vector>
 
 #include "vorn/numbers/qnumber.h"
+#include "vorn/util/result.h"
 
 namespace vorn::smt {
 
-enum class Result { Sat, Unsat, Unknown };
+using Result = util::Result;
 
 // A call the solver's state does not allow, or mixing terms and formulas of two solvers. The
 // message says which.

@@ -6,12 +6,13 @@
 // used inside the library: the loops poll.
 //
 // requested() is cheap enough for inner loops: one relaxed atomic load, and every 16th call a
-// look at the clock and at the memory count.
+// look at the clock and at the memory count. run_checked() is the one way a check uses it.
 
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string_view>
 
 namespace vorn::util {
@@ -59,5 +60,23 @@ class Stop {
     std::int64_t memory_limit_ = 0;
     std::uint32_t polls_ = 0;
 };
+
+// One check under `stop`: started with `limit`, check() run, then finished, so that everything
+// the check runs shares one deadline. Running out of memory inside check() (std::bad_alloc)
+// answers on_memout() instead. An interrupt is consumed when it stopped the check: the answer is
+// unknown (`is_unknown(answer)`) and the stop is raised.
+template <typename Check, typename OnMemout, typename IsUnknown>
+auto run_checked(Stop& stop, std::chrono::milliseconds limit, Check&& check, OnMemout&& on_memout,
+                 IsUnknown&& is_unknown) {
+    stop.start(limit);
+    decltype(check()) answer;
+    try {
+        answer = check();
+    } catch (const std::bad_alloc&) {
+        answer = on_memout();
+    }
+    stop.finish(is_unknown(answer) && stop.reason() != StopReason::None);
+    return answer;
+}
 
 }  // namespace vorn::util

@@ -1,23 +1,18 @@
 #include "cli/check.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <new>
-#include <numeric>
 #include <ostream>
 #include <stdexcept>
 
 #include "cli/output.h"
-#include "cli/solve.h"
+#include "cli/usage_error.h"
 #include "vorn/frontend/problem_reader.h"
 #include "vorn/io/dimacs_reader.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
-#include "vorn/io/smt_values.h"
 #include "vorn/sat/solver.h"
-#include "vorn/smt/certificate.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/stopwatch.h"
 
@@ -78,23 +73,7 @@ std::string check_problem(smt::Problem& problem, const CheckRequest& request, st
         std::string bad = smt::check_decision(problem, d);
         if (!bad.empty()) throw smt::VerificationFailure(bad);
     }
-    switch (d.result) {
-        case lra::Result::Sat:
-            out << "sat\n";
-            if (request.options.model) {
-                std::vector<int> all(static_cast<std::size_t>(problem.variables.size()));
-                std::iota(all.begin(), all.end(), 1);
-                io::write_model(out, problem.variables, d.model, all);
-            }
-            break;
-        case lra::Result::Unsat:
-            out << "unsat\n";
-            if (request.options.certificate) smt::print_certificate(out, problem, d.proof);
-            break;
-        case lra::Result::Unknown:
-            out << "unknown\n";
-            break;
-    }
+    print_decision(out, problem, d, request.options.model, request.options.certificate);
     out.flush();
     return d.reason_unknown;
 }
@@ -115,35 +94,45 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
         throw;
     }
     auto start = smt::Clock::now();
-    stop.start(limits.time_limit);
     sat::Solver solver;
     solver.set_stop(&stop);
     if (limits.conflict_limit > 0)
         solver.set_conflict_limit(static_cast<std::int64_t>(std::min<std::uint64_t>(
             limits.conflict_limit, std::numeric_limits<std::int64_t>::max())));
-    sat::Result r = sat::Result::Unknown;
-    std::string reason;
-    try {
-        for (int v = 0; v < cnf.variables; ++v)
-            solver.new_var();
-        std::vector<sat::Lit> clause;
-        bool consistent = true;
-        for (const auto& c : cnf.clauses) {
-            clause.clear();
-            for (int lit : c)
-                clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
-            consistent = solver.add_clause(clause) && consistent;
-        }
-        r = consistent ? solver.solve() : sat::Result::Unsat;
-    } catch (const std::bad_alloc&) {
-        reason = util::to_string(util::StopReason::Memout);
-    }
-    bool stopped = r == sat::Result::Unknown && stop.reason() != util::StopReason::None;
-    if (stopped)
-        reason = util::to_string(stop.reason());
-    else if (r == sat::Result::Unknown && reason.empty())
-        reason = "conflict limit";
-    stop.finish(stopped);
+    struct Answer {
+        sat::Result result = sat::Result::Unknown;
+        std::string reason;
+    };
+    // A stopped check gives the stop's reason, even over running out of memory.
+    auto with_stop_reason = [&](Answer& a) {
+        if (a.result == sat::Result::Unknown && stop.reason() != util::StopReason::None)
+            a.reason = util::to_string(stop.reason());
+        return a;
+    };
+    Answer answer = util::run_checked(
+        stop, limits.time_limit,
+        [&] {
+            for (int v = 0; v < cnf.variables; ++v)
+                solver.new_var();
+            std::vector<sat::Lit> clause;
+            bool consistent = true;
+            for (const auto& c : cnf.clauses) {
+                clause.clear();
+                for (int lit : c)
+                    clause.emplace_back(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0);
+                consistent = solver.add_clause(clause) && consistent;
+            }
+            Answer a{consistent ? solver.solve() : sat::Result::Unsat, {}};
+            return with_stop_reason(a);
+        },
+        [&] {
+            Answer a{sat::Result::Unknown, std::string(util::to_string(util::StopReason::Memout))};
+            return with_stop_reason(a);
+        },
+        [](const Answer& a) { return a.result == sat::Result::Unknown; });
+    sat::Result r = answer.result;
+    std::string reason = std::move(answer.reason);
+    if (r == sat::Result::Unknown && reason.empty()) reason = "conflict limit";
     stats.solve_seconds += smt::ms_since(start) / 1000;
     stats.checks = 1;
     if (r == sat::Result::Sat && request.options.verify)
@@ -153,15 +142,11 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
                         sat::Lit(static_cast<sat::Var>(std::abs(lit) - 1), lit < 0));
                 }))
                 throw smt::VerificationFailure("the model falsifies a clause");
-    out << (r == sat::Result::Sat ? "sat\n" : r == sat::Result::Unsat ? "unsat\n" : "unknown\n");
-    if (r == sat::Result::Sat && request.options.model) {
-        std::string line = "v";
+    std::vector<int> model;
+    if (r == sat::Result::Sat && request.options.model)
         for (int v = 1; v <= cnf.variables; ++v)
-            line += solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false))
-                        ? " " + std::to_string(v)
-                        : " -" + std::to_string(v);
-        out << line << " 0\n";
-    }
+            model.push_back(solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false)) ? v : -v);
+    print_cnf_answer(out, r, request.options.model ? &model : nullptr);
     out.flush();
     return reason;
 }
@@ -183,30 +168,6 @@ std::string run_check(const io::SourceText& source, const CheckRequest& request,
     }
     smt::Problem problem = frontend::read_problem(source, format, request.options.decide.stop);
     return check_problem(problem, request, out, stats);
-}
-
-std::string check_stats(double read_ms, const smt::CheckStats& s) {
-    const lra::SimplexStats& x = s.decide.simplex;
-    char line[512];
-    std::snprintf(line, sizeof line,
-                  "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
-                  "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
-                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu SAT "
-                  "decisions, %llu SAT "
-                  "conflicts\n",
-                  read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
-                  static_cast<unsigned long long>(x.pivots),
-                  static_cast<unsigned long long>(x.bland_switches),
-                  static_cast<unsigned long long>(x.conflicts),
-                  static_cast<unsigned long long>(x.eliminated),
-                  static_cast<unsigned long long>(x.restored),
-                  static_cast<unsigned long long>(s.decide.splits),
-                  static_cast<unsigned long long>(s.decide.branch.nodes),
-                  static_cast<unsigned long long>(s.decide.cuts),
-                  static_cast<unsigned long long>(s.decide.lattice_splits),
-                  static_cast<unsigned long long>(s.decide.sat.decisions),
-                  static_cast<unsigned long long>(s.decide.sat.conflicts));
-    return line;
 }
 
 }  // namespace vorn::cli

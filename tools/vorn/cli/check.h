@@ -21,15 +21,12 @@ struct CheckRequest {
     frontend::CheckOptions options;
 };
 
-// Throws ParseError for input that cannot be read, UsageError (cli/solve.h) for a bad
+// Throws ParseError for input that cannot be read, UsageError (cli/usage_error.h) for a bad
 // --objective-bound, VerificationFailure when --verify rejects an answer, io::Interrupted when
 // request.options.decide.stop is interrupted while a script or an input is read. Returns, when
 // a .lin, MPS, LP or DIMACS input is answered unknown, why ("timeout", "memout", "interrupted",
 // "conflict limit", ...); empty otherwise. The answer is flushed as soon as it is known.
 std::string run_check(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
                       smt::CheckStats& stats);
-
-// The --stats line.
-std::string check_stats(double read_ms, const smt::CheckStats& stats);
 
 }  // namespace vorn::cli

@@ -12,8 +12,8 @@ using Entries = smt::LinearExpr::Entries;
 Entries solved_for(const la::Equation& eq, int x, int last_var) {
     QNumber scale = QNumber(-1) / *eq.coeff_of(x);
     Entries out;
-    out.reserve(eq.coeffs_.size() - 1);
-    for (const auto& e : eq.coeffs_) {
+    out.reserve(eq.entries().size() - 1);
+    for (const auto& e : eq.entries()) {
         if (e.var == x || e.var > last_var) continue;
         out.push_back({e.var, e.coeff});
         out.back().coeff *= scale;

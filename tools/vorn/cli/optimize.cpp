@@ -1,33 +1,16 @@
 #include "cli/optimize.h"
 
-#include <gmp.h>
-
 #include <cstdio>
 #include <ostream>
 #include <vector>
 
-#include "cli/solve.h"
+#include "cli/output.h"
+#include "cli/usage_error.h"
 #include "vorn/frontend/problem_reader.h"
-#include "vorn/io/smt_values.h"
-#include "vorn/smt/certificate.h"
 #include "vorn/smt/optimize.h"
 #include "vorn/smt/stopwatch.h"
 
 namespace vorn::cli {
-
-namespace {
-
-std::string approximately(const QNumber& value) {
-    mpq_t q;
-    mpq_init(q);
-    value.get_mpq(q);
-    char text[64];
-    std::snprintf(text, sizeof text, "%.17g", mpq_get_d(q));
-    mpq_clear(q);
-    return text;
-}
-
-}  // namespace
 
 std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
                          std::ostream& out, smt::CheckStats& stats, std::string& note) {
@@ -59,34 +42,8 @@ std::string run_optimize(const io::SourceText& source, const OptimizeRequest& re
                     : "floating-point start: " + answer.float_basis_note +
                           "; the exact simplex went on";
     }
-    std::vector<int> shown;
-    for (int v = 1; v <= problem.variables.size(); ++v)
-        shown.push_back(v);
-    switch (answer.kind) {
-        case smt::Optimization::Kind::Optimal:
-            out << "optimal\nobjective " << answer.optimum.to_string() << "\nobjective ≈ "
-                << approximately(answer.optimum) << "\n";
-            if (request.options.model)
-                io::write_model(out, answer.bounded.variables, answer.model, shown);
-            if (request.options.certificate)
-                smt::print_certificate(out, answer.bounded, answer.proof);
-            break;
-        case smt::Optimization::Kind::Infeasible:
-            out << "infeasible\n";
-            if (request.options.certificate) smt::print_certificate(out, problem, answer.proof);
-            break;
-        case smt::Optimization::Kind::Unbounded:
-            out << "unbounded\n";
-            if (request.options.model)
-                io::write_model(out, answer.bounded.variables, answer.model, shown);
-            if (request.options.certificate)
-                smt::print_ray_certificate(out, problem, *problem.objective, maximize, answer.model,
-                                           answer.ray);
-            break;
-        case smt::Optimization::Kind::Unknown:
-            out << "unknown\n";
-            break;
-    }
+    print_optimization(out, problem, answer, maximize, request.options.model,
+                       request.options.certificate);
     out.flush();
     return answer.reason_unknown;
 }

@@ -22,7 +22,7 @@ struct OptimizeRequest {
     bool stats = false;  // `note` also says how the floating-point start went
 };
 
-// Throws ParseError for unreadable input, UsageError (cli/solve.h) for an input without an
+// Throws ParseError for unreadable input, UsageError (cli/usage_error.h) for an input without an
 // objective or an SMT-LIB script, VerificationFailure when --verify rejects the answer. Returns
 // the reason of an unknown answer (empty otherwise) and, through `note`, what the answer is of
 // (the LP relaxation when there are Int variables).

@@ -1,15 +1,32 @@
 #include "cli/output.h"
 
+#include <gmp.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <ostream>
 #include <string_view>
+#include <vector>
+
+#include "vorn/io/smt_values.h"
+#include "vorn/smt/certificate.h"
 
 namespace vorn::cli {
 
 namespace {
+
+std::string approximately(const QNumber& value) {
+    mpq_t q;
+    mpq_init(q);
+    value.get_mpq(q);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.17g", mpq_get_d(q));
+    mpq_clear(q);
+    return text;
+}
 
 void append_rational(std::string& out, const QNumber& q) {
     out += q.to_string();
@@ -161,6 +178,91 @@ std::string tableau_counts(const la::Tableau& t) {
            "\ncolumns: " + std::to_string(t.cols().size()) +
            "\neliminated: " + std::to_string(t.elim_index().size()) +
            "\nequations: " + std::to_string(t.equations().size()) + "\n";
+}
+
+void print_decision(std::ostream& out, const smt::Problem& problem, const smt::Decision& d,
+                    bool model, bool certificate) {
+    switch (d.result) {
+        case lra::Result::Sat:
+            out << "sat\n";
+            if (model) {
+                std::vector<int> all(static_cast<std::size_t>(problem.variables.size()));
+                std::iota(all.begin(), all.end(), 1);
+                io::write_model(out, problem.variables, d.model, all);
+            }
+            break;
+        case lra::Result::Unsat:
+            out << "unsat\n";
+            if (certificate) smt::print_certificate(out, problem, d.proof);
+            break;
+        case lra::Result::Unknown:
+            out << "unknown\n";
+            break;
+    }
+}
+
+void print_cnf_answer(std::ostream& out, sat::Result r, const std::vector<int>* model) {
+    out << (r == sat::Result::Sat ? "sat\n" : r == sat::Result::Unsat ? "unsat\n" : "unknown\n");
+    if (r == sat::Result::Sat && model != nullptr) {
+        std::string line = "v";
+        for (int lit : *model)
+            line += " " + std::to_string(lit);
+        out << line << " 0\n";
+    }
+}
+
+void print_optimization(std::ostream& out, const smt::Problem& problem,
+                        const smt::Optimization& answer, bool maximize, bool model,
+                        bool certificate) {
+    std::vector<int> shown;
+    for (int v = 1; v <= problem.variables.size(); ++v)
+        shown.push_back(v);
+    switch (answer.kind) {
+        case smt::Optimization::Kind::Optimal:
+            out << "optimal\nobjective " << answer.optimum.to_string() << "\nobjective ≈ "
+                << approximately(answer.optimum) << "\n";
+            if (model) io::write_model(out, answer.bounded.variables, answer.model, shown);
+            if (certificate) smt::print_certificate(out, answer.bounded, answer.proof);
+            break;
+        case smt::Optimization::Kind::Infeasible:
+            out << "infeasible\n";
+            if (certificate) smt::print_certificate(out, problem, answer.proof);
+            break;
+        case smt::Optimization::Kind::Unbounded:
+            out << "unbounded\n";
+            if (model) io::write_model(out, answer.bounded.variables, answer.model, shown);
+            if (certificate)
+                smt::print_ray_certificate(out, problem, *problem.objective, maximize, answer.model,
+                                           answer.ray);
+            break;
+        case smt::Optimization::Kind::Unknown:
+            out << "unknown\n";
+            break;
+    }
+}
+
+std::string check_stats(double read_ms, const smt::CheckStats& s) {
+    const lra::SimplexStats& x = s.decide.simplex;
+    char line[512];
+    std::snprintf(line, sizeof line,
+                  "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
+                  "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
+                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu SAT "
+                  "decisions, %llu SAT "
+                  "conflicts\n",
+                  read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
+                  static_cast<unsigned long long>(x.pivots),
+                  static_cast<unsigned long long>(x.bland_switches),
+                  static_cast<unsigned long long>(x.conflicts),
+                  static_cast<unsigned long long>(x.eliminated),
+                  static_cast<unsigned long long>(x.restored),
+                  static_cast<unsigned long long>(s.decide.splits),
+                  static_cast<unsigned long long>(s.decide.branch.nodes),
+                  static_cast<unsigned long long>(s.decide.cuts),
+                  static_cast<unsigned long long>(s.decide.lattice_splits),
+                  static_cast<unsigned long long>(s.decide.sat.decisions),
+                  static_cast<unsigned long long>(s.decide.sat.conflicts));
+    return line;
 }
 
 }  // namespace vorn::cli

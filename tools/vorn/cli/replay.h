@@ -12,7 +12,7 @@
 //   dump                    the tableau's own text and the names of its variables
 //   stats                   rows, columns, eliminated variables, equations
 //
-// "#" starts a comment; TERM is a sum of the plain format (cli/lin_reader.h). Every line is
+// "#" starts a comment; TERM is a sum of the plain format (io/lin_reader.h). Every line is
 // checked against the preconditions of its operation before it runs; the first violation is an
 // ParseError and no output is produced.
 

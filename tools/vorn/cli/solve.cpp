@@ -47,16 +47,14 @@ la::VarSet chosen_variables(const smt::Problem& problem, const SolveOptions& opt
 // Slack n+1+i for atom i: s = term, entered by check().
 void enter_equations(const smt::Problem& problem, la::Tableau& t) {
     const int n = problem.variables.size();
-    la::Equation eq;  // reused: add_equation stores its own copy
     for (std::size_t i = 0; i < problem.atoms.size(); ++i) {
         auto term = problem.term(problem.atoms[i].first_term);
         int slack = n + 1 + static_cast<int>(i);
-        eq.basic_ = la::Equation::encode_var(slack);
-        eq.coeffs_.clear();
-        eq.coeffs_.reserve(term.size() + 1);
-        eq.coeffs_.insert(eq.coeffs_.end(), term.begin(), term.end());
-        eq.coeffs_.push_back({slack, QNumber(-1)});  // the largest variable: still sorted
-        t.add_equation(eq, false, nullptr);
+        std::vector<la::Equation::VarCoeff> entries;
+        entries.reserve(term.size() + 1);
+        entries.insert(entries.end(), term.begin(), term.end());
+        entries.push_back({slack, QNumber(-1)});  // the largest variable: still sorted
+        t.add_equation(la::Equation(slack, std::move(entries)), false, nullptr);
     }
     t.check();
 }
@@ -68,7 +66,7 @@ void project_rows(const la::Tableau& t, int last_var, SolveResult& result) {
         const la::Equation& row = *it.value();
         Entries terms;
         const QNumber* lead = nullptr;
-        for (const auto& e : row.coeffs_) {
+        for (const auto& e : row.entries()) {
             if (e.var > last_var) continue;
             terms.push_back(e);
             if (e.var != 0 && lead == nullptr) lead = &e.coeff;
@@ -92,7 +90,7 @@ bool kept_system_is_consistent(la::Tableau& t, int last_var) {
         all.insert(v);
     la::eliminate_greedy(t, all);
     for (auto it = t.rows().begin(); it != t.rows().end(); ++it) {
-        const auto& entries = it.value()->coeffs_;
+        const auto& entries = it.value()->entries();
         bool constant =
             std::any_of(entries.begin(), entries.end(), [](const auto& e) { return e.var == 0; });
         bool free = std::any_of(entries.begin(), entries.end(), [last_var](const auto& e) {

@@ -11,11 +11,11 @@
 // eliminated too, and the system is unsat exactly when a row reduces to a non-zero constant.
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "cli/definitions.h"
+#include "cli/usage_error.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::cli {
@@ -40,11 +40,6 @@ struct SolveResult {
     std::vector<Definition> definitions;
     std::size_t rounds = 0;  // elimination rounds of eliminate_greedy
     SolveTimes times;
-};
-
-// An unknown name to eliminate.
-class UsageError : public std::invalid_argument {
-    using std::invalid_argument::invalid_argument;
 };
 
 // Throws ParseError, before any work, for an atom that is not an equality or that mentions an

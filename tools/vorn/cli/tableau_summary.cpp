@@ -12,7 +12,7 @@ using Entries = smt::LinearExpr::Entries;
 void count_coefficients(TableauSummary& s) {
     const la::Tableau& t = *s.tableau;
     for (auto it = t.rows().begin(); it != t.rows().end(); ++it)
-        for (const auto& e : it.value()->coeffs_) {
+        for (const auto& e : it.value()->entries()) {
             ++s.coefficients;
             s.big_coefficients += e.coeff.is_big() ? 1 : 0;
         }
