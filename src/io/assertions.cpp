@@ -308,14 +308,20 @@ void AssertionEncoder::assert_definitions() {
 
 // ---- models ---------------------------------------------------------------------------------
 
-// Lifted variables come after everything their ites mention, so one pass in order gives each
-// its value from values already final.
+// Lifted variables come after everything their ites and quotients mention, so one pass in order
+// gives each its value from values already final.
 const std::vector<QNumber>& AssertionEncoder::evaluate_model(const std::vector<QNumber>& model) {
     grow();
     model_ = model;
     model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
     std::fill(truth_.begin(), truth_.end(), kNotKnown);
     for (const LiftedIte& l : dag_.lifted()) {
+        if (l.kind == LiftedIte::Quotient) {
+            model_[static_cast<std::size_t>(l.var)] =
+                euclidean_quotient(smt::term_value(problem_, l.then_term, model_),
+                                   smt::term_value(problem_, l.otherwise_term, model_));
+            continue;
+        }
         int c = holds(l.condition);
         if (c >= 0)
             model_[static_cast<std::size_t>(l.var)] =

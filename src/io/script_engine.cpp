@@ -10,6 +10,7 @@
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_reader.h"
+#include "vorn/io/smt_sorts.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
@@ -33,7 +34,38 @@ struct Level {
     std::size_t atoms, declared, named, objectives;
     FormulaDag::Marks dag;
     AssertionEncoder::Marks encoded;
+    std::size_t sorts = 0, assertion_texts = 0;
 };
+
+// The options get-option knows, with their values before any set-option; the Boolean ones take
+// true or false.
+struct KnownOption {
+    std::string_view key, initial;
+    bool boolean;
+};
+constexpr KnownOption kKnownOptions[] = {
+    {":print-success", "false", true},
+    {":produce-models", "false", true},
+    {":produce-unsat-cores", "false", true},
+    {":produce-assignments", "false", true},
+    {":produce-unsat-assumptions", "false", true},
+    {":produce-assertions", "false", true},
+    {":produce-proofs", "false", true},
+    {":interactive-mode", "false", true},
+    {":global-declarations", "false", true},
+    {":random-seed", "0", false},
+    {":verbosity", "0", false},
+    {":reproducible-resource-limit", "0", false},
+    {":timeout", "0", false},
+    {":regular-output-channel", "\"stdout\"", false},
+    {":diagnostic-output-channel", "\"stderr\"", false},
+};
+
+const KnownOption* known_option(std::string_view key) {
+    for (const KnownOption& o : kKnownOptions)
+        if (o.key == key) return &o;
+    return nullptr;
+}
 
 // A named assertion while unsat cores are on: assumed at every check-sat rather than asserted,
 // so that the core can name it.
@@ -126,7 +158,17 @@ class ScriptEngine {
     }
     void expect_arity(const SNode& cmd, std::size_t n);
     void set_option();
+    void get_option();
+    // The value of an option as set, or as it starts; empty for an unknown option.
+    std::string option_value(std::string_view key) const;
+    bool option_on(std::string_view key) const { return option_value(key) == "true"; }
     void get_info();
+    void get_all_statistics();
+    void get_assertions();
+    void get_assignment(const SNode& cmd);
+    void get_unsat_assumptions(const SNode& cmd);
+    void define_sort();
+    void declare_sort();
     void declare(const SNode& name, const SNode* params, const SNode& sort);
     void define();
     void fresh(const SNode& name);
@@ -142,8 +184,11 @@ class ScriptEngine {
     void pop(const SNode& cmd);
     std::size_t level_count(const SNode& cmd);
     Level current_level() const {
-        return {problem_->atoms.size(), declared_.size(),      named_.size(),
-                objectives_.size(),     terms_->dag().marks(), assertions_->marks()};
+        Level level{problem_->atoms.size(), declared_.size(),      named_.size(),
+                    objectives_.size(),     terms_->dag().marks(), assertions_->marks()};
+        level.sorts = sorts_->size();
+        level.assertion_texts = assertion_texts_.size();
+        return level;
     }
     void truncate(const Level& level);
     void drop_formulas(const FormulaDag::Marks& marks) {
@@ -170,6 +215,7 @@ class ScriptEngine {
     std::vector<Id> items_;
     std::unique_ptr<smt::Problem> problem_;
     std::unique_ptr<TermEvaluator> terms_;
+    std::unique_ptr<SortTable> sorts_;
     std::unique_ptr<AssertionEncoder> assertions_;
     std::unique_ptr<smt::Context> context_;  // one solver for every check-sat
     std::vector<Level> levels_;
@@ -188,12 +234,23 @@ class ScriptEngine {
     std::vector<std::string> names_;
     // During a check-sat: by atom, the name of the assertion it comes from, or −1; by
     // assumption, the name it stands for.
+    // An atom of the i-th assumption of check-sat-assuming is tagged assumption_tag(i) < −1.
     std::vector<std::int32_t> atom_name_;
+    static std::int32_t assumption_tag(std::size_t i) { return -2 - static_cast<std::int32_t>(i); }
+    static std::size_t assumption_of(std::int32_t tag) {
+        return static_cast<std::size_t>(-2 - tag);
+    }
     std::vector<std::pair<smt::Literal, std::int32_t>> literal_name_;
     std::vector<smt::Literal> assumptions_;
     std::vector<Unsupported> reached_;  // outside the fragment, under this check's assumptions
     std::vector<std::int32_t> core_;    // of the last unsat answer, in naming order
     bool keep_formulas_ = false;
+    std::vector<std::pair<std::string, std::string>> options_set_;  // key, value as written
+    std::vector<std::string> assertion_texts_;  // of the assertions on the active levels
+    // The assumptions of the last check-sat-assuming that its unsat answer used, as written, by
+    // their index among the assumptions.
+    std::vector<std::size_t> used_assumptions_;
+    std::vector<std::string> unsat_assumptions_;
     // The context has met Boolean structure: it stays with the Boolean engine, whose proofs are
     // clause proofs, even when a pop took the structure away.
     bool context_boolean_ = false;
@@ -210,9 +267,11 @@ bool ScriptEngine::formulas_kept(Id id) {
     keep_formulas_ = false;
     try {
         bool go_on = command(id);
+        terms_->drop_names();  // a command that keeps the :named names it defined took them
         if (!keep_formulas_) drop_formulas(marks);
         return go_on;
     } catch (...) {
+        terms_->drop_names();
         if (!keep_formulas_) drop_formulas(marks);
         throw;
     }
@@ -313,6 +372,30 @@ bool ScriptEngine::command(Id id) {
             return true;
         case Known::Exit:
             return success(), false;
+        case Known::GetOption:
+            expect_arity(cmd, 2);
+            get_option();
+            return true;
+        case Known::GetAssertions:
+            expect_arity(cmd, 1);
+            get_assertions();
+            return true;
+        case Known::GetAssignment:
+            expect_arity(cmd, 1);
+            get_assignment(cmd);
+            return true;
+        case Known::GetUnsatAssumptions:
+            expect_arity(cmd, 1);
+            get_unsat_assumptions(cmd);
+            return true;
+        case Known::DefineSort:
+            expect_arity(cmd, 4);
+            define_sort();
+            return true;
+        case Known::DeclareSort:
+            expect_arity(cmd, 3);
+            declare_sort();
+            return true;
         default:
             fail(head.pos, "unknown command " + quoted(name(head.symbol)));
     }
@@ -327,6 +410,10 @@ bool ScriptEngine::skipped_in_reading(const SNode& cmd, Known head) {
         case Known::GetModel:
         case Known::GetInfo:
         case Known::GetValue:
+        case Known::GetOption:
+        case Known::GetAssertions:
+        case Known::GetAssignment:
+        case Known::GetUnsatAssumptions:
             return true;
         case Known::Push:
         case Known::Pop:
@@ -366,8 +453,13 @@ void ScriptEngine::set_option() {
     std::string_view key = symbols_.name(item(1).symbol);
     const SNode& value = item(2);
     bool on = value.is_symbol(symbol_of(Known::True));
-    if (!on && !value.is_symbol(symbol_of(Known::False)) &&
-        (key == ":print-success" || key == ":produce-unsat-cores" || key == ":produce-models"))
+    const KnownOption* option = known_option(key);
+    // Declarations always follow push and pop here.
+    if (option == nullptr || (key == ":global-declarations" && on)) {
+        out_ << "unsupported\n";
+        return;
+    }
+    if (!on && !value.is_symbol(symbol_of(Known::False)) && option->boolean)
         fail(value.pos, "expected true or false");
     if (key == ":print-success") print_success_ = on;
     if (key == ":produce-unsat-cores") produce_cores_ = on;
@@ -379,7 +471,26 @@ void ScriptEngine::set_option() {
             std::chrono::milliseconds(std::stoll(std::string(tree_.text(value))));
         if (context_) context_->set_options(decide_options_);
     }
+    std::string text;
+    append_sexpr(text, tree_, items_[2], symbols_);
+    auto set = std::find_if(options_set_.begin(), options_set_.end(),
+                            [&](const auto& o) { return o.first == key; });
+    if (set == options_set_.end()) set = options_set_.insert(set, {std::string(key), {}});
+    set->second = std::move(text);
     success();
+}
+
+std::string ScriptEngine::option_value(std::string_view key) const {
+    for (const auto& [k, value] : options_set_)
+        if (k == key) return value;
+    const KnownOption* option = known_option(key);
+    return option == nullptr ? std::string() : std::string(option->initial);
+}
+
+void ScriptEngine::get_option() {
+    if (item(1).kind != SNode::Kind::Keyword) fail(item(1).pos, "expected (get-option :keyword)");
+    std::string value = option_value(symbols_.name(item(1).symbol));
+    out_ << (value.empty() ? "unsupported" : value) << "\n";
 }
 
 void ScriptEngine::get_info() {
@@ -402,9 +513,71 @@ void ScriptEngine::get_info() {
                       last_unknown_ == "interrupted" || last_unknown_ == "incomplete";
         out_ << "(:reason-unknown " << (symbol ? last_unknown_ : smt_string(last_unknown_))
              << ")\n";
+    } else if (key == ":assertion-stack-levels") {
+        out_ << "(:assertion-stack-levels " << levels_.size() << ")\n";
+    } else if (key == ":all-statistics") {
+        get_all_statistics();
     } else {
-        fail(item(1).pos, "unsupported info " + quoted(key));
+        out_ << "unsupported\n";
     }
+}
+
+void ScriptEngine::get_all_statistics() {
+    const smt::DecideStats& d = stats_.decide;
+    char time[32];
+    std::snprintf(time, sizeof time, "%.3f", stats_.solve_seconds);
+    out_ << "(:checks " << stats_.checks << " :decisions " << d.sat.decisions << " :conflicts "
+         << d.sat.conflicts + d.simplex.conflicts << " :propagations " << d.sat.propagations
+         << " :pivots " << d.simplex.pivots << " :branch-nodes " << d.branch.nodes
+         << " :disequality-splits " << d.splits << " :time " << time << ")\n";
+}
+
+// As z3 prints them: one list, an assertion a line.
+void ScriptEngine::get_assertions() {
+    std::string text = "(";
+    for (std::size_t i = 0; i < assertion_texts_.size(); ++i)
+        text += (i == 0 ? "" : "\n ") + assertion_texts_[i];
+    out_ << text << ")\n";
+}
+
+// The named formulas, in the order they were named, under the last model.
+void ScriptEngine::get_assignment(const SNode& cmd) {
+    if (!option_on(":produce-assignments"))
+        fail(cmd.pos, "assignments are not enabled: (set-option :produce-assignments true)");
+    need_last(lra::Result::Sat, cmd, "assignment");
+    assertions_->evaluate_model(last_.model);
+    std::string text = "(";
+    for (const Declared& d : declared_) {
+        const FormulaRef* named = terms_->named_formula(d.symbol);
+        int holds = named == nullptr ? -1 : assertions_->holds(*named);
+        if (holds < 0) continue;
+        text += text.size() == 1 ? "(" : " (";
+        smt::append_symbol(text, symbols_.name(d.symbol));
+        text += holds == 1 ? " true)" : " false)";
+    }
+    out_ << text << ")\n";
+}
+
+void ScriptEngine::get_unsat_assumptions(const SNode& cmd) {
+    if (!option_on(":produce-unsat-assumptions"))
+        fail(cmd.pos,
+             "unsat assumptions are not enabled: (set-option :produce-unsat-assumptions true)");
+    need_last(lra::Result::Unsat, cmd, "unsat assumptions");
+    std::string text = "(";
+    for (const std::string& a : unsat_assumptions_)
+        text += (text.size() == 1 ? "" : " ") + a;
+    out_ << text << ")\n";
+}
+
+void ScriptEngine::define_sort() {
+    sorts_->define(tree_, items_[1], items_[2], items_[3]);
+    success();
+}
+
+void ScriptEngine::declare_sort() {
+    if (reading_) fail(item(0).pos, "uninterpreted sorts are not supported");
+    sorts_->declare(tree_, items_[1], items_[2]);
+    success();
 }
 
 void ScriptEngine::fresh(const SNode& name) {
@@ -421,17 +594,15 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
-    bool boolean = sort.is_symbol(symbol_of(Known::Bool));
+    SortKind kind = sorts_->resolve(tree_, items_[params != nullptr ? 3 : 2]);
+    bool boolean = kind == SortKind::Bool;
     if (reading_ && boolean) fail(sort.pos, "unsupported sort (only Real and Int)");
-    smt::Sort s = boolean                                 ? smt::Sort::Bool
-                  : sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int
-                                                          : smt::Sort::Real;
-    if (!boolean && !sort.is_symbol(symbol_of(Known::Int)) &&
-        !sort.is_symbol(symbol_of(Known::Real)))
-        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
+    smt::Sort s = boolean                 ? smt::Sort::Bool
+                  : kind == SortKind::Int ? smt::Sort::Int
+                                          : smt::Sort::Real;
     int var = 0;
-    if (function) {
-        terms_->declare_function(name.symbol);
+    if (function || kind == SortKind::Uninterpreted) {
+        terms_->declare_function(name.symbol, !function);
     } else {
         var = problem_->variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
@@ -444,17 +615,12 @@ void ScriptEngine::define() {
     const SNode& name = item(1);
     fresh(name);
     if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
-    const SNode& sort = item(3);
-    bool formula = sort.is_symbol(symbol_of(Known::Bool));
-    if (!formula && !sort.is_symbol(symbol_of(Known::Real)) &&
-        !sort.is_symbol(symbol_of(Known::Int)))
-        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
+    SortKind kind = sorts_->resolve(tree_, items_[3]);
+    bool formula = kind == SortKind::Bool;
     if (item(2).size != 0)
-        terms_->define_function(name.symbol, tree_, items_[2], items_[4],
-                                sort.is_symbol(symbol_of(Known::Int)));
+        terms_->define_function(name.symbol, tree_, items_[2], items_[4], kind == SortKind::Int);
     else
-        terms_->define(name.symbol, tree_, items_[4], formula,
-                       sort.is_symbol(symbol_of(Known::Int)));
+        terms_->define(name.symbol, tree_, items_[4], formula, kind == SortKind::Int);
     keep_formulas_ = true;
     declared_.push_back({name.symbol, 0});
     success();
@@ -475,6 +641,11 @@ void ScriptEngine::assert_command() {
             }
     }
     FormulaRef root = terms_->formula(tree_, f);
+    // Every :named term, the top ones too, is a definition from now on.
+    std::vector<std::uint32_t> defined = terms_->take_names();
+    for (std::uint32_t n : defined)
+        if (std::find(names.begin(), names.end(), n) == names.end()) declared_.push_back({n, 0});
+    append_sexpr(assertion_texts_.emplace_back(), tree_, f, symbols_);
     for (std::uint32_t n : names) {
         // The name stands for the formula from now on (check-sat-assuming uses it).
         terms_->name(n, root);
@@ -485,7 +656,7 @@ void ScriptEngine::assert_command() {
     }
     bool encoded =
         (names.empty() || !produce_cores_ || reading_) && assertions_->assert_formula(root);
-    keep_formulas_ = encoded || !names.empty();
+    keep_formulas_ = encoded || !defined.empty();
     has_last_ = false;
     success();
 }
@@ -500,6 +671,14 @@ void ScriptEngine::check_sat_assuming() {
         for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
             assumed.push_back(terms_->formula(tree_, c));
         check_sat(assumed);
+        std::sort(used_assumptions_.begin(), used_assumptions_.end());
+        std::size_t i = 0, used = 0;
+        for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c), ++i) {
+            if (used == used_assumptions_.size() || used_assumptions_[used] != i) continue;
+            append_sexpr(unsat_assumptions_.emplace_back(), tree_, c, symbols_);
+            while (used < used_assumptions_.size() && used_assumptions_[used] == i)
+                ++used;
+        }
     } catch (...) {
         context_->pop(1);
         truncate(saved);
@@ -520,6 +699,8 @@ void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
     for (FormulaRef f : assumed)
         boolean = boolean || !assertions_->conjunctive(f);
     reached_.clear();
+    used_assumptions_.clear();
+    unsat_assumptions_.clear();
     literal_name_.clear();
     assumptions_.clear();
     atom_name_.clear();
@@ -541,8 +722,10 @@ void ScriptEngine::check_sat(std::span<const FormulaRef> assumed) {
             assertions_->commit_atoms(n.formula);
             atom_name_.resize(problem_->atoms.size(), n.name);
         }
-        for (FormulaRef f : assumed)
-            assertions_->commit_atoms(f);
+        for (std::size_t i = 0; i < assumed.size(); ++i) {
+            assertions_->commit_atoms(assumed[i]);
+            atom_name_.resize(problem_->atoms.size(), assumption_tag(i));
+        }
         atom_name_.resize(problem_->atoms.size(), -1);
         decide({}, assumed);
     } catch (...) {
@@ -599,13 +782,22 @@ void ScriptEngine::decide(std::span<const smt::Literal> assumptions,
         std::sort(failed.begin(), failed.end());
         for (const auto& [lit, name] : literal_name_)
             if (std::binary_search(failed.begin(), failed.end(), lit)) core_.push_back(name);
+        for (std::size_t i = 0; i < assumed.size(); ++i)
+            if (std::binary_search(failed.begin(), failed.end(),
+                                   assumptions[assumptions.size() - assumed.size() + i]))
+                used_assumptions_.push_back(i);
         // Named atoms asserted on a level of their own, no assumptions: all of them.
         for (std::int32_t name : atom_name_)
-            if (name >= 0) core_.push_back(name);
+            if (name >= 0)
+                core_.push_back(name);
+            else if (name < -1)
+                used_assumptions_.push_back(assumption_of(name));
     } else if (last_.result == lra::Result::Unsat) {
         auto use = [&](std::size_t atom) {
             if (atom < atom_name_.size() && atom_name_[atom] >= 0)
                 core_.push_back(atom_name_[atom]);
+            else if (atom < atom_name_.size() && atom_name_[atom] < -1)
+                used_assumptions_.push_back(assumption_of(atom_name_[atom]));
         };
         for (const smt::ProofStep& step : last_.proof) {
             for (const smt::FarkasEntry& e : step.farkas)
@@ -822,6 +1014,8 @@ void ScriptEngine::truncate(const Level& level) {
     objectives_.resize(std::min(objectives_.size(), level.objectives));
     drop_formulas(level.dag);
     assertions_->truncate(level.encoded);
+    sorts_->truncate(level.sorts);
+    assertion_texts_.resize(std::min(assertion_texts_.size(), level.assertion_texts));
 }
 
 // Level 0's declarations and definitions stay; its assertions go too, and a context never
@@ -837,6 +1031,7 @@ void ScriptEngine::reset_assertions() {
     problem_->boolean.truncate(0, 0);
     named_.clear();
     objectives_.clear();
+    assertion_texts_.clear();
     assertions_->clear();
     context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
     context_boolean_ = false;
@@ -854,6 +1049,9 @@ void ScriptEngine::reset() {
     terms_.reset();
     problem_ = std::make_unique<smt::Problem>(smt::NameSyntax::SmtLib);
     terms_ = std::make_unique<TermEvaluator>(*problem_, symbols_, !reading_);
+    sorts_ = std::make_unique<SortTable>(symbols_);
+    options_set_.clear();
+    assertion_texts_.clear();
     assertions_ = std::make_unique<AssertionEncoder>(*problem_, terms_->dag(), !reading_);
     if (!reading_) context_ = std::make_unique<smt::Context>(*problem_, decide_options_);
     context_boolean_ = false;

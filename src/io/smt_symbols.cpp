@@ -64,7 +64,13 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "echo",
     "minimize",
     "maximize",
-    "get-objectives"};
+    "get-objectives",
+    "get-option",
+    "get-assertions",
+    "get-assignment",
+    "get-unsat-assumptions",
+    "define-sort",
+    "declare-sort"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

@@ -29,7 +29,8 @@ const char* refusal(Known head, bool lenient) {
         case Known::Abs:
         case Known::Div:
         case Known::Mod:
-            return "is not supported (terms are linear sums over the rationals)";
+            return lenient ? nullptr
+                           : "is not supported (terms are linear sums over the rationals)";
         case Known::Underscore:
         case Known::As:
             return "is not supported (no indexed or qualified identifiers)";
@@ -61,8 +62,8 @@ void TermEvaluator::declare_variable(std::uint32_t symbol, int var) {
     state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
 }
 
-void TermEvaluator::declare_function(std::uint32_t symbol) {
-    state(symbol).global = {Meaning::Function, 0};
+void TermEvaluator::declare_function(std::uint32_t symbol, bool uninterpreted_constant) {
+    state(symbol).global = {Meaning::Function, uninterpreted_constant ? 1U : 0U};
 }
 
 const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula,
@@ -212,9 +213,22 @@ void TermEvaluator::start_list(Id id) {
     switch (k) {
         case Known::Plus:
         case Known::Times:
+            at_least(1);  // (+ x) is x, as z3 reads it
+            return push_frame(id, args, list.end, Op::Arith, k);
         case Known::Divide:
             at_least(2);
             return push_frame(id, args, list.end, Op::Arith, k);
+        case Known::Div:
+            at_least(2);
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
+        case Known::Mod:
+            if (count != 2) fail(list.pos, "'mod' takes 2 arguments");
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
+        case Known::Abs:
+        case Known::ToInt:
+        case Known::IsInt:
+            if (count != 1) fail(list.pos, quoted(name(head.symbol)) + " takes 1 argument");
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
         case Known::Minus:
             at_least(1);
             return push_frame(id, args, list.end, Op::Arith, k);
@@ -322,9 +336,13 @@ void TermEvaluator::finish(Frame& f) {
             finish_let(f);
             break;
         case Op::Annotation:
+            finish_annotation(f);
             break;
         case Op::Call:
             finish_call(f);
+            break;
+        case Op::IntegerOp:
+            finish_integer_op(f);
             break;
     }
     top_ = f.base + 1;
@@ -550,6 +568,35 @@ void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::Line
     result.expr.set_variable(v);
 }
 
+// A name is a definition from where its term ends: later terms of the same command may use it.
+// Definitions' bodies name nothing: they are evaluated anew at every use.
+void TermEvaluator::finish_annotation(const Frame& f) {
+    if (tree_ != root_tree_) return;
+    const Value& value = values_[f.base];
+    for (Id a = f.end; a != node(f.node).end; a = tree_->next(a)) {
+        if (node(a).kind != SNode::Kind::Keyword || symbols_.name(node(a).symbol) != ":named")
+            continue;
+        Id next = tree_->next(a);
+        if (next == node(f.node).end || node(next).kind != SNode::Kind::Symbol)
+            fail(node(a).pos, "expected a symbol after :named");
+        std::uint32_t symbol = node(next).symbol;
+        if (is_known(symbol))
+            fail(node(next).pos, quoted(name(symbol)) + " is a predefined symbol");
+        if (is_defined(symbol))
+            fail(node(next).pos, "symbol " + quoted(name(symbol)) + " is already declared");
+        Meaning m{Meaning::Formula, value.formula, false, true};
+        if (value.unsupported) {
+            m = {Meaning::Unsupported, value.formula};
+        } else if (!value.is_formula) {
+            m = {Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
+                 value.real};
+            defined_terms_.emplace_back().add(value.expr, QNumber(1));
+        }
+        state(symbol).global = m;
+        new_names_.push_back(symbol);
+    }
+}
+
 void TermEvaluator::finish_let(const Frame& f) {
     values_[f.base].expr.swap(values_[top_ - 1].expr);
     values_[f.base].formula = values_[top_ - 1].formula;
@@ -637,7 +684,9 @@ void TermEvaluator::push_symbol(const SNode& node) {
             fail(node.pos, quoted(symbols_.name(node.symbol)) + " takes arguments");
         case Meaning::Function:
             return outside(value,
-                           "the uninterpreted function " + quoted(symbols_.name(node.symbol)),
+                           (m.index == 1 ? "the constant " : "the uninterpreted function ") +
+                               quoted(symbols_.name(node.symbol)) +
+                               (m.index == 1 ? " of an uninterpreted sort" : ""),
                            node.pos);
         case Meaning::None:
             break;

@@ -70,6 +70,12 @@ enum class Known : std::uint32_t {
     Minimize,
     Maximize,
     GetObjectives,
+    GetOption,
+    GetAssertions,
+    GetAssignment,
+    GetUnsatAssumptions,
+    DefineSort,
+    DeclareSort,
     Count
 };
 

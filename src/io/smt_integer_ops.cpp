@@ -1,0 +1,119 @@
+// div, mod, abs, to_int and is_int of the lenient evaluator (smt_terms.h), each reduced exactly
+// to linear atoms: abs to an ite, the others to a Euclidean quotient over a fresh Int variable
+// whose definition follows every atom that mentions it (formula_dag.h).
+
+#include <gmp.h>
+
+#include <string>
+
+#include "vorn/io/numbers.h"
+#include "vorn/io/smt_terms.h"
+
+namespace vorn::io {
+
+QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {
+    QNumber ratio = dividend / divisor;
+    mpq_t q;
+    mpz_t z;
+    mpq_init(q);
+    mpz_init(z);
+    ratio.get_mpq(q);
+    // The remainder dividend − divisor·quotient lies in [0, |divisor|).
+    (divisor.sign() > 0 ? mpz_fdiv_q : mpz_cdiv_q)(z, mpq_numref(q), mpq_denref(q));
+    mpq_set_z(q, z);
+    QNumber out(q);
+    mpz_clear(z);
+    mpq_clear(q);
+    return out;
+}
+
+void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
+                             smt::SourcePos pos) {
+    if (dividend.is_constant()) {
+        QNumber q = euclidean_quotient(dividend.constant_value(), divisor);
+        result.expr.set_constant(q);
+        return;
+    }
+    int q = problem_.variables.add("div@" + std::to_string(++lifted_names_), smt::Sort::Int, pos);
+    std::uint32_t dividend_term = problem_.add_term(dividend);
+    scratch_.set_constant(divisor);
+    std::uint32_t divisor_term = problem_.add_term(scratch_);
+    // 0 <= t − d·q, and t − d·q − |d| < 0.
+    scratch_.clear();
+    scratch_.add(dividend, QNumber(1));
+    scratch_.add_entry(q, -divisor);
+    FormulaId bounds[2];
+    bounds[0] = new_atom(smt::Relation::Ge, problem_.add_term(scratch_), 1, pos);
+    scratch_.add_entry(0, divisor.sign() > 0 ? -divisor : divisor);
+    bounds[1] = new_atom(smt::Relation::Lt, problem_.add_term(scratch_), 1, pos);
+    dag_.lift({q, 0, dividend_term, divisor_term, new_node(FormulaNode::And, bounds, pos),
+               LiftedIte::Quotient});
+    result.expr.set_variable(q);
+}
+
+// A divisor must be a nonzero constant: any other is outside the fragment, never an error, so
+// that the assertion stays and check-sat answers unknown.
+void TermEvaluator::finish_integer_op(const Frame& f) {
+    if (propagate_unsupported(f)) return;
+    expect_kind(f, false);
+    Value& result = values_[f.base];
+    smt::SourcePos pos = node(f.node).pos;
+    std::string op = f.head == Known::Div ? "'div'" : "'mod'";
+    for (std::size_t i = f.base + 1; i < top_; ++i) {
+        if (!values_[i].expr.is_constant())
+            return outside(result, op + " by a non-constant term", arg_pos(f, i - f.base));
+        if (values_[i].expr.constant_value().is_zero())
+            return outside(result, op + " by zero", arg_pos(f, i - f.base));
+    }
+    switch (f.head) {
+        case Known::Div:
+            for (std::size_t i = f.base + 1; i < top_; ++i)
+                quotient(result, result.expr, values_[i].expr.constant_value(), pos);
+            result.real = false;
+            break;
+        case Known::Mod: {  // t − d·(div t d)
+            QNumber divisor = values_[f.base + 1].expr.constant_value();
+            negated_.clear();
+            negated_.add(result.expr, QNumber(1));
+            quotient(result, negated_, divisor, pos);
+            result.expr.scale(-divisor);
+            result.expr.add(negated_, QNumber(1));
+            result.real = false;
+            break;
+        }
+        case Known::Abs: {
+            if (result.expr.is_constant()) {
+                if (result.expr.constant_value().sign() < 0) result.expr.scale(QNumber(-1));
+                break;
+            }
+            FormulaId nonnegative =
+                new_atom(smt::Relation::Ge, problem_.add_term(result.expr), 1, pos);
+            negated_.clear();
+            negated_.add(result.expr, QNumber(-1));
+            lift_ite(result, nonnegative, result.expr, negated_, result.real, pos);
+            break;
+        }
+        case Known::ToInt:
+            quotient(result, result.expr, QNumber(1), pos);
+            result.real = false;
+            break;
+        default: {  // is_int: t = to_int t
+            negated_.clear();
+            negated_.add(result.expr, QNumber(1));
+            quotient(result, negated_, QNumber(1), pos);
+            negated_.add(result.expr, QNumber(-1));
+            if (negated_.is_constant()) {
+                result.formula = negated_.constant_value().is_zero() ? 0 : 1;
+            } else {
+                result.formula = new_atom(smt::Relation::Eq, problem_.add_term(negated_), 1, pos);
+            }
+            result.is_formula = true;
+            break;
+        }
+    }
+    if (result.expr.has_big_coefficient())
+        for (const auto& e : result.expr.entries())
+            check_number_size(e.coeff, pos);
+}
+
+}  // namespace vorn::io
