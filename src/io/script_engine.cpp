@@ -540,10 +540,9 @@ void ScriptEngine::get_assertions() {
     out_ << text << ")\n";
 }
 
-// The named formulas, in the order they were named, under the last model.
+// The named formulas, in the order they were named, under the last model. As in z3, it does
+// not need :produce-assignments, which asks for nothing that a check-sat would not keep.
 void ScriptEngine::get_assignment(const SNode& cmd) {
-    if (!option_on(":produce-assignments"))
-        fail(cmd.pos, "assignments are not enabled: (set-option :produce-assignments true)");
     need_last(lra::Result::Sat, cmd, "assignment");
     assertions_->evaluate_model(last_.model);
     std::string text = "(";
