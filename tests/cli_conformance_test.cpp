@@ -85,6 +85,13 @@ const ScriptCase kScripts[] = {
      "(- 2)) 1) ((div 7 (- 2)) (- 3)) ((to_int (- (/ 1 2))) (- 1)) ((is_int 2.0) true))\n"
      "unsat\nunknown\n(:reason-unknown \"s.smt2:7:19: 'mod' by a non-constant term is outside "
      "the linear fragment\")\nunsat\n"},
+    {"recursive definitions are functions outside the fragment",
+     R"((declare-const x Int)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))
+(define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))
+(ite (= n 0) false (ev (- n 1)))))(assert (or (ev x) (= (fact 3) x)))(check-sat)
+(get-info :reason-unknown)(assert (> x 1))(assert (< x 0))(check-sat)(define-fun-rec od () Int 1))",
+     "unknown\n(:reason-unknown \"s.smt2:3:48: the uninterpreted function 'ev' is outside the "
+     "linear fragment\")\nunsat\n(error \"s.smt2:4:86: symbol 'od' is already declared\")\n"},
     {"what other solvers' scripts are made of",
      R"((set-info :status sat)(set-option :produce-models false)(set-logic QF_LRA)
 (declare-fun p () Bool)(declare-fun |x y| () Real)(assert true) ; comment (assert false)

@@ -169,6 +169,7 @@ class ScriptEngine {
     void get_unsat_assumptions(const SNode& cmd);
     void define_sort();
     void declare_sort();
+    void define_recursive(Known command);
     void declare(const SNode& name, const SNode* params, const SNode& sort);
     void define();
     void fresh(const SNode& name);
@@ -396,6 +397,14 @@ bool ScriptEngine::command(Id id) {
             expect_arity(cmd, 3);
             declare_sort();
             return true;
+        case Known::DefineFunRec:
+            expect_arity(cmd, 5);
+            define_recursive(k);
+            return true;
+        case Known::DefineFunsRec:
+            expect_arity(cmd, 3);
+            define_recursive(k);
+            return true;
         default:
             fail(head.pos, "unknown command " + quoted(name(head.symbol)));
     }
@@ -570,6 +579,30 @@ void ScriptEngine::get_unsat_assumptions(const SNode& cmd) {
 
 void ScriptEngine::define_sort() {
     sorts_->define(tree_, items_[1], items_[2], items_[3]);
+    success();
+}
+
+// Recursive definitions are declared as functions: outside the fragment wherever they are used,
+// so that check-sat answers unknown rather than without them.
+void ScriptEngine::define_recursive(Known command) {
+    if (reading_) fail(item(0).pos, "recursive definitions are not supported");
+    std::vector<Id> names;
+    if (command == Known::DefineFunRec) {
+        names.push_back(items_[1]);
+    } else {
+        if (!item(1).is_list()) fail(item(1).pos, "expected a list of function declarations");
+        for (Id d = tree_.first(items_[1]); d != tree_.end(items_[1]); d = tree_.next(d)) {
+            if (!tree_[d].is_list() || tree_[d].size != 3)
+                fail(tree_[d].pos, "expected (name (params) sort)");
+            names.push_back(tree_.first(d));
+        }
+    }
+    for (Id n : names)
+        fresh(tree_[n]);
+    for (Id n : names) {
+        terms_->declare_function(tree_[n].symbol);
+        declared_.push_back({tree_[n].symbol, 0});
+    }
     success();
 }
 

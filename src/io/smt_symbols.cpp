@@ -70,7 +70,9 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "get-assignment",
     "get-unsat-assumptions",
     "define-sort",
-    "declare-sort"};
+    "declare-sort",
+    "define-fun-rec",
+    "define-funs-rec"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

@@ -76,6 +76,8 @@ enum class Known : std::uint32_t {
     GetUnsatAssumptions,
     DefineSort,
     DeclareSort,
+    DefineFunRec,
+    DefineFunsRec,
     Count
 };
 
