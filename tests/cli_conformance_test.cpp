@@ -85,6 +85,10 @@ const ScriptCase kScripts[] = {
      "(- 2)) 1) ((div 7 (- 2)) (- 3)) ((to_int (- (/ 1 2))) (- 1)) ((is_int 2.0) true))\n"
      "unsat\nunknown\n(:reason-unknown \"s.smt2:7:19: 'mod' by a non-constant term is outside "
      "the linear fragment\")\nunsat\n"},
+    {"quotient definitions are atoms: a conjunction stays one, off its lattice",
+     R"((declare-const x Int)(declare-const y Int)(assert (= (div x 3) (/ x 3)))
+(assert (< (+ (* (- 3) y) x) 0))(assert (is_int (/ (+ x y) 2)))(check-sat)(get-value (x y)))",
+     "sat\n((x 0) (y 2))\n"},
     {"recursive definitions are functions outside the fragment",
      R"((declare-const x Int)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))
 (define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))

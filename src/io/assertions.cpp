@@ -294,11 +294,18 @@ void AssertionEncoder::need_definitions(const smt::Atom& atom) {
 }
 
 // A definition is asserted on the level where an atom first needed it; what it reaches outside
-// the fragment counts as asserted there.
+// the fragment counts as asserted there. A quotient's definition is a conjunction of two atoms:
+// they join the problem's atoms, so that a conjunction stays one for the conjunctive decider.
 void AssertionEncoder::assert_definitions() {
     while (!pending_sides_.empty()) {
-        FormulaRef definition = dag_.lifted()[pending_sides_.back()].definition;
+        const LiftedIte& lifted = dag_.lifted()[pending_sides_.back()];
+        FormulaRef definition = lifted.definition;
         pending_sides_.pop_back();
+        if (lifted.kind == LiftedIte::Quotient) {
+            for (FormulaRef bound : dag_.children(dag_[definition]))
+                commit_literal(bound);
+            continue;
+        }
         encode(definition / 2);
         if (std::uint32_t u = unsup_[definition / 2])
             unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
