@@ -14,7 +14,8 @@
 //
 // Sorts: a term is Int when its numbers are numerals and its variables Int, and Real when a
 // decimal, a Real variable, `/` or `to_real` occurs in it (Int and Real mix as in z3); a
-// definition of sort Int with a Real body and `to_real` of a Real term are errors.
+// definition of sort Int with a Real body is an error, and so is `to_real` of a Real term in a
+// strict evaluator (a lenient one reads it as the term, as z3 does).
 //
 // Supported: numerals, decimals, declared constants, + - * / (by constants) to_real, let, !
 // (a :named term defines its name, as a 0-ary definition, once the command succeeds: see
