@@ -170,6 +170,7 @@ class ScriptEngine {
     void define_sort();
     void declare_sort();
     void define_recursive(Known command);
+    void define_const();
     void declare(const SNode& name, const SNode* params, const SNode& sort);
     void define();
     void fresh(const SNode& name);
@@ -405,6 +406,10 @@ bool ScriptEngine::command(Id id) {
             expect_arity(cmd, 3);
             define_recursive(k);
             return true;
+        case Known::DefineConst:
+            expect_arity(cmd, 4);
+            define_const();
+            return true;
         default:
             fail(head.pos, "unknown command " + quoted(name(head.symbol)));
     }
@@ -463,8 +468,8 @@ void ScriptEngine::set_option() {
     const SNode& value = item(2);
     bool on = value.is_symbol(symbol_of(Known::True));
     const KnownOption* option = known_option(key);
-    // Declarations always follow push and pop here.
-    if (option == nullptr || (key == ":global-declarations" && on)) {
+    // Declarations always follow push and pop here, and proofs are certificates (--certificate).
+    if (option == nullptr || ((key == ":global-declarations" || key == ":produce-proofs") && on)) {
         out_ << "unsupported\n";
         return;
     }
@@ -655,6 +660,16 @@ void ScriptEngine::define() {
         terms_->define(name.symbol, tree_, items_[4], formula, kind == SortKind::Int);
     keep_formulas_ = true;
     declared_.push_back({name.symbol, 0});
+    success();
+}
+
+// (define-const name sort term), as z3 reads it: (define-fun name () sort term).
+void ScriptEngine::define_const() {
+    fresh(item(1));
+    SortKind kind = sorts_->resolve(tree_, items_[2]);
+    terms_->define(item(1).symbol, tree_, items_[3], kind == SortKind::Bool, kind == SortKind::Int);
+    keep_formulas_ = true;
+    declared_.push_back({item(1).symbol, 0});
     success();
 }
 

@@ -72,7 +72,8 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "define-sort",
     "declare-sort",
     "define-fun-rec",
-    "define-funs-rec"};
+    "define-funs-rec",
+    "define-const"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

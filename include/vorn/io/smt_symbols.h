@@ -78,6 +78,7 @@ enum class Known : std::uint32_t {
     DeclareSort,
     DefineFunRec,
     DefineFunsRec,
+    DefineConst,
     Count
 };
 
