@@ -89,10 +89,13 @@ const ScriptCase kScripts[] = {
      R"((declare-const x Int)(declare-const y Int)(assert (= (div x 3) (/ x 3)))
 (assert (< (+ (* (- 3) y) x) 0))(assert (is_int (/ (+ x y) 2)))(check-sat)(get-value (x y)))",
      "sat\n((x 0) (y 2))\n"},
-    {"define-const, and options that vorn cannot honour",
+    {"define-const, options that vorn cannot honour, parameters of unknown sorts",
      R"((declare-const x Int)(define-const c Int (+ x 1))(define-const b Bool (> c 3))(assert b)
-(assert (< x 3))(check-sat)(set-option :produce-proofs true)(get-option :produce-proofs))",
-     "unsat\nunsupported\nfalse\n"},
+(assert (< x 3))(check-sat)(set-option :produce-proofs true)(get-option :produce-proofs)
+(declare-fun g (Int Foo) Real)(define-fun k ((a Bar)) Int 1))",
+     "unsat\nunsupported\nfalse\n(error \"s.smt2:3:21: unsupported sort 'Foo' (only Real, Int, "
+     "Bool and declared sorts)\")\n(error \"s.smt2:3:49: unsupported sort 'Bar' (only Real, Int, "
+     "Bool and declared sorts)\")\n"},
     {"recursive definitions are functions outside the fragment",
      R"((declare-const x Int)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))
 (define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))

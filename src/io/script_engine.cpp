@@ -631,6 +631,9 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
+    if (function)
+        for (Id p = tree_.first(items_[2]); p != tree_.end(items_[2]); p = tree_.next(p))
+            (void)sorts_->resolve(tree_, p);
     SortKind kind = sorts_->resolve(tree_, items_[params != nullptr ? 3 : 2]);
     bool boolean = kind == SortKind::Bool;
     if (reading_ && boolean) fail(sort.pos, "unsupported sort (only Real and Int)");
@@ -652,6 +655,9 @@ void ScriptEngine::define() {
     const SNode& name = item(1);
     fresh(name);
     if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
+    for (Id p = tree_.first(items_[2]); p != tree_.end(items_[2]); p = tree_.next(p))
+        if (tree_[p].is_list() && tree_[p].size == 2)
+            (void)sorts_->resolve(tree_, tree_.next(tree_.first(p)));
     SortKind kind = sorts_->resolve(tree_, items_[3]);
     bool formula = kind == SortKind::Bool;
     if (item(2).size != 0)
