@@ -1,6 +1,7 @@
 #include "vorn/io/script_engine.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <ostream>
 #include <span>
