@@ -54,7 +54,7 @@ const ScriptCase kScripts[] = {
      R"((set-option :print-success true)(get-option :print-success)(set-option :print-success false)
 (set-option :frobnicate 1)(get-option :frobnicate)(get-option :produce-models)
 (set-option :random-seed 7)(get-option :random-seed)(set-option :produce-models 1)
-(set-option :global-declarations true)(get-info :assertion-stack-levels)(push 2)
+(set-option :produce-proofs true)(get-info :assertion-stack-levels)(push 2)
 (get-info :assertion-stack-levels)(get-info :frobnicate)(set-option :print-success true)
 (declare-const x Real)(assert (> x 1))(assert (< x  3))(get-assertions)(pop 1)(get-assertions)
 (reset)(get-option :random-seed)(set-option :print-success true)(exit))",
@@ -96,6 +96,15 @@ const ScriptCase kScripts[] = {
      "unsat\nunsupported\nfalse\n(error \"s.smt2:3:21: unsupported sort 'Foo' (only Real, Int, "
      "Bool and declared sorts)\")\n(error \"s.smt2:3:49: unsupported sort 'Bar' (only Real, Int, "
      "Bool and declared sorts)\")\n"},
+    {"global declarations and definitions outlive their pop; :named terms do not",
+     R"((set-option :global-declarations true)(declare-const x Int)(push 1)(declare-const y Int)
+(define-fun b () Bool (> y (ite (> x 0) x 3)))(define-fun t () Int (+ y (div x 2)))
+(define-const c Int (* 2 t))(define-fun f ((a Int)) Int (+ a y))(define-sort R () Real)
+(assert b)(assert (! (> x 100) :named n))(check-sat)(pop 1)(declare-const r R)
+(assert (and b (= t 5) (= c 10) (= (f 1) 5) (> x 0)))(check-sat)(get-value (x y t c b))
+(assert n)(reset)(declare-const x Int)(push 1)(declare-const y Int)(pop 1)(assert (> y 0)))",
+     "sat\nsat\n((x 2) (y 4) (t 5) (c 10) (b true))\n(error \"s.smt2:6:9: undeclared symbol "
+     "'n'\")\n(error \"s.smt2:6:86: undeclared symbol 'y'\")\n"},
     {"recursive definitions are functions outside the fragment",
      R"((declare-const x Int)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))
 (define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))

@@ -78,6 +78,8 @@ struct Named {
 struct Declared {
     std::uint32_t symbol;
     int var;  // 0: not a variable (a definition, a Boolean or a function)
+    // Kept by pops under :global-declarations: its meaning refers to no formula of the DAG.
+    bool may_be_global = false;
 };
 
 // Checking runs every command and answers it, an error being the answer. Reading collects the
@@ -469,8 +471,8 @@ void ScriptEngine::set_option() {
     const SNode& value = item(2);
     bool on = value.is_symbol(symbol_of(Known::True));
     const KnownOption* option = known_option(key);
-    // Declarations always follow push and pop here, and proofs are certificates (--certificate).
-    if (option == nullptr || ((key == ":global-declarations" || key == ":produce-proofs") && on)) {
+    // Proofs are certificates here (--certificate).
+    if (option == nullptr || (key == ":produce-proofs" && on)) {
         out_ << "unsupported\n";
         return;
     }
@@ -607,7 +609,7 @@ void ScriptEngine::define_recursive(Known command) {
         fresh(tree_[n]);
     for (Id n : names) {
         terms_->declare_function(tree_[n].symbol);
-        declared_.push_back({tree_[n].symbol, 0});
+        declared_.push_back({tree_[n].symbol, 0, true});
     }
     success();
 }
@@ -648,7 +650,7 @@ void ScriptEngine::declare(const SNode& name, const SNode* params, const SNode& 
         var = problem_->variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
     }
-    declared_.push_back({name.symbol, var});
+    declared_.push_back({name.symbol, var, true});
     success();
 }
 
@@ -661,12 +663,15 @@ void ScriptEngine::define() {
             (void)sorts_->resolve(tree_, tree_.next(tree_.first(p)));
     SortKind kind = sorts_->resolve(tree_, items_[3]);
     bool formula = kind == SortKind::Bool;
-    if (item(2).size != 0)
+    // A global definition outlives the formulas of its level: its body is kept and evaluated at
+    // each use, as one with parameters.
+    bool global = option_on(":global-declarations");
+    if (item(2).size != 0 || global)
         terms_->define_function(name.symbol, tree_, items_[2], items_[4], kind == SortKind::Int);
     else
         terms_->define(name.symbol, tree_, items_[4], formula, kind == SortKind::Int);
     keep_formulas_ = true;
-    declared_.push_back({name.symbol, 0});
+    declared_.push_back({name.symbol, 0, item(2).size != 0 || global});
     success();
 }
 
@@ -674,9 +679,14 @@ void ScriptEngine::define() {
 void ScriptEngine::define_const() {
     fresh(item(1));
     SortKind kind = sorts_->resolve(tree_, items_[2]);
-    terms_->define(item(1).symbol, tree_, items_[3], kind == SortKind::Bool, kind == SortKind::Int);
+    bool global = option_on(":global-declarations");
+    if (global)
+        terms_->define_function(item(1).symbol, tree_, 0, items_[3], kind == SortKind::Int);
+    else
+        terms_->define(item(1).symbol, tree_, items_[3], kind == SortKind::Bool,
+                       kind == SortKind::Int);
     keep_formulas_ = true;
-    declared_.push_back({item(1).symbol, 0});
+    declared_.push_back({item(1).symbol, 0, global});
     success();
 }
 
@@ -1061,14 +1071,20 @@ void ScriptEngine::pop(const SNode& cmd) {
 // After the context popped back to `level`.
 void ScriptEngine::truncate(const Level& level) {
     problem_->atoms.resize(level.atoms);
-    for (std::size_t i = level.declared; i < declared_.size(); ++i)
-        terms_->forget(declared_[i].symbol);
-    declared_.resize(level.declared);
+    bool global = option_on(":global-declarations");
+    std::size_t kept = level.declared;
+    for (std::size_t i = level.declared; i < declared_.size(); ++i) {
+        if (global && declared_[i].may_be_global)
+            declared_[kept++] = declared_[i];
+        else
+            terms_->forget(declared_[i].symbol);
+    }
+    declared_.resize(kept);
     named_.resize(std::min(named_.size(), level.named));
     objectives_.resize(std::min(objectives_.size(), level.objectives));
     drop_formulas(level.dag);
     assertions_->truncate(level.encoded);
-    sorts_->truncate(level.sorts);
+    if (!global) sorts_->truncate(level.sorts);
     assertion_texts_.resize(std::min(assertion_texts_.size(), level.assertion_texts));
 }
 

@@ -79,7 +79,8 @@ const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id no
 void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params, Id body,
                                     bool int_sort) {
     Function f{tree.copy_of(body), {}, int_sort};
-    for (Id p = tree.first(params); p != tree.end(params); p = tree.next(p)) {
+    for (Id p = params == 0 ? 0 : tree.first(params); p != (params == 0 ? 0 : tree.end(params));
+         p = tree.next(p)) {
         if (!tree[p].is_list() || tree[p].size != 2 ||
             tree[tree.first(p)].kind != SNode::Kind::Symbol)
             fail(tree[p].pos, "malformed parameter: expected (name smt::Sort)");
@@ -161,6 +162,12 @@ void TermEvaluator::start(Id id) {
             return;
         }
         case SNode::Kind::Symbol:
+            if (Meaning m = meaning(n.symbol);
+                m.kind == Meaning::Macro && functions_[m.index].params.empty()) {
+                push_frame(id, tree_->next(id), tree_->next(id), Op::Call, Known::Count);
+                frames_.back().function = m.index;
+                return;
+            }
             return push_symbol(n);
         case SNode::Kind::String:
             fail(n.pos, "expected a term, found a string literal");
@@ -635,9 +642,10 @@ void TermEvaluator::finish_call(Frame& f) {
     Value& result = values_[f.base];
     if (result.is_formula || result.unsupported) return;
     bool int_sort = functions_[f.function].int_sort;
+    const SNode& head = node(f.node).is_list() ? node(tree_->first(f.node)) : node(f.node);
     if (int_sort && result.real)
-        fail(node(f.node).pos, quoted(name(node(tree_->first(f.node)).symbol)) +
-                                   " is of sort Int, its body a Real term here");
+        fail(node(f.node).pos,
+             quoted(name(head.symbol)) + " is of sort Int, its body a Real term here");
     result.real = !int_sort;
 }
 

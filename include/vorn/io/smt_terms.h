@@ -87,8 +87,9 @@ class TermEvaluator {
     void name(std::uint32_t symbol, FormulaRef ref) {
         state(symbol).global = {Meaning::Formula, ref, false, true};
     }
-    // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
-    // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
+    // A define-fun with parameters ((name Sort) ...), or none when `params` is 0: its body is
+    // kept and evaluated at every use with the parameters bound to the arguments' values, out of
+    // reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
                          SExprTree::Id body, bool int_sort = false);
     // The formulas built so far; the caller marks and truncates it.
