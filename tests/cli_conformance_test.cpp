@@ -42,14 +42,16 @@ const ScriptCase kScripts[] = {
 (check-sat)(get-value (r i j))(declare-sort U 0)(declare-sort V 1)(declare-const u U)
 (declare-const v U)(push 1)(define-sort W () U)(declare-const w W)(assert (or (= u v) (= w u)))
 (check-sat)(get-info :reason-unknown)(assert (< r 0 r))(check-sat)(pop 1)(declare-const w W)
-(declare-const k (Id Int Int))(define-sort U () Int)(define-sort S (X X) X))",
+(declare-const k (Id Int Int))(define-sort U () Int)(define-sort S (X X) X)
+(declare-const h (Id (Int))))",
      "sat\n((r 0.0) (i (- 1)) (j 0))\n(error \"s.smt2:4:65: sorts with parameters are not "
      "supported (only declare-sort of arity 0)\")\nunknown\n(:reason-unknown \"s.smt2:5:82: the "
      "constant 'u' of an uninterpreted sort is outside the linear fragment\")\nunsat\n"
      "(error \"s.smt2:6:91: unsupported sort 'W' (only Real, Int, Bool and declared sorts)\")\n"
      "(error \"s.smt2:7:18: sort 'Id' takes 1 parameter\")\n"
      "(error \"s.smt2:7:44: sort 'U' is already declared\")\n"
-     "(error \"s.smt2:7:71: 'X' is a parameter twice\")\n"},
+     "(error \"s.smt2:7:71: 'X' is a parameter twice\")\n"
+     "(error \"s.smt2:8:22: sort 'Int' takes 0 parameters\")\n"},
     {"options, print-success, stack levels and assertions",
      R"((set-option :print-success true)(get-option :print-success)(set-option :print-success false)
 (set-option :frobnicate 1)(get-option :frobnicate)(get-option :produce-models)

@@ -69,12 +69,17 @@ SortKind SortTable::resolve(const SExprTree& tree, SExprTree::Id id,
     const SNode& head = n.is_list() && n.size > 0 ? tree[tree.first(id)] : n;
     if (head.kind != SNode::Kind::Symbol) fail(n.pos, "expected a sort");
     std::size_t args = n.is_list() ? n.size - 1 : 0;
-    if (!n.is_list()) {
+    bool simple = head.is_symbol(symbol_of(Known::Bool)) || head.is_symbol(symbol_of(Known::Int)) ||
+                  head.is_symbol(symbol_of(Known::Real));
+    for (const Binding& b : env)
+        simple = simple || b.symbol == head.symbol;
+    if (simple && n.is_list())
+        fail(n.pos, "sort " + quoted(symbols_.name(head.symbol)) + " takes 0 parameters");
+    if (simple) {
         for (std::size_t i = env.size(); i-- > 0;)
             if (env[i].symbol == head.symbol) return env[i].kind;
         if (head.is_symbol(symbol_of(Known::Bool))) return SortKind::Bool;
-        if (head.is_symbol(symbol_of(Known::Int))) return SortKind::Int;
-        if (head.is_symbol(symbol_of(Known::Real))) return SortKind::Real;
+        return head.is_symbol(symbol_of(Known::Int)) ? SortKind::Int : SortKind::Real;
     }
     const Sort* s = find(head.symbol);
     if (s == nullptr)
