@@ -87,6 +87,16 @@ const ScriptCase kScripts[] = {
      "(- 2)) 1) ((div 7 (- 2)) (- 3)) ((to_int (- (/ 1 2))) (- 1)) ((is_int 2.0) true))\n"
      "unsat\nunknown\n(:reason-unknown \"s.smt2:7:19: 'mod' by a non-constant term is outside "
      "the linear fragment\")\nunsat\n"},
+    {"divisible by a numeral; other indexed heads are outside the fragment",
+     R"((declare-const x Int)(declare-const y Int)(assert ((_ divisible 3) x))
+(assert ((_ divisible 5) (+ x 1)))(assert (> x 0))(check-sat)
+(get-value (x ((_ divisible 6) x) ((_ divisible 4) 8)))(assert (not ((_ divisible 2) (* 2 y))))
+(check-sat)(reset)(declare-const x Int)(assert (= ((_ extract 1 0) x) 1))(check-sat)
+(get-info :reason-unknown)(assert ((_ divisible 0) x))(assert ((as f Int) 1))(assert (< x x))
+(check-sat))",
+     "sat\n((x 9) (((_ divisible 6) x) false) (((_ divisible 4) 8) true))\nunsat\nunknown\n"
+     "(:reason-unknown \"s.smt2:4:52: the indexed or qualified identifier is outside the linear "
+     "fragment\")\nunsat\n"},
     {"quotient definitions are atoms: a conjunction stays one, off its lattice",
      R"((declare-const x Int)(declare-const y Int)(assert (= (div x 3) (/ x 3)))
 (assert (< (+ (* (- 3) y) x) 0))(assert (is_int (/ (+ x y) 2)))(check-sat)(get-value (x y)))",

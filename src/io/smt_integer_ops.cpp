@@ -7,9 +7,18 @@
 #include <string>
 
 #include "vorn/io/numbers.h"
+#include "vorn/io/parse_error.h"
 #include "vorn/io/smt_terms.h"
 
 namespace vorn::io {
+
+namespace {
+
+[[noreturn]] void fail(smt::SourcePos pos, const std::string& message) {
+    throw ParseError(pos, message);
+}
+
+}  // namespace
 
 QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {
     QNumber ratio = dividend / divisor;
@@ -49,6 +58,23 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     dag_.lift({q, 0, dividend_term, divisor_term, new_node(FormulaNode::And, bounds, pos),
                LiftedIte::Quotient});
     result.expr.set_variable(q);
+}
+
+// ((_ divisible k) t) for a numeral k; any other indexed or qualified head (bit-vectors, arrays)
+// is outside the fragment, so that the assertion stays and check-sat answers unknown.
+void TermEvaluator::start_indexed(Id id) {
+    const SExprTree& tree = *tree_;
+    Id head = tree.first(id);
+    const SNode& h = tree[head];
+    if (!lenient_) fail(h.pos, "indexed and qualified identifiers are not supported");
+    bool divisible = h.size == 3 &&
+                     tree[tree.first(head)].is_symbol(symbol_of(Known::Underscore)) &&
+                     tree[tree.child(head, 1)].kind == SNode::Kind::Symbol &&
+                     symbols_.name(tree[tree.child(head, 1)].symbol) == "divisible" &&
+                     tree[tree.child(head, 2)].kind == SNode::Kind::Numeral;
+    if (!divisible) return outside(push_value(), "the indexed or qualified identifier", h.pos);
+    if (tree[id].size != 2) fail(tree[id].pos, "'divisible' takes 1 argument");
+    push_frame(id, tree.next(head), tree[id].end, Op::IntegerOp, Known::Underscore);
 }
 
 // A divisor must be a nonzero constant: any other is outside the fragment, never an error, so
@@ -97,11 +123,17 @@ void TermEvaluator::finish_integer_op(const Frame& f) {
             quotient(result, result.expr, QNumber(1), pos);
             result.real = false;
             break;
-        default: {  // is_int: t = to_int t
+        default: {  // is_int: t = to_int t; divisible by k: t = k·(div t k)
+            QNumber k(1);
+            if (f.head == Known::Underscore) {
+                const SNode& numeral = node(tree_->child(tree_->first(f.node), 2));
+                k = parse_number(tree_->text(numeral), numeral.pos);
+                if (k.is_zero()) return outside(result, "'divisible' by zero", numeral.pos);
+            }
             negated_.clear();
             negated_.add(result.expr, QNumber(1));
-            quotient(result, negated_, QNumber(1), pos);
-            negated_.add(result.expr, QNumber(-1));
+            quotient(result, negated_, k, pos);
+            negated_.add(result.expr, -k);
             if (negated_.is_constant()) {
                 result.formula = negated_.constant_value().is_zero() ? 0 : 1;
             } else {

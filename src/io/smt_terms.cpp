@@ -187,6 +187,7 @@ void TermEvaluator::start_list(Id id) {
     const SNode& head = tree[tree.first(id)];
     Id args = tree.next(tree.first(id));
     std::size_t count = list.size - 1;
+    if (head.kind == SNode::Kind::List) return start_indexed(id);
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
     if (!is_known(head.symbol)) {
         Meaning m = meaning(head.symbol);

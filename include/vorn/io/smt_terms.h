@@ -22,7 +22,7 @@
 // take_names), and, or, not, =>, true, false, = <= < >= > (chained), distinct. Lenient
 // evaluators (check) add Bool constants, xor, = and distinct between formulas, ite over formulas
 // and over terms (a fresh variable, formula_dag.h), abs (an ite), and div and mod by a nonzero
-// constant, to_int and is_int, each an exact quotient over a fresh Int variable
+// constant, to_int, is_int and (_ divisible k), each an exact quotient over a fresh Int variable
 // (smt_integer_ops.cpp); what lies outside (non-linear terms, other divisors, functions with
 // arguments, constants of uninterpreted sorts, quantifiers) becomes an Unsupported node that the
 // encoder reports, so that check-sat can answer unknown and name the construct. Strict
@@ -145,7 +145,7 @@ class TermEvaluator {
         Let,
         Annotation,
         Call,
-        IntegerOp  // div, mod, abs, to_int, is_int
+        IntegerOp  // div, mod, abs, to_int, is_int, (_ divisible k)
     };
     struct Frame {
         Id node;
@@ -187,7 +187,9 @@ class TermEvaluator {
     void finish_ite(const Frame& f);
     // Defines the names of the :named attributes of `f` as its value.
     void finish_annotation(const Frame& f);
-    // smt_integer_ops.cpp: div, mod, abs, to_int and is_int.
+    // smt_integer_ops.cpp: a list whose head is a list, ((_ divisible k) t) or outside.
+    void start_indexed(Id id);
+    // smt_integer_ops.cpp: div, mod, abs, to_int, is_int and divisible (head Underscore).
     void finish_integer_op(const Frame& f);
     // (div dividend divisor) into `result`: a constant when the dividend is one, else a fresh
     // Int variable with its definition (formula_dag.h).
