@@ -29,7 +29,7 @@ const char* const kVars[] = {"x", "y", "n"};  // Real, Real, Int (or all of one 
 const char* const kRelations[] = {"<=", "<", ">=", ">", "="};
 
 std::string term(Draw& d) {
-    unsigned kind = d.next(4);
+    unsigned kind = d.next(7);
     std::string x = kVars[d.next(3)], y = kVars[d.next(3)];
     std::string c = std::to_string(static_cast<int>(d.next(9)) - 4);
     if (c[0] == '-') c = "(- " + c.substr(1) + ")";
@@ -40,6 +40,15 @@ std::string term(Draw& d) {
             return "(- " + x + " " + y + ")";
         case 2:
             return "(+ (* " + std::to_string(d.next(3) + 1) + " " + x + ") " + y + ")";
+        case 4:
+            return "(abs (- " + x + " " + y + "))";
+        case 5:  // a quotient by a nonzero constant, a remainder, a floor
+        case 6: {
+            std::string k = std::to_string(d.next(3) + 2);
+            if (d.next(2) != 0) k = "(- " + k + ")";
+            std::string op = kind == 5 ? "div" : d.next(2) != 0 ? "mod" : "";
+            return op.empty() ? "(to_int " + x + ")" : "(" + op + " (to_int " + x + ") " + k + ")";
+        }
         default:
             return "(+ " + x + " " + c + ")";
     }

@@ -1,10 +1,9 @@
 // One solver kept across check-sats against a fresh solver for every check-sat: random scripts
 // with nested push/pop, names declared again after a pop with another sort, Int and Real atoms,
-// disequalities, Boolean connectives, ite terms and check-sat-assuming must get the same answers
-// both ways, every model and
-// proof checked exactly (--verify) on both sides and every certificate once more by
-// scripts/check_certificate.py. A verified model or proof makes each answer right, not only
-// equal.
+// disequalities, Boolean connectives, ite terms, quotients and check-sat-assuming must get the same
+// answers both ways, every model and proof checked exactly (--verify) on both sides and every
+// certificate once more by scripts/check_certificate.py. A verified model or proof makes each
+// answer right, not only equal.
 
 #include <gtest/gtest.h>
 
@@ -60,6 +59,9 @@ struct ScriptGenerator {
         for (int k = 0; k < 1 + pick(3); ++k) {
             std::string v = vars[pick(static_cast<int>(vars.size()))];
             if (pick(12) == 0) v = "(ite (< " + v + " 1) " + v + " 2)";
+            // Quotients: fresh variables whose definitions are atoms of the level that uses them.
+            if (pick(16) == 0)
+                v = std::string(pick(2) == 0 ? "(div" : "(mod") + " (to_int " + v + ") 3)";
             sum += " (* " + numeral(pick(5) - 2) + " " + v + ")";
         }
         sum += " 0)";

@@ -1,5 +1,7 @@
 #include "vorn/frontend/script_interpreter.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <ostream>
 #include <span>
@@ -8,6 +10,7 @@
 #include "vorn/io/interrupted.h"
 #include "vorn/io/parse_error.h"
 #include "vorn/io/sexpr.h"
+#include "vorn/io/smt_sorts.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/io/smt_terms.h"
 #include "vorn/io/smt_values.h"
@@ -26,9 +29,46 @@ using namespace io;
     throw ParseError(pos, message);
 }
 
+// What a push saves of the interpreter's own stacks (the engine keeps the solver's).
+struct Level {
+    std::size_t declared, sorts, assertion_texts;
+};
+
+// The options get-option knows, with their values before any set-option; the Boolean ones take
+// true or false.
+struct KnownOption {
+    std::string_view key, initial;
+    bool boolean;
+};
+constexpr KnownOption kKnownOptions[] = {
+    {":print-success", "false", true},
+    {":produce-models", "false", true},
+    {":produce-unsat-cores", "false", true},
+    {":produce-assignments", "false", true},
+    {":produce-unsat-assumptions", "false", true},
+    {":produce-assertions", "false", true},
+    {":produce-proofs", "false", true},
+    {":interactive-mode", "false", true},
+    {":global-declarations", "false", true},
+    {":random-seed", "0", false},
+    {":verbosity", "0", false},
+    {":reproducible-resource-limit", "0", false},
+    {":timeout", "0", false},
+    {":regular-output-channel", "\"stdout\"", false},
+    {":diagnostic-output-channel", "\"stderr\"", false},
+};
+
+const KnownOption* known_option(std::string_view key) {
+    for (const KnownOption& o : kKnownOptions)
+        if (o.key == key) return &o;
+    return nullptr;
+}
+
 struct Declared {
     std::uint32_t symbol;
     int var;  // 0: not a variable (a definition, a Boolean or a function)
+    // Kept by pops under :global-declarations: its meaning refers to no formula of the DAG.
+    bool may_be_global = false;
 };
 
 // Checking runs every command and answers it, an error being the answer. Reading collects the
@@ -108,7 +148,19 @@ class ScriptInterpreter {
     }
     void expect_arity(const SNode& cmd, std::size_t n);
     void set_option();
+    void get_option();
+    // The value of an option as set, or as it starts; empty for an unknown option.
+    std::string option_value(std::string_view key) const;
+    bool option_on(std::string_view key) const { return option_value(key) == "true"; }
     void get_info();
+    void get_all_statistics();
+    void get_assertions();
+    void get_assignment(const SNode& cmd);
+    void get_unsat_assumptions(const SNode& cmd);
+    void define_sort();
+    void declare_sort();
+    void define_recursive(Known command);
+    void define_const();
     void declare(const SNode& name, const SNode* params, const SNode& sort);
     void define();
     void fresh(const SNode& name);
@@ -132,8 +184,11 @@ class ScriptInterpreter {
     void push(const SNode& cmd);
     void pop(const SNode& cmd);
     std::size_t level_count(const SNode& cmd);
-    // Forgets the declarations made after the first `declared` (pop, reset-assertions).
-    void forget_declared(std::size_t declared);
+    Level current_level() const {
+        return {declared_.size(), sorts_->size(), assertion_texts_.size()};
+    }
+    // Forgets what was declared, defined and asserted after `level` (pop, reset-assertions).
+    void truncate(const Level& level);
     void reset();
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
@@ -152,7 +207,8 @@ class ScriptInterpreter {
     std::vector<Id> items_;
     std::unique_ptr<smt::Engine> engine_;  // the solver of every check-sat
     std::unique_ptr<TermEvaluator> terms_;
-    std::vector<std::size_t> levels_;  // declared_.size() at each push
+    std::unique_ptr<SortTable> sorts_;
+    std::vector<Level> levels_;
     std::vector<Declared> declared_;
     // (minimize t) and (maximize t) as written, beside the engine's objectives.
     struct Objective {
@@ -162,6 +218,10 @@ class ScriptInterpreter {
     std::vector<Objective> objectives_;
     std::vector<std::string> names_;  // of named assertions, as the engine's core names them
     bool keep_formulas_ = false;
+    std::vector<std::pair<std::string, std::string>> options_set_;  // key, value as written
+    std::vector<std::string> assertion_texts_;  // of the assertions on the active levels
+    // The assumptions of the last check-sat-assuming that its unsat answer used, as written.
+    std::vector<std::string> unsat_assumptions_;
     bool print_success_ = false;
     bool produce_cores_ = false;
     bool has_last_ = false;
@@ -174,9 +234,11 @@ bool ScriptInterpreter::formulas_kept(Id id) {
     keep_formulas_ = false;
     try {
         bool go_on = command(id);
+        terms_->drop_names();  // a command that keeps the :named names it defined took them
         if (!keep_formulas_) engine_->drop_formulas(marks);
         return go_on;
     } catch (...) {
+        terms_->drop_names();
         if (!keep_formulas_) engine_->drop_formulas(marks);
         throw;
     }
@@ -277,6 +339,42 @@ bool ScriptInterpreter::command(Id id) {
             return true;
         case Known::Exit:
             return success(), false;
+        case Known::GetOption:
+            expect_arity(cmd, 2);
+            get_option();
+            return true;
+        case Known::GetAssertions:
+            expect_arity(cmd, 1);
+            get_assertions();
+            return true;
+        case Known::GetAssignment:
+            expect_arity(cmd, 1);
+            get_assignment(cmd);
+            return true;
+        case Known::GetUnsatAssumptions:
+            expect_arity(cmd, 1);
+            get_unsat_assumptions(cmd);
+            return true;
+        case Known::DefineSort:
+            expect_arity(cmd, 4);
+            define_sort();
+            return true;
+        case Known::DeclareSort:
+            expect_arity(cmd, 3);
+            declare_sort();
+            return true;
+        case Known::DefineFunRec:
+            expect_arity(cmd, 5);
+            define_recursive(k);
+            return true;
+        case Known::DefineFunsRec:
+            expect_arity(cmd, 3);
+            define_recursive(k);
+            return true;
+        case Known::DefineConst:
+            expect_arity(cmd, 4);
+            define_const();
+            return true;
         default:
             fail(head.pos, "unknown command " + quoted(name(head.symbol)));
     }
@@ -291,6 +389,10 @@ bool ScriptInterpreter::skipped_in_reading(const SNode& cmd, Known head) {
         case Known::GetModel:
         case Known::GetInfo:
         case Known::GetValue:
+        case Known::GetOption:
+        case Known::GetAssertions:
+        case Known::GetAssignment:
+        case Known::GetUnsatAssumptions:
             return true;
         case Known::Push:
         case Known::Pop:
@@ -330,8 +432,13 @@ void ScriptInterpreter::set_option() {
     std::string_view key = symbols_.name(item(1).symbol);
     const SNode& value = item(2);
     bool on = value.is_symbol(symbol_of(Known::True));
-    if (!on && !value.is_symbol(symbol_of(Known::False)) &&
-        (key == ":print-success" || key == ":produce-unsat-cores" || key == ":produce-models"))
+    const KnownOption* option = known_option(key);
+    // Proofs are certificates here (--certificate).
+    if (option == nullptr || (key == ":produce-proofs" && on)) {
+        out_ << "unsupported\n";
+        return;
+    }
+    if (!on && !value.is_symbol(symbol_of(Known::False)) && option->boolean)
         fail(value.pos, "expected true or false");
     if (key == ":print-success") print_success_ = on;
     if (key == ":produce-unsat-cores") produce_cores_ = on;
@@ -343,7 +450,26 @@ void ScriptInterpreter::set_option() {
             std::chrono::milliseconds(std::stoll(std::string(tree_.text(value))));
         engine_->set_limits(decide_options_);
     }
+    std::string text;
+    append_sexpr(text, tree_, items_[2], symbols_);
+    auto set = std::find_if(options_set_.begin(), options_set_.end(),
+                            [&](const auto& o) { return o.first == key; });
+    if (set == options_set_.end()) set = options_set_.insert(set, {std::string(key), {}});
+    set->second = std::move(text);
     success();
+}
+
+std::string ScriptInterpreter::option_value(std::string_view key) const {
+    for (const auto& [k, value] : options_set_)
+        if (k == key) return value;
+    const KnownOption* option = known_option(key);
+    return option == nullptr ? std::string() : std::string(option->initial);
+}
+
+void ScriptInterpreter::get_option() {
+    if (item(1).kind != SNode::Kind::Keyword) fail(item(1).pos, "expected (get-option :keyword)");
+    std::string value = option_value(symbols_.name(item(1).symbol));
+    out_ << (value.empty() ? "unsupported" : value) << "\n";
 }
 
 void ScriptInterpreter::get_info() {
@@ -366,9 +492,93 @@ void ScriptInterpreter::get_info() {
                       last_unknown_ == "interrupted" || last_unknown_ == "incomplete";
         out_ << "(:reason-unknown " << (symbol ? last_unknown_ : smt_string(last_unknown_))
              << ")\n";
+    } else if (key == ":assertion-stack-levels") {
+        out_ << "(:assertion-stack-levels " << levels_.size() << ")\n";
+    } else if (key == ":all-statistics") {
+        get_all_statistics();
     } else {
-        fail(item(1).pos, "unsupported info " + quoted(key));
+        out_ << "unsupported\n";
     }
+}
+
+void ScriptInterpreter::get_all_statistics() {
+    const smt::DecideStats& d = stats_.decide;
+    char time[32];
+    std::snprintf(time, sizeof time, "%.3f", stats_.solve_seconds);
+    out_ << "(:checks " << stats_.checks << " :decisions " << d.sat.decisions << " :conflicts "
+         << d.sat.conflicts + d.simplex.conflicts << " :propagations " << d.sat.propagations
+         << " :pivots " << d.simplex.pivots << " :branch-nodes " << d.branch.nodes
+         << " :disequality-splits " << d.splits << " :time " << time << ")\n";
+}
+
+// As z3 prints them: one list, an assertion a line.
+void ScriptInterpreter::get_assertions() {
+    std::string text = "(";
+    for (std::size_t i = 0; i < assertion_texts_.size(); ++i)
+        text += (i == 0 ? "" : "\n ") + assertion_texts_[i];
+    out_ << text << ")\n";
+}
+
+// The named formulas, in the order they were named, under the last model. As in z3, it does
+// not need :produce-assignments, which asks for nothing that a check-sat would not keep.
+void ScriptInterpreter::get_assignment(const SNode& cmd) {
+    need_last(lra::Result::Sat, cmd, "assignment");
+    std::string text = "(";
+    for (const Declared& d : declared_) {
+        const FormulaRef* named = terms_->named_formula(d.symbol);
+        int holds = named == nullptr ? -1 : engine_->holds(*named);
+        if (holds < 0) continue;
+        text += text.size() == 1 ? "(" : " (";
+        smt::append_symbol(text, symbols_.name(d.symbol));
+        text += holds == 1 ? " true)" : " false)";
+    }
+    out_ << text << ")\n";
+}
+
+void ScriptInterpreter::get_unsat_assumptions(const SNode& cmd) {
+    if (!option_on(":produce-unsat-assumptions"))
+        fail(cmd.pos,
+             "unsat assumptions are not enabled: (set-option :produce-unsat-assumptions true)");
+    need_last(lra::Result::Unsat, cmd, "unsat assumptions");
+    std::string text = "(";
+    for (const std::string& a : unsat_assumptions_)
+        text += (text.size() == 1 ? "" : " ") + a;
+    out_ << text << ")\n";
+}
+
+void ScriptInterpreter::define_sort() {
+    sorts_->define(tree_, items_[1], items_[2], items_[3]);
+    success();
+}
+
+// Recursive definitions are declared as functions: outside the fragment wherever they are used,
+// so that check-sat answers unknown rather than without them.
+void ScriptInterpreter::define_recursive(Known command) {
+    if (reading_) fail(item(0).pos, "recursive definitions are not supported");
+    std::vector<Id> names;
+    if (command == Known::DefineFunRec) {
+        names.push_back(items_[1]);
+    } else {
+        if (!item(1).is_list()) fail(item(1).pos, "expected a list of function declarations");
+        for (Id d = tree_.first(items_[1]); d != tree_.end(items_[1]); d = tree_.next(d)) {
+            if (!tree_[d].is_list() || tree_[d].size != 3)
+                fail(tree_[d].pos, "expected (name (params) sort)");
+            names.push_back(tree_.first(d));
+        }
+    }
+    for (Id n : names)
+        fresh(tree_[n]);
+    for (Id n : names) {
+        terms_->declare_function(tree_[n].symbol);
+        declared_.push_back({tree_[n].symbol, 0, true});
+    }
+    success();
+}
+
+void ScriptInterpreter::declare_sort() {
+    if (reading_) fail(item(0).pos, "uninterpreted sorts are not supported");
+    sorts_->declare(tree_, items_[1], items_[2]);
+    success();
 }
 
 void ScriptInterpreter::fresh(const SNode& name) {
@@ -385,22 +595,23 @@ void ScriptInterpreter::declare(const SNode& name, const SNode* params, const SN
     fresh(name);
     if (params != nullptr && !params->is_list()) fail(params->pos, "expected a list of sorts");
     bool function = params != nullptr && params->size != 0;
-    bool boolean = sort.is_symbol(symbol_of(Known::Bool));
+    if (function)
+        for (Id p = tree_.first(items_[2]); p != tree_.end(items_[2]); p = tree_.next(p))
+            (void)sorts_->resolve(tree_, p);
+    SortKind kind = sorts_->resolve(tree_, items_[params != nullptr ? 3 : 2]);
+    bool boolean = kind == SortKind::Bool;
     if (reading_ && boolean) fail(sort.pos, "unsupported sort (only Real and Int)");
-    smt::Sort s = boolean                                 ? smt::Sort::Bool
-                  : sort.is_symbol(symbol_of(Known::Int)) ? smt::Sort::Int
-                                                          : smt::Sort::Real;
-    if (!boolean && !sort.is_symbol(symbol_of(Known::Int)) &&
-        !sort.is_symbol(symbol_of(Known::Real)))
-        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
+    smt::Sort s = boolean                 ? smt::Sort::Bool
+                  : kind == SortKind::Int ? smt::Sort::Int
+                                          : smt::Sort::Real;
     int var = 0;
-    if (function) {
-        terms_->declare_function(name.symbol);
+    if (function || kind == SortKind::Uninterpreted) {
+        terms_->declare_function(name.symbol, !function);
     } else {
         var = engine_->problem().variables.add(symbols_.name(name.symbol), s, name.pos);
         terms_->declare_variable(name.symbol, var);
     }
-    declared_.push_back({name.symbol, var});
+    declared_.push_back({name.symbol, var, true});
     success();
 }
 
@@ -408,19 +619,35 @@ void ScriptInterpreter::define() {
     const SNode& name = item(1);
     fresh(name);
     if (!item(2).is_list()) fail(item(2).pos, "expected a list of parameters");
-    const SNode& sort = item(3);
-    bool formula = sort.is_symbol(symbol_of(Known::Bool));
-    if (!formula && !sort.is_symbol(symbol_of(Known::Real)) &&
-        !sort.is_symbol(symbol_of(Known::Int)))
-        fail(sort.pos, "unsupported sort (only Real, Int and Bool)");
-    if (item(2).size != 0)
-        terms_->define_function(name.symbol, tree_, items_[2], items_[4],
-                                sort.is_symbol(symbol_of(Known::Int)));
+    for (Id p = tree_.first(items_[2]); p != tree_.end(items_[2]); p = tree_.next(p))
+        if (tree_[p].is_list() && tree_[p].size == 2)
+            (void)sorts_->resolve(tree_, tree_.next(tree_.first(p)));
+    SortKind kind = sorts_->resolve(tree_, items_[3]);
+    bool formula = kind == SortKind::Bool;
+    // A global definition outlives the formulas of its level: its body is kept and evaluated at
+    // each use, as one with parameters.
+    bool global = option_on(":global-declarations");
+    if (item(2).size != 0 || global)
+        terms_->define_function(name.symbol, tree_, items_[2], items_[4], kind == SortKind::Int);
     else
-        terms_->define(name.symbol, tree_, items_[4], formula,
-                       sort.is_symbol(symbol_of(Known::Int)));
+        terms_->define(name.symbol, tree_, items_[4], formula, kind == SortKind::Int);
     keep_formulas_ = true;
-    declared_.push_back({name.symbol, 0});
+    declared_.push_back({name.symbol, 0, item(2).size != 0 || global});
+    success();
+}
+
+// (define-const name sort term), as z3 reads it: (define-fun name () sort term).
+void ScriptInterpreter::define_const() {
+    fresh(item(1));
+    SortKind kind = sorts_->resolve(tree_, items_[2]);
+    bool global = option_on(":global-declarations");
+    if (global)
+        terms_->define_function(item(1).symbol, tree_, 0, items_[3], kind == SortKind::Int);
+    else
+        terms_->define(item(1).symbol, tree_, items_[3], kind == SortKind::Bool,
+                       kind == SortKind::Int);
+    keep_formulas_ = true;
+    declared_.push_back({item(1).symbol, 0, global});
     success();
 }
 
@@ -439,6 +666,11 @@ void ScriptInterpreter::assert_command() {
             }
     }
     FormulaRef root = terms_->formula(tree_, f);
+    // Every :named term, the top ones too, is a definition from now on.
+    std::vector<std::uint32_t> defined = terms_->take_names();
+    for (std::uint32_t n : defined)
+        if (std::find(names.begin(), names.end(), n) == names.end()) declared_.push_back({n, 0});
+    append_sexpr(assertion_texts_.emplace_back(), tree_, f, symbols_);
     for (std::uint32_t n : names) {
         // The name stands for the formula from now on (check-sat-assuming uses it).
         terms_->name(n, root);
@@ -448,7 +680,7 @@ void ScriptInterpreter::assert_command() {
             engine_->assume_named(root, static_cast<std::int32_t>(names_.size() - 1));
     }
     bool encoded = (names.empty() || !produce_cores_ || reading_) && asserted(root);
-    keep_formulas_ = encoded || !names.empty();
+    keep_formulas_ = encoded || !defined.empty();
     has_last_ = false;
     success();
 }
@@ -462,6 +694,15 @@ void ScriptInterpreter::check_sat_assuming() {
         for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
             assumed.push_back(terms_->formula(tree_, c));
         check_sat(assumed);
+        // The engine's core lists the assumptions it used, ascending.
+        const std::vector<std::uint32_t>& used = engine_->assumed_core();
+        std::uint32_t i = 0;
+        std::size_t next = 0;
+        for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c), ++i) {
+            if (next == used.size() || used[next] != i) continue;
+            append_sexpr(unsat_assumptions_.emplace_back(), tree_, c, symbols_);
+            ++next;
+        }
     } catch (...) {
         engine_->pop();
         throw;
@@ -471,6 +712,7 @@ void ScriptInterpreter::check_sat_assuming() {
 
 // The engine decides; the answer is printed, with its certificate when asked for.
 void ScriptInterpreter::check_sat(std::span<const FormulaRef> assumed) {
+    unsat_assumptions_.clear();
     const smt::Decision& last =
         engine_->check(assumed, [&](const smt::Decision& answer) { print_answer(answer); });
     last_unknown_ = last.reason_unknown;
@@ -587,7 +829,7 @@ std::size_t ScriptInterpreter::level_count(const SNode& cmd) {
 
 void ScriptInterpreter::push(const SNode& cmd) {
     std::size_t n = level_count(cmd);
-    levels_.insert(levels_.end(), n, declared_.size());
+    levels_.insert(levels_.end(), n, current_level());
     engine_->push(n);
     has_last_ = false;
     success();
@@ -599,28 +841,37 @@ void ScriptInterpreter::pop(const SNode& cmd) {
         fail(cmd.pos, "cannot pop " + std::to_string(n) +
                           " levels: " + std::to_string(levels_.size()) + " pushed");
     if (n > 0) {
-        std::size_t declared = levels_[levels_.size() - n];
+        Level level = levels_[levels_.size() - n];
         levels_.resize(levels_.size() - n);
         engine_->pop(n);
-        forget_declared(declared);
+        truncate(level);
     }
     has_last_ = false;
     success();
 }
 
-void ScriptInterpreter::forget_declared(std::size_t declared) {
-    for (std::size_t i = declared; i < declared_.size(); ++i)
-        terms_->forget(declared_[i].symbol);
-    declared_.resize(declared);
+void ScriptInterpreter::truncate(const Level& level) {
+    bool global = option_on(":global-declarations");
+    std::size_t kept = level.declared;
+    for (std::size_t i = level.declared; i < declared_.size(); ++i) {
+        if (global && declared_[i].may_be_global)
+            declared_[kept++] = declared_[i];
+        else
+            terms_->forget(declared_[i].symbol);
+    }
+    declared_.resize(kept);
     objectives_.resize(engine_->objective_count());
+    if (!global) sorts_->truncate(level.sorts);
+    assertion_texts_.resize(std::min(assertion_texts_.size(), level.assertion_texts));
 }
 
 // Level 0's declarations and definitions stay; its assertions go.
 void ScriptInterpreter::reset_assertions() {
-    if (!levels_.empty()) forget_declared(levels_[0]);
+    if (!levels_.empty()) truncate(levels_[0]);
     levels_.clear();
     engine_->reset_assertions();
     objectives_.clear();
+    assertion_texts_.clear();
     has_last_ = false;
 }
 
@@ -638,6 +889,9 @@ void ScriptInterpreter::reset() {
     engine_ = std::make_unique<smt::Engine>(options, &stats_);
     terms_ =
         std::make_unique<TermEvaluator>(engine_->problem(), engine_->dag(), symbols_, !reading_);
+    sorts_ = std::make_unique<SortTable>(symbols_);
+    options_set_.clear();
+    assertion_texts_.clear();
     has_last_ = false;
     produce_cores_ = false;
 }

@@ -64,7 +64,16 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "echo",
     "minimize",
     "maximize",
-    "get-objectives"};
+    "get-objectives",
+    "get-option",
+    "get-assertions",
+    "get-assignment",
+    "get-unsat-assumptions",
+    "define-sort",
+    "declare-sort",
+    "define-fun-rec",
+    "define-funs-rec",
+    "define-const"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

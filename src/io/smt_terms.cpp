@@ -29,7 +29,8 @@ const char* refusal(Known head, bool lenient) {
         case Known::Abs:
         case Known::Div:
         case Known::Mod:
-            return "is not supported (terms are linear sums over the rationals)";
+            return lenient ? nullptr
+                           : "is not supported (terms are linear sums over the rationals)";
         case Known::Underscore:
         case Known::As:
             return "is not supported (no indexed or qualified identifiers)";
@@ -61,8 +62,8 @@ void TermEvaluator::declare_variable(std::uint32_t symbol, int var) {
     state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
 }
 
-void TermEvaluator::declare_function(std::uint32_t symbol) {
-    state(symbol).global = {Meaning::Function, 0};
+void TermEvaluator::declare_function(std::uint32_t symbol, bool uninterpreted_constant) {
+    state(symbol).global = {Meaning::Function, uninterpreted_constant ? 1U : 0U};
 }
 
 const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id node, bool* formula,
@@ -78,7 +79,8 @@ const smt::LinearExpr* TermEvaluator::evaluate_term(const SExprTree& tree, Id no
 void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree, Id params, Id body,
                                     bool int_sort) {
     Function f{tree.copy_of(body), {}, int_sort};
-    for (Id p = tree.first(params); p != tree.end(params); p = tree.next(p)) {
+    for (Id p = params == 0 ? 0 : tree.first(params); p != (params == 0 ? 0 : tree.end(params));
+         p = tree.next(p)) {
         if (!tree[p].is_list() || tree[p].size != 2 ||
             tree[tree.first(p)].kind != SNode::Kind::Symbol)
             fail(tree[p].pos, "malformed parameter: expected (name smt::Sort)");
@@ -160,6 +162,12 @@ void TermEvaluator::start(Id id) {
             return;
         }
         case SNode::Kind::Symbol:
+            if (Meaning m = meaning(n.symbol);
+                m.kind == Meaning::Macro && functions_[m.index].params.empty()) {
+                push_frame(id, tree_->next(id), tree_->next(id), Op::Call, Known::Count);
+                frames_.back().function = m.index;
+                return;
+            }
             return push_symbol(n);
         case SNode::Kind::String:
             fail(n.pos, "expected a term, found a string literal");
@@ -179,6 +187,7 @@ void TermEvaluator::start_list(Id id) {
     const SNode& head = tree[tree.first(id)];
     Id args = tree.next(tree.first(id));
     std::size_t count = list.size - 1;
+    if (head.kind == SNode::Kind::List) return start_indexed(id);
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
     if (!is_known(head.symbol)) {
         Meaning m = meaning(head.symbol);
@@ -212,9 +221,22 @@ void TermEvaluator::start_list(Id id) {
     switch (k) {
         case Known::Plus:
         case Known::Times:
+            at_least(1);  // (+ x) is x, as z3 reads it
+            return push_frame(id, args, list.end, Op::Arith, k);
         case Known::Divide:
             at_least(2);
             return push_frame(id, args, list.end, Op::Arith, k);
+        case Known::Div:
+            at_least(2);
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
+        case Known::Mod:
+            if (count != 2) fail(list.pos, "'mod' takes 2 arguments");
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
+        case Known::Abs:
+        case Known::ToInt:
+        case Known::IsInt:
+            if (count != 1) fail(list.pos, quoted(name(head.symbol)) + " takes 1 argument");
+            return push_frame(id, args, list.end, Op::IntegerOp, k);
         case Known::Minus:
             at_least(1);
             return push_frame(id, args, list.end, Op::Arith, k);
@@ -322,9 +344,13 @@ void TermEvaluator::finish(Frame& f) {
             finish_let(f);
             break;
         case Op::Annotation:
+            finish_annotation(f);
             break;
         case Op::Call:
             finish_call(f);
+            break;
+        case Op::IntegerOp:
+            finish_integer_op(f);
             break;
     }
     top_ = f.base + 1;
@@ -356,7 +382,8 @@ void TermEvaluator::finish_arith(const Frame& f) {
     bool real = false;
     for (std::size_t i = 0; i < n; ++i)
         real = real || values_[f.base + i].real;
-    if (f.head == Known::ToReal && real)
+    // z3 reads (to_real t) of a Real t as t: failing would drop the assertion.
+    if (f.head == Known::ToReal && real && !lenient_)
         fail(arg_pos(f, 0), "'to_real' takes an Int term, not a Real one");
     result.real = real || f.head == Known::Divide || f.head == Known::ToReal;
     switch (f.head) {
@@ -550,6 +577,35 @@ void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::Line
     result.expr.set_variable(v);
 }
 
+// A name is a definition from where its term ends: later terms of the same command may use it.
+// Definitions' bodies name nothing: they are evaluated anew at every use.
+void TermEvaluator::finish_annotation(const Frame& f) {
+    if (tree_ != root_tree_) return;
+    const Value& value = values_[f.base];
+    for (Id a = f.end; a != node(f.node).end; a = tree_->next(a)) {
+        if (node(a).kind != SNode::Kind::Keyword || symbols_.name(node(a).symbol) != ":named")
+            continue;
+        Id next = tree_->next(a);
+        if (next == node(f.node).end || node(next).kind != SNode::Kind::Symbol)
+            fail(node(a).pos, "expected a symbol after :named");
+        std::uint32_t symbol = node(next).symbol;
+        if (is_known(symbol))
+            fail(node(next).pos, quoted(name(symbol)) + " is a predefined symbol");
+        if (is_defined(symbol))
+            fail(node(next).pos, "symbol " + quoted(name(symbol)) + " is already declared");
+        Meaning m{Meaning::Formula, value.formula, false, true};
+        if (value.unsupported) {
+            m = {Meaning::Unsupported, value.formula};
+        } else if (!value.is_formula) {
+            m = {Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
+                 value.real};
+            defined_terms_.emplace_back().add(value.expr, QNumber(1));
+        }
+        state(symbol).global = m;
+        new_names_.push_back(symbol);
+    }
+}
+
 void TermEvaluator::finish_let(const Frame& f) {
     values_[f.base].expr.swap(values_[top_ - 1].expr);
     values_[f.base].formula = values_[top_ - 1].formula;
@@ -587,9 +643,10 @@ void TermEvaluator::finish_call(Frame& f) {
     Value& result = values_[f.base];
     if (result.is_formula || result.unsupported) return;
     bool int_sort = functions_[f.function].int_sort;
+    const SNode& head = node(f.node).is_list() ? node(tree_->first(f.node)) : node(f.node);
     if (int_sort && result.real)
-        fail(node(f.node).pos, quoted(name(node(tree_->first(f.node)).symbol)) +
-                                   " is of sort Int, its body a Real term here");
+        fail(node(f.node).pos,
+             quoted(name(head.symbol)) + " is of sort Int, its body a Real term here");
     result.real = !int_sort;
 }
 
@@ -637,7 +694,9 @@ void TermEvaluator::push_symbol(const SNode& node) {
             fail(node.pos, quoted(symbols_.name(node.symbol)) + " takes arguments");
         case Meaning::Function:
             return outside(value,
-                           "the uninterpreted function " + quoted(symbols_.name(node.symbol)),
+                           (m.index == 1 ? "the constant " : "the uninterpreted function ") +
+                               quoted(symbols_.name(node.symbol)) +
+                               (m.index == 1 ? " of an uninterpreted sort" : ""),
                            node.pos);
         case Meaning::None:
             break;

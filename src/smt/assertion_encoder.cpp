@@ -1,5 +1,7 @@
 #include "vorn/smt/assertion_encoder.h"
 
+#include <gmp.h>
+
 #include <algorithm>
 
 #include "vorn/smt/model_check.h"
@@ -294,11 +296,18 @@ void AssertionEncoder::need_definitions(const Atom& atom) {
 }
 
 // A definition is asserted on the level where an atom first needed it; what it reaches outside
-// the fragment counts as asserted there.
+// the fragment counts as asserted there. A quotient's definition is a conjunction of two atoms:
+// they join the problem's atoms, so that a conjunction stays one for the conjunctive decider.
 void AssertionEncoder::assert_definitions() {
     while (!pending_sides_.empty()) {
-        FormulaRef definition = dag_.lifted()[pending_sides_.back()].definition;
+        const LiftedIte& lifted = dag_.lifted()[pending_sides_.back()];
+        FormulaRef definition = lifted.definition;
         pending_sides_.pop_back();
+        if (lifted.kind == LiftedIte::Quotient) {
+            for (FormulaRef bound : dag_.children(dag_[definition]))
+                commit_literal(bound);
+            continue;
+        }
         encode(definition / 2);
         if (std::uint32_t u = unsup_[definition / 2])
             unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
@@ -308,8 +317,8 @@ void AssertionEncoder::assert_definitions() {
 
 // ---- models ---------------------------------------------------------------------------------
 
-// Lifted variables come after everything their ites mention, so one pass in order gives each
-// its value from values already final.
+// Lifted variables come after everything their ites and quotients mention, so one pass in order
+// gives each its value from values already final.
 const std::vector<QNumber>& AssertionEncoder::evaluate_model(const std::vector<QNumber>& model) {
     model_ = model;
     std::fill(truth_.begin(), truth_.end(), kNotKnown);
@@ -322,6 +331,12 @@ const std::vector<QNumber>& AssertionEncoder::extend_model() {
     model_.resize(static_cast<std::size_t>(problem_.variables.size()) + 1);
     for (auto lifted = dag_.lifted(); evaluated_lifted_ < lifted.size(); ++evaluated_lifted_) {
         const LiftedIte& l = lifted[evaluated_lifted_];
+        if (l.kind == LiftedIte::Quotient) {
+            model_[static_cast<std::size_t>(l.var)] =
+                euclidean_quotient(smt::term_value(problem_, l.then_term, model_),
+                                   smt::term_value(problem_, l.otherwise_term, model_));
+            continue;
+        }
         int c = holds(l.condition);
         if (c >= 0)
             model_[static_cast<std::size_t>(l.var)] =
@@ -397,6 +412,22 @@ int AssertionEncoder::holds(FormulaRef ref) {
         truth_[n] = static_cast<std::int8_t>(t);
     }
     return truth(ref);
+}
+
+QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {
+    QNumber ratio = dividend / divisor;
+    mpq_t q;
+    mpz_t z;
+    mpq_init(q);
+    mpz_init(z);
+    ratio.get_mpq(q);
+    // The remainder dividend − divisor·quotient lies in [0, |divisor|).
+    (divisor.sign() > 0 ? mpz_fdiv_q : mpz_cdiv_q)(z, mpq_numref(q), mpq_denref(q));
+    mpq_set_z(q, z);
+    QNumber out(q);
+    mpz_clear(z);
+    mpq_clear(q);
+    return out;
 }
 
 }  // namespace vorn::smt

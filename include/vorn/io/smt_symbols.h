@@ -70,6 +70,15 @@ enum class Known : std::uint32_t {
     Minimize,
     Maximize,
     GetObjectives,
+    GetOption,
+    GetAssertions,
+    GetAssignment,
+    GetUnsatAssumptions,
+    DefineSort,
+    DeclareSort,
+    DefineFunRec,
+    DefineFunsRec,
+    DefineConst,
     Count
 };
 

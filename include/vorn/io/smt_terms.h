@@ -15,18 +15,23 @@
 //
 // Sorts: a term is Int when its numbers are numerals and its variables Int, and Real when a
 // decimal, a Real variable, `/` or `to_real` occurs in it (Int and Real mix as in z3); a
-// definition of sort Int with a Real body and `to_real` of a Real term are errors.
+// definition of sort Int with a Real body is an error, and so is `to_real` of a Real term in a
+// strict evaluator (a lenient one reads it as the term, as z3 does).
 //
 // Supported: numerals, decimals, declared constants, + - * / (by constants) to_real, let, !
-// (annotations are ignored), and, or, not, =>, true, false, = <= < >= > (chained), distinct.
-// Lenient evaluators (check) add Bool constants, xor, = and distinct between formulas, and ite
-// over formulas and over terms (a fresh variable, formula_dag.h); what lies outside (non-linear
-// terms, functions with arguments, quantifiers) becomes an Unsupported node that the encoder
-// reports, so that check-sat can answer unknown and name the construct. Strict evaluators
-// (solve, tableau) fail on all of these, and their assertions must be conjunctions.
+// (a :named term defines its name, as a 0-ary definition, once the command succeeds: see
+// take_names), and, or, not, =>, true, false, = <= < >= > (chained), distinct. Lenient
+// evaluators (check) add Bool constants, xor, = and distinct between formulas, ite over formulas
+// and over terms (a fresh variable, formula_dag.h), abs (an ite), and div and mod by a nonzero
+// constant, to_int, is_int and (_ divisible k), each an exact quotient over a fresh Int variable
+// (smt_integer_ops.cpp); what lies outside (non-linear terms, other divisors, functions with
+// arguments, constants of uninterpreted sorts, quantifiers) becomes an Unsupported node that the
+// encoder reports, so that check-sat can answer unknown and name the construct. Strict
+// evaluators (solve, tableau) fail on all of these, and their assertions must be conjunctions.
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vorn/io/sexpr.h"
@@ -55,11 +60,26 @@ class TermEvaluator {
     }
     // A Real, Int or Bool constant.
     void declare_variable(std::uint32_t symbol, int var);
-    // Lenient evaluators only: a function with arguments, outside the fragment wherever it is
-    // used.
-    void declare_function(std::uint32_t symbol);
+    // Lenient evaluators only: a function with arguments, or a constant of an uninterpreted
+    // sort, outside the fragment wherever it is used.
+    void declare_function(std::uint32_t symbol, bool uninterpreted_constant = false);
     // Forgets a declaration or definition (pop, reset).
     void forget(std::uint32_t symbol) { state(symbol).global = {}; }
+    // The symbols that :named annotations defined since the last call, in order: the caller
+    // keeps them (and forgets them at a pop), or drops them when its command failed or does not
+    // define names.
+    std::vector<std::uint32_t> take_names() { return std::exchange(new_names_, {}); }
+    void drop_names() {
+        for (std::uint32_t symbol : take_names())
+            forget(symbol);
+    }
+    // The formula that `symbol` names through a :named annotation, or null.
+    const FormulaRef* named_formula(std::uint32_t symbol) const {
+        return symbol < states_.size() && states_[symbol].global.kind == Meaning::Formula &&
+                       states_[symbol].global.named
+                   ? &states_[symbol].global.index
+                   : nullptr;
+    }
     // Evaluates a term; null when it is a formula (*formula set, its reference in *ref) or
     // outside the fragment. *real tells the term's sort: Real, or Int.
     const smt::LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula,
@@ -72,10 +92,11 @@ class TermEvaluator {
                 bool int_sort = false);
     // Gives `symbol` the value `ref` (a :named formula).
     void name(std::uint32_t symbol, FormulaRef ref) {
-        state(symbol).global = {Meaning::Formula, ref};
+        state(symbol).global = {Meaning::Formula, ref, false, true};
     }
-    // A define-fun with parameters ((name Sort) ...): its body is kept and evaluated at every
-    // use with the parameters bound to the arguments' values, out of reach of the caller's lets.
+    // A define-fun with parameters ((name Sort) ...), or none when `params` is 0: its body is
+    // kept and evaluated at every use with the parameters bound to the arguments' values, out of
+    // reach of the caller's lets.
     void define_function(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id params,
                          SExprTree::Id body, bool int_sort = false);
     // The formulas built so far; the engine marks and truncates it.
@@ -99,6 +120,7 @@ class TermEvaluator {
         Kind kind = None;
         std::uint32_t index = 0;  // the variable, the slot of the term, or the formula node
         bool real = false;        // LetTerm, DefinedTerm: of sort Real
+        bool named = false;       // defined by a :named annotation
     };
     struct SymbolState {
         Meaning global;               // outside any let
@@ -129,7 +151,8 @@ class TermEvaluator {
         Ite,
         Let,
         Annotation,
-        Call
+        Call,
+        IntegerOp  // div, mod, abs, to_int, is_int, (_ divisible k)
     };
     struct Frame {
         Id node;
@@ -169,6 +192,16 @@ class TermEvaluator {
     Id bind_call(Frame& f);
     void finish_connective(const Frame& f);
     void finish_ite(const Frame& f);
+    // Defines the names of the :named attributes of `f` as its value.
+    void finish_annotation(const Frame& f);
+    // smt_integer_ops.cpp: a list whose head is a list, ((_ divisible k) t) or outside.
+    void start_indexed(Id id);
+    // smt_integer_ops.cpp: div, mod, abs, to_int, is_int and divisible (head Underscore).
+    void finish_integer_op(const Frame& f);
+    // (div dividend divisor) into `result`: a constant when the dividend is one, else a fresh
+    // Int variable with its definition (formula_dag.h).
+    void quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
+                  smt::SourcePos pos);
     // (ite c then otherwise) between terms: a fresh variable, into `result`.
     void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                   const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
@@ -216,6 +249,8 @@ class TermEvaluator {
     std::vector<FormulaId> scratch_ids_;
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;
+    std::vector<std::uint32_t> new_names_;  // see take_names
+    smt::LinearExpr negated_;               // abs: scratch for −t
 };
 
 }  // namespace vorn::io

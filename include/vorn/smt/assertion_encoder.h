@@ -10,9 +10,10 @@
 // once and its literal kept, so a formula shared through lets or definitions costs its size
 // once. A strict encoder (solve, tableau) accepts conjunctions only and throws NotAccepted.
 //
-// An atom that mentions a lifted ite variable brings the ite's definition along, asserted once
-// per level. A construct outside the fragment becomes a free proposition where it is encoded
-// (so an unsat answer still holds) and is recorded, so that a sat answer becomes unknown.
+// An atom that mentions a lifted variable brings its definition along, asserted once per level:
+// an ite's through the encoder, a quotient's as its two atoms. A construct outside the fragment
+// becomes a free proposition where it is encoded (so an unsat answer still holds) and is recorded,
+// so that a sat answer becomes unknown.
 //
 // The encoder follows the context's levels: marks() at a push, truncate() after the context
 // popped, forget_nodes() after the DAG was truncated. Its tables are indexed by DAG node, so

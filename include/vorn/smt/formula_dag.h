@@ -12,7 +12,10 @@
 //
 // An `ite` between terms becomes a fresh problem variable v (LiftedIte) whose definition, the
 // formula (ite c (= v then) (= v else)), holds whatever the other variables are: asserting it
-// beside any atom that mentions v keeps every answer as it was.
+// beside any atom that mentions v keeps every answer as it was. The quotient (div t d) by a
+// nonzero constant d is lifted the same way, to a fresh Int variable q defined by
+// 0 <= t − d·q < |d| (the Euclidean quotient: floor(t/d) for d > 0, ceil(t/d) for d < 0); so is
+// (to_int t), the quotient by 1.
 
 #include <cstdint>
 #include <span>
@@ -42,11 +45,17 @@ struct FormulaNode {
 };
 
 struct LiftedIte {
+    enum Kind : std::uint8_t { Ite, Quotient };
     int var;
-    FormulaRef condition;
-    std::uint32_t then_term, otherwise_term;  // problem terms
+    FormulaRef condition;  // Ite only
+    // Problem terms. Ite: the branches; Quotient: the dividend and the divisor, a constant.
+    std::uint32_t then_term, otherwise_term;
     FormulaRef definition;
+    Kind kind = Ite;
 };
+
+// The Euclidean quotient of `dividend` by a nonzero `divisor`: the value of a lifted Quotient.
+QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor);
 
 class FormulaDag {
   public:
