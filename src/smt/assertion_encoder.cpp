@@ -219,13 +219,13 @@ Literal AssertionEncoder::literal(FormulaRef ref, std::vector<Unsupported>& reac
     return l;
 }
 
-// Children first, with an explicit stack: a node waits until its children have literals.
-void AssertionEncoder::encode(std::uint32_t top) {
-    if (has_lit_[top]) return;
+template <class Done, class Visit>
+void AssertionEncoder::post_order(std::uint32_t top, Done done, Visit visit) {
+    if (done(top)) return;
     work_.assign(1, top);
     while (!work_.empty()) {
         std::uint32_t n = work_.back();
-        if (has_lit_[n]) {
+        if (done(n)) {
             work_.pop_back();
             continue;
         }
@@ -233,16 +233,25 @@ void AssertionEncoder::encode(std::uint32_t top) {
         bool ready = true;
         if (composite(node))
             for (FormulaRef c : dag_.children(node))
-                if (!has_lit_[c / 2]) {
+                if (!done(c / 2)) {
                     work_.push_back(c / 2);
                     ready = false;
                 }
         if (!ready) continue;
         work_.pop_back();
-        lit_[n] = make(node, n);
-        has_lit_[n] = 1;
-        encoded_.push_back(n);
+        visit(n, node);
     }
+}
+
+// A node's literal is made once its children have theirs.
+void AssertionEncoder::encode(std::uint32_t top) {
+    post_order(
+        top, [&](std::uint32_t n) { return has_lit_[n] != 0; },
+        [&](std::uint32_t n, const FormulaNode& node) {
+            lit_[n] = make(node, n);
+            has_lit_[n] = 1;
+            encoded_.push_back(n);
+        });
 }
 
 Literal AssertionEncoder::make(const FormulaNode& node, std::uint32_t n) {
@@ -347,23 +356,8 @@ const std::vector<QNumber>& AssertionEncoder::extend_model() {
 
 int AssertionEncoder::holds(FormulaRef ref) {
     grow();
-    work_.assign(1, ref / 2);
-    while (!work_.empty()) {
-        std::uint32_t n = work_.back();
-        if (truth_[n] != kNotKnown) {
-            work_.pop_back();
-            continue;
-        }
-        const FormulaNode& node = dag_[2 * n];
-        bool ready = true;
-        if (composite(node))
-            for (FormulaRef c : dag_.children(node))
-                if (truth_[c / 2] == kNotKnown) {
-                    work_.push_back(c / 2);
-                    ready = false;
-                }
-        if (!ready) continue;
-        work_.pop_back();
+    auto known = [&](std::uint32_t n) { return truth_[n] != kNotKnown; };
+    post_order(ref / 2, known, [&](std::uint32_t n, const FormulaNode& node) {
         int t = -1;
         auto children = dag_.children(node);
         switch (node.kind) {
@@ -410,7 +404,7 @@ int AssertionEncoder::holds(FormulaRef ref) {
             }
         }
         truth_[n] = static_cast<std::int8_t>(t);
-    }
+    });
     return truth(ref);
 }
 

@@ -94,6 +94,10 @@ class AssertionEncoder {
     void split(FormulaRef root);
     // Encodes node `n` and the nodes under it.
     void encode(std::uint32_t n);
+    // Runs visit(n, node) on the nodes under `top` that are not done(n), children first, each
+    // once, with an explicit stack: a chain of connectives is as deep as it is long.
+    template <class Done, class Visit>
+    void post_order(std::uint32_t top, Done done, Visit visit);
     Literal make(const FormulaNode& node, std::uint32_t n);
     Literal lit(FormulaRef ref) const { return ref & 1 ? ~lit_[ref / 2] : lit_[ref / 2]; }
     // Schedules the definitions of the lifted variables in `atom`.
