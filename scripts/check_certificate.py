@@ -468,6 +468,7 @@ class Script:
 
     def __init__(self):
         self.history = []  # every formula asserted or assumed so far
+        self.ever_declared = {}
         self.reset()
 
     def reset(self):
@@ -530,6 +531,7 @@ class Script:
                 top["sorts"][cmd[1]] = "Fun"
             else:
                 top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
+            self.ever_declared[cmd[1]] = top["sorts"][cmd[1]]
         elif head == "define-fun":
             params = [p[0] for p in cmd[2]]
             body = self.expand(cmd[4], {p: p for p in params})
@@ -555,7 +557,8 @@ class Script:
         return None
 
     def problem(self, assumptions):
-        sorts = self.sorts()
+        self.ever_declared.update(self.sorts())  # popped levels' clauses may remain, guarded
+        sorts = dict(self.ever_declared)
         formulas = [f for level in self.levels for f in level["asserts"]] + assumptions
         self.history += formulas
         return Problem(sorts, formulas, self.lookup_named(), self.history)
@@ -1019,8 +1022,11 @@ def is_objective(problem, rel, c, terms, optimum):
     """objective < optimum (> when maximizing), the objective's constant moved, any positive
     scale."""
     obj, const = problem.objective
-    if rel != ("<" if problem.sense == "min" else ">") or not obj:
+    obj = {v: a for v, a in obj.items() if a != 0}
+    if rel != ("<" if problem.sense == "min" else ">"):
         return False
+    if not obj:
+        return not terms and c == optimum - const
     v = min(obj)
     if terms.get(v, 0) == 0:
         return False
@@ -1106,7 +1112,7 @@ def check_input(path, items, bound=None):
                 check_against(item[1], problem, optimum)
                 certs += 1
             elif is_model(item):
-                check_lp_model(problem, read_model(item), optimum, words[0] == "optimal")
+                check_lp_model(problem, read_model(item), optimum, words[0] in ("optimal", "unbounded"))
         return certs
     script, problems = Script(), []
     for cmd in sexprs(tokenize(text)):
