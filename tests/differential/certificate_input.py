@@ -32,7 +32,11 @@ def run(args, text, ext):
     path = os.path.join(TMP, "case" + ext)
     with open(path, "w") as f:
         f.write(text)
-    return path, subprocess.run([VORN] + args + [path], capture_output=True, text=True).stdout
+    try:  # a mutated problem can be much harder; it then counts as no answer
+        return path, subprocess.run([VORN] + args + ["--time-limit", "10", path],
+                                    capture_output=True, text=True, timeout=30).stdout
+    except subprocess.TimeoutExpired:
+        return path, ""
 
 
 def accepted(path, out):
@@ -117,22 +121,25 @@ def backed(out):
     return answers, words[:3]
 
 
-def changes(before, after):
-    """Whether an answer that a proof tree backs (or the optimum) differs after the mutation."""
+def changes(before, after, clause=False):
+    """Whether an answer that a proof tree backs (or the optimum; with `clause`, one that a
+    clause proof backs) differs after the mutation."""
     (a, wa), (b, wb) = before, after
     if wa[:1] == ["optimal"]:
-        return wa != wb
-    return any(tree and (k >= len(b) or b[k][0] != ans) for k, (ans, tree) in enumerate(a))
+        return wa != wb and not clause
+    return any(tree != clause and ans == "unsat" and (k >= len(b) or b[k][0] != ans)
+               for k, (ans, tree) in enumerate(a))
 
 
 def main():
     seeds = int(sys.argv[2]) if len(sys.argv) > 2 else 40
-    failures, counts = [], {}
+    failures, counts, clause_counts = [], {}, {}
     for seed in range(seeds):
         rng = random.Random(seed)
         cases = [("smt", gen_smt.render(gen_smt.generate(rng), seed), ".smt2", ["check"])]
-        lp = gen_lp.generate(rng, "mps")
-        cases.append(("mps", gen_lp.render(lp, True, True), ".mps", ["optimize", "--model"]))
+        for fmt in ("mps", "lp"):
+            lp = gen_lp.generate(rng, fmt)
+            cases.append((fmt, gen_lp.render(lp, True, True), "." + fmt, ["optimize", "--model"]))
         for family, text, ext, args in cases:
             args = args + ["--certificate"]
             path, out = run(args, text, ext)
@@ -142,12 +149,16 @@ def main():
             before = backed(out)
             cmds = checker.sexprs(checker.tokenize(text)) if family == "smt" else None
             for kind in ("constant", "relation", "drop", "move", "rename"):
-                mutated = mps_mutation(text, kind, rng) if family == "mps" else (
-                    mutate(cmds, kind, rng))
+                mutated = mutate(cmds, kind, rng) if family == "smt" else (
+                    mps_mutation(text, kind, rng) if family == "mps" else lp_mutation(text, kind, rng))
                 if mutated is None:
                     continue
-                mtext = mutated if family == "mps" else "\n".join(show(c) for c in mutated)
+                mtext = mutated if family != "smt" else "\n".join(show(c) for c in mutated)
                 mpath, mout = run(args, mtext, ext)
+                if mout and changes(before, backed(mout), clause=True):
+                    seen = "rejected" if not accepted(mpath, out) else "unnoticed"
+                    key = "%s %s, clause proof %s" % (family, kind, seen)
+                    clause_counts[key] = clause_counts.get(key, 0) + 1
                 if not mout or not changes(before, backed(mout)):
                     continue
                 key = "%s %s" % (family, kind)
@@ -161,9 +172,11 @@ def main():
                         seed, family, kind, keep))
     for key in sorted(counts):
         print("%-14s %3d mutations that change an answer, all rejected" % (key, counts[key]))
+    for key in sorted(clause_counts):  # input clauses are taken as given: counted, not failed
+        print("%-40s %3d" % (key, clause_counts[key]))
     for f in failures:
         print("FAIL", f)
-    print("%d passed, %d failed" % (sum(counts.values()) + 2 * seeds - len(failures),
+    print("%d passed, %d failed" % (sum(counts.values()) + 3 * seeds - len(failures),
                                     len(failures)))
     return 1 if failures else 0
 
@@ -195,6 +208,32 @@ def mps_mutation(text, kind, rng):
         words[-1] = gen_lp.num_text(checker.Fraction(words[-1]) + 1)
     elif kind == "relation":
         words[0] = "G" if words[0] == "L" else "L"
+    lines[k] = " " + " ".join(words) if kind != "drop" else ""
+    return "\n".join(lines) + "\n"
+
+
+def lp_mutation(text, kind, rng):
+    """A right-hand side changed, a row's relation turned round, a bound dropped."""
+    lines, section, spots = text.splitlines(), None, []
+    for k, line in enumerate(lines):
+        words = line.split("\\")[0].split()
+        if line[:1] not in (" ", "\t"):
+            section = line.lower()
+        elif kind in ("constant", "relation") and section in ("subject to", "such that", "st",
+                                                               "s.t.") and is_number(words[-1]) \
+                and any(r in words for r in ("<=", "=<", "<", ">=", "=>", ">")):
+            spots.append(k)
+        elif kind == "drop" and section.startswith("bound"):
+            spots.append(k)
+    if not spots:
+        return None
+    k = rng.choice(spots)
+    words = lines[k].split("\\")[0].split()
+    if kind == "constant":
+        words[-1] = gen_lp.num_text(checker.Fraction(words[-1]) + 1)
+    elif kind == "relation":
+        turn = {"<=": ">=", "=<": ">=", "<": ">=", ">=": "<=", "=>": "<=", ">": "<="}
+        words = [turn.get(w, w) for w in words]
     lines[k] = " " + " ".join(words) if kind != "drop" else ""
     return "\n".join(lines) + "\n"
 
