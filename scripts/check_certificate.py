@@ -1307,7 +1307,7 @@ def main():
     if path is not None:
         try:
             check_input(path, output_items(text), bound)
-        except (ValueError, KeyError, IndexError, ZeroDivisionError, InputError) as e:
+        except (ValueError, KeyError, IndexError, ZeroDivisionError, InputError, OSError) as e:
             print("against %s: %s" % (path, e))
             return 1
         print("%d certificates checked against %s" % (len(blocks), path))
