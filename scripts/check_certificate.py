@@ -637,10 +637,8 @@ ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
 def is_bool(e, sorts):
     if isinstance(e, str):
         return e in ("true", "false") or sorts.get(e) == "Bool"
-    if e[0] in ("and", "or", "not", "=>", "xor", "<=", "<", ">=", ">", "distinct"):
+    if e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct"):
         return True
-    if e[0] == "=":
-        return is_bool(e[1], sorts)
     if e[0] == "ite":
         return is_bool(e[2], sorts)
     return False
