@@ -661,7 +661,7 @@ def atoms_of(e, sorts):
 class Problem:
     def __init__(self, sorts, formulas, named, history):
         self.sorts, self.formulas, self.named = sorts, formulas, named
-        self.literals, self.anywhere = set(), set()
+        self.literals, self.anywhere, self.visited = set(), set(), set()
         for f in formulas:
             try:
                 self.top(f, True)
@@ -703,8 +703,9 @@ class Problem:
     def collect(self, f):
         """Every atom anywhere, in both polarities, equalities also as their two halves; an
         ite term adds the atoms that bind its hidden variable to its branches."""
-        if isinstance(f, str):
+        if isinstance(f, str) or id(f) in self.visited:
             return
+        self.visited.add(id(f))  # let-bound formulas are shared: visit each node once
         if f[0] in ARITH_RELS and not (f[0] == "=" and is_bool(f[1], self.sorts)):
             for rel, c, terms in atoms_of(f, self.sorts):
                 for r in (rel, NEGATE[rel]) + (("<=", ">=", "<", ">") if rel in "=!=" else ()):
@@ -716,7 +717,8 @@ class Problem:
             self.collect(g)
 
     def term_ites(self, t):
-        if isinstance(t, list):
+        if isinstance(t, list) and id(t) not in self.visited:
+            self.visited.add(id(t))
             if t[0] == "ite":
                 self.collect(t[1])
                 for branch in t[2:]:
