@@ -1,5 +1,11 @@
 #!/usr/bin/env python3
-"""Checks the unsat certificates that `vorn check --certificate` prints.
+"""Checks the unsat certificates that `vorn check --certificate` prints, and with --input FILE
+that they (and the models printed) are about the problem FILE states, read here.
+
+    check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
+
+About 1 300 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB
+scripts, MPS, CPLEX LP, .lin, DIMACS) and the comparison of certificates with the input.
 
 Reads the tool's output (a file or standard input), finds every "(certificate" block and checks
 it with exact rationals, sharing nothing with the solver: every proof node is reached once from
@@ -22,10 +28,19 @@ Int atoms rounded); a learned clause must follow from the clauses before it by u
 the last clause must consist of negated assumptions. The format is described in
 docs/certificates.md.
 
-Exit status 0 when every certificate checks (and there is at least one), 1 otherwise.
+With --input, every atom a proof tree assumes must be a top-level literal of an assertion or
+assumption active at its check-sat (or a row or bound of an LP file), compared after this
+file's own normalisation; an optimum's extra atom must be the file's objective against the
+printed optimum; the atoms of a clause proof's input clauses must be atoms of the script; models
+must satisfy the input as read here. The input clauses of clause proofs are still taken as
+given (docs/certificates.md says what the format must add).
+
+Exit status 0 when every certificate checks (and, without --input, there is at least one), 1
+otherwise.
 """
 
 import math
+import re
 import sys
 from collections import defaultdict
 from fractions import Fraction
@@ -377,8 +392,896 @@ def check_ray(lines):
         raise ValueError("the ray does not improve the objective")
 
 
+# ---- The input, read by the checker itself ------------------------------------------------
+# An atom is (rel, c, terms) with terms {variable name: coefficient}: Σ a·x REL c. A problem is
+# what one check-sat (or an LP file) asks: its top-level literals (which a proof tree may take
+# as hypotheses), every atom anywhere in it (which a clause proof's atoms may stand for), the
+# declared sorts, and the formulas a model must satisfy.
+
+NEGATE = {"<=": ">", "<": ">=", ">=": "<", ">": "<=", "=": "!=", "!=": "="}
+FLIP = {"<=": ">=", "<": ">", ">=": "<=", ">": "<", "=": "=", "!=": "!="}
+HIDDEN = "?"  # a variable the tool introduced for a term ite: it matches any such variable
+
+
+class InputError(ValueError):
+    pass
+
+
+def canonical(rel, c, terms, sorts):
+    """A key equal for atoms that state the same bound: over Int variables only, rounded to a
+    non-strict bound on integer coefficients; then divided by the first coefficient (the
+    relation turned round when it is negative); an atom without variables is true or false."""
+    terms = {v: a for v, a in terms.items() if a != 0}
+    if not terms:
+        holds = {"<=": 0 <= c, "<": 0 < c, ">=": 0 >= c, ">": 0 > c, "=": c == 0, "!=": c != 0}
+        return ("true",) if holds[rel] else ("false",)
+    if rel in ("<", ">", "<=", ">=") and all(sorts.get(v) == "Int" for v in terms):
+        scale = math.lcm(*(a.denominator for a in terms.values()))
+        g = 0
+        for a in terms.values():
+            g = math.gcd(g, int(a * scale))
+        s = Fraction(scale, g)
+        c, rel = rounded(rel, c, terms), {"<": "<=", ">": ">="}.get(rel, rel)
+        terms, c = {v: a * s for v, a in terms.items()}, c * s
+    s = terms[min(terms)]
+    rel = FLIP[rel] if s < 0 else rel
+    return (rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
+
+
+def tokenize(text):
+    tokens, i, n = [], 0, len(text)
+    while i < n:
+        ch = text[i]
+        if ch in " \t\r\n":
+            i += 1
+        elif ch == ";":
+            i = text.find("\n", i) + 1 or n
+        elif ch in "()":
+            tokens.append(ch)
+            i += 1
+        elif ch == "|":
+            j = text.index("|", i + 1)
+            tokens.append(text[i + 1 : j])
+            i = j + 1
+        elif ch == '"':
+            j = i + 1
+            while text[j] != '"' or text[j + 1 : j + 2] == '"':
+                j += 2 if text[j] == '"' else 1
+            tokens.append(("str", text[i + 1 : j]))
+            i = j + 1
+        else:
+            j = i
+            while j < n and text[j] not in ' \t\r\n();|"':
+                j += 1
+            tokens.append(text[i:j])
+            i = j
+    return tokens
+
+
+def sexprs(tokens):
+    stack = [[]]
+    for t in tokens:
+        if t == "(":
+            stack.append([])
+        elif t == ")":
+            done = stack.pop()
+            stack[-1].append(done)
+        else:
+            stack[-1].append(t)
+    return stack[0]
+
+
+def number(word):
+    if isinstance(word, str) and word[:1].isdigit():
+        return Fraction(word)
+    return None
+
+
+class Script:
+    """Declarations, definitions and assertions by push level, read command by command."""
+
+    def __init__(self):
+        self.history = []  # every formula asserted or assumed so far
+        self.ever_declared = {}
+        self.reset()
+
+    def reset(self):
+        self.levels = [{"sorts": {}, "defs": {}, "asserts": [], "named": {}}]
+
+    def lookup(self, key, name):
+        for level in reversed(self.levels):
+            if name in level[key]:
+                return level[key][name]
+        return None
+
+    def sorts(self):
+        out = {}
+        for level in self.levels:
+            out.update(level["sorts"])
+        return out
+
+    def expand(self, e, env):
+        """The expression with lets, definitions, names and annotations substituted away."""
+        if isinstance(e, tuple):
+            raise InputError("a string in a term")
+        if not isinstance(e, list):
+            if e in env:
+                return env[e]
+            d = self.lookup("defs", e)
+            if d is not None:
+                if d[0]:
+                    raise InputError("%s needs arguments" % e)
+                return d[1]
+            if number(e) is None and e not in ("true", "false") and not self.lookup("sorts", e):
+                raise InputError("undeclared symbol " + e)
+            return e
+        if not e:
+            raise InputError("empty application")
+        if e[0] == "let":
+            inner = dict(env)
+            for name, value in e[1]:
+                inner[name] = self.expand(value, env)
+            return self.expand(e[2], inner)
+        if e[0] == "!":
+            body = self.expand(e[1], env)
+            for k in range(2, len(e) - 1):
+                if e[k] == ":named":
+                    self.levels[-1]["named"][e[k + 1]] = body
+                    self.levels[-1]["defs"][e[k + 1]] = ([], body)
+            return body
+        args = [self.expand(a, env) for a in e[1:]]
+        d = self.lookup("defs", e[0]) if isinstance(e[0], str) else None
+        if d is not None and d[0]:
+            return self.expand(d[1], dict(zip(d[0], args)))
+        return [e[0]] + args
+
+    def command(self, cmd):
+        """Returns ("check", assumptions) for a check-sat, None otherwise."""
+        head = cmd[0]
+        top = self.levels[-1]
+        if head in ("declare-const", "declare-fun"):
+            sort = cmd[-1]
+            if head == "declare-fun" and cmd[2]:
+                top["sorts"][cmd[1]] = "Fun"
+            else:
+                top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
+            self.ever_declared[cmd[1]] = top["sorts"][cmd[1]]
+        elif head == "define-fun":
+            params = [p[0] for p in cmd[2]]
+            body = self.expand(cmd[4], {p: p for p in params})
+            top["defs"][cmd[1]] = (params, body)
+        elif head == "assert":
+            top["asserts"].append(self.expand(cmd[1], {}))
+        elif head == "push":
+            for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
+                self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "named": {}})
+        elif head == "pop":
+            k = int(cmd[1]) if len(cmd) > 1 else 1
+            if k < len(self.levels):
+                del self.levels[len(self.levels) - k :]
+        elif head == "reset":
+            self.reset()
+        elif head == "reset-assertions":
+            self.levels = [self.levels[0]]
+            self.levels[0]["asserts"] = []
+        elif head == "check-sat" and len(cmd) == 1:
+            return ("check", [])
+        elif head == "check-sat-assuming" and len(cmd) == 2:
+            return ("check", [self.expand(a, {}) for a in cmd[1]])
+        return None
+
+    def problem(self, assumptions):
+        self.ever_declared.update(self.sorts())  # popped levels' clauses may remain, guarded
+        sorts = dict(self.ever_declared)
+        formulas = [f for level in self.levels for f in level["asserts"]] + assumptions
+        self.history += formulas
+        return Problem(sorts, formulas, self.lookup_named(), self.history)
+
+    def lookup_named(self):
+        named = {}
+        for level in self.levels:
+            named.update(level["named"])
+        return named
+
+
+def lin(e, sorts):
+    """A term as (terms, constant); None when it is not linear in declared variables (an ite
+    term stands as the hidden variable)."""
+    if isinstance(e, str):
+        q = number(e)
+        if q is not None:
+            return {}, q
+        if sorts.get(e) in ("Int", "Real"):
+            return {e: Fraction(1)}, Fraction(0)
+        raise InputError("unknown term " + e)
+    op, args = e[0], [lin(a, sorts) for a in e[1:]] if e[0] != "ite" else None
+    if op == "ite":
+        return {HIDDEN: Fraction(1)}, Fraction(0)
+    if op == "+" or (op == "-" and len(args) > 1):
+        terms, c = dict(args[0][0]), args[0][1]
+        for t, d in args[1:]:
+            sign = -1 if op == "-" else 1
+            for v, a in t.items():
+                terms[v] = terms.get(v, 0) + sign * a
+            c += sign * d
+        return terms, c
+    if op == "-":
+        return {v: -a for v, a in args[0][0].items()}, -args[0][1]
+    if op == "*":
+        terms, c = {}, Fraction(1)
+        for t, d in args:
+            if t and terms:
+                raise InputError("a non-linear product")
+            if t:
+                terms = {v: a * c for v, a in t.items()}
+                c = d * c
+            else:
+                terms = {v: a * d for v, a in terms.items()}
+                c *= d
+        return terms, c
+    if op == "/":
+        (t, d), rest = args[0], args[1:]
+        for u, k in rest:
+            if u or k == 0:
+                raise InputError("division by a term or by zero")
+            t, d = {v: a / k for v, a in t.items()}, d / k
+        return t, d
+    if op == "to_real":
+        return args[0]
+    raise InputError("unsupported term " + str(op))
+
+
+ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
+
+
+def is_bool(e, sorts):
+    if isinstance(e, str):
+        return e in ("true", "false") or sorts.get(e) == "Bool"
+    if e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct"):
+        return True
+    if e[0] == "ite":
+        return is_bool(e[2], sorts)
+    return False
+
+
+def atoms_of(e, sorts):
+    """A comparison (a chain, =, distinct) as its list of atoms."""
+    op, args = e[0], [lin(a, sorts) for a in e[1:]]
+    pairs = [(args[i], args[j]) for i in range(len(args)) for j in range(i + 1, len(args))] \
+        if op == "distinct" else list(zip(args, args[1:]))
+    out = []
+    for (t, c), (u, d) in pairs:
+        terms = dict(t)
+        for v, a in u.items():
+            terms[v] = terms.get(v, 0) - a
+        out.append(("!=" if op == "distinct" else op, d - c, terms))
+    return out
+
+
+class Problem:
+    def __init__(self, sorts, formulas, named, history):
+        self.sorts, self.formulas, self.named = sorts, formulas, named
+        self.literals, self.anywhere, self.visited = set(), set(), set()
+        for f in formulas:
+            try:
+                self.top(f, True)
+            except InputError:
+                pass  # outside the fragment: the tool decides without it, or answers unknown
+        for f in history:
+            try:
+                self.collect(f)
+            except InputError:
+                pass
+
+    def key(self, rel, c, terms):
+        return canonical(rel, c, terms, self.sorts)
+
+    def top(self, f, positive):
+        """The literals the formula asserts at its top level (through and, not, a negated or)."""
+        if isinstance(f, str):
+            return
+        op = f[0]
+        if op == "not":
+            self.top(f[1], not positive)
+        elif (op == "and" and positive) or (op == "or" and not positive):
+            for g in f[1:]:
+                self.top(g, positive)
+        elif op in ("or", "and") and len([g for g in f[1:] if g not in ("true", "false")]) == 1 \
+                and all(g == ("false" if (op == "or") == positive else "true")
+                        for g in f[1:] if g in ("true", "false")):
+            self.top(next(g for g in f[1:] if g not in ("true", "false")), positive)
+        elif op == "=>" and not positive:
+            for g in f[1:-1]:
+                self.top(g, True)
+            self.top(f[-1], False)
+        elif op in ARITH_RELS and not (op == "=" and is_bool(f[1], self.sorts)):
+            atoms = atoms_of(f, self.sorts)
+            if positive or len(atoms) == 1:
+                for rel, c, terms in atoms:
+                    self.literals.add(self.key(rel if positive else NEGATE[rel], c, terms))
+
+    def collect(self, f):
+        """Every atom anywhere, in both polarities, equalities also as their two halves; an
+        ite term adds the atoms that bind its hidden variable to its branches."""
+        if isinstance(f, str) or id(f) in self.visited:
+            return
+        self.visited.add(id(f))  # let-bound formulas are shared: visit each node once
+        if f[0] in ARITH_RELS and not (f[0] == "=" and is_bool(f[1], self.sorts)):
+            for rel, c, terms in atoms_of(f, self.sorts):
+                for r in (rel, NEGATE[rel]) + (("<=", ">=", "<", ">") if rel in "=!=" else ()):
+                    self.anywhere.add(self.key(r, c, terms))
+            for term in f[1:]:
+                self.term_ites(term)
+            return
+        for g in f[1:]:
+            self.collect(g)
+
+    def term_ites(self, t):
+        if isinstance(t, list) and id(t) not in self.visited:
+            self.visited.add(id(t))
+            if t[0] == "ite":
+                self.collect(t[1])
+                for branch in t[2:]:
+                    terms, c = lin(branch, self.sorts)
+                    terms = {v: -a for v, a in terms.items()}
+                    terms[HIDDEN] = terms.get(HIDDEN, 0) + 1
+                    for r in ("=", "!=", "<=", ">=", "<", ">"):
+                        self.anywhere.add(self.key(r, c, terms))
+            for u in t[1:]:
+                self.term_ites(u)
+
+
+def eval_smt(e, model):
+    if isinstance(e, str):
+        if e in ("true", "false"):
+            return e == "true"
+        q = number(e)
+        if q is not None:
+            return q
+        if e not in model:
+            raise ValueError("the model has no value for " + e)
+        return model[e]
+    op, a = e[0], e[1:]
+    if op == "ite":
+        return eval_smt(a[1] if eval_smt(a[0], model) else a[2], model)
+    v = [eval_smt(x, model) for x in a]
+    if op == "and":
+        return all(v)
+    if op == "or":
+        return any(v)
+    if op == "not":
+        return not v[0]
+    if op == "=>":
+        return (not all(v[:-1])) or v[-1]
+    if op == "xor":
+        return sum(map(bool, v)) % 2 == 1
+    if op == "distinct":
+        return len(set(v)) == len(v)
+    if op in ("=", "<=", "<", ">=", ">"):
+        cmp = {"=": lambda x, y: x == y, "<=": lambda x, y: x <= y, "<": lambda x, y: x < y,
+               ">=": lambda x, y: x >= y, ">": lambda x, y: x > y}[op]
+        return all(cmp(x, y) for x, y in zip(v, v[1:]))
+    if op == "+":
+        return sum(v, Fraction(0))
+    if op == "-":
+        return -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0))
+    if op == "*":
+        return math.prod(v, start=Fraction(1))
+    if op == "/":
+        return v[0] / math.prod(v[1:], start=Fraction(1))
+    if op == "to_real":
+        return v[0]
+    raise ValueError("cannot evaluate " + str(op))
+
+
+def model_value(e):
+    if isinstance(e, str):
+        return e == "true" if e in ("true", "false") else Fraction(e)
+    if e[0] == "-":
+        return -model_value(e[1])
+    if e[0] == "/":
+        return model_value(e[1]) / model_value(e[2])
+    raise ValueError("a model value that is no number")
+
+
+# ---- LP files: MPS, CPLEX LP, .lin, and DIMACS ---------------------------------------------
+
+class LPProblem:
+    """Rows and bounds of an LP file as atoms, its objective (terms, constant) and sense."""
+
+    def __init__(self):
+        self.atoms, self.sorts, self.objective, self.sense = [], {}, ({}, Fraction(0)), "min"
+
+    def relaxed(self, columns):
+        """The problem with the given Int columns taken as Real."""
+        p = LPProblem()
+        p.atoms, p.objective, p.sense = self.atoms, self.objective, self.sense
+        p.sorts = {v: "Real" if v in columns else s for v, s in self.sorts.items()}
+        return p.finish()
+
+    def finish(self, bound=None):
+        self.literals = set()
+        if bound:
+            rel, value = bound
+            self.atoms.append((rel, Fraction(value) - self.objective[1], self.objective[0]))
+        self.primary = {canonical(r, c, t, self.sorts) for r, c, t in self.atoms} - {("true",)}
+        for rel, c, terms in self.atoms:
+            for r in (rel, "<=", ">=") if rel == "=" else (rel,):
+                self.literals.add(canonical(r, c, terms, self.sorts))
+        self.anywhere = self.literals
+        return self
+
+
+def mps_number(word):
+    q = Fraction(word)
+    return None if abs(q) >= 10 ** 30 else q
+
+
+def read_mps(text):
+    p, section, rows, kinds, obj, integer = LPProblem(), None, {}, {}, None, False
+    rhs, ranges, lower, upper = {}, {}, {}, {}
+    for line in text.splitlines():
+        if not line.strip() or line.startswith("*"):
+            continue
+        words = line.split()
+        if not line[0].isspace():
+            section = words[0]
+            if section == "OBJSENSE" and len(words) > 1:
+                p.sense = "max" if words[1].upper().startswith("MAX") else "min"
+            continue
+        if section == "OBJSENSE":
+            p.sense = "max" if words[0].upper().startswith("MAX") else "min"
+        elif section == "ROWS":
+            kinds[words[1]] = words[0].upper()
+            if words[0].upper() == "N" and obj is None:
+                obj = words[1]
+            rows[words[1]] = {}
+        elif section == "COLUMNS":
+            if len(words) > 2 and words[1] == "'MARKER'":
+                integer = "INTORG" in words[2]
+                continue
+            col = words[0]
+            if col not in p.sorts:
+                p.sorts[col] = "Int" if integer else "Real"
+                lower[col] = Fraction(0)
+            for r, v in zip(words[1::2], words[2::2]):
+                rows[r][col] = rows[r].get(col, 0) + Fraction(v)
+        elif section in ("RHS", "RANGES"):
+            pairs = words[1:] if len(words) % 2 else words
+            for r, v in zip(pairs[::2], pairs[1::2]):
+                (rhs if section == "RHS" else ranges)[r] = Fraction(v)
+        elif section == "BOUNDS":
+            kind, col = words[0].upper(), words[2]
+            v = Fraction(words[3]) if len(words) > 3 else None
+            if kind in ("UP", "UI") and v is not None and v < 0 and lower.get(col) == 0:
+                lower[col] = None
+            if kind in ("LO", "LI", "FX"):
+                lower[col] = v
+            if kind in ("UP", "UI", "FX"):
+                upper[col] = v
+            if kind == "FR":
+                lower[col], upper[col] = None, None
+            if kind == "MI":
+                lower[col] = None
+            if kind == "BV":
+                lower[col], upper[col], p.sorts[col] = Fraction(0), Fraction(1), "Int"
+            if kind in ("LI", "UI"):
+                p.sorts[col] = "Int"
+    for r, terms in rows.items():
+        b, kind = rhs.get(r, Fraction(0)), kinds[r]
+        if kind == "N":
+            if r == obj:
+                p.objective = (terms, -b)
+            continue
+        lo, hi = {"E": (b, b), "L": (None, b), "G": (b, None)}[kind]
+        if r in ranges:
+            q = ranges[r]
+            lo, hi = {"E": (b + min(q, 0), b + max(q, 0)), "L": (b - abs(q), b),
+                      "G": (b, b + abs(q))}[kind]
+        add_bounds(p, terms, lo, hi, mps_number)
+    for col in p.sorts:
+        add_bounds(p, {col: Fraction(1)}, lower.get(col), upper.get(col), mps_number)
+    return p
+
+
+def add_bounds(p, terms, lo, hi, finite):
+    """lo <= terms <= hi; an infinite value that bounds nothing is dropped, one that no value
+    meets becomes the false atom."""
+    lo = None if lo is None else (finite(str(lo)), lo)
+    hi = None if hi is None else (finite(str(hi)), hi)
+    if lo and hi and lo[0] is not None and lo[0] == hi[0]:
+        p.atoms.append(("=", lo[0], terms))
+        return
+    if lo:
+        p.atoms.append((">=", lo[0], terms) if lo[0] is not None else
+                       ((">=", Fraction(1), {}) if lo[1] > 0 else (">=", Fraction(-1), {})))
+    if hi:
+        p.atoms.append(("<=", hi[0], terms) if hi[0] is not None else
+                       (("<=", Fraction(-1), {}) if hi[1] < 0 else ("<=", Fraction(1), {})))
+
+
+def lin_text(text, sorts):
+    """A .lin side: sums of [number [*|/ number]...] [*] [variable] terms."""
+    terms, c = {}, Fraction(0)
+    for sign, body in re.findall(r"([+-]?)\s*([^+-]+)", text.replace(" ", "")):
+        m = re.fullmatch(r"([0-9./*]*?)\*?([A-Za-z_][A-Za-z0-9_]*)?", body)
+        factor = Fraction(1)
+        if m.group(1):
+            expr = m.group(1).strip("*")
+            parts = re.split(r"([*/])", expr)
+            factor = Fraction(parts[0])
+            for op, q in zip(parts[1::2], parts[2::2]):
+                factor = factor * Fraction(q) if op == "*" else factor / Fraction(q)
+        factor = -factor if sign == "-" else factor
+        if m.group(2):
+            sorts.setdefault(m.group(2), "Real")
+            terms[m.group(2)] = terms.get(m.group(2), 0) + factor
+        else:
+            c += factor
+    return terms, c
+
+
+def read_lin(text):
+    p = LPProblem()
+    for line in text.splitlines():
+        line = line.split("#")[0].strip()
+        if line:
+            left, right = line.split("=")
+            (t, c), (u, d) = lin_text(left, p.sorts), lin_text(right, p.sorts)
+            for v, a in u.items():
+                t[v] = t.get(v, 0) - a
+            p.atoms.append(("=", d - c, t))
+    return p
+
+
+LP_SECTIONS = {"minimize": "min", "minimum": "min", "min": "min", "maximize": "max",
+               "maximum": "max", "max": "max", "subject to": "st", "such that": "st", "st": "st",
+               "s.t.": "st", "bounds": "bounds", "bound": "bounds", "general": "int",
+               "generals": "int", "gen": "int", "binary": "bin", "binaries": "bin", "bin": "bin",
+               "end": "end"}
+LP_TOKEN = re.compile(r"<=|=<|>=|=>|[<>=:+-]|(?:[0-9]+\.?[0-9]*|\.[0-9]+)(?:[eE][+-]?[0-9]+)?"
+                      r"(?![0-9])|[^\s<>=:+-]+")
+LP_REL = {"<=": "<=", "=<": "<=", "<": "<=", ">=": ">=", "=>": ">=", ">": ">=", "=": "="}
+INF = float("inf")  # an LP file's infinity; exact numbers stay Fractions
+
+
+def lp_number(tok):
+    if tok.lower() in ("inf", "infinity"):
+        return INF
+    return Fraction(tok) if re.fullmatch(r"[0-9.]+([eE][+-]?[0-9]+)?", tok) else None
+
+
+def lp_expr(toks, k, sorts, constant=False):
+    """A sum of terms from toks[k] (only a signed number when `constant`): terms, constant,
+    the next index. A term without a sign before it starts the next statement."""
+    terms, c, first = {}, Fraction(0), True
+    while k < len(toks) and toks[k] not in LP_REL and toks[k + 1 : k + 2] != [":"]:
+        sign, start = 1, k
+        while toks[k] in ("+", "-"):
+            sign, k = (-sign if toks[k] == "-" else sign), k + 1
+        if not first and start == k:
+            return terms, c, start
+        q = lp_number(toks[k])
+        if q is not None:
+            k += 1
+            if constant or k == len(toks) or lp_number(toks[k]) is not None or \
+                    toks[k] in LP_REL or toks[k] in ("+", "-", ":"):
+                c, first = c + sign * q, False
+                if constant:
+                    break
+                continue
+            sign *= q
+        sorts.setdefault(toks[k], "Real")
+        terms[toks[k]] = terms.get(toks[k], 0) + sign
+        k, first = k + 1, False
+    return terms, c, k
+
+
+def read_cplex_lp(text):
+    p, section, parts = LPProblem(), None, {}
+    for line in text.splitlines():
+        line = line.split("\\")[0].strip()
+        key = LP_SECTIONS.get(" ".join(line.lower().split()))
+        if key:
+            section = key
+            p.sense = key if key in ("min", "max") else p.sense
+        elif line and section == "bounds":  # a bound a line: `lo <= x` ends there
+            parts.setdefault(section, []).append(LP_TOKEN.findall(line))
+        elif line and section:
+            parts.setdefault(section, []).extend(LP_TOKEN.findall(line))
+    toks = parts.get(p.sense, [])
+    p.objective = lp_expr(toks, 2 if toks[1:2] == [":"] else 0, p.sorts)[:2]
+    lower, upper = {}, {}
+    for kind, toks in [("st", parts.get("st", []))] + [("bounds", b) for b in parts.get("bounds", [])]:
+        k = 0
+        while k < len(toks):
+            k += 2 if toks[k + 1 : k + 2] == [":"] else 0
+            if kind == "bounds" and toks[k + 1].lower() == "free":
+                lower[toks[k]], k = -INF, k + 2
+                p.sorts.setdefault(toks[k - 2], "Real")
+                continue
+            left, lc, k = lp_expr(toks, k, p.sorts)
+            rel = LP_REL[toks[k]]
+            right, rc, k = lp_expr(toks, k + 1, p.sorts, bool(left))
+            sides = [(left, lc, rel, right, rc)]
+            if not left and k < len(toks) and toks[k] in LP_REL:  # lo <= expr <= hi
+                rel2 = LP_REL[toks[k]]
+                _, hc, k = lp_expr(toks, k + 1, p.sorts, True)
+                sides = [(right, rc, FLIP[rel], {}, lc), (right, rc, rel2, {}, hc)]
+                if lc == hc and rel == rel2 == "<=":
+                    sides = [(right, rc, "=", {}, lc)]
+            for terms, c, r, other, d in sides:
+                terms = dict(terms)
+                for v, a in other.items():
+                    terms[v] = terms.get(v, 0) - a
+                bound = d - c
+                if len(terms) == 1 and next(iter(terms.values())) == -1:
+                    terms, bound, r = {v: 1 for v in terms}, -bound, FLIP[r]
+                v = next(iter(terms))
+                if kind == "bounds" and len(terms) == 1 and terms[v] == 1:
+                    if r in ("<=", "="):
+                        upper[v] = bound
+                    if r in (">=", "="):
+                        lower[v] = bound
+                else:
+                    p.atoms.append(lp_atom(r, bound, terms))
+    for name in parts.get("int", []) + parts.get("bin", []):
+        p.sorts[name] = "Int"
+        if name in parts.get("bin", []):
+            lower[name], upper[name] = Fraction(0), Fraction(1)
+    for v in p.sorts:
+        lo, hi = lower.get(v, Fraction(0)), upper.get(v, INF)
+        for r, b in (("=", lo),) if lo == hi else ((">=", lo), ("<=", hi)):
+            p.atoms.append(lp_atom(r, b, {v: Fraction(1)}))
+    return p
+
+
+def lp_atom(rel, bound, terms):
+    """terms REL bound; an infinite bound leaves a true atom (bounding nothing) or the false one."""
+    if abs(bound) != INF:
+        return (rel, bound, terms)
+    holds = (rel == "<=" and bound > 0) or (rel == ">=" and bound < 0)
+    return (">=", Fraction(-1 if holds else 1), {})
+
+
+def read_dimacs(text):
+    clauses, current = [], []
+    for line in text.splitlines():
+        if line[:1] in ("c", "p", "%") or not line.strip():
+            continue
+        for w in line.split():
+            if w == "0":
+                clauses.append(current)
+                current = []
+            else:
+                current.append(int(w))
+    return clauses + ([current] if current else [])
+
+
+# ---- Certificates against the problem ------------------------------------------------------
+
+def cert_atoms(lines, problem):
+    """The certificate's atoms as (id, key, rel, c, terms by name), its variables checked
+    against the declarations: a name the input declares has the sort declared, any other name
+    is a variable the tool introduced for a term ite."""
+    names, out = {}, []
+    for line in lines:
+        words = line.split(maxsplit=3)
+        if words[0] == "var":
+            name = words[3].strip("|") if len(words) > 3 else ""
+            if name in problem.sorts:
+                relaxed = isinstance(problem, LPProblem) and words[2] == "Real"
+                if problem.sorts[name] != words[2] and not relaxed:
+                    raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name],
+                                                                    words[2]))
+                names[words[1]] = name
+            elif "@" in name and isinstance(problem, Problem):
+                names[words[1]] = HIDDEN
+            else:
+                raise ValueError("variable %s is not declared in the input" % name)
+    for line in lines:
+        words = line.split()
+        if words[0] == "atom":
+            terms = {}
+            for w in words[4:]:
+                v, a = w.split(":")
+                terms[names[v]] = terms.get(names[v], 0) + Fraction(a)
+            rel, c = words[2], Fraction(words[3])
+            out.append((words[1], canonical(rel, c, terms, problem.sorts), rel, c, terms))
+    return out
+
+
+def check_against(lines, problem, optimum=None):
+    """Every atom of the certificate is one of the problem's: a top-level literal for a proof
+    tree, an atom anywhere (either polarity) for a clause proof; an optimum's extra atom is the
+    file's objective against the optimum; a ray lists every atom of the problem."""
+    kind = lines[0] if lines and lines[0].startswith("format") else "tree"
+    body = lines[1:] if kind != "tree" else lines
+    allowed = problem.anywhere if kind == "format clauses" else problem.literals
+    if isinstance(problem, LPProblem):  # the relaxation's certificate names Int columns Real
+        relaxed = {w.split()[3].strip("|") for w in body if w.startswith("var ") and
+                   w.split()[2] == "Real"} & {v for v, s in problem.sorts.items() if s == "Int"}
+        if relaxed:
+            problem = problem.relaxed(relaxed)
+            allowed = problem.literals
+    seen, free = set(), set()
+    if kind == "format clauses":  # atoms of lemmas only (splits, cuts) are valid by themselves
+        used = {abs(int(w)) for line in body if line.startswith(("input ", "assume "))
+                for w in line.split()[1:]}
+        free = {line.split()[1] for line in body if line.startswith("atom ")} - \
+            {str(v) for v in used}
+    for ident, key, rel, c, terms in cert_atoms(body, problem):
+        if ident in free:
+            continue
+        if key in allowed:
+            seen.add(key)
+        elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
+            optimum = None  # one objective atom
+        else:
+            raise ValueError("atom %s is no atom of the input" % ident)
+    if kind == "format ray":
+        if not problem.primary <= seen:
+            raise ValueError("the ray does not list every atom of the input")
+        for line in body:
+            if line.startswith("objective"):
+                words = line.split()
+                names = {w.split()[1]: w.split(maxsplit=3)[3].strip("|") for w in body if w[:4] == "var "}
+                terms = {}
+                for w in words[2:]:
+                    v, a = w.split(":")
+                    if v != "0":
+                        terms[names[v]] = Fraction(a)
+                if words[1] != problem.sense or not same_term(terms, problem.objective[0]):
+                    raise ValueError("the ray's objective is not the file's")
+
+
+def same_term(terms, objective):
+    clean = lambda t: {v: a for v, a in t.items() if a != 0}
+    return clean(terms) == clean(objective)
+
+
+def is_objective(problem, rel, c, terms, optimum):
+    """objective < optimum (> when maximizing), the objective's constant moved, any positive
+    scale."""
+    obj, const = problem.objective
+    obj = {v: a for v, a in obj.items() if a != 0}
+    if rel != ("<" if problem.sense == "min" else ">"):
+        return False
+    if not obj:
+        return not terms and c == optimum - const
+    v = min(obj)
+    if terms.get(v, 0) == 0:
+        return False
+    s = terms[v] / obj[v]
+    return s > 0 and same_term(terms, {x: s * a for x, a in obj.items()}) and \
+        c == s * (optimum - const)
+
+
+def check_lp_model(problem, model, optimum, relaxed):
+    value = lambda terms: sum((a * model.get(v, Fraction(0)) for v, a in terms.items()),
+                              Fraction(0))
+    for rel, c, terms in problem.atoms:
+        t = value(terms)
+        if not {"<=": t <= c, ">=": t >= c, "=": t == c}[rel]:
+            raise ValueError("the model violates a row or bound of the file")
+    for v, sort in problem.sorts.items():
+        if sort == "Int" and not relaxed and model.get(v, Fraction(0)).denominator != 1:
+            raise ValueError("the model gives Int column %s a fraction" % v)
+    if optimum is not None and value(problem.objective[0]) + problem.objective[1] != optimum:
+        raise ValueError("the model does not attain the optimum")
+
+
+def output_items(text):
+    """The tool's output as a list: words and s-expressions, and ("cert", lines) blocks."""
+    items, chunk, block = [], [], None
+    for line in text.replace("||", "|").splitlines():
+        if line == "(certificate" and block is None:
+            items += sexprs(tokenize("\n".join(chunk)))
+            chunk, block = [], []
+        elif block is not None and line == ")":
+            items.append(("cert", block))
+            block = None
+        elif block is not None:
+            block.append(line)
+        else:
+            chunk.append(line)
+    return items + sexprs(tokenize("\n".join(chunk)))
+
+
+def is_model(item):
+    return isinstance(item, list) and all(isinstance(d, list) and d[:1] == ["define-fun"]
+                                          for d in item) and item != []
+
+
+def read_model(item):
+    return {d[1]: model_value(d[4]) for d in item}
+
+
+def open_text(path):
+    import bz2
+    import gzip
+    if path.endswith(".bz2"):
+        return bz2.open(path, "rt").read()
+    if path.endswith(".gz"):
+        return gzip.open(path, "rt").read()
+    return open(path).read()
+
+
+def check_input(path, items, bound=None):
+    """Pairs each certificate and model with the problem it is about and checks it; returns the
+    number of certificates checked."""
+    text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
+    ext = base[1] if len(base) > 1 else "smt2"
+    certs = 0
+    if ext == "cnf":
+        clauses = read_dimacs(text)
+        for item in items:
+            if isinstance(item, tuple):
+                raise ValueError("a certificate for a DIMACS file")
+        words = [w for w in items if isinstance(w, str)]
+        if "v" in words:
+            true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
+            if any(not any(l in true for l in c) for c in clauses):
+                raise ValueError("the model falsifies a clause")
+        return 0
+    if ext in ("mps", "lp", "lin"):
+        problem = {"mps": read_mps, "lp": read_cplex_lp, "lin": read_lin}[ext](text)
+        words = [w for w in items if isinstance(w, str)]
+        optimum = Fraction(words[2]) if words[:2] == ["optimal", "objective"] else None
+        problem.finish(bound)
+        for item in items:
+            if isinstance(item, tuple):
+                check_against(item[1], problem, optimum)
+                certs += 1
+            elif is_model(item):
+                check_lp_model(problem, read_model(item), optimum, words[0] in ("optimal", "unbounded"))
+        return certs
+    script, problems = Script(), []
+    for cmd in sexprs(tokenize(text)):
+        try:
+            got = script.command(cmd)
+        except (InputError, KeyError, IndexError, TypeError) as e:
+            got = None  # the tool reports an error for this command too
+        if got:
+            problems.append(script.problem(got[1]))
+    answers = [i for i in items if i in ("sat", "unsat", "unknown")]
+    if len(answers) != len(problems):
+        raise ValueError("%d answers for %d check-sat commands" % (len(answers), len(problems)))
+    current = -1
+    for item in items:
+        if item in ("sat", "unsat", "unknown"):
+            current += 1
+        elif isinstance(item, tuple):
+            if current < 0 or answers[current] != "unsat":
+                raise ValueError("a certificate after no unsat")
+            certs += 1
+            try:
+                check_against(item[1], problems[current])
+            except ValueError as e:
+                raise ValueError("certificate %d: %s" % (certs, e))
+        elif is_model(item) and current >= 0 and answers[current] == "sat":
+            model, problem = read_model(item), problems[current]
+            for name, sort in problem.sorts.items():
+                model.setdefault(name, False if sort == "Bool" else Fraction(0))
+            for f in problem.formulas:
+                if eval_smt(f, model) is not True:
+                    raise ValueError("the model of check-sat %d falsifies an assertion"
+                                     % (current + 1))
+    return certs
+
+
 def main():
-    text = open(sys.argv[1]).read() if len(sys.argv) > 1 else sys.stdin.read()
+    args = sys.argv[1:]
+    path = bound = None
+    if "--input" in args:
+        k = args.index("--input")
+        path = args[k + 1]
+        del args[k : k + 2]
+    if "--objective-bound" in args:
+        k = args.index("--objective-bound")
+        bound = args[k + 1].split()
+        del args[k : k + 2]
+    text = open(args[0]).read() if args else sys.stdin.read()
     # Variable lines: "var N SORT NAME", the name may hold spaces; keep the sort only.
     blocks, current = [], None
     for line in text.splitlines():
@@ -401,6 +1304,14 @@ def main():
         except (ValueError, KeyError, IndexError, ZeroDivisionError) as e:
             print("certificate %d: invalid: %s" % (number, e))
             return 1
+    if path is not None:
+        try:
+            check_input(path, output_items(text), bound)
+        except (ValueError, KeyError, IndexError, ZeroDivisionError, InputError, OSError) as e:
+            print("against %s: %s" % (path, e))
+            return 1
+        print("%d certificates checked against %s" % (len(blocks), path))
+        return 0
     print("%d certificates checked" % len(blocks))
     return 0 if blocks else 1
 

@@ -1,0 +1,242 @@
+#!/usr/bin/env python3
+"""Certificates checked against their inputs (check_certificate.py --input). For seeded random
+scripts and MPS files every unsat and optimum certificate and every model must check against the
+input; then each input is mutated (a constant changed, a relation flipped, an assertion dropped
+or moved out of its push level, a named assertion renamed; for MPS a right-hand side changed, a
+row turned round, a bound dropped), the tool decides the mutated input, and wherever an answer
+that a proof tree or an optimum certificate backed changes, the checker must reject the original
+output against the mutated input. Clause proofs take their input clauses as given (the tool
+does not yet print what its definition literals stand for), so a mutation they survive is
+counted, not failed.
+
+Usage: certificate_input.py VORN [SEEDS]; exit status 0 when every expectation holds."""
+
+import os
+import random
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [HERE, os.path.join(HERE, "..", "..", "scripts")]
+import check_certificate as checker  # noqa: E402
+import gen_lp  # noqa: E402
+import gen_smt  # noqa: E402
+
+VORN = sys.argv[1]
+CHECKER = os.path.join(HERE, "..", "..", "scripts", "check_certificate.py")
+TMP = tempfile.mkdtemp()
+
+
+def run(args, text, ext):
+    path = os.path.join(TMP, "case" + ext)
+    with open(path, "w") as f:
+        f.write(text)
+    try:  # a mutated problem can be much harder; it then counts as no answer
+        return path, subprocess.run([VORN] + args + ["--time-limit", "10", path],
+                                    capture_output=True, text=True, timeout=30).stdout
+    except subprocess.TimeoutExpired:
+        return path, ""
+
+
+def accepted(path, out):
+    with open(os.path.join(TMP, "out.txt"), "w") as f:
+        f.write(out)
+    return subprocess.run(["python3", CHECKER, "--input", path, os.path.join(TMP, "out.txt")],
+                          capture_output=True).returncode == 0
+
+
+def show(e):
+    if isinstance(e, tuple):
+        return '"%s"' % e[1]
+    if isinstance(e, list):
+        return "(" + " ".join(show(x) for x in e) + ")"
+    return e if gen_smt.SIMPLE.match(e) or e[:1] in ":0123456789" else "|%s|" % e
+
+
+def nodes(e, path=()):
+    yield path, e
+    if isinstance(e, list):
+        for k, x in enumerate(e):
+            yield from nodes(x, path + (k,))
+
+
+def replace(e, path, value):
+    if not path:
+        return value
+    return [replace(x, path[1:], value) if k == path[0] else x for k, x in enumerate(e)]
+
+
+def mutate(cmds, kind, rng):
+    """The commands with one mutation of `kind`, or None when the script offers no place."""
+    asserts = [i for i, c in enumerate(cmds) if c[0] == "assert"]
+    if kind == "drop":
+        i = rng.choice(asserts) if asserts else None
+        return None if i is None else cmds[:i] + cmds[i + 1 :]
+    if kind == "move":
+        depth, places = 0, []
+        for i, c in enumerate(cmds):
+            depth += {"push": 1, "pop": -1}.get(c[0], 0)
+            if c[0] == "assert" and depth > 0:
+                pop = next((j for j in range(i, len(cmds)) if cmds[j][0] == "pop"), None)
+                places += [(i, pop)] if pop is not None else []
+        if places:
+            i, pop = rng.choice(places)
+            return cmds[:i] + cmds[i + 1 : pop + 1] + [cmds[i]] + cmds[pop + 1 :]
+        return None
+    want = {"constant": lambda e: isinstance(e, str) and e.split(".")[0].isdigit()
+            and checker.Fraction(e).denominator == 1,
+            "relation": lambda e: isinstance(e, list) and e[:1] in (["<="], ["<"], [">="], [">"]),
+            "rename": lambda e: e == ":named"}[kind]
+    spots = [(i, p, e) for i in asserts for p, e in nodes(cmds[i]) if want(e)]
+    if not spots:
+        return None
+    i, p, e = rng.choice(spots)
+    if kind == "constant":
+        new = str(int(checker.Fraction(e)) + 1) + (".0" if "." in e else "")
+        return cmds[:i] + [replace(cmds[i], p, new)] + cmds[i + 1 :]
+    if kind == "relation":
+        flipped = rng.choice([r for r in ("<=", "<", ">=", ">") if r != e[0]])
+        return cmds[:i] + [replace(cmds[i], p + (0,), flipped)] + cmds[i + 1 :]
+    name_path = p[:-1] + (p[-1] + 1,)
+    return cmds[:i] + [replace(cmds[i], name_path, "renamed_" + cmds_at(cmds[i], name_path))] \
+        + cmds[i + 1 :]
+
+
+def cmds_at(e, path):
+    for k in path:
+        e = e[k]
+    return e
+
+
+def backed(out):
+    """By check-sat: its answer and whether a proof tree (or an optimum) backs it."""
+    items, answers = checker.output_items(out), []
+    for item in items:
+        if item in ("sat", "unsat", "unknown", "optimal", "infeasible", "unbounded"):
+            answers.append([item, False])
+        elif isinstance(item, tuple) and answers:
+            answers[-1][1] = item[1][:1] != ["format clauses"]
+    words = [i for i in items if isinstance(i, str)]
+    return answers, words[:3]
+
+
+def changes(before, after, clause=False):
+    """Whether an answer that a proof tree backs (or the optimum; with `clause`, one that a
+    clause proof backs) differs after the mutation."""
+    (a, wa), (b, wb) = before, after
+    if wa[:1] == ["optimal"]:
+        return wa != wb and not clause
+    return any(tree != clause and ans == "unsat" and (k >= len(b) or b[k][0] != ans)
+               for k, (ans, tree) in enumerate(a))
+
+
+def main():
+    seeds = int(sys.argv[2]) if len(sys.argv) > 2 else 40
+    failures, counts, clause_counts = [], {}, {}
+    for seed in range(seeds):
+        rng = random.Random(seed)
+        cases = [("smt", gen_smt.render(gen_smt.generate(rng), seed), ".smt2", ["check"])]
+        for fmt in ("mps", "lp"):
+            lp = gen_lp.generate(rng, fmt)
+            cases.append((fmt, gen_lp.render(lp, True, True), "." + fmt, ["optimize", "--model"]))
+        for family, text, ext, args in cases:
+            args = args + ["--certificate"]
+            path, out = run(args, text, ext)
+            if not accepted(path, out):
+                failures.append("seed %d %s: the original output does not check" % (seed, family))
+                continue
+            before = backed(out)
+            cmds = checker.sexprs(checker.tokenize(text)) if family == "smt" else None
+            for kind in ("constant", "relation", "drop", "move", "rename"):
+                mutated = mutate(cmds, kind, rng) if family == "smt" else (
+                    mps_mutation(text, kind, rng) if family == "mps" else lp_mutation(text, kind, rng))
+                if mutated is None:
+                    continue
+                mtext = mutated if family != "smt" else "\n".join(show(c) for c in mutated)
+                mpath, mout = run(args, mtext, ext)
+                if mout and changes(before, backed(mout), clause=True):
+                    seen = "rejected" if not accepted(mpath, out) else "unnoticed"
+                    key = "%s %s, clause proof %s" % (family, kind, seen)
+                    clause_counts[key] = clause_counts.get(key, 0) + 1
+                if not mout or not changes(before, backed(mout)):
+                    continue
+                key = "%s %s" % (family, kind)
+                counts[key] = counts.get(key, 0) + 1
+                if accepted(mpath, out):
+                    keep = os.path.join(TMP, "seed%d-%s-%s" % (seed, family, kind))
+                    os.rename(mpath, keep + ext)
+                    with open(keep + ".out", "w") as f:
+                        f.write(out)
+                    failures.append("seed %d %s: the %s mutation went unnoticed (%s)" % (
+                        seed, family, kind, keep))
+    for key in sorted(counts):
+        print("%-14s %3d mutations that change an answer, all rejected" % (key, counts[key]))
+    for key in sorted(clause_counts):  # input clauses are taken as given: counted, not failed
+        print("%-40s %3d" % (key, clause_counts[key]))
+    for f in failures:
+        print("FAIL", f)
+    print("%d passed, %d failed" % (sum(counts.values()) + 3 * seeds - len(failures),
+                                    len(failures)))
+    return 1 if failures else 0
+
+
+def is_number(word):
+    try:
+        return checker.Fraction(word) is not None
+    except ValueError:
+        return False
+
+
+def mps_mutation(text, kind, rng):
+    lines, section, spots = text.splitlines(), None, []
+    for k, line in enumerate(lines):
+        if line and not line[0].isspace():
+            section = line.split()[0]
+        elif kind == "constant" and section in ("RHS", "RANGES", "BOUNDS", "COLUMNS") and \
+                "MARKER" not in line and is_number(line.split()[-1]):
+            spots.append(k)
+        elif kind == "relation" and section == "ROWS" and line.split()[0] in "LG":
+            spots.append(k)
+        elif kind == "drop" and section == "BOUNDS":
+            spots.append(k)
+    if not spots:
+        return None
+    k = rng.choice(spots)
+    words = lines[k].split()
+    if kind == "constant":
+        words[-1] = gen_lp.num_text(checker.Fraction(words[-1]) + 1)
+    elif kind == "relation":
+        words[0] = "G" if words[0] == "L" else "L"
+    lines[k] = " " + " ".join(words) if kind != "drop" else ""
+    return "\n".join(lines) + "\n"
+
+
+def lp_mutation(text, kind, rng):
+    """A right-hand side changed, a row's relation turned round, a bound dropped."""
+    lines, section, spots = text.splitlines(), None, []
+    for k, line in enumerate(lines):
+        words = line.split("\\")[0].split()
+        if line[:1] not in (" ", "\t"):
+            section = line.lower()
+        elif kind in ("constant", "relation") and section in ("subject to", "such that", "st",
+                                                               "s.t.") and is_number(words[-1]) \
+                and any(r in words for r in ("<=", "=<", "<", ">=", "=>", ">")):
+            spots.append(k)
+        elif kind == "drop" and section.startswith("bound"):
+            spots.append(k)
+    if not spots:
+        return None
+    k = rng.choice(spots)
+    words = lines[k].split("\\")[0].split()
+    if kind == "constant":
+        words[-1] = gen_lp.num_text(checker.Fraction(words[-1]) + 1)
+    elif kind == "relation":
+        turn = {"<=": ">=", "=<": ">=", "<": ">=", ">=": "<=", "=>": "<=", ">": "<="}
+        words = [turn.get(w, w) for w in words]
+    lines[k] = " " + " ".join(words) if kind != "drop" else ""
+    return "\n".join(lines) + "\n"
+
+
+if __name__ == "__main__":
+    sys.exit(main())
