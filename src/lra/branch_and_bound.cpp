@@ -11,6 +11,7 @@
 
 #include "integer_math.h"
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/tight_split.h"
 
 namespace vorn::lra {
 
@@ -68,6 +69,8 @@ Result BranchAndBound::check() {
     auto start = std::chrono::steady_clock::now();
     proof_.clear();
     path_.clear();
+    wants_term_split_ = false;
+    visited_ = 0;
     std::size_t base = simplex_.level();
     Result result = search();
     if (simplex_.level() > base) simplex_.pop(simplex_.level() - base);
@@ -115,6 +118,11 @@ BranchAndBound::Outcome BranchAndBound::visit(std::size_t node) {
     }
     int var = fractional_variable();
     if (var == 0) return Outcome::Sat;
+    ++visited_;
+    if ((visited_ & (visited_ - 1)) == 0 && tight_rows_refuted()) {
+        wants_term_split_ = true;
+        return Outcome::Unknown;
+    }
     ProofNode& split = proof_[node];
     split.kind = ProofNode::Kind::Split;
     split.var = var;
@@ -195,6 +203,23 @@ bool BranchAndBound::backtrack() {
 bool BranchAndBound::high_first(std::size_t node) const {
     const ProofNode& split = proof_[node];
     return QNumber(1, 2) < simplex_.delta_value(split.var).real() - split.below;
+}
+
+bool BranchAndBound::tight_rows_refuted() {
+    // Dense: the systems where single-variable branching diverges are small.
+    constexpr std::size_t kMaxEntries = 20000;
+    std::vector<int> integers, slacks;
+    for (int var = 1; var <= simplex_.num_variables(); ++var) {
+        if (is_integer(var)) {
+            integers.push_back(var);
+            continue;
+        }
+        if (!simplex_.is_slack(var)) continue;
+        auto term = simplex_.slack_term(var);
+        if (std::all_of(term.begin(), term.end(), [&](const auto& e) { return is_integer(e.var); }))
+            slacks.push_back(var);
+    }
+    return tight_term_split(simplex_, integers, slacks, kMaxEntries).has_value();
 }
 
 bool BranchAndBound::integral_model_is_valid() const {

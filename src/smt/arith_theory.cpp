@@ -207,7 +207,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         case LatticeStep::None:
             break;
     }
-    if (!cut() && !branch()) take_model();
+    if (!tight_split() && !cut() && !branch()) take_model();
     return true;
 }
 

@@ -97,6 +97,8 @@ class ArithTheory : public LinearTheory {
     bool round_to_lattice();
     bool parameter_split();
     bool over_integers(int var) const;
+    // tight_split.cpp
+    bool tight_split();
     // gomory_cut.cpp
     bool cut();
     bool cut_row(int basic);

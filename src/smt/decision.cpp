@@ -195,7 +195,8 @@ Decider::Result Decider::search() {
                 continue;
             }
         }
-        if (r == Result::Unknown && stopped()) return r;
+        // A vertex that only a split on a term cuts off goes to the Boolean search at once.
+        if (r == Result::Unknown && (stopped() || branch_.wants_term_split())) return r;
         if (r == Result::Unknown) unknown = true;
         for (;;) {  // backtrack to the next open high side
             if (stack_.empty()) return unknown ? Result::Unknown : Result::Unsat;

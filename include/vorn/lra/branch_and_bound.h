@@ -28,6 +28,11 @@
 // answers and proofs stable across runs; choices by fractionality or by box width did no
 // better on the benchmark families (bench/analysis.md).
 //
+// Tight rows: branching on single variables never ends where the rows at their bounds have no
+// integer solution (tight_split.h); the split that ends it is on a term, which these proofs
+// cannot hold. At the root and at every node whose count is a power of two, the search looks for
+// one and, found, answers Unknown with wants_term_split(), for a caller that can split on terms.
+//
 // Costs: one simplex check per node (reusing the basis of the previous node), a scan of the
 // integer variables per node, and a scan of all variables for the gcd test at the root.
 
@@ -91,6 +96,8 @@ class BranchAndBound {
     Result check();
     const std::vector<ProofNode>& proof() const { return proof_; }
     const BranchStats& stats() const { return stats_; }
+    // The last check() answered Unknown at a vertex that only a split on a term cuts off.
+    bool wants_term_split() const { return wants_term_split_; }
 
   private:
     // One split on the current path, and which of its children is being explored. Each frame
@@ -117,6 +124,7 @@ class BranchAndBound {
     // none is left.
     bool backtrack();
     bool integral_model_is_valid() const;
+    bool tight_rows_refuted();
 
     Simplex& simplex_;
     BranchOptions options_;
@@ -124,6 +132,8 @@ class BranchAndBound {
     std::vector<ProofNode> proof_;
     BranchStats stats_;
     std::vector<Frame> path_;
+    bool wants_term_split_ = false;
+    std::uint64_t visited_ = 0;  // nodes of this check
 };
 
 }  // namespace vorn::lra
