@@ -12,6 +12,7 @@
 #include "integer_math.h"
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/lra/tight_split.h"
+#include "vorn/lra/unit_cube.h"
 
 namespace vorn::lra {
 
@@ -118,6 +119,10 @@ BranchAndBound::Outcome BranchAndBound::visit(std::size_t node) {
     }
     int var = fractional_variable();
     if (var == 0) return Outcome::Sat;
+    if (node == 0 && unit_cube_point(simplex_, integer_)) {
+        ++stats_.cube_models;
+        return Outcome::Sat;
+    }
     ++visited_;
     if ((visited_ & (visited_ - 1)) == 0 && tight_rows_refuted()) {
         wants_term_split_ = true;
@@ -219,7 +224,10 @@ bool BranchAndBound::tight_rows_refuted() {
         if (std::all_of(term.begin(), term.end(), [&](const auto& e) { return is_integer(e.var); }))
             slacks.push_back(var);
     }
-    return tight_term_split(simplex_, integers, slacks, kMaxEntries).has_value();
+    // Past the first nodes, a vertex that moves along an unbounded direction counts too.
+    constexpr std::uint64_t kFreeAfter = 64;
+    bool free_as_fixed = visited_ >= kFreeAfter && fractional_unbounded(simplex_, integers);
+    return tight_term_split(simplex_, integers, slacks, kMaxEntries, free_as_fixed).has_value();
 }
 
 bool BranchAndBound::integral_model_is_valid() const {

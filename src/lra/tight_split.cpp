@@ -25,12 +25,27 @@ const QNumber* bound_at(const Simplex& simplex, int var) {
 
 }  // namespace
 
+bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers) {
+    const BoundTrail& bounds = simplex.bounds();
+    return std::any_of(integers.begin(), integers.end(), [&](int x) {
+        return !is_integral(simplex.delta_value(x)) &&
+               (!bounds.has_lower(x) || !bounds.has_upper(x));
+    });
+}
+
 std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
-                                          std::span<const int> slacks, std::size_t max_entries) {
+                                          std::span<const int> slacks, std::size_t max_entries,
+                                          bool free_as_fixed) {
     std::unordered_map<int, QNumber> fixed;
-    for (int x : integers)
-        if (const QNumber* at = bound_at(simplex, x); at != nullptr && at->is_integer())
+    for (int x : integers) {
+        if (const QNumber* at = bound_at(simplex, x); at != nullptr && at->is_integer()) {
             fixed.emplace(x, *at);
+            continue;
+        }
+        const DeltaRational& v = simplex.delta_value(x);
+        if (free_as_fixed && is_integral(v) && !simplex.tableau().rows().contains(x))
+            fixed.emplace(x, v.real());
+    }
     std::vector<int> tight;
     std::size_t entries = 0;
     for (int s : slacks)

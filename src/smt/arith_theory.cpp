@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/unit_cube.h"
 
 namespace vorn::smt {
 
@@ -87,6 +88,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
     used_ = 0;
     gave_up_ = false;
     cuts_used_ = 0;
+    cube_at_ = 0;
 }
 
 void ArithTheory::new_level() {
@@ -200,6 +202,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         return true;
     }
     if (!full) return true;
+    if (cube_model()) return true;
     switch (lattice_split()) {
         case LatticeStep::Split:
         case LatticeStep::Model:
@@ -207,7 +210,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         case LatticeStep::None:
             break;
     }
-    if (!tight_split() && !cut() && !branch()) take_model();
+    if (!cut() && !tight_split() && !branch()) take_model();
     return true;
 }
 
@@ -262,6 +265,24 @@ sat::Var ArithTheory::new_search_atom(std::span<const LinearExpr::Entry> term, R
     auto index = static_cast<std::uint32_t>(atom_of_[var]);
     if (!level_start_.empty() && atoms_[index].term.size() > 1) transient_.push_back(index);
     return var;
+}
+
+// The unit cube test (unit_cube.h) at a fractional vertex: when it finds an integral point, that
+// is the model. Tried at the first fractional vertex of a check and then whenever the branches
+// have doubled, since a failed test costs two simplex checks.
+bool ArithTheory::cube_model() {
+    if (used_ < cube_at_ || std::all_of(integer_vars_.begin(), integer_vars_.end(), [&](int s) {
+            return lra::is_integral(simplex_.delta_value(s));
+        }))
+        return false;
+    cube_at_ = 2 * used_ + 1;
+    std::vector<char> is_integer(static_cast<std::size_t>(simplex_.num_variables()) + 1, 0);
+    for (int s : integer_vars_)
+        is_integer[static_cast<std::size_t>(s)] = 1;
+    if (!lra::unit_cube_point(simplex_, is_integer)) return false;
+    ++cube_models_;
+    take_model();
+    return true;
 }
 
 void ArithTheory::take_model() {

@@ -452,6 +452,7 @@ DecideStats& DecideStats::operator+=(const DecideStats& o) {
     branch.nodes += o.branch.nodes;
     branch.max_depth = std::max(branch.max_depth, o.branch.max_depth);
     branch.gcd_conflicts += o.branch.gcd_conflicts;
+    branch.cube_models += o.branch.cube_models;
     branch.seconds += o.branch.seconds;
     splits += o.splits;
     cuts += o.cuts;
@@ -477,6 +478,7 @@ DecideStats DecideStats::operator-(const DecideStats& o) const {
     d.simplex.check_seconds -= o.simplex.check_seconds;
     d.branch.nodes -= o.branch.nodes;
     d.branch.gcd_conflicts -= o.branch.gcd_conflicts;
+    d.branch.cube_models -= o.branch.cube_models;
     d.branch.seconds -= o.branch.seconds;
     d.splits -= o.splits;
     d.cuts -= o.cuts;

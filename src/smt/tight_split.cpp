@@ -2,8 +2,10 @@
 // fractional, the slacks of atoms over Int variables at a bound, taken as equalities, may have no
 // integer solution; the split atom T ≤ ⌊C⌋ from their multipliers then cuts the vertex off on
 // both sides. Any split on an integral term is sound, so it needs no proof of its own, as for
-// lattice splits: the side that contradicts the tight bounds closes by a Farkas lemma. Counted as
-// a branch, within the budget.
+// lattice splits: the side that contradicts the tight bounds closes by a Farkas lemma. When a
+// fractional Int variable is unbounded on a side, the free non-basic variables count as fixed
+// too, so that the split follows the vertex instead of a single variable. Counted as a branch,
+// within the budget.
 
 #include "vorn/lra/tight_split.h"
 #include "arith_theory.h"
@@ -16,7 +18,8 @@ bool ArithTheory::tight_split() {
         if (!atoms_on_[v].empty() && simplex_.is_slack(static_cast<int>(v)) &&
             over_integers(static_cast<int>(v)))
             slacks.push_back(static_cast<int>(v));
-    auto split = lra::tight_term_split(simplex_, integer_vars_, slacks, kMaxLatticeEntries);
+    auto split = lra::tight_term_split(simplex_, integer_vars_, slacks, kMaxLatticeEntries,
+                                       lra::fractional_unbounded(simplex_, integer_vars_));
     if (!split) return false;
     if (limit_ != 0 && used_ >= limit_) {
         gave_up_ = true;

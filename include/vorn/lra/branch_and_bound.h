@@ -23,6 +23,9 @@
 // end; bounds asserted on the simplex directly are taken as they are. Eliminated integer variables
 // are restored after the relaxation, so that their values are symbolic too.
 //
+// Unit cube: a fractional root first tries the unit cube test (unit_cube.h), whose integral point
+// is a model without any branch.
+//
 // Branching rule: the fractional integer variable with the smallest number. It is
 // deterministic, costs one scan, and reproduces the same tree from the same input, which keeps
 // answers and proofs stable across runs; choices by fractionality or by box width did no
@@ -52,6 +55,7 @@ struct BranchStats {
     std::uint64_t nodes = 0;  // simplex checks, the relaxation included
     std::uint64_t max_depth = 0;
     std::uint64_t gcd_conflicts = 0;  // answers decided by the gcd test
+    std::uint64_t cube_models = 0;    // models found by the unit cube test at the root
     double seconds = 0;
 };
 

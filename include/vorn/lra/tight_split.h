@@ -29,7 +29,18 @@ struct TermSplit {
 
 // `integers`: the structural integer variables (those at an integral bound are put in as
 // values); `slacks`: slacks whose terms are over integer variables only, the candidate rows.
+// With `free_as_fixed`, non-basic integer variables between their bounds (free ones, at an
+// integral value the simplex chose) are put in as values too: the vertex is then defined by the
+// non-basic variables alone, and a fractional vertex always yields a split. That is the split
+// for a vertex that moves off along an unbounded direction as branches on single variables push
+// it (x₂ − x₁ = 5/2 over free x₁, x₂ beside a free x₄ the simplex holds at 0), where the bounds
+// alone define no fractional point.
 std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
-                                          std::span<const int> slacks, std::size_t max_entries);
+                                          std::span<const int> slacks, std::size_t max_entries,
+                                          bool free_as_fixed = false);
+
+// Whether some integer variable of `integers` is fractional and lacks a bound on a side: the
+// direction along which branching may never end.
+bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers);
 
 }  // namespace vorn::lra
