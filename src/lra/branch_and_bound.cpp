@@ -124,7 +124,7 @@ BranchAndBound::Outcome BranchAndBound::visit(std::size_t node) {
         return Outcome::Sat;
     }
     ++visited_;
-    if ((visited_ & (visited_ - 1)) == 0 && tight_rows_refuted()) {
+    if (options_.stop_for_term_split && (visited_ & (visited_ - 1)) == 0 && tight_rows_refuted()) {
         wants_term_split_ = true;
         return Outcome::Unknown;
     }

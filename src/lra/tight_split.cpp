@@ -33,9 +33,11 @@ bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers)
     });
 }
 
-std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
-                                          std::span<const int> slacks, std::size_t max_entries,
-                                          bool free_as_fixed) {
+namespace {
+
+std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int> integers,
+                                    std::span<const int> slacks, std::size_t max_entries,
+                                    bool free_as_fixed) {
     std::unordered_map<int, QNumber> fixed;
     for (int x : integers) {
         if (const QNumber* at = bound_at(simplex, x); at != nullptr && at->is_integer()) {
@@ -97,6 +99,18 @@ std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<cons
     if (split.term.empty()) return std::nullopt;  // not even a rational solution
     split.below = floor_of(DeltaRational(split.value));
     return split;
+}
+
+}  // namespace
+
+// The bounds alone first: their split is the one that refutes (2x − 2y ≥ 1, z = 0 gives x − y);
+// the free variables' values only choose where the vertex is.
+std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
+                                          std::span<const int> slacks, std::size_t max_entries,
+                                          bool free_as_fixed) {
+    if (auto split = split_from(simplex, integers, slacks, max_entries, false)) return split;
+    if (!free_as_fixed) return std::nullopt;
+    return split_from(simplex, integers, slacks, max_entries, true);
 }
 
 }  // namespace vorn::lra

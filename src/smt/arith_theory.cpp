@@ -202,7 +202,6 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         return true;
     }
     if (!full) return true;
-    if (cube_model()) return true;
     switch (lattice_split()) {
         case LatticeStep::Split:
         case LatticeStep::Model:
@@ -210,7 +209,9 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         case LatticeStep::None:
             break;
     }
-    if (!cut() && !tight_split() && !branch()) take_model();
+    // Cuts, when on, come first: shallow in the search, where they pay.
+    if (cut() || cube_model()) return true;
+    if (!tight_split() && !branch()) take_model();
     return true;
 }
 

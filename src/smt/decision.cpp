@@ -220,7 +220,7 @@ Decider::Result Decider::search() {
 Decider::Result Decider::check_node(std::size_t node) {
     if (integral_atoms_ > 0) {
         if (budget_ == 0) return Result::Unknown;
-        branch_.set_options(lra::BranchOptions{budget_});
+        branch_.set_options(lra::BranchOptions{budget_, hand_off_});
         std::uint64_t before = branch_.stats().nodes;
         Result r = branch_.check();
         budget_ -= std::min(budget_, branch_.stats().nodes - before);

@@ -34,7 +34,7 @@
 // Tight rows: branching on single variables never ends where the rows at their bounds have no
 // integer solution (tight_split.h); the split that ends it is on a term, which these proofs
 // cannot hold. At the root and at every node whose count is a power of two, the search looks for
-// one and, found, answers Unknown with wants_term_split(), for a caller that can split on terms.
+// one and, found, answers Unknown with wants_term_split() (BranchOptions::stop_for_term_split).
 //
 // Costs: one simplex check per node (reusing the basis of the previous node), a scan of the
 // integer variables per node, and a scan of all variables for the gcd test at the root.
@@ -48,6 +48,9 @@ namespace vorn::lra {
 
 struct BranchOptions {
     std::uint64_t node_limit = 10000;  // nodes explored before answering Unknown (0: no limit)
+    // Answer Unknown with wants_term_split() at a vertex that only a split on a term cuts off
+    // (see Tight rows above), for a caller that has a search which splits on terms.
+    bool stop_for_term_split = false;
 };
 
 struct BranchStats {
