@@ -11,6 +11,8 @@
 
 #include "integer_math.h"
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/tight_split.h"
+#include "vorn/lra/unit_cube.h"
 
 namespace vorn::lra {
 
@@ -68,6 +70,8 @@ Result BranchAndBound::check() {
     auto start = std::chrono::steady_clock::now();
     proof_.clear();
     path_.clear();
+    wants_term_split_ = false;
+    visited_ = 0;
     std::size_t base = simplex_.level();
     Result result = search();
     if (simplex_.level() > base) simplex_.pop(simplex_.level() - base);
@@ -115,6 +119,15 @@ BranchAndBound::Outcome BranchAndBound::visit(std::size_t node) {
     }
     int var = fractional_variable();
     if (var == 0) return Outcome::Sat;
+    if (node == 0 && unit_cube_point(simplex_, integer_)) {
+        ++stats_.cube_models;
+        return Outcome::Sat;
+    }
+    ++visited_;
+    if (options_.stop_for_term_split && (visited_ & (visited_ - 1)) == 0 && tight_rows_refuted()) {
+        wants_term_split_ = true;
+        return Outcome::Unknown;
+    }
     ProofNode& split = proof_[node];
     split.kind = ProofNode::Kind::Split;
     split.var = var;
@@ -195,6 +208,26 @@ bool BranchAndBound::backtrack() {
 bool BranchAndBound::high_first(std::size_t node) const {
     const ProofNode& split = proof_[node];
     return QNumber(1, 2) < simplex_.delta_value(split.var).real() - split.below;
+}
+
+bool BranchAndBound::tight_rows_refuted() {
+    // Dense: the systems where single-variable branching diverges are small.
+    constexpr std::size_t kMaxEntries = 20000;
+    std::vector<int> integers, slacks;
+    for (int var = 1; var <= simplex_.num_variables(); ++var) {
+        if (is_integer(var)) {
+            integers.push_back(var);
+            continue;
+        }
+        if (!simplex_.is_slack(var)) continue;
+        auto term = simplex_.slack_term(var);
+        if (std::all_of(term.begin(), term.end(), [&](const auto& e) { return is_integer(e.var); }))
+            slacks.push_back(var);
+    }
+    // Past the first nodes, a vertex that moves along an unbounded direction counts too.
+    constexpr std::uint64_t kFreeAfter = 64;
+    bool free_as_fixed = visited_ >= kFreeAfter && fractional_unbounded(simplex_, integers);
+    return tight_term_split(simplex_, integers, slacks, kMaxEntries, free_as_fixed).has_value();
 }
 
 bool BranchAndBound::integral_model_is_valid() const {

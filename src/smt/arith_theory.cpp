@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/unit_cube.h"
 
 #include "simplex_vars.h"
 
@@ -84,6 +85,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
     used_ = 0;
     gave_up_ = false;
     cuts_used_ = 0;
+    cube_at_ = 0;
 }
 
 void ArithTheory::new_level() {
@@ -204,7 +206,9 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         case LatticeStep::None:
             break;
     }
-    if (!cut() && !branch()) take_model();
+    // Cuts, when on, come first: shallow in the search, where they pay.
+    if (cut() || cube_model()) return true;
+    if (!tight_split() && !branch()) take_model();
     return true;
 }
 
@@ -259,6 +263,24 @@ sat::Var ArithTheory::new_search_atom(std::span<const LinearExpr::Entry> term, R
     auto index = static_cast<std::uint32_t>(atom_of_[var]);
     if (!level_start_.empty() && atoms_[index].term.size() > 1) transient_.push_back(index);
     return var;
+}
+
+// The unit cube test (unit_cube.h) at a fractional vertex: when it finds an integral point, that
+// is the model. Tried at the first fractional vertex of a check and then whenever the branches
+// have doubled, since a failed test costs two simplex checks.
+bool ArithTheory::cube_model() {
+    if (used_ < cube_at_ || std::all_of(integer_vars_.begin(), integer_vars_.end(), [&](int s) {
+            return lra::is_integral(simplex_.delta_value(s));
+        }))
+        return false;
+    cube_at_ = 2 * used_ + 1;
+    std::vector<char> is_integer(static_cast<std::size_t>(simplex_.num_variables()) + 1, 0);
+    for (int s : integer_vars_)
+        is_integer[static_cast<std::size_t>(s)] = 1;
+    if (!lra::unit_cube_point(simplex_, is_integer)) return false;
+    ++cube_models_;
+    take_model();
+    return true;
 }
 
 void ArithTheory::take_model() {

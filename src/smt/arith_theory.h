@@ -17,6 +17,8 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
+// Cube: a full assignment with a fractional vertex may first get an integral model from the unit
+// cube test (lra/unit_cube.h), now and then, without a branch.
 // Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
 // terms have no common integer solution gets the split atom that the lattice's multipliers show;
 // when they have, the lattice point nearest the vertex may be the model, else one of the
@@ -85,6 +87,7 @@ class ArithTheory : public LinearTheory {
                  const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
+    bool cube_model();
     void take_model();
     // A new atom of the search; one whose term needs a slack made above level 0 is noted in
     // transient_.
@@ -97,6 +100,8 @@ class ArithTheory : public LinearTheory {
     bool round_to_lattice();
     bool parameter_split();
     bool over_integers(int var) const;
+    // tight_split.cpp
+    bool tight_split();
     // gomory_cut.cpp
     bool cut();
     bool cut_row(int basic);
@@ -152,6 +157,8 @@ class ArithTheory : public LinearTheory {
     std::size_t next_branch_ = 0;  // where the next scan of integer_vars_ starts
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
+    std::uint64_t cube_at_ = 0;  // the branch count at which the cube test is tried next
+    std::uint64_t cube_models_ = 0;
     lra::TermEntries scratch_;
 
     // Lattice splits: the fixed integral terms of this full assignment, as (simplex variable,

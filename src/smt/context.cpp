@@ -19,6 +19,7 @@ namespace vorn::smt {
 struct Context::State {
     State(Problem& p, const DecideOptions& o) : problem(p), options(with_stop(o)) {
         decider = std::make_unique<Decider>(p, options);
+        decider->hand_off_term_splits();
     }
 
     DecideOptions with_stop(DecideOptions o) {
@@ -45,6 +46,7 @@ struct Context::State {
     void rebuild() {
         if (!lost_boolean) {
             decider = std::make_unique<Decider>(problem, options);
+            decider->hand_off_term_splits();
             for (const Level& l : levels)
                 decider->push(l.atoms);
         } else {

@@ -46,6 +46,9 @@ class Decider {
     Decider(const Problem& problem, const DecideOptions& options);
 
     void set_options(const DecideOptions& options);
+    // Give up at once on a vertex that only a split on a term cuts off (BranchAndBound's
+    // wants_term_split), for a caller that then goes on with the Boolean search.
+    void hand_off_term_splits() { hand_off_ = true; }
     // Enters the atoms added since, then opens a level.
     void push();
     // Replaying levels: enters the atoms up to `atoms`, then opens a level.
@@ -122,6 +125,7 @@ class Decider {
 
     const Problem& problem_;
     DecideOptions options_;
+    bool hand_off_ = false;
     std::uint64_t budget_ = 0;  // branch-and-bound nodes left in the current check
     lra::Simplex simplex_;
     lra::BranchAndBound branch_;

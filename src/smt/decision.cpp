@@ -191,7 +191,8 @@ Decider::Result Decider::search() {
                 continue;
             }
         }
-        if (r == Result::Unknown && stopped()) return r;
+        // A vertex that only a split on a term cuts off goes to the Boolean search at once.
+        if (r == Result::Unknown && (stopped() || branch_.wants_term_split())) return r;
         if (r == Result::Unknown) unknown = true;
         for (;;) {  // backtrack to the next open high side
             if (stack_.empty()) return unknown ? Result::Unknown : Result::Unsat;
@@ -215,7 +216,7 @@ Decider::Result Decider::search() {
 Decider::Result Decider::check_node(std::size_t node) {
     if (integral_atoms_ > 0) {
         if (budget_ == 0) return Result::Unknown;
-        branch_.set_options(lra::BranchOptions{budget_});
+        branch_.set_options(lra::BranchOptions{budget_, hand_off_});
         std::uint64_t before = branch_.stats().nodes;
         Result r = branch_.check();
         budget_ -= std::min(budget_, branch_.stats().nodes - before);
@@ -455,7 +456,8 @@ void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
     using D = DecideStats;
     apply_each(a.simplex, b.simplex, apply, &S::checks, &S::pivots, &S::bland_switches,
                &S::conflicts, &S::eliminated, &S::restored, &S::check_seconds);
-    apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::seconds);
+    apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::cube_models,
+               &B::seconds);
     apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided);
     apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::conflicts, &T::restarts,
                &T::learned, &T::deleted);

@@ -23,10 +23,18 @@
 // end; bounds asserted on the simplex directly are taken as they are. Eliminated integer variables
 // are restored after the relaxation, so that their values are symbolic too.
 //
+// Unit cube: a fractional root first tries the unit cube test (unit_cube.h), whose integral point
+// is a model without any branch.
+//
 // Branching rule: the fractional integer variable with the smallest number. It is
 // deterministic, costs one scan, and reproduces the same tree from the same input, which keeps
 // answers and proofs stable across runs; choices by fractionality or by box width did no
 // better on the benchmark families (bench/analysis.md).
+//
+// Tight rows: branching on single variables never ends where the rows at their bounds have no
+// integer solution (tight_split.h); the split that ends it is on a term, which these proofs
+// cannot hold. At the root and at every node whose count is a power of two, the search looks for
+// one and, found, answers Unknown with wants_term_split() (BranchOptions::stop_for_term_split).
 //
 // Costs: one simplex check per node (reusing the basis of the previous node), a scan of the
 // integer variables per node, and a scan of all variables for the gcd test at the root.
@@ -40,6 +48,9 @@ namespace vorn::lra {
 
 struct BranchOptions {
     std::uint64_t node_limit = 10000;  // nodes explored before answering Unknown (0: no limit)
+    // Answer Unknown with wants_term_split() at a vertex that only a split on a term cuts off
+    // (see Tight rows above), for a caller that has a search which splits on terms.
+    bool stop_for_term_split = false;
 };
 
 struct BranchStats {
@@ -47,6 +58,7 @@ struct BranchStats {
     std::uint64_t nodes = 0;  // simplex checks, the relaxation included
     std::uint64_t max_depth = 0;
     std::uint64_t gcd_conflicts = 0;  // answers decided by the gcd test
+    std::uint64_t cube_models = 0;    // models found by the unit cube test at the root
     double seconds = 0;
 };
 
@@ -91,6 +103,8 @@ class BranchAndBound {
     Result check();
     const std::vector<ProofNode>& proof() const { return proof_; }
     const BranchStats& stats() const { return stats_; }
+    // The last check() answered Unknown at a vertex that only a split on a term cuts off.
+    bool wants_term_split() const { return wants_term_split_; }
 
   private:
     // One split on the current path, and which of its children is being explored. Each frame
@@ -117,6 +131,7 @@ class BranchAndBound {
     // none is left.
     bool backtrack();
     bool integral_model_is_valid() const;
+    bool tight_rows_refuted();
 
     Simplex& simplex_;
     BranchOptions options_;
@@ -124,6 +139,8 @@ class BranchAndBound {
     std::vector<ProofNode> proof_;
     BranchStats stats_;
     std::vector<Frame> path_;
+    bool wants_term_split_ = false;
+    std::uint64_t visited_ = 0;  // nodes of this check
 };
 
 }  // namespace vorn::lra

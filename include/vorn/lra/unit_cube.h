@@ -1,0 +1,28 @@
+#pragma once
+
+// The unit cube test (Bromberger, Weidenbach): a point of the relaxation around which a cube of
+// edge 1 fits inside every constraint rounds to an integer point that satisfies them all, found
+// by one simplex check instead of a search. Each bound on a term Σ aⱼ·xⱼ is moved inward by
+// ½·Σ|aⱼ| over its integer variables that are not fixed (rounding moves each of them by at most
+// ½); bounds on single integer variables stay (they are integers, rounding keeps inside them).
+// When the shrunk system is feasible, the integer variables are fixed at their rounded values
+// and the simplex checks again, which leaves it an integral assignment. Unbounded problems are
+// where it pays: wide unbounded polyhedra always hold such cubes, and branching there may never
+// end. Equalities over several integer variables leave no room, so the test fails on them.
+//
+// Costs: a scan of the variables and two simplex checks, each under a push level of its own.
+
+#include <span>
+
+#include "vorn/lra/simplex.h"
+
+namespace vorn::lra {
+
+// `is_integer`, by simplex variable: the structural integer variables (a shorter span leaves
+// the rest non-integral). True: the simplex, back at the caller's level, holds an assignment that
+// satisfies every bound, integral on every integer variable. False: bounds as they were, and a
+// model of them (checked again: the simplex may have pivoted). Call it only where the simplex
+// has a model (its last check was Sat).
+bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer);
+
+}  // namespace vorn::lra

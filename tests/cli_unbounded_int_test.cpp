@@ -1,0 +1,176 @@
+// vorn check on Int problems without bounds: the cases where branching on single variables never
+// ends (even coefficients against odd constants, equalities to substitute, disequalities), and
+// random such problems against brute force over a box. Every answer is checked (--verify) and
+// certified; none may be unknown.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/cli_run.h"
+#include "support/temp_dir.h"
+
+using vorn::test::run_tool;
+using vorn::test::temp_dir;
+
+namespace {
+
+// The first line vorn check --verify --certificate prints for `script`, after checking that it
+// exited normally (a model or certificate that --verify rejects exits with 3).
+std::string answer(const std::string& script, const std::string& options = "") {
+    std::string path = temp_dir() + "unbounded.smt2";
+    std::ofstream(path) << script;
+    auto run = run_tool("check --verify --certificate " + options + " " + path);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return run.out.substr(0, run.out.find('\n'));
+}
+
+std::string numeral(long k) {
+    return k < 0 ? "(- " + std::to_string(-k) + ")" : std::to_string(k);
+}
+
+const char* const kXyz = "(declare-fun x () Int)(declare-fun y () Int)(declare-fun z () Int)";
+
+}  // namespace
+
+TEST(UnboundedInt, DecidedWithoutBranchLimit) {
+    struct Case {
+        const char* name;
+        const char* body;
+        const char* expected;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"2x - 2y >= 1 once z = 0, assumed",
+         "(check-sat-assuming ((and (= z 0) (>= (+ (- (* 2 x) (* 2 y)) z) 1))))", "sat"},
+        {"2x - 2y >= 1 once z = 0, asserted",
+         "(assert (= z 0))(assert (>= (+ (- (* 2 x) (* 2 y)) z) 1))(check-sat)", "sat"},
+        {"x - y between 1/2 and 1/2 once z = 0",
+         "(assert (= z 0))(assert (>= (+ (- (* 2 x) (* 2 y)) z) 1))"
+         "(assert (<= (+ (- (* 2 x) (* 2 y)) (* 3 z)) 1))(check-sat)", "unsat"},
+        {"z = x + y substituted",
+         "(assert (= (+ x y) z))(assert (>= (+ (* 6 x) (* 2 y) (* (- 2) z)) 1))"
+         "(assert (<= (+ (* 6 x) (* 2 y) (* (- 2) z)) 3))(assert (distinct x 0))(check-sat)",
+         "unsat"},
+        {"disequalities with even coefficients",
+         "(assert (distinct (* (- 2) y) 4))(assert (distinct (+ (* 2 z) (* (- 2) y) (* 3 x)) (- 6)))"
+         "(check-sat)", "sat"},
+        {"parity between a disjunction's sides",
+         "(assert (or (= (* 2 x) (+ (* 2 y) 1)) (= (+ (* 4 x) (* 2 z)) 3)))(check-sat)", "unsat"},
+        {"odd row through an equality",
+         "(assert (= (+ x (* 2 y)) (* 2 z)))(assert (>= (+ (* 2 x) (* 4 z)) 1))"
+         "(assert (<= (+ (* 2 x) (* 4 z)) 1))(check-sat)", "unsat"},
+    };
+    // clang-format on
+    for (const Case& c : cases)
+        for (const char* limit : {"", "--bb-limit 1000000"}) {
+            SCOPED_TRACE(std::string(c.name) + " " + limit);
+            EXPECT_EQ(answer(std::string("(set-logic QF_LIA)") + kXyz + c.body, limit), c.expected);
+        }
+}
+
+namespace {
+
+// A random atom Σ aᵢxᵢ ⋈ k with mostly even coefficients; with a point, one that holds there.
+struct RandomAtom {
+    std::vector<int> coeffs;
+    std::string relation;
+    int constant;
+
+    bool holds(const std::vector<int>& p) const {
+        long v = 0;
+        for (std::size_t i = 0; i < p.size(); ++i)
+            v += static_cast<long>(coeffs[i]) * p[i];
+        if (relation == "<=") return v <= constant;
+        if (relation == ">=") return v >= constant;
+        if (relation == "=") return v == constant;
+        return v != constant;
+    }
+    std::string text() const {
+        std::string t = "(+ 0";
+        for (std::size_t i = 0; i < coeffs.size(); ++i)
+            if (coeffs[i] != 0) t += " (* " + numeral(coeffs[i]) + " x" + std::to_string(i) + ")";
+        std::string rel = relation == "!=" ? "distinct" : relation;
+        return "(" + rel + " " + t + ") " + numeral(constant) + ")";
+    }
+};
+
+RandomAtom random_atom(std::mt19937& rng, std::size_t n, const std::vector<int>* point) {
+    const char* relations[] = {"<=", ">=", "=", "!=", "<=", ">="};
+    RandomAtom a{std::vector<int>(n), relations[rng() % 6], 0};
+    bool even = rng() % 4 != 0;
+    for (int k = 0, terms = 1 + static_cast<int>(rng() % 3); k < terms; ++k)
+        a.coeffs[rng() % n] =
+            (even ? 2 : 1) * (1 + static_cast<int>(rng() % 3)) * (rng() % 2 ? -1 : 1);
+    if (point == nullptr) {
+        a.constant = static_cast<int>(rng() % 19) - 9;
+        return a;
+    }
+    long v = 0;
+    for (std::size_t i = 0; i < n; ++i)
+        v += static_cast<long>(a.coeffs[i]) * (*point)[i];
+    int slack = static_cast<int>(rng() % 4);
+    a.constant = static_cast<int>(a.relation == "<="   ? v + slack
+                                  : a.relation == ">=" ? v - slack
+                                  : a.relation == "="  ? v
+                                                       : v + 1 + slack);
+    return a;
+}
+
+}  // namespace
+
+// Half of the problems hold a planted point in the box [−4, 4]ⁿ, so they are sat; for all, a
+// point that brute force finds in [−6, 6]ⁿ means sat, and an unsat answer means there is none.
+TEST(UnboundedInt, RandomProblemsAgainstBruteForce) {
+    const unsigned seed = 20261126;
+    std::mt19937 rng(seed);
+    for (int round = 0; round < 60; ++round) {
+        std::size_t n = 2 + rng() % 3;
+        std::vector<int> planted(n);
+        for (int& x : planted)
+            x = static_cast<int>(rng() % 9) - 4;
+        bool plant = round % 2 == 0;
+        // Each clause: one atom, or a disjunction of two (the planted point meets the first).
+        std::vector<std::vector<RandomAtom>> clauses;
+        for (int k = 0, m = 1 + static_cast<int>(rng() % 5); k < m; ++k) {
+            clauses.push_back({random_atom(rng, n, plant ? &planted : nullptr)});
+            if (rng() % 4 == 0) clauses.back().push_back(random_atom(rng, n, nullptr));
+        }
+        std::string script = "(set-logic QF_LIA)";
+        for (std::size_t i = 0; i < n; ++i)
+            script += "(declare-fun x" + std::to_string(i) + " () Int)";
+        for (const auto& clause : clauses)
+            script += clause.size() == 1
+                          ? "(assert " + clause[0].text() + ")"
+                          : "(assert (or " + clause[0].text() + " " + clause[1].text() + "))";
+        script += "(check-sat)";
+
+        bool found = false;
+        std::vector<int> p(n, -6);
+        while (!found) {
+            found = std::all_of(clauses.begin(), clauses.end(), [&](const auto& clause) {
+                return std::any_of(clause.begin(), clause.end(),
+                                   [&](const RandomAtom& a) { return a.holds(p); });
+            });
+            std::size_t i = 0;
+            while (i < n && p[i] == 6)
+                p[i++] = -6;
+            if (i == n) break;
+            ++p[i];
+        }
+        std::string got = answer(script);
+        SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round) + ": " +
+                     script);
+        ASSERT_TRUE(got == "sat" || got == "unsat") << got;
+        if (plant || found) {
+            EXPECT_EQ(got, "sat");
+        }
+        if (got == "unsat") {
+            EXPECT_FALSE(found);
+        }
+    }
+}
