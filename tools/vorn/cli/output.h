@@ -13,10 +13,10 @@
 
 #include "cli/solve.h"
 #include "cli/tableau_summary.h"
-#include "vorn/smt/engine.h"
 #include "vorn/la/tableau.h"
 #include "vorn/sat/solver.h"
 #include "vorn/smt/decision.h"
+#include "vorn/smt/engine.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/optimize.h"
 #include "vorn/smt/problem.h"
