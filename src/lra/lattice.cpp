@@ -361,4 +361,23 @@ LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
     return solver.run();
 }
 
+LatticeAnswer solve_sparse_over_integers(const SparseRows& rows, const std::vector<QNumber>& rhs,
+                                         std::size_t columns, const LatticeOptions& options) {
+    std::vector<std::vector<QNumber>> dense(rows.size(), std::vector<QNumber>(columns));
+    for (std::size_t r = 0; r < rows.size(); ++r)
+        for (const auto& [c, a] : rows[r])
+            dense[r][c] = a;
+    LatticeAnswer answer = solve_over_integers(dense, rhs, columns, options);
+    if (answer.kind != LatticeAnswer::Kind::NoIntegerSolution) return answer;
+    answer.refuting_term.assign(columns, QNumber());
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        const QNumber& y = answer.multipliers[r];
+        if (y.is_zero()) continue;
+        for (const auto& [c, a] : rows[r])
+            answer.refuting_term[c] += y * a;
+        answer.refuting_constant += y * rhs[r];
+    }
+    return answer;
+}
+
 }  // namespace vorn::lra

@@ -60,7 +60,7 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
 
     std::unordered_map<int, std::size_t> column;
     std::vector<int> var_of;
-    std::vector<std::vector<std::pair<std::size_t, QNumber>>> sparse;
+    SparseRows sparse;
     std::vector<QNumber> rhs;
     for (int s : tight) {
         sparse.emplace_back();
@@ -76,24 +76,14 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
         }
     }
     if (var_of.empty()) return std::nullopt;
-    std::vector<std::vector<QNumber>> rows(sparse.size(), std::vector<QNumber>(var_of.size()));
-    for (std::size_t r = 0; r < sparse.size(); ++r)
-        for (const auto& [c, a] : sparse[r])
-            rows[r][c] = a;
     LatticeOptions options;
     options.reduce_basis = false;
-    LatticeAnswer answer = solve_over_integers(rows, rhs, var_of.size(), options);
+    LatticeAnswer answer = solve_sparse_over_integers(sparse, rhs, var_of.size(), options);
     if (answer.kind != LatticeAnswer::Kind::NoIntegerSolution) return std::nullopt;
 
-    std::vector<QNumber> t(var_of.size());
+    const std::vector<QNumber>& t = answer.refuting_term;
     TermSplit split;
-    for (std::size_t r = 0; r < rows.size(); ++r) {
-        const QNumber& y = answer.multipliers[r];
-        if (y.is_zero()) continue;
-        for (const auto& [col, a] : sparse[r])
-            t[col] += y * a;
-        split.value += y * rhs[r];
-    }
+    split.value = answer.refuting_constant;
     for (std::size_t col = 0; col < t.size(); ++col)
         if (!t[col].is_zero()) split.term.push_back({var_of[col], t[col]});
     if (split.term.empty()) return std::nullopt;  // not even a rational solution

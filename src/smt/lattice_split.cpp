@@ -79,7 +79,7 @@ bool ArithTheory::refute_fixed() {
         }
     std::vector<int> column(value.size(), -1);
     std::vector<int>& var_of = lattice_vars_;
-    std::vector<std::vector<std::pair<std::size_t, QNumber>>> sparse;
+    lra::SparseRows sparse;
     std::vector<QNumber> rhs;
     for (const auto& [var, c] : fixed_) {
         if (!simplex_.is_slack(var)) continue;
@@ -99,13 +99,10 @@ bool ArithTheory::refute_fixed() {
         }
     }
     if (var_of.empty()) return false;
-    std::vector<std::vector<QNumber>> rows(sparse.size(), std::vector<QNumber>(var_of.size()));
-    for (std::size_t r = 0; r < sparse.size(); ++r)
-        for (const auto& [c, a] : sparse[r])
-            rows[r][c] = a;
     lra::LatticeOptions options;
     options.coordinates = true;
-    lra::LatticeAnswer answer = lra::solve_over_integers(rows, rhs, var_of.size(), options);
+    lra::LatticeAnswer answer =
+        lra::solve_sparse_over_integers(sparse, rhs, var_of.size(), options);
     if (answer.kind == lra::LatticeAnswer::Kind::Solutions) {
         lattice_coordinates_ = std::move(answer.coordinates);
         lattice_kernel_ = std::move(answer.kernel);
@@ -113,15 +110,8 @@ bool ArithTheory::refute_fixed() {
     }
     if (answer.kind != lra::LatticeAnswer::Kind::NoIntegerSolution) return false;
 
-    std::vector<QNumber> t(var_of.size());
-    QNumber c;
-    for (std::size_t r = 0; r < rows.size(); ++r) {
-        const QNumber& y = answer.multipliers[r];
-        if (y.is_zero()) continue;
-        for (const auto& [col, a] : sparse[r])
-            t[col] += y * a;
-        c += y * rhs[r];
-    }
+    const std::vector<QNumber>& t = answer.refuting_term;
+    const QNumber& c = answer.refuting_constant;
     LinearExpr::Entries term;
     for (std::size_t col = 0; col < t.size(); ++col)
         if (!t[col].is_zero()) term.push_back({var_of[col], t[col]});

@@ -15,6 +15,7 @@
 // growing with the reductions.
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "vorn/numbers/qnumber.h"
@@ -26,6 +27,10 @@ struct LatticeAnswer {
     std::vector<QNumber> particular;           // Solutions: x0, integral
     std::vector<std::vector<QNumber>> kernel;  // Solutions: a basis of {x ∈ Zⁿ : A·x = 0}
     std::vector<QNumber> multipliers;          // otherwise: y, one per row
+    // NoIntegerSolution, from solve_sparse_over_integers: y·A by column (integral) and y·b (not
+    // an integer), the term and constant that refute every integer point.
+    std::vector<QNumber> refuting_term;
+    QNumber refuting_constant;
     // Solutions, when asked for: integer rows lₜ with lₜ·kernel[s] = 1 for s = t and 0 otherwise,
     // which read a solution's parameters as integral terms: zₜ = lₜ·(x − x0).
     std::vector<std::vector<QNumber>> coordinates;
@@ -48,5 +53,11 @@ LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
 LatticeAnswer solve_over_integers(const std::vector<std::vector<QNumber>>& rows,
                                   const std::vector<QNumber>& rhs, std::size_t columns,
                                   const LatticeOptions& options);
+
+// Rows given as (column, coefficient) pairs.
+using SparseRows = std::vector<std::vector<std::pair<std::size_t, QNumber>>>;
+// As solve_over_integers, with the refuting term and constant when there is no integer solution.
+LatticeAnswer solve_sparse_over_integers(const SparseRows& rows, const std::vector<QNumber>& rhs,
+                                         std::size_t columns, const LatticeOptions& options);
 
 }  // namespace vorn::lra
