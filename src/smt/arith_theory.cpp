@@ -25,12 +25,33 @@ ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record, 
 int ArithTheory::simplex_var(int v) {
     if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
     if (simplex_var_[v] != 0) return simplex_var_[v];
-    int s = simplex_.new_variable();
+    bool integral = problem_.variables.sort(v) == Sort::Int;
+    std::vector<int>& free = free_vars_[integral ? 1 : 0];
+    int s = 0;
+    if (!free.empty()) {
+        s = free.back();
+        free.pop_back();
+    } else {
+        s = simplex_.new_variable();
+    }
     simplex_var_[v] = s;
     if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
     problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) integer_vars_.push_back(s);
+    if (integral) integer_vars_.push_back(s);
     return s;
+}
+
+void ArithTheory::truncate_variables(int n) {
+    for (std::size_t v = static_cast<std::size_t>(n) + 1; v < simplex_var_.size(); ++v) {
+        int s = simplex_var_[v];
+        if (s == 0) continue;
+        bool integral = std::erase(integer_vars_, s) != 0;
+        free_vars_[integral ? 1 : 0].push_back(s);
+        problem_var_[static_cast<std::size_t>(s)] = 0;
+    }
+    simplex_var_.resize(std::min(simplex_var_.size(), static_cast<std::size_t>(n) + 1));
+    next_branch_ = 0;
+    solved_fixed_.clear();
 }
 
 ArithTheory::Reading ArithTheory::read(const lra::TermVar& t,
@@ -82,6 +103,26 @@ void ArithTheory::retire(sat::Var var) {
     if (is_atom(var)) atom_data_[atom_of_[var]].alive = false;
 }
 
+void ArithTheory::truncate(sat::Var first) {
+    if (atom_of_.size() <= first) return;
+    std::size_t kept = atom_data_.size();
+    for (sat::Var v = first; v < atom_of_.size(); ++v)
+        if (atom_of_[v] >= 0) kept = std::min(kept, static_cast<std::size_t>(atom_of_[v]));
+    for (std::size_t i = kept; i < atom_data_.size(); ++i)
+        std::erase_if(atoms_on_[static_cast<std::size_t>(atom_data_[i].term.var)],
+                      [&](std::uint32_t index) { return index >= kept; });
+    atom_data_.resize(kept);
+    atoms_.resize(kept);
+    std::erase_if(transient_, [&](std::uint32_t index) { return index >= kept; });
+    std::erase_if(assigned_, [&](sat::Lit l) { return l.var() >= first; });
+    propagated_ = std::min(propagated_, assigned_.size());
+    atom_of_.resize(first);
+    value_.resize(first);
+    implied_by_.resize(first);
+    row_reason_of_.resize(first);
+    implied_now_.resize(first);
+}
+
 void ArithTheory::begin_check(std::uint64_t branch_limit) {
     limit_ = branch_limit;
     used_ = 0;
@@ -119,6 +160,8 @@ void ArithTheory::assign(sat::Lit lit) {
     value_[v] = lit.negative() ? -1 : 1;
     assigned_.push_back(lit);
     if (conflict_) return;
+    const std::vector<sat::Lit>& pushed = sat_.activation_literals();
+    if (level_start_.empty() && !pushed.empty() && v >= pushed.front().var()) return;
     const Reading& r = a.reading[lit.negative() ? 1 : 0];
     if (simplex_.assert_term(a.term, r.relation, r.constant, lit.code()) ==
         lra::Asserted::Conflict) {

@@ -27,6 +27,13 @@
 // (¬p ∨ q ∨ ¬l…) and (p ∨ q ∨ ¬l…) over the literals l of the row's bounds, from which the
 // search resolves q. Atoms made during the search have slacks that a backtrack below their
 // level takes out of the simplex (Simplex::pop); such atoms get their slacks made again there.
+// Pops (truncate): a pop gives the SAT variables of the level back and their atoms go with them
+// (a suffix of the atom list, as variables are made in order). Their literals must leave no
+// bound in the simplex that could outlive them, so at level 0 an atom made inside a push level
+// is recorded but not asserted: a literal made true at level 0 follows from the level-0 facts,
+// whose bounds are asserted. The simplex variables of forgotten problem variables (truncate_
+// variables) carry no bound then; they are handed to the next new problem variables of their
+// sort, so the simplex grows with the variables alive at once, not with all ever declared.
 
 #include <cstdint>
 #include <span>
@@ -47,6 +54,8 @@ class ArithTheory : public LinearTheory {
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
                   const QNumber& c) override;
     void retire(sat::Var var) override;
+    void truncate(sat::Var first) override;
+    void truncate_variables(int n) override;
     bool is_atom(sat::Var var) const override {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }
@@ -118,6 +127,7 @@ class ArithTheory : public LinearTheory {
     std::vector<int> simplex_var_;   // by problem variable, 0: none yet
     std::vector<int> problem_var_;   // by simplex variable, 0: a slack
     std::vector<int> integer_vars_;  // simplex variables of Int problem variables
+    std::vector<int> free_vars_[2];  // by integrality: simplex variables of forgotten ones
 
     std::vector<int> atom_of_;  // by SAT variable: index in atoms_, −1 for none
     std::vector<Atom> atom_data_;

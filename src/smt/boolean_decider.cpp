@@ -7,9 +7,10 @@ namespace vorn::smt {
 
 namespace {
 
-sat::Options sat_options(const DecideOptions& options) {
+sat::Options sat_options(const DecideOptions& options, bool difference) {
     sat::Options o;
     o.record_proof = options.certify;
+    o.keep_popped_vars = difference;
     o.stop = options.stop;
     o.conflict_limit =
         options.conflict_limit == 0 ? -1 : static_cast<std::int64_t>(options.conflict_limit);
@@ -25,7 +26,7 @@ std::int64_t dimacs(sat::Lit lit) {
 
 BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& options,
                                bool difference)
-    : problem_(problem), options_(options), sat_(sat_options(options)) {
+    : problem_(problem), options_(options), sat_(sat_options(options, difference)) {
     if (difference)
         theory_ = std::make_unique<DifferenceTheory>(problem, options.certify);
     else
@@ -36,7 +37,7 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
 
 void BooleanDecider::set_options(const DecideOptions& options) {
     options_ = options;
-    sat::Options o = sat_options(options);
+    sat::Options o = sat_options(options, false);
     sat_.set_conflict_limit(o.conflict_limit);
     sat_.set_stop(o.stop);
     theory_->set_stop(options.stop);
@@ -157,6 +158,8 @@ void BooleanDecider::pop(std::size_t n) {
     for (std::size_t i = level.extra; i < extra_.size(); ++i)
         theory_->retire(extra_[i]);
     extra_.resize(level.extra);
+    theory_->truncate(static_cast<sat::Var>(sat_.num_vars()));
+    prop_of_.resize(std::min(prop_of_.size(), sat_.num_vars()));
     atoms_ = level.atoms;
     clauses_ = level.clauses;
 }

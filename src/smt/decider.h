@@ -54,6 +54,11 @@ class Decider {
     void push(std::size_t atoms);
     // Closes n levels; the caller truncates the atoms back to `atoms_at(level() - n)`.
     void pop(std::size_t n);
+    // The problem forgot its variables after the first n: their simplex variables, without
+    // bounds since the pop, are left behind.
+    void truncate_variables(int n) {
+        if (simplex_var_.size() > static_cast<std::size_t>(n) + 1) simplex_var_.resize(n + 1);
+    }
     std::size_t level() const { return levels_.size(); }
     std::size_t atoms_at(std::size_t level) const { return levels_[level].atoms; }
     // Decides the atoms now in the problem.

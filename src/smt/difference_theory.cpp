@@ -84,6 +84,14 @@ void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry>
     atom_data_.push_back(std::move(atom));
 }
 
+// The nodes of forgotten variables stay, orphaned (the edges of level-0 facts may still reach
+// them); the numbers come again as new nodes.
+void DifferenceTheory::truncate_variables(int n) {
+    for (std::size_t i = static_cast<std::size_t>(n) + 1; i < node_of_.size(); ++i)
+        if (node_of_[i] != 0) var_of_[static_cast<std::size_t>(node_of_[i])] = 0;
+    node_of_.resize(std::min(node_of_.size(), static_cast<std::size_t>(n) + 1));
+}
+
 void DifferenceTheory::retire(sat::Var var) {
     if (is_atom(var)) atom_data_[static_cast<std::size_t>(atom_of_[var])].alive = false;
 }
@@ -262,7 +270,7 @@ void DifferenceTheory::take_model() {
         v -= pi_[0];
         QNumber value = v.real();
         value.add_product(v.delta(), delta);
-        model_[static_cast<std::size_t>(var_of_[n])] = value;
+        if (var_of_[n] != 0) model_[static_cast<std::size_t>(var_of_[n])] = value;
     }
 }
 

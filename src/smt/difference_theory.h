@@ -40,6 +40,7 @@ class DifferenceTheory : public LinearTheory {
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
                   const QNumber& c) override;
     void retire(sat::Var var) override;
+    void truncate_variables(int n) override;
     bool is_atom(sat::Var var) const override {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }

@@ -23,13 +23,14 @@ namespace vorn::smt {
 
 // Whether `var` stands for a term over Int variables only (an Int variable, or a slack).
 bool ArithTheory::over_integers(int var) const {
-    if (!simplex_.is_slack(var))
-        return problem_.variables.sort(problem_var_[static_cast<std::size_t>(var)]) == Sort::Int;
-    return std::all_of(
-        simplex_.slack_term(var).begin(), simplex_.slack_term(var).end(), [&](const auto& e) {
-            return problem_.variables.sort(problem_var_[static_cast<std::size_t>(e.var)]) ==
-                   Sort::Int;
-        });
+    // A simplex variable of a forgotten problem variable (0) is free: not over the integers.
+    auto integral = [&](int v) {
+        int x = problem_var_[static_cast<std::size_t>(v)];
+        return x != 0 && problem_.variables.sort(x) == Sort::Int;
+    };
+    if (!simplex_.is_slack(var)) return integral(var);
+    return std::all_of(simplex_.slack_term(var).begin(), simplex_.slack_term(var).end(),
+                       [&](const auto& e) { return integral(e.var); });
 }
 
 ArithTheory::LatticeStep ArithTheory::lattice_split() {

@@ -58,8 +58,16 @@ class TermEvaluator {
     // Lenient evaluators only: a function with arguments, outside the fragment wherever it is
     // used.
     void declare_function(std::uint32_t symbol);
-    // Forgets a declaration or definition (pop, reset).
-    void forget(std::uint32_t symbol) { state(symbol).global = {}; }
+    // Forgets a declaration or definition (pop, reset). The values of definitions are kept in
+    // order, and what a pop forgets is the latest of them: a definition's slot and every later
+    // one go with it, so a long push/define/pop loop stays in bounds.
+    void forget(std::uint32_t symbol) {
+        Meaning& m = state(symbol).global;
+        if (m.kind == Meaning::DefinedTerm && m.index < defined_terms_.size())
+            defined_terms_.resize(m.index);
+        if (m.kind == Meaning::Macro && m.index < functions_.size()) functions_.resize(m.index);
+        m = {};
+    }
     // Evaluates a term; null when it is a formula (*formula set, its reference in *ref) or
     // outside the fragment. *real tells the term's sort: Real, or Int.
     const smt::LinearExpr* evaluate_term(const SExprTree& tree, SExprTree::Id node, bool* formula,
