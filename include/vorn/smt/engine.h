@@ -4,10 +4,11 @@
 // solver.h). It owns the Problem, the formula DAG (formula_dag.h) that the front ends build into,
 // the AssertionEncoder that commits it and one Context that decides it across checks.
 //
-// Levels: push() marks the problem's atoms, the named assertions, the objectives, the DAG's
-// arenas and the encoder's logs; pop() truncates all of them, the context truncating the atoms,
-// clauses and terms. A front end keeps what is its own (declarations, names as text) on a stack
-// beside it.
+// Levels: push() marks the problem's atoms, variables, the named assertions, the objectives, the
+// DAG's arenas and the encoder's logs; pop() truncates all of them, the context truncating the
+// atoms, clauses and terms and forgetting the variables (and the SAT search what it made for
+// them), so that a pop brings every size_counters() back to its value at the push. A front end
+// keeps what is its own (declarations, names as text) on a stack beside it.
 //
 // A check decides the assertions under the named ones (assumed, so that a core can name them)
 // and the assumed formulas: while the problem is a conjunction and so are they, they are
