@@ -160,9 +160,10 @@ void Context::pop(std::size_t n) {
 void Context::truncate_variables(int n) {
     State& s = *state_;
     if (s.problem.variables.size() <= n) return;
-    s.problem.variables.truncate(n);
+    // The engines read the sorts of the variables they forget.
     if (s.boolean) s.boolean->truncate_variables(n);
     if (s.decider) s.decider->truncate_variables(n);
+    s.problem.variables.truncate(n);
 }
 
 std::size_t Context::level() const {

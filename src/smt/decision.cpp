@@ -28,12 +28,29 @@ bool false_half_is_upper(Relation r, const QNumber& c) {
 int Decider::simplex_var(int v) {
     if (simplex_var_.size() <= static_cast<std::size_t>(v)) simplex_var_.resize(v + 1, 0);
     if (simplex_var_[v] != 0) return simplex_var_[v];
-    int s = simplex_.new_variable();
+    bool integral = problem_.variables.sort(v) == Sort::Int;
+    std::vector<int>& free = free_vars_[integral ? 1 : 0];
+    int s = 0;
+    if (!free.empty()) {
+        s = free.back();
+        free.pop_back();
+    } else {
+        s = simplex_.new_variable();
+        if (integral) branch_.set_integer(s);
+    }
     simplex_var_[v] = s;
     if (problem_var_.size() <= static_cast<std::size_t>(s)) problem_var_.resize(s + 1, 0);
     problem_var_[s] = v;
-    if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
     return s;
+}
+
+void Decider::truncate_variables(int n) {
+    for (std::size_t v = static_cast<std::size_t>(n) + 1; v < simplex_var_.size(); ++v) {
+        int s = simplex_var_[v];
+        if (s == 0) continue;
+        free_vars_[problem_.variables.sort(static_cast<int>(v)) == Sort::Int ? 1 : 0].push_back(s);
+    }
+    simplex_var_.resize(std::min(simplex_var_.size(), static_cast<std::size_t>(n) + 1));
 }
 
 const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {
