@@ -164,6 +164,36 @@ TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
     }
 }
 
+// Variables made inside a push level go with its pop, with every clause over them: the solver
+// is back to its size at the push, round after round, and answers as brute force does.
+TEST(SatSolver, PopGivesBackTheVariablesOfTheLevel) {
+    for (unsigned seed = 0; seed < seeds(100); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        const int base = 5, added = 4;
+        Cnf cnf = random_cnf(rng, base, 6, true);
+        Solver s = make_solver(base, cnf, {.reduce_interval = 3});
+        for (int round = 0; round < 20; ++round) {
+            s.push();  // its activation variable comes first: the level's own ones follow
+            std::vector<Var> made;
+            for (int i = 0; i < added; ++i)
+                made.push_back(s.new_var());
+            Cnf all = cnf, level = random_cnf(rng, base + added, 12, true);
+            for (Clause c : level) {
+                for (Lit& l : c)
+                    if (l.var() >= static_cast<Var>(base))
+                        l = Lit(made[l.var() - static_cast<Var>(base)], l.negative());
+                s.add_clause(c);
+            }
+            all.insert(all.end(), level.begin(), level.end());
+            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base + added, all)) << round;
+            s.pop();
+            ASSERT_EQ(s.num_vars(), static_cast<std::size_t>(base)) << round;
+            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base, cnf)) << round;
+        }
+    }
+}
+
 // At most k of `members` are true, naively, and checking the solver's side of the protocol.
 class AtMostK : public Theory {
   public:

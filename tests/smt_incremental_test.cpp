@@ -3,7 +3,8 @@
 // disequalities, Boolean connectives, ite terms, quotients and check-sat-assuming must get the same
 // answers both ways, every model and proof checked exactly (--verify) on both sides and every
 // certificate once more by scripts/check_certificate.py. A verified model or proof makes each
-// answer right, not only equal.
+// answer right, not only equal. The kept solver runs twice: with certificates (it keeps what its
+// proofs name) and without (a pop gives back its SAT variables, atoms and problem variables).
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,7 @@
 
 #include "support/cli_run.h"
 #include "vorn/frontend/script_interpreter.h"
+#include "vorn/smt/engine.h"
 
 namespace {
 
@@ -127,10 +129,13 @@ struct ScriptGenerator {
 };
 
 // The answers of a run; its certificates go to `certificates` for the independent checker.
-std::vector<std::string> answers(const std::string& script, bool fresh, std::string& certificates) {
+// Without certificates the kept solver gives back what a pop made (variables included);
+// with them it keeps the variables its proofs name.
+std::vector<std::string> answers(const std::string& script, bool fresh, std::string& certificates,
+                                 bool certify = true) {
     CheckOptions options;
     options.verify = true;
-    options.certificate = true;
+    options.certificate = certify;
     options.fresh_solver_per_check = fresh;
     options.decide.bb_limit = 100000;
     std::ostringstream out;
@@ -159,9 +164,16 @@ TEST(Incremental, OneSolverAnswersAsAFreshSolverPerCheck) {
         ScriptGenerator gen(seed);
         std::string script = gen.script(60);
         auto kept = answers(script, false, certificates),
-             fresh = answers(script, true, certificates);
+             fresh = answers(script, true, certificates),
+             reclaimed = answers(script, false, certificates, false);
         ASSERT_EQ(kept.size(), fresh.size()) << "seed " << seed << "\n" << script;
+        ASSERT_EQ(reclaimed.size(), fresh.size()) << "seed " << seed << "\n" << script;
         for (std::size_t k = 0; k < kept.size(); ++k) {
+            if (reclaimed[k] != "unknown" && fresh[k] != "unknown") {
+                ASSERT_EQ(reclaimed[k], fresh[k])
+                    << "seed " << seed << ", answer " << k << " (no certificates)\n"
+                    << script;
+            }
             ASSERT_TRUE(kept[k] == "sat" || kept[k] == "unsat" || kept[k] == "unknown")
                 << "seed " << seed << ": " << kept[k];
             ++checks;
@@ -182,4 +194,110 @@ TEST(Incremental, OneSolverAnswersAsAFreshSolverPerCheck) {
               0);
 }
 
+// A round of push, a new variable, a random Boolean formula asserted, check, pop: after the
+// first round every size the engine counts (problem variables, terms, atoms, formula nodes, SAT
+// variables, clauses, arena words, theory atoms) is back where it was, round after round, and
+// every answer is that of a new engine given the round alone.
+struct RoundAtom {
+    vorn::smt::Relation relation;
+    int coeff[3];  // of x, y and the round's z
+    int constant;
+};
+using Round = std::vector<std::vector<RoundAtom>>;  // a conjunction of clauses
+
+vorn::lra::Result decide_round(vorn::smt::Engine& engine, const Round& round, bool int_z, int x,
+                               int y) {
+    using namespace vorn::smt;
+    Problem& p = engine.problem();
+    int z = p.variables.add("z", int_z ? Sort::Int : Sort::Real, {});
+    std::vector<FormulaRef> clauses;
+    for (const auto& clause : round) {
+        std::vector<FormulaRef> lits;
+        for (const RoundAtom& a : clause) {
+            LinearExpr e = LinearExpr::constant(vorn::QNumber(-a.constant));
+            int vars[3] = {x, y, z};
+            for (int k = 0; k < 3; ++k)
+                if (a.coeff[k] != 0) e.add_entry(vars[k], vorn::QNumber(a.coeff[k]));
+            lits.push_back(engine.dag().atom({a.relation, p.add_term(e), 1, {}}));
+        }
+        clauses.push_back(engine.dag().node(FormulaNode::Or, lits, {}));
+    }
+    engine.assert_formula(engine.dag().node(FormulaNode::And, clauses, {}));
+    return engine.check().result;
+}
+
+TEST(Incremental, PopBringsTheEngineBackToItsSize) {
+    using namespace vorn::smt;
+    const Relation relations[] = {Relation::Le, Relation::Lt, Relation::Ge,
+                                  Relation::Gt, Relation::Eq, Relation::Ne};
+    struct Row {
+        unsigned seed;
+        bool int_z;
+    };
+    for (Row row : {Row{11, false}, Row{12, true}, Row{13, false}, Row{14, true}}) {
+        std::mt19937 rng(row.seed);
+        auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+        // A level-0 base with Boolean structure, decided with every round.
+        const Round base = {{{Relation::Le, {1, 1, 0}, 6}, {Relation::Gt, {1, -2, 0}, -3}},
+                            {{Relation::Ge, {1, 0, 0}, -8}, {Relation::Lt, {0, 1, 0}, 2}}};
+        EngineOptions options;
+        options.decide.bb_limit = 200;  // the Int rounds: giving up is allowed, cheaply
+        Engine engine(options);
+        Problem& p = engine.problem();
+        int x = p.variables.add("x", Sort::Real, {}), y = p.variables.add("y", Sort::Int, {});
+        decide_round(engine, base, false, x, y);
+        SizeCounters first;
+        for (int r = 0; r < 40; ++r) {
+            Round round(1 + static_cast<std::size_t>(pick(3)));
+            for (auto& clause : round)
+                for (int k = 0; k < 1 + pick(3); ++k)
+                    clause.push_back(
+                        {relations[pick(6)], {pick(5) - 2, pick(5) - 2, pick(5) - 2}, pick(9) - 4});
+            engine.push();
+            auto kept = decide_round(engine, round, row.int_z, x, y);
+            engine.pop();
+            Engine fresh(options);
+            int fx = fresh.problem().variables.add("x", Sort::Real, {});
+            int fy = fresh.problem().variables.add("y", Sort::Int, {});
+            decide_round(fresh, base, false, fx, fy);
+            auto alone = decide_round(fresh, round, row.int_z, fx, fy);
+            if (kept != vorn::lra::Result::Unknown && alone != vorn::lra::Result::Unknown) {
+                EXPECT_EQ(kept, alone) << "seed " << row.seed << ", round " << r;
+            }
+            if (r == 0) first = engine.size_counters();
+            SizeCounters now = engine.size_counters();
+            ASSERT_TRUE(now == first)
+                << "seed " << row.seed << ", round " << r << ": variables " << now.variables
+                << " terms " << now.terms << " atoms " << now.atoms << " nodes "
+                << now.formula_nodes << " SAT variables " << now.search.variables << " clauses "
+                << now.search.clauses << " words " << now.search.arena_words << " theory atoms "
+                << now.search.theory_atoms << " (first round: " << first.search.variables << ", "
+                << first.search.clauses << ", " << first.search.arena_words << ", "
+                << first.search.theory_atoms << ")";
+        }
+        EXPECT_GT(first.search.variables, 0u) << "the rounds never met the Boolean search";
+    }
+}
+
 }  // namespace
+
+// A script longer than the size from which the tool maps its input and hands read text back:
+// difference-logic rounds (their theory forgets the atoms of each popped level, keeping their
+// level-0 facts), every seventh one unsat against a level-0 bound through a definition whose
+// text lies in the released part of the file.
+TEST(Incremental, LongDifferenceScriptFromAMappedFile) {
+    std::string script =
+        "(set-logic QF_IDL)(declare-fun x () Int)(declare-fun y () Int)\n"
+        "(define-fun lim () Int 5)(assert (<= (- x y) lim))\n";
+    std::string expected;
+    for (int i = 0; script.size() < (std::size_t{9} << 17); ++i) {
+        std::string n = std::to_string(i);
+        script += "(push 1)(declare-fun z () Int)(assert (or (> (- x z) " + n +
+                  ") (< (- z y) 3)))" + (i % 7 == 0 ? "(assert (> (- x y) lim))" : "") +
+                  "(check-sat)(pop 1)\n";
+        expected += i % 7 == 0 ? "unsat\n" : "sat\n";
+    }
+    auto run = vorn::test::run_tool("check " + vorn::test::temp_file("long_rounds.smt2", script));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(run.out == expected) << run.out.substr(0, 200);
+}

@@ -117,8 +117,15 @@ class ScriptInterpreter {
             out_.flush();
             // The check consumed the interrupt that stopped it.
             if (interrupted_) throw Interrupted();
+            if (source_ != nullptr && reader_.offset() >= released_ + kReleaseStep) {
+                released_ = reader_.offset();
+                source_->release_before(released_);
+            }
         }
     }
+
+    // Text read is handed back to `source` every kReleaseStep bytes.
+    void release_into(const SourceText& source) { source_ = &source; }
 
     smt::Problem take_problem() {
         terms_.reset();
@@ -203,6 +210,9 @@ class ScriptInterpreter {
     bool reading_;
     smt::NameTable symbols_;
     SExprReader reader_;
+    static constexpr std::size_t kReleaseStep = std::size_t{1} << 18;
+    const SourceText* source_ = nullptr;
+    std::size_t released_ = 0;
     SExprTree tree_;
     std::vector<Id> items_;
     std::unique_ptr<smt::Engine> engine_;  // the solver of every check-sat
@@ -901,6 +911,13 @@ void ScriptInterpreter::reset() {
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
                 std::ostream& out, smt::CheckStats& stats) {
     ScriptInterpreter(text, file, options, out, stats).run(options.decide.stop);
+}
+
+void run_script(const SourceText& source, const CheckOptions& options, std::ostream& out,
+                smt::CheckStats& stats) {
+    ScriptInterpreter interpreter(source.text, source.name, options, out, stats);
+    interpreter.release_into(source);
+    interpreter.run(options.decide.stop);
 }
 
 smt::Problem read_smt2(std::string_view text, const util::Stop* stop) {

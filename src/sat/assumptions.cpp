@@ -61,18 +61,56 @@ void Solver::pop() {
     Lit active = activation_.back();
     activation_.pop_back();
     backtrack(0);
+    bool keep = options_.record_proof;
+    Var first_gone = keep ? static_cast<Var>(num_vars()) : active.var();
     for (CRef c = arena_.first(); c != arena_.end(); c = arena_.next(c)) {
         if (arena_.garbage(c)) continue;
         std::span<const Lit> lits = arena_.lits(c);
-        if (std::find(lits.begin(), lits.end(), ~active) == lits.end()) continue;
+        if (std::none_of(lits.begin(), lits.end(),
+                         [&](Lit l) { return l == ~active || l.var() >= first_gone; }))
+            continue;
         if (arena_.learned(c)) ++stats_.deleted;
         arena_.remove(c);
     }
     collect_garbage();
+    if (!keep) return truncate_vars(first_gone);
     if (value_of(active) == LBool::Undef) enqueue(~active, kNoClause);
     // Once unsat the record ends with the empty clause; nothing may follow it.
     if (ok_) record(ProofStep::Kind::Input, std::vector<Lit>{~active});
     if (ok_ && propagate() != kNoClause) set_unsat();
+}
+
+// At level 0, no clause over the variables left. Their level-0 facts leave the trail; the
+// facts they helped derive stay, being consequences of what stays.
+void Solver::truncate_vars(Var first) {
+    auto gone = [&](Lit l) { return l.var() >= first; };
+    auto kept_before = [&](std::size_t end) {
+        return static_cast<std::size_t>(
+            std::count_if(trail_.begin(), trail_.begin() + static_cast<std::ptrdiff_t>(end),
+                          [&](Lit l) { return !gone(l); }));
+    };
+    qhead_ = kept_before(qhead_);
+    theory_head_ = kept_before(theory_head_);
+    for (Lit l : trail_)
+        if (gone(l)) values_[l.code()] = values_[(~l).code()] = LBool::Undef;
+    std::erase_if(trail_, gone);
+    level_.resize(first);
+    reason_.resize(first);
+    activity_.resize(first);
+    phase_.resize(first);
+    seen_.resize(first);
+    level_stamp_.resize(std::size_t{first} + 1);
+    model_.resize(first);
+    values_.resize(2 * std::size_t{first});
+    watches_.resize(2 * std::size_t{first});
+    heap_.truncate(first);
+}
+
+std::size_t Solver::num_clauses() const {
+    std::size_t n = 0;
+    for (CRef c = arena_.first(); c != arena_.end(); c = arena_.next(c))
+        n += arena_.garbage(c) ? 0 : 1;
+    return n;
 }
 
 }  // namespace vorn::sat

@@ -49,4 +49,14 @@ void VarHeap::sift_down(int i) {
     place(i, v);
 }
 
+void VarHeap::truncate(Var first) {
+    if (pos_.size() <= first) return;
+    std::erase_if(heap_, [&](Var v) { return v >= first; });
+    pos_.resize(first);
+    for (int i = 0; i < static_cast<int>(heap_.size()); ++i)
+        pos_[heap_[i]] = i;
+    for (int i = static_cast<int>(heap_.size()) / 2; i-- > 0;)
+        sift_down(i);
+}
+
 }  // namespace vorn::sat

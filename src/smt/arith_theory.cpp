@@ -26,9 +26,20 @@ ArithTheory::ArithTheory(const Problem& problem, sat::Solver& sat, bool record, 
 }
 
 int ArithTheory::simplex_var(int v) {
-    return map_simplex_var(simplex_, v, simplex_var_, &problem_var_, [&](int s) {
-        if (problem_.variables.sort(v) == Sort::Int) integer_vars_.push_back(s);
+    bool integral = problem_.variables.sort(v) == Sort::Int;
+    return map_simplex_var(simplex_, v, integral, simplex_var_, &problem_var_, &free_vars_,
+                           [&](int s) {
+                               if (integral) integer_vars_.push_back(s);
+                           });
+}
+
+void ArithTheory::truncate_variables(int n) {
+    forget_simplex_vars(n, simplex_var_, &problem_var_, free_vars_, [&](int v) {
+        std::erase(integer_vars_, simplex_var_[static_cast<std::size_t>(v)]);
+        return problem_.variables.sort(v) == Sort::Int;
     });
+    next_branch_ = 0;
+    solved_fixed_.clear();
 }
 
 ArithTheory::Reading ArithTheory::read(const lra::TermVar& t,
@@ -80,6 +91,26 @@ void ArithTheory::retire(sat::Var var) {
     if (is_atom(var)) atom_data_[atom_of_[var]].alive = false;
 }
 
+void ArithTheory::truncate(sat::Var first) {
+    if (atom_of_.size() <= first) return;
+    std::size_t kept = atom_data_.size();
+    for (sat::Var v = first; v < atom_of_.size(); ++v)
+        if (atom_of_[v] >= 0) kept = std::min(kept, static_cast<std::size_t>(atom_of_[v]));
+    for (std::size_t i = kept; i < atom_data_.size(); ++i)
+        std::erase_if(atoms_on_[static_cast<std::size_t>(atom_data_[i].term.var)],
+                      [&](std::uint32_t index) { return index >= kept; });
+    atom_data_.resize(kept);
+    atoms_.resize(kept);
+    std::erase_if(transient_, [&](std::uint32_t index) { return index >= kept; });
+    std::erase_if(assigned_, [&](sat::Lit l) { return l.var() >= first; });
+    propagated_ = std::min(propagated_, assigned_.size());
+    atom_of_.resize(first);
+    value_.resize(first);
+    implied_by_.resize(first);
+    row_reason_of_.resize(first);
+    implied_now_.resize(first);
+}
+
 void ArithTheory::begin_check(std::uint64_t branch_limit) {
     limit_ = branch_limit;
     used_ = 0;
@@ -110,6 +141,18 @@ void ArithTheory::backtrack(int level) {
     if (!transient_.empty()) make_slacks_again(target == 0);
 }
 
+// A level-0 fact on an atom made inside a push level follows from the permanent clauses, so its
+// bound may stay in the simplex for good; but its variable goes at the pop and may come back as
+// another atom, so the bound must not name it. Conflicts leave such facts out, as analysis
+// drops level-0 literals anyway; with a proof recorded the variables stay and the literal is
+// named.
+lra::Reason ArithTheory::bound_reason(sat::Lit lit) const {
+    const std::vector<sat::Lit>& pushed = sat_.activation_literals();
+    if (!record_ && level_start_.empty() && !pushed.empty() && lit.var() >= pushed.front().var())
+        return kLevelZeroFact;
+    return lit.code();
+}
+
 void ArithTheory::assign(sat::Lit lit) {
     sat::Var v = lit.var();
     if (!is_atom(v)) return;
@@ -119,7 +162,7 @@ void ArithTheory::assign(sat::Lit lit) {
     assigned_.push_back(lit);
     if (conflict_) return;
     const Reading& r = a.reading[lit.negative() ? 1 : 0];
-    if (simplex_.assert_term(a.term, r.relation, r.constant, lit.code()) ==
+    if (simplex_.assert_term(a.term, r.relation, r.constant, bound_reason(lit)) ==
         lra::Asserted::Conflict) {
         conflict_ = true;
         pending_.clear();
@@ -215,6 +258,7 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
 void ArithTheory::conflict_from_simplex(std::vector<sat::Lit>& clause) {
     pending_multipliers_.clear();
     for (const lra::Explanation& e : simplex_.conflict()) {
+        if (e.reason == kLevelZeroFact) continue;
         clause.push_back(~sat::Lit::from_code(static_cast<std::uint32_t>(e.reason)));
         pending_multipliers_.push_back(e.multiplier);
     }

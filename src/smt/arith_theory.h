@@ -29,6 +29,15 @@
 // (¬p ∨ q ∨ ¬l…) and (p ∨ q ∨ ¬l…) over the literals l of the row's bounds, from which the
 // search resolves q. Atoms made during the search have slacks that a backtrack below their
 // level takes out of the simplex (Simplex::pop); such atoms get their slacks made again there.
+// Pops (truncate): a pop gives the SAT variables of the level back and their atoms go with them
+// (a suffix of the atom list, as variables are made in order). Their literals must leave no
+// bound in the simplex that names them, so at level 0 an atom made inside a push level is
+// asserted with the reason kLevelZeroFact: a literal made true at level 0 follows from the
+// permanent clauses, and its bound holds after the pop as well. No such fact bounds a term over
+// a variable declared inside a push level (nothing permanent constrains it), so the simplex
+// variables of forgotten problem variables (truncate_variables) carry no bound; they are handed
+// to the next new problem variables of their sort, so the simplex grows with the variables
+// alive at once, not with all ever declared.
 
 #include <cstdint>
 #include <span>
@@ -39,6 +48,7 @@
 #include "vorn/smt/problem.h"
 
 #include "linear_theory.h"
+#include "simplex_vars.h"
 
 namespace vorn::smt {
 
@@ -49,6 +59,8 @@ class ArithTheory : public LinearTheory {
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
                   const QNumber& c) override;
     void retire(sat::Var var) override;
+    void truncate(sat::Var first) override;
+    void truncate_variables(int n) override;
     bool is_atom(sat::Var var) const override {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }
@@ -82,7 +94,11 @@ class ArithTheory : public LinearTheory {
         bool alive = true;
     };
 
+    // The simplex bound of a level-0 fact that names no literal (see bound_reason).
+    static constexpr lra::Reason kLevelZeroFact = -1;
+
     int simplex_var(int problem_var);
+    lra::Reason bound_reason(sat::Lit lit) const;
     Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
                  const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
@@ -100,6 +116,8 @@ class ArithTheory : public LinearTheory {
     bool round_to_lattice();
     bool parameter_split();
     bool over_integers(int var) const;
+    bool fixed_at_rational(int var) const;
+    bool over_integers_given_fixed(int slack) const;
     // tight_split.cpp
     bool tight_split();
     // gomory_cut.cpp
@@ -123,6 +141,7 @@ class ArithTheory : public LinearTheory {
     std::vector<int> simplex_var_;   // by problem variable, 0: none yet
     std::vector<int> problem_var_;   // by simplex variable, 0: a slack
     std::vector<int> integer_vars_;  // simplex variables of Int problem variables
+    FreeSimplexVars free_vars_;      // of forgotten problem variables
 
     std::vector<int> atom_of_;  // by SAT variable: index in atoms_, −1 for none
     std::vector<Atom> atom_data_;

@@ -157,6 +157,8 @@ void BooleanDecider::pop(std::size_t n) {
     for (std::size_t i = level.extra; i < extra_.size(); ++i)
         theory_->retire(extra_[i]);
     extra_.resize(level.extra);
+    theory_->truncate(static_cast<sat::Var>(sat_.num_vars()));
+    prop_of_.resize(std::min(prop_of_.size(), sat_.num_vars()));
     atoms_ = level.atoms;
     clauses_ = level.clauses;
 }

@@ -18,6 +18,7 @@
 
 #include "vorn/sat/solver.h"
 #include "vorn/smt/clause_proof.h"
+#include "vorn/smt/context.h"
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
@@ -37,12 +38,16 @@ class BooleanDecider {
     void push();
     void push(std::size_t atoms, std::uint32_t props, std::size_t clauses);
     void pop(std::size_t n);
+    void truncate_variables(int n) { theory_->truncate_variables(n); }
     std::size_t level() const { return levels_.size(); }
     // Decides the problem with `assumptions` (literals of its propositions) taken as true.
     Decision check(std::span<const Literal> assumptions = {});
     // After an Unsat check: assumptions that are unsat together with the problem.
     const std::vector<Literal>& failed() const { return failed_; }
     DecideStats stats() const;
+    SearchSize search_size() const {
+        return {sat_.num_vars(), sat_.num_clauses(), sat_.arena_words(), theory_->atoms().size()};
+    }
 
   private:
     struct Level {

@@ -159,6 +159,15 @@ void Context::pop(std::size_t n) {
     s.problem.truncate_terms(l.terms);
 }
 
+void Context::truncate_variables(int n) {
+    State& s = *state_;
+    if (s.problem.variables.size() <= n) return;
+    // The engines read the sorts of the variables they forget.
+    if (s.boolean) s.boolean->truncate_variables(n);
+    if (s.decider) s.decider->truncate_variables(n);
+    s.problem.variables.truncate(n);
+}
+
 std::size_t Context::level() const {
     return state_->levels.size();
 }
@@ -245,6 +254,10 @@ void Context::set_options(const DecideOptions& options) {
         s.to_boolean(s.uses_difference);
     else
         s.boolean->set_options(o);
+}
+
+SearchSize Context::search_size() const {
+    return state_->boolean ? state_->boolean->search_size() : SearchSize{};
 }
 
 const DecideStats& Context::stats() const {

@@ -21,6 +21,8 @@
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
+#include "simplex_vars.h"
+
 namespace vorn::smt {
 
 // Runs solve(options) under the options' stop (the caller's, else one of its own), started once
@@ -55,6 +57,10 @@ class Decider {
     void push(std::size_t atoms);
     // Closes n levels; the caller truncates the atoms back to `atoms_at(level() - n)`.
     void pop(std::size_t n);
+    // The problem forgot its variables after the first n: their simplex variables, without
+    // bounds since the pop, go to the next new problem variables of their sort, so the simplex
+    // (and every model) grows with the variables alive at once.
+    void truncate_variables(int n);
     std::size_t level() const { return levels_.size(); }
     std::size_t atoms_at(std::size_t level) const { return levels_[level].atoms; }
     // Decides the atoms now in the problem.
@@ -135,6 +141,7 @@ class Decider {
     std::optional<std::size_t> false_atom_;  // the first entered constant atom that is false
     std::vector<int> simplex_var_;           // by problem variable, 0: none yet
     std::vector<int> problem_var_;           // by simplex variable
+    FreeSimplexVars free_vars_;              // of forgotten problem variables
     std::vector<std::size_t> diseqs_;        // entered atoms to split on demand
     std::vector<Frame> stack_;
     std::vector<lra::TermVar> split_vars_;  // by proof node of a SplitNe

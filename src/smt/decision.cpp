@@ -27,9 +27,16 @@ bool false_half_is_upper(Relation r, const QNumber& c) {
 }  // namespace
 
 int Decider::simplex_var(int v) {
-    return map_simplex_var(simplex_, v, simplex_var_, &problem_var_, [&](int s) {
-        if (problem_.variables.sort(v) == Sort::Int) branch_.set_integer(s);
-    });
+    bool integral = problem_.variables.sort(v) == Sort::Int;
+    return map_simplex_var(simplex_, v, integral, simplex_var_, &problem_var_, &free_vars_,
+                           [&](int s) {
+                               if (integral) branch_.set_integer(s);
+                           });
+}
+
+void Decider::truncate_variables(int n) {
+    forget_simplex_vars(n, simplex_var_, nullptr, free_vars_,
+                        [&](int v) { return problem_.variables.sort(v) == Sort::Int; });
 }
 
 const lra::TermEntries& Decider::simplex_term(std::span<const Entry> entries) {

@@ -28,7 +28,11 @@ bool DifferenceTheory::is_difference(std::span<const LinearExpr::Entry> term) {
 int DifferenceTheory::node(int v) {
     auto i = static_cast<std::size_t>(v);
     if (node_of_.size() <= i) node_of_.resize(i + 1, 0);
-    if (node_of_[i] == 0) {
+    if (node_of_[i] == 0 && !free_nodes_.empty()) {
+        node_of_[i] = free_nodes_.back();
+        free_nodes_.pop_back();
+        var_of_[static_cast<std::size_t>(node_of_[i])] = v;
+    } else if (node_of_[i] == 0) {
         node_of_[i] = static_cast<int>(var_of_.size());
         var_of_.push_back(v);
         pi_.emplace_back();
@@ -82,6 +86,37 @@ void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry>
     }
     atom_of_[var] = static_cast<int>(atom_data_.size());
     atom_data_.push_back(std::move(atom));
+}
+
+void DifferenceTheory::truncate(sat::Var first) {
+    if (atom_of_.size() <= first) return;
+    std::size_t kept = atom_data_.size();
+    for (sat::Var v = first; v < atom_of_.size(); ++v)
+        if (atom_of_[v] >= 0) kept = std::min(kept, static_cast<std::size_t>(atom_of_[v]));
+    for (std::size_t i = kept; i < atom_data_.size(); ++i)
+        std::erase_if(pairs_[static_cast<std::size_t>(atom_data_[i].pair)],
+                      [&](std::uint32_t index) { return index >= kept; });
+    atom_data_.resize(kept);
+    atoms_.resize(kept);
+    for (Active& a : active_)
+        if (a.lit != kFact && a.lit.var() >= first) a.lit = kFact;
+    atom_of_.resize(first);
+    value_.resize(first);
+    implied_by_.resize(first);
+}
+
+void DifferenceTheory::truncate_variables(int n) {
+    std::vector<char> reached(var_of_.size(), 0);
+    for (const Active& a : active_)
+        reached[static_cast<std::size_t>(a.edge.from)] =
+            reached[static_cast<std::size_t>(a.edge.to)] = 1;
+    for (std::size_t i = static_cast<std::size_t>(n) + 1; i < node_of_.size(); ++i) {
+        auto x = static_cast<std::size_t>(node_of_[i]);
+        if (x == 0) continue;
+        var_of_[x] = 0;
+        if (!reached[x]) free_nodes_.push_back(static_cast<int>(x));
+    }
+    node_of_.resize(std::min(node_of_.size(), static_cast<std::size_t>(n) + 1));
 }
 
 void DifferenceTheory::retire(sat::Var var) {
@@ -182,6 +217,7 @@ bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
         pending_multipliers_.clear();
         auto add = [&](int j) {
             sat::Lit l = active_[static_cast<std::size_t>(j)].lit;
+            if (l == kFact) return;
             pending_.push_back(~l);
             pending_multipliers_.push_back(
                 atom_data_[static_cast<std::size_t>(atom_of_[l.var()])].unit);
@@ -207,6 +243,7 @@ void DifferenceTheory::propagate(std::vector<sat::Lit>& implied) {
     if (conflict_) return;
     for (; propagated_ < active_.size(); ++propagated_) {
         const Active& a = active_[propagated_];
+        if (a.lit == kFact) continue;
         const Atom& atom = atom_data_[static_cast<std::size_t>(atom_of_[a.lit.var()])];
         for (std::uint32_t other : pairs_[static_cast<std::size_t>(atom.pair)]) {
             const Atom& o = atom_data_[other];
@@ -262,7 +299,7 @@ void DifferenceTheory::take_model() {
         v -= pi_[0];
         QNumber value = v.real();
         value.add_product(v.delta(), delta);
-        model_[static_cast<std::size_t>(var_of_[n])] = value;
+        if (var_of_[n] != 0) model_[static_cast<std::size_t>(var_of_[n])] = value;
     }
 }
 

@@ -40,6 +40,8 @@ class DifferenceTheory : public LinearTheory {
     void add_atom(sat::Var var, std::span<const LinearExpr::Entry> term, Relation relation,
                   const QNumber& c) override;
     void retire(sat::Var var) override;
+    void truncate(sat::Var first) override;
+    void truncate_variables(int n) override;
     bool is_atom(sat::Var var) const override {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }
@@ -66,9 +68,15 @@ class DifferenceTheory : public LinearTheory {
         bool alive = true;
     };
     struct Active {
-        sat::Lit lit;
+        sat::Lit lit;  // kFact: a level-0 fact whose atom a pop took
         Edge edge;
     };
+    // A pop gives back the SAT variables of its level, and their atoms go (truncate). Their
+    // level-0 facts follow from the permanent clauses, so their edges stay, naming no literal:
+    // analysis drops level-0 literals from conflicts anyway. No such edge touches the node of a
+    // variable declared inside the level (nothing permanent constrains it), so those nodes are
+    // handed to the next new variables.
+    static inline const sat::Lit kFact = sat::Lit::from_code(~std::uint32_t{0});
 
     int node(int problem_var);
     Edge read(std::span<const LinearExpr::Entry> term, Relation relation, const QNumber& c,
@@ -78,8 +86,9 @@ class DifferenceTheory : public LinearTheory {
 
     const Problem& problem_;
     std::vector<int> node_of_;  // by problem variable + 1 (0: none); node 0 is zero
-    std::vector<int> var_of_;   // by node
-    std::vector<Weight> pi_;    // by node
+    std::vector<int> var_of_;   // by node, 0: the zero node or free
+    std::vector<int> free_nodes_;
+    std::vector<Weight> pi_;  // by node
 
     std::vector<int> atom_of_;  // by SAT variable
     std::vector<Atom> atom_data_;

@@ -54,6 +54,9 @@ void Engine::truncate(const Level& level) {
     objectives_.resize(std::min(objectives_.size(), level.objectives));
     drop_formulas(level.dag);
     encoder_.truncate(level.encoded);
+    // Proofs name the atoms of popped levels, and so the variables of their terms.
+    if (context_ && !options_.keep_popped_variables && !options_.decide.certify)
+        context_->truncate_variables(level.variables);
 }
 
 void Engine::drop_formulas(const FormulaDag::Marks& marks) {

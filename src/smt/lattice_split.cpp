@@ -23,13 +23,28 @@ namespace vorn::smt {
 
 // Whether `var` stands for a term over Int variables only (an Int variable, or a slack).
 bool ArithTheory::over_integers(int var) const {
-    if (!simplex_.is_slack(var))
-        return problem_.variables.sort(problem_var_[static_cast<std::size_t>(var)]) == Sort::Int;
-    return std::all_of(
-        simplex_.slack_term(var).begin(), simplex_.slack_term(var).end(), [&](const auto& e) {
-            return problem_.variables.sort(problem_var_[static_cast<std::size_t>(e.var)]) ==
-                   Sort::Int;
-        });
+    // A simplex variable of a forgotten problem variable (0) is free: not over the integers.
+    auto integral = [&](int v) {
+        int x = problem_var_[static_cast<std::size_t>(v)];
+        return x != 0 && problem_.variables.sort(x) == Sort::Int;
+    };
+    if (!simplex_.is_slack(var)) return integral(var);
+    return std::all_of(simplex_.slack_term(var).begin(), simplex_.slack_term(var).end(),
+                       [&](const auto& e) { return integral(e.var); });
+}
+
+bool ArithTheory::fixed_at_rational(int var) const {
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    return bounds.is_fixed(var) && bounds.lower_value(var).delta().is_zero();
+}
+
+// Whether the slack's term is over Int variables once its fixed variables are put in: a Real
+// variable fixed by an equality (x = 0) leaves an integral term behind.
+bool ArithTheory::over_integers_given_fixed(int slack) const {
+    const auto& term = simplex_.slack_term(slack);
+    return std::all_of(term.begin(), term.end(), [&](const auto& e) {
+        return over_integers(e.var) || fixed_at_rational(e.var);
+    });
 }
 
 ArithTheory::LatticeStep ArithTheory::lattice_split() {
@@ -41,8 +56,8 @@ ArithTheory::LatticeStep ArithTheory::lattice_split() {
     std::size_t terms = 0, entries = 0;
     for (std::size_t v = 1; v < atoms_on_.size(); ++v) {
         int var = static_cast<int>(v);
-        if (atoms_on_[v].empty() || !bounds.is_fixed(var) ||
-            !bounds.lower_value(var).delta().is_zero() || !over_integers(var))
+        if (atoms_on_[v].empty() || !fixed_at_rational(var) ||
+            (simplex_.is_slack(var) && !over_integers_given_fixed(var)))
             continue;
         fixed_.emplace_back(var, bounds.lower_value(var).real());
         if (simplex_.is_slack(var)) {
@@ -87,8 +102,8 @@ bool ArithTheory::refute_fixed() {
         rhs.push_back(c);
         for (const auto& e : simplex_.slack_term(var)) {
             auto x = static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(e.var)]);
-            if (is_fixed[x]) {
-                rhs.back() -= e.coeff * value[x];
+            if (is_fixed[x] || fixed_at_rational(e.var)) {
+                rhs.back() -= e.coeff * simplex_.bounds().lower_value(e.var).real();
                 continue;
             }
             if (column[x] < 0) {

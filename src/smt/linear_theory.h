@@ -44,6 +44,11 @@ class LinearTheory : public sat::Theory {
     // The atom stops counting (its proposition was popped); its variable is left to the search.
     virtual void retire(sat::Var var) = 0;
     virtual bool is_atom(sat::Var var) const = 0;
+    // The SAT solver gave back the variables from `first` on (a pop): their atoms go. A theory
+    // that cannot forget atoms has the solver keep popped variables (sat::Options).
+    virtual void truncate(sat::Var /*first*/) {}
+    // The problem forgot its variables after the first n (their atoms went at the pop).
+    virtual void truncate_variables(int n) = 0;
     // Starts a check: a new budget of integer branches (0: no limit).
     virtual void begin_check(std::uint64_t branch_limit) = 0;
     // The check ran out of its budget: the search's Sat means Unknown.

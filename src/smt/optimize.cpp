@@ -61,7 +61,7 @@ class Optimizer {
 
   private:
     int simplex_var(int v) {
-        return map_simplex_var(simplex_, v, var_of_, nullptr, [](int) {});
+        return map_simplex_var(simplex_, v, false, var_of_, nullptr, nullptr, [](int) {});
     }
     lra::TermVar term_var(std::span<const Entry> term) {
         lra::TermEntries entries;

@@ -39,6 +39,7 @@ struct Solver::Impl {
     EngineOptions engine_options() {
         EngineOptions o;
         o.decide = options();
+        o.keep_popped_variables = true;  // Var handles outlive the level they were made on
         return o;
     }
     DecideOptions options() {

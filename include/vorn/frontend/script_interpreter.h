@@ -15,6 +15,7 @@
 #include <iosfwd>
 #include <string_view>
 
+#include "vorn/io/source.h"
 #include "vorn/smt/decision.h"
 #include "vorn/smt/engine.h"
 
@@ -38,5 +39,9 @@ struct CheckOptions {
 // one that comes between commands.
 void run_script(std::string_view text, std::string_view file, const CheckOptions& options,
                 std::ostream& out, smt::CheckStats& stats);
+// The same on a source, whose text the commands read hands back as they go (a long script of a
+// mapped file then costs memory for what its commands keep, not for its text).
+void run_script(const io::SourceText& source, const CheckOptions& options, std::ostream& out,
+                smt::CheckStats& stats);
 
 }  // namespace vorn::frontend

@@ -88,6 +88,8 @@ class SExprReader {
     // Reads the next top-level expression into `tree` (reusing its storage); false at the end of
     // the text. Throws ParseError.
     bool next(SExprTree& tree);
+    // How much of the text has been read.
+    std::size_t offset() const { return i_; }
 
   private:
     void atom(SNode& node);

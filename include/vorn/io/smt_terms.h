@@ -63,8 +63,16 @@ class TermEvaluator {
     // Lenient evaluators only: a function with arguments, or a constant of an uninterpreted
     // sort, outside the fragment wherever it is used.
     void declare_function(std::uint32_t symbol, bool uninterpreted_constant = false);
-    // Forgets a declaration or definition (pop, reset).
-    void forget(std::uint32_t symbol) { state(symbol).global = {}; }
+    // Forgets a declaration or definition (pop, reset). With `release_values`, a definition's
+    // value slot and every later one go with it (a pop forgets the latest definitions).
+    void forget(std::uint32_t symbol, bool release_values = true) {
+        Meaning& m = state(symbol).global;
+        if (release_values && m.kind == Meaning::DefinedTerm && m.index < defined_terms_.size())
+            defined_terms_.resize(m.index);
+        if (release_values && m.kind == Meaning::Macro && m.index < functions_.size())
+            functions_.resize(m.index);
+        m = {};
+    }
     // The symbols that :named annotations defined since the last call, in order: the caller
     // keeps them (and forgets them at a pop), or drops them when its command failed or does not
     // define names.

@@ -23,8 +23,14 @@
 //
 // Push levels. push() creates an activation variable a; clauses added while it is the innermost
 // level get the literal ¬a and solve() assumes a before the caller's assumptions. A clause learned
-// from such a clause keeps ¬a (a is a decision, which analysis never resolves away), so pop()
-// deletes exactly the clauses containing ¬a and makes ¬a a fact. Every push costs one variable.
+// from such a clause keeps ¬a (a is a decision, which analysis never resolves away). pop() gives
+// the variables back: a and every variable made after it go, with every clause over any of them
+// (those of the level, those learned from them, and theory lemmas over the level's atoms), so
+// that the solver is as large as at the push and a long push/pop loop stays in bounds. What
+// stays is bounded by the surviving variables: their level-0 facts (valid without the level),
+// activities and phases, and the learned clauses over them alone, which reduction bounds.
+// With a proof recorded the variables stay (the record names them): pop then deletes the clauses
+// containing ¬a and makes ¬a a fact.
 //
 // Theory. With set_theory(), the solver drives a Theory by the protocol of theory.h: its
 // implications are assigned with kTheoryReason and explained lazily; its conflicts and
@@ -88,6 +94,9 @@ class Solver {
 
     Var new_var();
     std::size_t num_vars() const { return level_.size(); }
+    // Live clauses, learned ones and lemmas included (a walk of the arena), and its words.
+    std::size_t num_clauses() const;
+    std::size_t arena_words() const { return arena_.words(); }
 
     // Adds a clause over existing variables (duplicates and tautologies allowed). False once the
     // clauses are unsat without any search; the solver then stays unsat (pop does not undo it).
@@ -142,6 +151,8 @@ class Solver {
     CRef attach(std::span<const Lit> lits, bool learned, bool lemma, std::uint32_t lbd);
     void record(ProofStep::Kind kind, std::span<const Lit> clause);
     void set_unsat();
+    // assumptions.cpp: gives back the variables from `first` on (their clauses are gone).
+    void truncate_vars(Var first);
 
     // propagate.cpp: unit propagation, theory propagation and theory conflicts.
     CRef propagate();

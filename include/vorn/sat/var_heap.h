@@ -24,6 +24,8 @@ class VarHeap {
     void insert(Var v);
     Var pop();
     void increased(Var v) { sift_up(pos_[v]); }
+    // Takes out the variables from `first` on, which are gone from the solver. O(n).
+    void truncate(Var first);
 
   private:
     bool before(Var a, Var b) const { return activity_[a] > activity_[b]; }

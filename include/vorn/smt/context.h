@@ -13,7 +13,8 @@
 //
 // Variables added to the problem after a pop are new variables even when a name repeats
 // (Variables::add); a variable is integral when its sort is Int at the moment the context first
-// meets it.
+// meets it. After truncate_variables() their numbers come again, and the context meets them as
+// new variables.
 
 #include <cstddef>
 #include <memory>
@@ -24,6 +25,12 @@
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
+
+// The size of the Boolean search: what a pop must bring back to its size at the push.
+struct SearchSize {
+    std::size_t variables = 0, clauses = 0, arena_words = 0, theory_atoms = 0;
+    bool operator==(const SearchSize&) const = default;
+};
 
 class Context {
   public:
@@ -37,6 +44,9 @@ class Context {
     // problem's terms to their sizes at the matching push: atoms and terms made since are gone.
     void pop(std::size_t n = 1);
     std::size_t level() const;
+    // Forgets the problem's variables after the first n (declared on a popped level), which
+    // no atom or clause left mentions: a long push/declare/pop loop keeps the solver's size.
+    void truncate_variables(int n);
     // Decides the atoms and clauses now in the problem. The answer's model is indexed by
     // problem variable (Bool variables 0 or 1).
     Decision check();
@@ -49,6 +59,8 @@ class Context {
     void set_options(const DecideOptions& options);
     // Summed over every check so far.
     const DecideStats& stats() const;
+    // Zero before the first check with Boolean structure. O(clauses).
+    SearchSize search_size() const;
 
   private:
     struct State;

@@ -4,10 +4,11 @@
 // solver.h). It owns the Problem, the formula DAG (formula_dag.h) that the front ends build into,
 // the AssertionEncoder that commits it and one Context that decides it across checks.
 //
-// Levels: push() marks the problem's atoms, the named assertions, the objectives, the DAG's
-// arenas and the encoder's logs; pop() truncates all of them, the context truncating the atoms,
-// clauses and terms. A front end keeps what is its own (declarations, names as text) on a stack
-// beside it.
+// Levels: push() marks the problem's atoms, variables, the named assertions, the objectives, the
+// DAG's arenas and the encoder's logs; pop() truncates all of them, the context truncating the
+// atoms, clauses and terms and forgetting the variables (and the SAT search what it made for
+// them), so that a pop brings every size_counters() back to its value at the push. A front end
+// keeps what is its own (declarations, names as text) on a stack beside it.
 //
 // A check decides the assertions under the named ones (assumed, so that a core can name them)
 // and the assumed formulas: while the problem is a conjunction and so are they, they are
@@ -49,6 +50,9 @@ struct EngineOptions {
     // Decide every check from scratch instead of with the one context kept across them: the
     // reference of the differential tests.
     bool fresh_solver_per_check = false;
+    // Keep the variables added on a popped level (an API whose handles outlive the level; they
+    // are kept too when certifying); otherwise a pop forgets them and their numbers come again.
+    bool keep_popped_variables = false;
     // False: reading one problem (solve, tableau): no context, and an assertion that is no
     // conjunction throws NotAccepted.
     bool lenient = true;
@@ -64,6 +68,15 @@ struct CheckStats {
 // A model or certificate that does not check: an internal error.
 class VerificationFailure : public std::logic_error {
     using std::logic_error::logic_error;
+};
+
+// The sizes a pop brings back to those at the matching push (tests compare them across rounds).
+struct SizeCounters {
+    int variables = 0;  // of the problem
+    std::uint32_t terms = 0;
+    std::size_t atoms = 0, formula_nodes = 0;
+    SearchSize search;
+    bool operator==(const SizeCounters&) const = default;
 };
 
 // What the optimization of one objective found.
@@ -84,6 +97,10 @@ class Engine {
     const Problem& problem() const { return *problem_; }
     FormulaDag& dag() { return dag_; }
     const CheckStats& stats() const { return *stats_; }
+    SizeCounters size_counters() const {
+        return {problem_->variables.size(), problem_->term_count(), problem_->atoms.size(),
+                dag_.size(), context_ ? context_->search_size() : SearchSize{}};
+    }
     // Time, conflict and memory limits and the interrupt, for the checks from now on.
     void set_limits(const DecideOptions& decide);
     // The problem, the engine being of no use afterwards (reading).
@@ -142,6 +159,7 @@ class Engine {
   private:
     struct Level {
         std::size_t atoms, named, objectives;
+        int variables;
         FormulaDag::Marks dag;
         AssertionEncoder::Marks encoded;
     };
@@ -155,8 +173,8 @@ class Engine {
     };
 
     Level current_level() const {
-        return {problem_->atoms.size(), named_.size(), objectives_.size(), dag_.marks(),
-                encoder_.marks()};
+        return {problem_->atoms.size(),     named_.size(), objectives_.size(),
+                problem_->variables.size(), dag_.marks(),  encoder_.marks()};
     }
     // After the context popped back to `level`.
     void truncate(const Level& level);

@@ -1,7 +1,8 @@
 #pragma once
 
 // The variables of a problem: numbered from 1 in order of creation, each with its name, its sort
-// and where it was declared (its first use in the plain format).
+// and where it was declared (its first use in the plain format). Names stay interned for good;
+// variables can be truncated (pops), which gives their numbers out again.
 
 #include <cstdint>
 #include <string_view>
@@ -26,7 +27,7 @@ class Variables {
     // The variable called `name`, added with `sort` and `pos` when there is none yet.
     int intern(std::string_view name, Sort sort, SourcePos pos) {
         std::uint32_t id = names_.intern(name);
-        if (id == latest_.size()) return new_variable(id, sort, pos);
+        if (id == latest_.size() || latest_[id] == 0) return add(name, sort, pos);
         return latest_[id];
     }
     // A new variable called `name`, even when one is called so already: a name declared again
@@ -35,8 +36,18 @@ class Variables {
         std::uint32_t id = names_.intern(name);
         if (id == latest_.size()) return new_variable(id, sort, pos);
         int v = new_variable(id, sort, pos);
+        info_.back().shadowed = latest_[id];
         latest_[id] = v;
         return v;
+    }
+    // Forgets the variables after the first n (a pop): their numbers are given out again, and
+    // each name finds the variable it found before they were added. O(variables forgotten).
+    void truncate(int n) {
+        while (size() > n) {
+            const Info& gone = info_.back();
+            latest_[gone.name] = gone.shadowed;
+            info_.pop_back();
+        }
     }
     // 0 when there is no such variable.
     int find(std::string_view name) const {
@@ -60,11 +71,12 @@ class Variables {
         SourcePos declared;
         Sort sort;
         std::uint32_t name;
+        int shadowed;  // the variable its name found before it, 0: none
     };
 
     const Info& info(int v) const { return info_[static_cast<std::size_t>(v - 1)]; }
     int new_variable(std::uint32_t name, Sort sort, SourcePos pos) {
-        info_.push_back({pos, sort, name});
+        info_.push_back({pos, sort, name, 0});
         int v = static_cast<int>(info_.size());
         if (name == latest_.size()) latest_.push_back(v);
         return v;

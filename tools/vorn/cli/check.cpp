@@ -159,7 +159,7 @@ std::string run_check(const io::SourceText& source, const CheckRequest& request,
     if (format == io::InputFormat::Smt2) {
         if (request.objective_bound)
             throw UsageError("--objective-bound applies to .lin, MPS and LP files");
-        frontend::run_script(source.text, source.name, request.options, out, stats);
+        frontend::run_script(source, request.options, out, stats);
         return {};
     }
     if (format == io::InputFormat::Cnf) {
