@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <span>
 #include <vector>
@@ -63,6 +64,10 @@ class BooleanDecider {
     sat::Lit atom_literal(std::span<const LinearExpr::Entry> term, Relation relation, bool extra);
     void enter_asserted(const Atom& atom);
     sat::Lit constant_literal(bool value);
+    void open_level();
+    // With certify: records what `lit`, a variable the decider made itself, stands for.
+    void define(sat::Lit lit, ClauseProof::Definition::Kind kind,
+                std::initializer_list<sat::Lit> operands, int index = 0);
     ClauseProof proof() const;
 
     const Problem& problem_;
@@ -70,10 +75,11 @@ class BooleanDecider {
     sat::Solver sat_;
     std::unique_ptr<LinearTheory> theory_;
     std::vector<Level> levels_;
-    std::size_t atoms_ = 0, clauses_ = 0;  // entered
-    std::vector<sat::Var> prop_var_;       // by entered proposition
-    std::vector<sat::Var> extra_;          // atoms made for asserted atoms, to retire on pop
-    std::vector<std::uint32_t> prop_of_;   // by SAT variable: proposition + 1, 0: none
+    std::size_t atoms_ = 0, clauses_ = 0;        // entered
+    std::vector<sat::Var> prop_var_;             // by entered proposition
+    std::vector<sat::Var> extra_;                // atoms made for asserted atoms, to retire on pop
+    std::vector<std::uint32_t> prop_of_;         // by SAT variable: proposition + 1, 0: none
+    std::vector<ClauseProof::Definition> made_;  // constants, their wrappers, level selectors
     std::vector<Literal> failed_;
     std::vector<sat::Lit> clause_;
     LinearExpr::Entries scratch_;
