@@ -39,6 +39,7 @@ Exit status 0 when every certificate checks (and, without --input, there is at l
 otherwise.
 """
 
+import functools
 import math
 import re
 import sys
@@ -312,15 +313,18 @@ def check_lemma(bounds, lits, mults):
         raise ValueError("the combination is no contradiction")
 
 
-def check_clauses(lines):
-    sorts, atoms, assumptions, steps = {}, {}, [], []
+def read_clauses(lines):
+    """A clause proof's lines: sorts and atoms by variable, definitions [(var, op, literals)],
+    Bool variables {var: name}, selectors, the assumptions and the steps."""
+    p = {"sorts": {}, "atoms": {}, "defines": [], "bools": {}, "selects": set(), "assume": [],
+         "steps": []}
     for line in lines:
         words = line.split()
         if words[0] == "var":
-            sorts[int(words[1])] = words[2]
+            p["sorts"][int(words[1])] = words[2]
         elif words[0] == "atom":
             var, rel = int(words[1]), words[2]
-            if var <= 0 or var in atoms or rel not in ("<=", ">="):
+            if var <= 0 or var in p["atoms"] or rel not in ("<=", ">="):
                 raise ValueError("bad atom " + words[1])
             terms = {}
             for word in words[4:]:
@@ -330,16 +334,29 @@ def check_clauses(lines):
                 terms[int(v)] = Fraction(a)
             if not terms:
                 raise ValueError("atom %d has no variable" % var)
-            atoms[var] = (rel, Fraction(words[3]), terms)
+            p["atoms"][var] = (rel, Fraction(words[3]), terms)
+        elif words[0] == "define":
+            p["defines"].append((int(words[1]), words[2], literals(words[3:])))
+        elif words[0] == "bool":
+            p["bools"][int(words[1])] = unquote(line.split(maxsplit=2)[2])
+        elif words[0] == "select":
+            p["selects"].add(int(words[1]))
         elif words[0] == "assume":
-            assumptions = literals(words[1:])
+            p["assume"] = literals(words[1:])
         elif words[0] in ("input", "learned"):
-            steps.append((words[0], literals(words[1:]), None))
+            p["steps"].append((words[0], literals(words[1:]), None))
         elif words[0] == "lemma":
             at = words.index("farkas")
-            steps.append(("lemma", literals(words[1:at]), [Fraction(w) for w in words[at + 1 :]]))
+            p["steps"].append(("lemma", literals(words[1:at]),
+                               [Fraction(w) for w in words[at + 1 :]]))
         else:
             raise ValueError("unknown line: " + line)
+    return p
+
+
+def check_clauses(lines):
+    p = read_clauses(lines)
+    sorts, atoms, steps = p["sorts"], p["atoms"], p["steps"]
     for var, (_, _, terms) in atoms.items():
         if any(sorts.get(v) not in ("Int", "Real") for v in terms):
             raise ValueError("atom %d is over an undeclared variable" % var)
@@ -357,7 +374,7 @@ def check_clauses(lines):
             raise ValueError("step %d (%s): %s" % (number, kind, e))
         units.add(clause)
     kind, clause, _ = steps[-1]
-    if kind != "learned" or any(-lit not in assumptions for lit in clause):
+    if kind != "learned" or any(-lit not in p["assume"] for lit in clause):
         raise ValueError("the last step is no learned clause of negated assumptions")
 
 
@@ -395,12 +412,11 @@ def check_ray(lines):
 # ---- The input, read by the checker itself ------------------------------------------------
 # An atom is (rel, c, terms) with terms {variable name: coefficient}: Σ a·x REL c. A problem is
 # what one check-sat (or an LP file) asks: its top-level literals (which a proof tree may take
-# as hypotheses), every atom anywhere in it (which a clause proof's atoms may stand for), the
-# declared sorts, and the formulas a model must satisfy.
+# as hypotheses), the declared sorts, and the formulas (which a model must satisfy and a clause
+# proof's input clauses must follow from).
 
 NEGATE = {"<=": ">", "<": ">=", ">=": "<", ">": "<=", "=": "!=", "!=": "="}
 FLIP = {"<=": ">=", "<": ">", ">=": "<=", ">": "<", "=": "=", "!=": "!="}
-HIDDEN = "?"  # a variable the tool introduced for a term ite: it matches any such variable
 
 
 class InputError(ValueError):
@@ -481,12 +497,11 @@ class Script:
     """Declarations, definitions and assertions by push level, read command by command."""
 
     def __init__(self):
-        self.history = []  # every formula asserted or assumed so far
         self.ever_declared = {}
         self.reset()
 
     def reset(self):
-        self.levels = [{"sorts": {}, "defs": {}, "asserts": [], "named": {}}]
+        self.levels = [{"sorts": {}, "defs": {}, "asserts": []}]
 
     def lookup(self, key, name):
         for level in reversed(self.levels):
@@ -526,7 +541,6 @@ class Script:
             body = self.expand(e[1], env)
             for k in range(2, len(e) - 1):
                 if e[k] == ":named":
-                    self.levels[-1]["named"][e[k + 1]] = body
                     self.levels[-1]["defs"][e[k + 1]] = ([], body)
             return body
         args = [self.expand(a, env) for a in e[1:]]
@@ -554,7 +568,7 @@ class Script:
             top["asserts"].append(self.expand(cmd[1], {}))
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
-                self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "named": {}})
+                self.levels.append({"sorts": {}, "defs": {}, "asserts": []})
         elif head == "pop":
             k = int(cmd[1]) if len(cmd) > 1 else 1
             if k < len(self.levels):
@@ -573,20 +587,13 @@ class Script:
     def problem(self, assumptions):
         self.ever_declared.update(self.sorts())  # popped levels' clauses may remain, guarded
         sorts = dict(self.ever_declared)
-        formulas = [f for level in self.levels for f in level["asserts"]] + assumptions
-        self.history += formulas
-        return Problem(sorts, formulas, self.lookup_named(), self.history)
-
-    def lookup_named(self):
-        named = {}
-        for level in self.levels:
-            named.update(level["named"])
-        return named
+        return Problem(sorts, [f for level in self.levels for f in level["asserts"]] + assumptions)
 
 
-def lin(e, sorts):
-    """A term as (terms, constant); None when it is not linear in declared variables (an ite
-    term stands as the hidden variable)."""
+def lin(e, sorts, ites=None):
+    """A term as (terms, constant); an InputError when it is not linear in declared variables.
+    A term ite is the variable ites(e) names (one the tool introduced and the certificate
+    defines), when ites is given."""
     if isinstance(e, str):
         q = number(e)
         if q is not None:
@@ -594,9 +601,11 @@ def lin(e, sorts):
         if sorts.get(e) in ("Int", "Real"):
             return {e: Fraction(1)}, Fraction(0)
         raise InputError("unknown term " + e)
-    op, args = e[0], [lin(a, sorts) for a in e[1:]] if e[0] != "ite" else None
-    if op == "ite":
-        return {HIDDEN: Fraction(1)}, Fraction(0)
+    if e[0] == "ite":
+        if ites is None:
+            raise InputError("a term ite")
+        return {ites(e): Fraction(1)}, Fraction(0)
+    op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     if op == "+" or (op == "-" and len(args) > 1):
         terms, c = dict(args[0][0]), args[0][1]
         for t, d in args[1:]:
@@ -644,9 +653,9 @@ def is_bool(e, sorts):
     return False
 
 
-def atoms_of(e, sorts):
+def atoms_of(e, sorts, ites=None):
     """A comparison (a chain, =, distinct) as its list of atoms."""
-    op, args = e[0], [lin(a, sorts) for a in e[1:]]
+    op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     pairs = [(args[i], args[j]) for i in range(len(args)) for j in range(i + 1, len(args))] \
         if op == "distinct" else list(zip(args, args[1:]))
     out = []
@@ -659,19 +668,13 @@ def atoms_of(e, sorts):
 
 
 class Problem:
-    def __init__(self, sorts, formulas, named, history):
-        self.sorts, self.formulas, self.named = sorts, formulas, named
-        self.literals, self.anywhere, self.visited = set(), set(), set()
+    def __init__(self, sorts, formulas):
+        self.sorts, self.formulas, self.literals = sorts, formulas, set()
         for f in formulas:
             try:
                 self.top(f, True)
             except InputError:
                 pass  # outside the fragment: the tool decides without it, or answers unknown
-        for f in history:
-            try:
-                self.collect(f)
-            except InputError:
-                pass
 
     def key(self, rel, c, terms):
         return canonical(rel, c, terms, self.sorts)
@@ -699,36 +702,6 @@ class Problem:
             if positive or len(atoms) == 1:
                 for rel, c, terms in atoms:
                     self.literals.add(self.key(rel if positive else NEGATE[rel], c, terms))
-
-    def collect(self, f):
-        """Every atom anywhere, in both polarities, equalities also as their two halves; an
-        ite term adds the atoms that bind its hidden variable to its branches."""
-        if isinstance(f, str) or id(f) in self.visited:
-            return
-        self.visited.add(id(f))  # let-bound formulas are shared: visit each node once
-        if f[0] in ARITH_RELS and not (f[0] == "=" and is_bool(f[1], self.sorts)):
-            for rel, c, terms in atoms_of(f, self.sorts):
-                for r in (rel, NEGATE[rel]) + (("<=", ">=", "<", ">") if rel in "=!=" else ()):
-                    self.anywhere.add(self.key(r, c, terms))
-            for term in f[1:]:
-                self.term_ites(term)
-            return
-        for g in f[1:]:
-            self.collect(g)
-
-    def term_ites(self, t):
-        if isinstance(t, list) and id(t) not in self.visited:
-            self.visited.add(id(t))
-            if t[0] == "ite":
-                self.collect(t[1])
-                for branch in t[2:]:
-                    terms, c = lin(branch, self.sorts)
-                    terms = {v: -a for v, a in terms.items()}
-                    terms[HIDDEN] = terms.get(HIDDEN, 0) + 1
-                    for r in ("=", "!=", "<=", ">=", "<", ">"):
-                        self.anywhere.add(self.key(r, c, terms))
-            for u in t[1:]:
-                self.term_ites(u)
 
 
 def eval_smt(e, model):
@@ -808,7 +781,6 @@ class LPProblem:
         for rel, c, terms in self.atoms:
             for r in (rel, "<=", ">=") if rel == "=" else (rel,):
                 self.literals.add(canonical(r, c, terms, self.sorts))
-        self.anywhere = self.literals
         return self
 
 
@@ -1060,60 +1032,64 @@ def read_dimacs(text):
 
 # ---- Certificates against the problem ------------------------------------------------------
 
-def cert_atoms(lines, problem):
-    """The certificate's atoms as (id, key, rel, c, terms by name), its variables checked
-    against the declarations: a name the input declares has the sort declared, any other name
-    is a variable the tool introduced for a term ite."""
-    names, out = {}, []
+def unquote(name):
+    return name[1:-1] if len(name) > 1 and name[0] == name[-1] == "|" else name
+
+
+def cert_names(lines, problem):
+    """By certificate variable: its name, checked against the declarations (a name the input
+    declares has the sort declared), and the sorts of the others, variables the tool introduced
+    (for a term ite) named |N after their number."""
+    names, sorts = {}, dict(problem.sorts)
     for line in lines:
         words = line.split(maxsplit=3)
         if words[0] == "var":
-            name = words[3].strip("|") if len(words) > 3 else ""
+            name = unquote(words[3]) if len(words) > 3 else ""
             if name in problem.sorts:
                 relaxed = isinstance(problem, LPProblem) and words[2] == "Real"
                 if problem.sorts[name] != words[2] and not relaxed:
                     raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name],
                                                                     words[2]))
-                names[words[1]] = name
+                names[int(words[1])] = name
             elif "@" in name and isinstance(problem, Problem):
-                names[words[1]] = HIDDEN
+                names[int(words[1])] = "|" + words[1]
+                sorts["|" + words[1]] = words[2]
             else:
                 raise ValueError("variable %s is not declared in the input" % name)
+    return names, sorts
+
+
+def cert_atoms(lines, problem):
+    """The certificate's atoms as (id, key, rel, c, terms by name)."""
+    names, out = cert_names(lines, problem)[0], []
     for line in lines:
         words = line.split()
         if words[0] == "atom":
             terms = {}
             for w in words[4:]:
                 v, a = w.split(":")
-                terms[names[v]] = terms.get(names[v], 0) + Fraction(a)
+                terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
             rel, c = words[2], Fraction(words[3])
             out.append((words[1], canonical(rel, c, terms, problem.sorts), rel, c, terms))
     return out
 
 
 def check_against(lines, problem, optimum=None):
-    """Every atom of the certificate is one of the problem's: a top-level literal for a proof
-    tree, an atom anywhere (either polarity) for a clause proof; an optimum's extra atom is the
-    file's objective against the optimum; a ray lists every atom of the problem."""
+    """Every atom of a proof tree is a top-level literal of the problem; an optimum's extra atom
+    is the file's objective against the optimum; a ray lists every atom of the problem; a
+    clause proof's input clauses follow from the problem (check_clause_input)."""
     kind = lines[0] if lines and lines[0].startswith("format") else "tree"
     body = lines[1:] if kind != "tree" else lines
-    allowed = problem.anywhere if kind == "format clauses" else problem.literals
+    if kind == "format clauses":
+        return check_clause_input(body, problem)
     if isinstance(problem, LPProblem):  # the relaxation's certificate names Int columns Real
-        relaxed = {w.split()[3].strip("|") for w in body if w.startswith("var ") and
+        relaxed = {unquote(w.split(maxsplit=3)[3]) for w in body if w.startswith("var ") and
                    w.split()[2] == "Real"} & {v for v, s in problem.sorts.items() if s == "Int"}
         if relaxed:
             problem = problem.relaxed(relaxed)
-            allowed = problem.literals
-    seen, free = set(), set()
-    if kind == "format clauses":  # atoms of lemmas only (splits, cuts) are valid by themselves
-        used = {abs(int(w)) for line in body if line.startswith(("input ", "assume "))
-                for w in line.split()[1:]}
-        free = {line.split()[1] for line in body if line.startswith("atom ")} - \
-            {str(v) for v in used}
+    seen = set()
     for ident, key, rel, c, terms in cert_atoms(body, problem):
-        if ident in free:
-            continue
-        if key in allowed:
+        if key in problem.literals:
             seen.add(key)
         elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
             optimum = None  # one objective atom
@@ -1125,14 +1101,228 @@ def check_against(lines, problem, optimum=None):
         for line in body:
             if line.startswith("objective"):
                 words = line.split()
-                names = {w.split()[1]: w.split(maxsplit=3)[3].strip("|") for w in body if w[:4] == "var "}
-                terms = {}
+                names, terms = cert_names(body, problem)[0], {}
                 for w in words[2:]:
                     v, a = w.split(":")
                     if v != "0":
-                        terms[names[v]] = Fraction(a)
+                        terms[names[int(v)]] = Fraction(a)
                 if words[1] != problem.sense or not same_term(terms, problem.objective[0]):
                     raise ValueError("the ray's objective is not the file's")
+
+
+# ---- Clause proofs against the input -------------------------------------------------------
+# A formula is a number, node index · 2 + negation bit, each node stored once, node 0 true (so
+# 0 is true and 1 false): equal formulas are equal numbers. The constructors fold what the tool's
+# encoder folds (constants, repeated and complementary operands, a constant condition) and put
+# operands in one order; every rule is an equivalence, applied alike to the input's formulas and
+# to the certificate's definitions, which then meet in the same numbers.
+
+class Formulas:
+    def __init__(self, sorts):
+        self.sorts, self.nodes, self.index = sorts, [("true",)], {("true",): 0}
+
+    def node(self, key):
+        if key not in self.index:
+            self.index[key] = len(self.nodes)
+            self.nodes.append(key)
+        return 2 * self.index[key]
+
+    def atom(self, rel, c, terms):
+        """terms REL c as bounds <= and >= (x < c is not x >= c; x = c both bounds)."""
+        if rel in ("<", ">", "!="):
+            return self.atom(NEGATE[rel], c, terms) ^ 1
+        if rel == "=":
+            return self.conj([self.atom("<=", c, terms), self.atom(">=", c, terms)])
+        key = canonical(rel, c, terms, self.sorts)
+        return {("true",): 0, ("false",): 1}.get(key) if len(key) == 1 else \
+            self.node(("atom",) + key)
+
+    def conj(self, fs):
+        ops = set()
+        for f in fs:
+            if f == 1 or f ^ 1 in ops:
+                return 1
+            if f != 0:
+                ops.add(f)
+        if len(ops) < 2:
+            return ops.pop() if ops else 0
+        return self.node(("and",) + tuple(sorted(ops)))
+
+    def disj(self, fs):
+        return self.conj([f ^ 1 for f in fs]) ^ 1
+
+    def xor(self, a, b):
+        if a < 2 or b < 2:
+            return b ^ 1 ^ a if a < 2 else a ^ 1 ^ b
+        if a >> 1 == b >> 1:
+            return 1 ^ (a ^ b)
+        return self.node(("xor", min(a, b) & ~1, max(a, b) & ~1)) ^ (a & 1) ^ (b & 1)
+
+    def ite(self, c, t, e):
+        if c < 2 or t == e:
+            return e if c == 1 else t
+        if c & 1:
+            c, t, e = c ^ 1, e, t
+        return self.node(("ite", c, t & ~1, e ^ (t & 1))) ^ (t & 1)
+
+    def equality(self, f):
+        """(terms, c) when f is the equality terms = c (both its bounds)."""
+        node = self.nodes[f >> 1]
+        if f & 1 or node[0] != "and" or len(node) != 3 or (node[1] | node[2]) & 1:
+            return None
+        a, b = self.nodes[node[1] >> 1], self.nodes[node[2] >> 1]
+        if a[0] == b[0] == "atom" and a[2:] == b[2:] and {a[1], b[1]} == {"<=", ">="}:
+            return dict(a[3]), a[2]
+        return None
+
+    def variables(self, f):
+        out, todo, seen = set(), [f >> 1], set()
+        while todo:
+            n = todo.pop()
+            if n not in seen:
+                seen.add(n)
+                node = self.nodes[n]
+                if node[0] == "atom":
+                    out.update(v for v, _ in node[3])
+                elif node[0] in ("and", "xor", "ite"):
+                    todo += [x >> 1 for x in node[1:]]
+        return out
+
+
+def formula(F, e, memo, ites):
+    """The input formula e (lets and definitions expanded) as a number of F."""
+    if id(e) in memo:
+        return memo[id(e)]
+    if isinstance(e, str):
+        if e not in ("true", "false") and F.sorts.get(e) != "Bool":
+            raise InputError("unknown formula " + e)
+        r = {"true": 0, "false": 1}.get(e, None)
+        r = F.node(("bool", e)) if r is None else r
+    elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
+        r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
+    else:
+        op, fs = e[0], [formula(F, a, memo, ites) for a in e[1:]]
+        if op in ("=>", "or"):
+            r = F.disj([f ^ (op == "=>") for f in fs[:-1]] + fs[-1:])
+        elif op == "=":
+            r = F.conj([F.xor(a, b) ^ 1 for a, b in zip(fs, fs[1:])])
+        elif op in ("not", "and", "xor", "ite", "distinct"):
+            r = {"not": lambda: fs[0] ^ 1, "and": lambda: F.conj(fs),
+                 "xor": lambda: functools.reduce(F.xor, fs), "ite": lambda: F.ite(*fs),
+                 "distinct": lambda: F.xor(*fs) if len(fs) == 2 else 1}[op]()
+        else:
+            raise InputError("unsupported formula " + str(op))
+    memo[id(e)] = r
+    return r
+
+
+def affine(terms, c):
+    return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
+
+
+def ite_definition(F, f):
+    """(v, (condition, then, else)) when f is the definition of a variable v the tool introduced
+    for a term ite: (ite c (= v then) (= v else)), or v = then when both branches are alike;
+    v is the highest-numbered such variable in it, and every other one numbers lower."""
+    node = F.nodes[f >> 1]
+    c, sides = (node[1], node[2:]) if node[0] == "ite" and not f & 1 else (None, (f, f))
+    eqs = [F.equality(side) for side in sides]
+    if None in eqs:
+        return None
+    hidden = lambda names: {int(v[1:]) for v in names if v[0] == "|"}
+    common = hidden(eqs[0][0]) & hidden(eqs[1][0])
+    if not common:
+        return None
+    v = "|%d" % max(common)
+    branches = [affine({x: -a / t[v] for x, a in t.items() if x != v}, k / t[v]) for t, k in eqs]
+    under = hidden(F.variables(c) if c else ()) | hidden(set(eqs[0][0]) | set(eqs[1][0]))
+    if any(n >= int(v[1:]) for n in under - {int(v[1:])}) or (c and v in F.variables(c)):
+        return None
+    return v, (c, branches[0], branches[1])
+
+
+def check_clause_input(lines, problem):
+    """Every input clause of the proof follows from the problem: one of the Tseitin clauses
+    of a definition; a clause that states a top-level conjunct of an active assertion or
+    assumption (or the definition of a term ite's variable); or a clause of a closed level, with
+    the negation of a selector that the proof does not assume. Every assumption is an open
+    level's selector, or a formula or conjunct of the problem."""
+    p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
+    F, meaning, tseitin, selects = Formulas(sorts), {}, set(), p["selects"]
+
+    def lit(l):
+        if abs(l) not in meaning:
+            raise ValueError("literal %d stands for nothing" % l)
+        return meaning[abs(l)] ^ (l < 0)
+
+    def mean(var, f):
+        if var in meaning or var in selects:
+            raise ValueError("variable %d has two meanings" % var)
+        meaning[var] = f
+    for v, (rel, c, terms) in p["atoms"].items():
+        mean(v, F.atom(rel, c, {names[x]: a for x, a in terms.items()}))
+    for v, name in p["bools"].items():
+        if problem.sorts.get(name) != "Bool":
+            raise ValueError("%s is no Bool constant of the input" % name)
+        mean(v, F.node(("bool", name)))
+    gates = {"true": (lambda fs: 0, lambda v, ls: [[v]]),
+             "and": (F.conj, lambda v, ls: [[-v, l] for l in ls] + [[v] + [-l for l in ls]]),
+             "xor": (lambda fs: F.xor(*fs), lambda v, ls: [[-v, ls[0], ls[1]], [-v, -ls[0], -ls[1]],
+                                                          [v, -ls[0], ls[1]], [v, ls[0], -ls[1]]]),
+             "ite": (lambda fs: F.ite(*fs), lambda v, ls: [[-ls[0], -ls[1], v], [-ls[0], ls[1], -v],
+                                                          [ls[0], -ls[2], v], [ls[0], ls[2], -v]])}
+    for v, op, ls in p["defines"]:
+        arity = {"true": 0, "xor": 2, "ite": 3}.get(op, len(ls))
+        if op not in gates or len(ls) != arity or not ls and op == "and":
+            raise ValueError("bad definition of %d" % v)
+        mean(v, gates[op][0]([lit(l) for l in ls]))  # operands are defined before: no cycle
+        tseitin.update(frozenset(c) for c in gates[op][1](v, ls))
+    if selects & set(meaning):
+        raise ValueError("a selector has another meaning")
+    assumed = set(p["assume"])
+    inputs = []  # (clause, its formula), without closed levels' clauses and definition clauses
+    for kind, clause, _ in p["steps"]:
+        guards = [l for l in clause if abs(l) in selects]
+        if any(l > 0 for l in guards):
+            raise ValueError("a selector stands positive in input clause %s" % clause)
+        rest = frozenset(l for l in clause if abs(l) not in selects)
+        if kind == "input" and all(-l in assumed for l in guards) and rest not in tseitin:
+            inputs.append((clause, F.disj([lit(l) for l in rest])))
+    defined, by_branches = {}, {}  # term ite variables: their definitions
+    for clause, f in inputs:
+        d = ite_definition(F, f)
+        if d and defined.setdefault(d[0], d[1]) != d[1]:
+            raise ValueError("%s is defined twice" % d[0])
+        if d:
+            by_branches[d[1]], by_branches[f] = d[0], True
+
+    def ites(e):  # the variable of a term ite of the input, with the same definition
+        c, t, u = formula(F, e[1], memo, ites), affine(*lin(e[2], F.sorts, ites)), \
+            affine(*lin(e[3], F.sorts, ites))
+        key = (None, t, t) if t == u else (c ^ 1, u, t) if c & 1 else (c, t, u)
+        if key not in by_branches:
+            raise InputError("a term ite that the certificate does not define")
+        return by_branches[key]
+    conjuncts, memo = set(), {}
+    for e in problem.formulas:
+        try:
+            todo = [formula(F, e, memo, ites)]
+        except (InputError, KeyError, IndexError, TypeError):
+            continue  # outside the fragment: the clauses it would justify are rejected
+        conjuncts.add(todo[0])  # as a whole, an assumption
+        while todo:
+            f = todo.pop()
+            node = F.nodes[f >> 1]
+            todo += node[1:] if node[0] == "and" and not f & 1 else []
+            conjuncts.add(f)
+    for clause, f in inputs:
+        if f != 0 and f not in conjuncts and f not in by_branches:
+            raise ValueError("input clause %s follows from no active assertion" %
+                             " ".join(map(str, clause)))
+    for a in p["assume"]:
+        if not (a in selects or (-a not in selects and lit(a) in conjuncts)):
+            raise ValueError("assumption %d is no open level nor assumed formula" % a)
+    return True
 
 
 def same_term(terms, objective):
@@ -1174,7 +1364,7 @@ def check_lp_model(problem, model, optimum, relaxed):
 def output_items(text):
     """The tool's output as a list: words and s-expressions, and ("cert", lines) blocks."""
     items, chunk, block = [], [], None
-    for line in text.replace("||", "|").splitlines():
+    for line in text.splitlines():
         if line == "(certificate" and block is None:
             items += sexprs(tokenize("\n".join(chunk)))
             chunk, block = [], []
