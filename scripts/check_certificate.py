@@ -1,42 +1,33 @@
 #!/usr/bin/env python3
-"""Checks the unsat certificates that `vorn check --certificate` prints, and with --input FILE
-that they (and the models printed) are about the problem FILE states, read here.
+"""Checks the certificates that `vorn check --certificate` and `vorn optimize --certificate`
+print, and with --input FILE that they (and the models printed) are about the problem FILE
+states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-About 1 300 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB
-scripts, MPS, CPLEX LP, .lin, DIMACS) and the comparison of certificates with the input.
+1422 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
+readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
-Reads the tool's output (a file or standard input), finds every "(certificate" block and checks
-it with exact rationals, sharing nothing with the solver: every proof node is reached once from
-node 0; a disequality split names a != atom and its children hold term < c and term > c; an
-integer split names an Int variable and an integer b, its children hold var <= b and var >= b + 1;
-a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side; an inequality
-over Int variables only counts with its bound rounded to the integers) combine with
-positive multipliers into a constant K with every variable cancelled, K < 0, or K = 0 with a
-strict bound; a gcd leaf names an equality over Int variables whose scaled coefficients' gcd does
-not divide its constant; a lattice leaf combines equalities over Int variables, with multipliers
-of any sign, into integer coefficients and a non-integer constant.
+Proof trees: every node is reached once from node 0; a disequality split names a != atom and its
+children hold term < c and term > c; an integer split names an Int variable and an integer b,
+its children hold var <= b and var >= b + 1; a Farkas leaf's bounds (atoms, or its ancestor
+splits' on its side; an inequality over Int variables only counts with its bound rounded to the
+integers) combine with positive multipliers into a constant K with every variable cancelled,
+K < 0, or K = 0 with a strict bound; a gcd leaf names an equality over Int variables whose scaled
+coefficients' gcd does not divide its constant; a lattice leaf combines equalities over Int
+variables, with multipliers of any sign, into integer coefficients and a non-integer constant.
+"format ray": a point satisfies every atom, and along the ray they keep holding while the
+objective improves. "format clauses" (CDCL(T)): a lemma's Farkas multipliers combine the bounds
+that the negations of its literals state into a contradiction (the same rule); a learned clause
+follows from the clauses before it by unit propagation; the last consists of negated assumptions.
 
-A block whose first line is "format ray" shows an unbounded optimization: a point that satisfies
-every atom and a ray along which they keep holding while the objective improves.
-
-A block whose first line is "format clauses" is a clause proof (CDCL(T)): atoms are DIMACS
-variables standing for bounds; input clauses are taken as given; a lemma's Farkas multipliers
-combine the bounds that the negations of its literals state into a contradiction (the same rule,
-Int atoms rounded); a learned clause must follow from the clauses before it by unit propagation;
-the last clause must consist of negated assumptions. The format is described in
-docs/certificates.md.
-
-With --input, every atom a proof tree assumes must be a top-level literal of an assertion or
-assumption active at its check-sat (or a row or bound of an LP file), compared after this
-file's own normalisation; an optimum's extra atom must be the file's objective against the
-printed optimum; the atoms of a clause proof's input clauses must be atoms of the script; models
-must satisfy the input as read here. The input clauses of clause proofs are still taken as
-given (docs/certificates.md says what the format must add).
-
-Exit status 0 when every certificate checks (and, without --input, there is at least one), 1
-otherwise.
+With --input, a proof tree's atoms are top-level conjuncts of the assertions and assumptions
+active at its check-sat (or rows and bounds of an LP file); an optimum's extra atom is the file's
+objective against the optimum; a clause proof's input clauses are Tseitin clauses of its
+definitions or state conjuncts of the input (check_clause_input); models satisfy the input.
+Formulas are compared as normal forms built here (Formulas). Exit status 0 when every
+certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
 
 import functools
@@ -444,33 +435,18 @@ def canonical(rel, c, terms, sorts):
     return (rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
 
 
+TOKEN = re.compile(r'\s+|;[^\n]*|([()])|\|([^|]*)\|?|"((?:[^"]|"")*)"?|([^\s();|"]+)')
+
+
 def tokenize(text):
-    tokens, i, n = [], 0, len(text)
-    while i < n:
-        ch = text[i]
-        if ch in " \t\r\n":
-            i += 1
-        elif ch == ";":
-            i = text.find("\n", i) + 1 or n
-        elif ch in "()":
-            tokens.append(ch)
-            i += 1
-        elif ch == "|":
-            j = text.index("|", i + 1)
-            tokens.append(text[i + 1 : j])
-            i = j + 1
-        elif ch == '"':
-            j = i + 1
-            while text[j] != '"' or text[j + 1 : j + 2] == '"':
-                j += 2 if text[j] == '"' else 1
-            tokens.append(("str", text[i + 1 : j]))
-            i = j + 1
-        else:
-            j = i
-            while j < n and text[j] not in ' \t\r\n();|"':
-                j += 1
-            tokens.append(text[i:j])
-            i = j
+    """Parentheses, symbols (a quoted one without its bars) and ("str", text) for strings."""
+    tokens = []
+    for m in TOKEN.finditer(text):
+        paren, quoted, string, word = m.groups()
+        if paren or word or quoted is not None:
+            tokens.append(paren or word or quoted)
+        elif string is not None:
+            tokens.append(("str", string))
     return tokens
 
 
@@ -479,7 +455,7 @@ def sexprs(tokens):
     for t in tokens:
         if t == "(":
             stack.append([])
-        elif t == ")":
+        elif t == ")" and len(stack) > 1:
             done = stack.pop()
             stack[-1].append(done)
         else:
@@ -504,16 +480,8 @@ class Script:
         self.levels = [{"sorts": {}, "defs": {}, "asserts": []}]
 
     def lookup(self, key, name):
-        for level in reversed(self.levels):
-            if name in level[key]:
-                return level[key][name]
-        return None
-
-    def sorts(self):
-        out = {}
-        for level in self.levels:
-            out.update(level["sorts"])
-        return out
+        return next((level[key][name] for level in reversed(self.levels) if name in level[key]),
+                    None)
 
     def expand(self, e, env):
         """The expression with lets, definitions, names and annotations substituted away."""
@@ -554,11 +522,8 @@ class Script:
         head = cmd[0]
         top = self.levels[-1]
         if head in ("declare-const", "declare-fun"):
-            sort = cmd[-1]
-            if head == "declare-fun" and cmd[2]:
-                top["sorts"][cmd[1]] = "Fun"
-            else:
-                top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
+            sort = "Fun" if head == "declare-fun" and cmd[2] else cmd[-1]
+            top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
             self.ever_declared[cmd[1]] = top["sorts"][cmd[1]]
         elif head == "define-fun":
             params = [p[0] for p in cmd[2]]
@@ -585,9 +550,9 @@ class Script:
         return None
 
     def problem(self, assumptions):
-        self.ever_declared.update(self.sorts())  # popped levels' clauses may remain, guarded
-        sorts = dict(self.ever_declared)
-        return Problem(sorts, [f for level in self.levels for f in level["asserts"]] + assumptions)
+        """Sorts of popped declarations stay: a proof's closed levels may name them."""
+        return Problem(dict(self.ever_declared),
+                       [f for level in self.levels for f in level["asserts"]] + assumptions)
 
 
 def lin(e, sorts, ites=None):
@@ -606,38 +571,26 @@ def lin(e, sorts, ites=None):
             raise InputError("a term ite")
         return {ites(e): Fraction(1)}, Fraction(0)
     op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
-    if op == "+" or (op == "-" and len(args) > 1):
-        terms, c = dict(args[0][0]), args[0][1]
-        for t, d in args[1:]:
-            sign = -1 if op == "-" else 1
-            for v, a in t.items():
-                terms[v] = terms.get(v, 0) + sign * a
-            c += sign * d
-        return terms, c
+    if op == "+" or op == "to_real":
+        return scaled_sum((1, a) for a in args)
     if op == "-":
-        return {v: -a for v, a in args[0][0].items()}, -args[0][1]
-    if op == "*":
-        terms, c = {}, Fraction(1)
-        for t, d in args:
-            if t and terms:
-                raise InputError("a non-linear product")
-            if t:
-                terms = {v: a * c for v, a in t.items()}
-                c = d * c
-            else:
-                terms = {v: a * d for v, a in terms.items()}
-                c *= d
-        return terms, c
-    if op == "/":
-        (t, d), rest = args[0], args[1:]
-        for u, k in rest:
-            if u or k == 0:
-                raise InputError("division by a term or by zero")
-            t, d = {v: a / k for v, a in t.items()}, d / k
-        return t, d
-    if op == "to_real":
-        return args[0]
+        return scaled_sum([(-1 if len(args) == 1 else 1, args[0])] + [(-1, a) for a in args[1:]])
+    if op == "*" and len([t for t, _ in args if t]) < 2:
+        k = math.prod((d for t, d in args if not t), start=Fraction(1))
+        return scaled_sum([(k, next(((t, d) for t, d in args if t), ({}, Fraction(1))))])
+    if op == "/" and all(not t and d != 0 for t, d in args[1:]):
+        return scaled_sum([(1 / math.prod(d for _, d in args[1:]), args[0])])
     raise InputError("unsupported term " + str(op))
+
+
+def scaled_sum(parts):
+    """The sum of k·(terms, constant) over the pairs (k, (terms, constant))."""
+    terms, c = {}, Fraction(0)
+    for k, (t, d) in parts:
+        for v, a in t.items():
+            terms[v] = terms.get(v, 0) + k * a
+        c += k * d
+    return terms, c
 
 
 ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
@@ -659,92 +612,42 @@ def atoms_of(e, sorts, ites=None):
     pairs = [(args[i], args[j]) for i in range(len(args)) for j in range(i + 1, len(args))] \
         if op == "distinct" else list(zip(args, args[1:]))
     out = []
-    for (t, c), (u, d) in pairs:
-        terms = dict(t)
-        for v, a in u.items():
-            terms[v] = terms.get(v, 0) - a
-        out.append(("!=" if op == "distinct" else op, d - c, terms))
+    for t, u in pairs:
+        terms, c = scaled_sum([(1, t), (-1, u)])
+        out.append(("!=" if op == "distinct" else op, -c, terms))
     return out
 
 
 class Problem:
     def __init__(self, sorts, formulas):
-        self.sorts, self.formulas, self.literals = sorts, formulas, set()
-        for f in formulas:
-            try:
-                self.top(f, True)
-            except InputError:
-                pass  # outside the fragment: the tool decides without it, or answers unknown
+        self.sorts, self.formulas = sorts, formulas
 
-    def key(self, rel, c, terms):
-        return canonical(rel, c, terms, self.sorts)
 
-    def top(self, f, positive):
-        """The literals the formula asserts at its top level (through and, not, a negated or)."""
-        if isinstance(f, str):
-            return
-        op = f[0]
-        if op == "not":
-            self.top(f[1], not positive)
-        elif (op == "and" and positive) or (op == "or" and not positive):
-            for g in f[1:]:
-                self.top(g, positive)
-        elif op in ("or", "and") and len([g for g in f[1:] if g not in ("true", "false")]) == 1 \
-                and all(g == ("false" if (op == "or") == positive else "true")
-                        for g in f[1:] if g in ("true", "false")):
-            self.top(next(g for g in f[1:] if g not in ("true", "false")), positive)
-        elif op == "=>" and not positive:
-            for g in f[1:-1]:
-                self.top(g, True)
-            self.top(f[-1], False)
-        elif op in ARITH_RELS and not (op == "=" and is_bool(f[1], self.sorts)):
-            atoms = atoms_of(f, self.sorts)
-            if positive or len(atoms) == 1:
-                for rel, c, terms in atoms:
-                    self.literals.add(self.key(rel if positive else NEGATE[rel], c, terms))
+EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not all(v[:-1]) or v[-1],
+        "xor": lambda v: sum(map(bool, v)) % 2 == 1, "distinct": lambda v: len(set(v)) == len(v),
+        "+": lambda v: sum(v, Fraction(0)), "to_real": lambda v: v[0],
+        "-": lambda v: -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0)),
+        "*": lambda v: math.prod(v, start=Fraction(1)),
+        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1)),
+        "=": lambda v: all(x == y for x, y in zip(v, v[1:])),
+        "<=": lambda v: all(x <= y for x, y in zip(v, v[1:])),
+        "<": lambda v: all(x < y for x, y in zip(v, v[1:])),
+        ">=": lambda v: all(x >= y for x, y in zip(v, v[1:])),
+        ">": lambda v: all(x > y for x, y in zip(v, v[1:]))}
 
 
 def eval_smt(e, model):
     if isinstance(e, str):
         if e in ("true", "false"):
             return e == "true"
-        q = number(e)
-        if q is not None:
-            return q
-        if e not in model:
+        if number(e) is None and e not in model:
             raise ValueError("the model has no value for " + e)
-        return model[e]
-    op, a = e[0], e[1:]
-    if op == "ite":
-        return eval_smt(a[1] if eval_smt(a[0], model) else a[2], model)
-    v = [eval_smt(x, model) for x in a]
-    if op == "and":
-        return all(v)
-    if op == "or":
-        return any(v)
-    if op == "not":
-        return not v[0]
-    if op == "=>":
-        return (not all(v[:-1])) or v[-1]
-    if op == "xor":
-        return sum(map(bool, v)) % 2 == 1
-    if op == "distinct":
-        return len(set(v)) == len(v)
-    if op in ("=", "<=", "<", ">=", ">"):
-        cmp = {"=": lambda x, y: x == y, "<=": lambda x, y: x <= y, "<": lambda x, y: x < y,
-               ">=": lambda x, y: x >= y, ">": lambda x, y: x > y}[op]
-        return all(cmp(x, y) for x, y in zip(v, v[1:]))
-    if op == "+":
-        return sum(v, Fraction(0))
-    if op == "-":
-        return -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0))
-    if op == "*":
-        return math.prod(v, start=Fraction(1))
-    if op == "/":
-        return v[0] / math.prod(v[1:], start=Fraction(1))
-    if op == "to_real":
-        return v[0]
-    raise ValueError("cannot evaluate " + str(op))
+        return model[e] if number(e) is None else number(e)
+    if e[0] == "ite":
+        return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
+    if e[0] not in EVAL:
+        raise ValueError("cannot evaluate " + str(e[0]))
+    return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
 
 
 def model_value(e):
@@ -770,17 +673,12 @@ class LPProblem:
         p = LPProblem()
         p.atoms, p.objective, p.sense = self.atoms, self.objective, self.sense
         p.sorts = {v: "Real" if v in columns else s for v, s in self.sorts.items()}
-        return p.finish()
+        return p
 
     def finish(self, bound=None):
-        self.literals = set()
         if bound:
             rel, value = bound
             self.atoms.append((rel, Fraction(value) - self.objective[1], self.objective[0]))
-        self.primary = {canonical(r, c, t, self.sorts) for r, c, t in self.atoms} - {("true",)}
-        for rel, c, terms in self.atoms:
-            for r in (rel, "<=", ">=") if rel == "=" else (rel,):
-                self.literals.add(canonical(r, c, terms, self.sorts))
         return self
 
 
@@ -1059,18 +957,24 @@ def cert_names(lines, problem):
     return names, sorts
 
 
-def cert_atoms(lines, problem):
-    """The certificate's atoms as (id, key, rel, c, terms by name)."""
-    names, out = cert_names(lines, problem)[0], []
-    for line in lines:
-        words = line.split()
-        if words[0] == "atom":
-            terms = {}
-            for w in words[4:]:
-                v, a = w.split(":")
-                terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
-            rel, c = words[2], Fraction(words[3])
-            out.append((words[1], canonical(rel, c, terms, problem.sorts), rel, c, terms))
+def named_terms(words, names):
+    terms = {}
+    for w in words:
+        v, a = w.split(":")
+        if v != "0":
+            terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
+    return terms
+
+
+def conjuncts(F, problem, ites=None, memo=None):
+    """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds)."""
+    out, memo = {0}, {} if memo is None else memo
+    for e in problem.formulas if isinstance(problem, Problem) else problem.atoms:
+        try:
+            out.update(F.split(formula(F, e, memo, ites) if isinstance(problem, Problem)
+                               else F.atom(*e)))
+        except (InputError, KeyError, IndexError, TypeError):
+            pass  # outside the fragment: what it would justify is rejected
     return out
 
 
@@ -1087,25 +991,28 @@ def check_against(lines, problem, optimum=None):
                    w.split()[2] == "Real"} & {v for v, s in problem.sorts.items() if s == "Int"}
         if relaxed:
             problem = problem.relaxed(relaxed)
-    seen = set()
-    for ident, key, rel, c, terms in cert_atoms(body, problem):
-        if key in problem.literals:
-            seen.add(key)
+    (names, sorts), seen = cert_names(body, problem), set()
+    F = Formulas(sorts)
+    leaves = conjuncts(F, problem)
+    for line in body:
+        words = line.split()
+        if words[0] != "atom":
+            continue
+        rel, c, terms = words[2], Fraction(words[3]), named_terms(words[4:], names)
+        parts = F.split(F.atom(rel, c, terms))
+        if parts <= leaves:
+            seen |= parts
         elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
             optimum = None  # one objective atom
         else:
-            raise ValueError("atom %s is no atom of the input" % ident)
+            raise ValueError("atom %s is no atom of the input" % words[1])
     if kind == "format ray":
-        if not problem.primary <= seen:
+        if not leaves - {0} <= seen:
             raise ValueError("the ray does not list every atom of the input")
         for line in body:
             if line.startswith("objective"):
                 words = line.split()
-                names, terms = cert_names(body, problem)[0], {}
-                for w in words[2:]:
-                    v, a = w.split(":")
-                    if v != "0":
-                        terms[names[int(v)]] = Fraction(a)
+                terms = named_terms(words[2:], names)
                 if words[1] != problem.sense or not same_term(terms, problem.objective[0]):
                     raise ValueError("the ray's objective is not the file's")
 
@@ -1164,6 +1071,18 @@ class Formulas:
         if c & 1:
             c, t, e = c ^ 1, e, t
         return self.node(("ite", c, t & ~1, e ^ (t & 1))) ^ (t & 1)
+
+    def split(self, f):
+        """The conjuncts of f: through positive and nodes."""
+        out, todo = set(), [f]
+        while todo:
+            f = todo.pop()
+            node = self.nodes[f >> 1]
+            if node[0] == "and" and not f & 1:
+                todo += node[1:]
+            else:
+                out.add(f)
+        return out
 
     def equality(self, f):
         """(terms, c) when f is the equality terms = c (both its bounds)."""
@@ -1296,6 +1215,8 @@ def check_clause_input(lines, problem):
         if d:
             by_branches[d[1]], by_branches[f] = d[0], True
 
+    memo = {}
+
     def ites(e):  # the variable of a term ite of the input, with the same definition
         c, t, u = formula(F, e[1], memo, ites), affine(*lin(e[2], F.sorts, ites)), \
             affine(*lin(e[3], F.sorts, ites))
@@ -1303,24 +1224,13 @@ def check_clause_input(lines, problem):
         if key not in by_branches:
             raise InputError("a term ite that the certificate does not define")
         return by_branches[key]
-    conjuncts, memo = set(), {}
-    for e in problem.formulas:
-        try:
-            todo = [formula(F, e, memo, ites)]
-        except (InputError, KeyError, IndexError, TypeError):
-            continue  # outside the fragment: the clauses it would justify are rejected
-        conjuncts.add(todo[0])  # as a whole, an assumption
-        while todo:
-            f = todo.pop()
-            node = F.nodes[f >> 1]
-            todo += node[1:] if node[0] == "and" and not f & 1 else []
-            conjuncts.add(f)
+    leaves = conjuncts(F, problem, ites, memo)
     for clause, f in inputs:
-        if f != 0 and f not in conjuncts and f not in by_branches:
+        if not F.split(f) <= leaves and f not in by_branches:
             raise ValueError("input clause %s follows from no active assertion" %
                              " ".join(map(str, clause)))
     for a in p["assume"]:
-        if not (a in selects or (-a not in selects and lit(a) in conjuncts)):
+        if not (a in selects or (-a not in selects and F.split(lit(a)) <= leaves)):
             raise ValueError("assumption %d is no open level nor assumed formula" % a)
     return True
 
@@ -1390,11 +1300,7 @@ def read_model(item):
 def open_text(path):
     import bz2
     import gzip
-    if path.endswith(".bz2"):
-        return bz2.open(path, "rt").read()
-    if path.endswith(".gz"):
-        return gzip.open(path, "rt").read()
-    return open(path).read()
+    return {"bz2": bz2.open, "gz": gzip.open}.get(path.rsplit(".", 1)[-1], open)(path, "rt").read()
 
 
 def check_input(path, items, bound=None):
@@ -1403,12 +1309,11 @@ def check_input(path, items, bound=None):
     text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
     ext = base[1] if len(base) > 1 else "smt2"
     certs = 0
+    words = [w for w in items if isinstance(w, str)]
     if ext == "cnf":
         clauses = read_dimacs(text)
-        for item in items:
-            if isinstance(item, tuple):
-                raise ValueError("a certificate for a DIMACS file")
-        words = [w for w in items if isinstance(w, str)]
+        if any(isinstance(item, tuple) for item in items):
+            raise ValueError("a certificate for a DIMACS file")
         if "v" in words:
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
             if any(not any(l in true for l in c) for c in clauses):
@@ -1416,7 +1321,6 @@ def check_input(path, items, bound=None):
         return 0
     if ext in ("mps", "lp", "lin"):
         problem = {"mps": read_mps, "lp": read_cplex_lp, "lin": read_lin}[ext](text)
-        words = [w for w in items if isinstance(w, str)]
         optimum = Fraction(words[2]) if words[:2] == ["optimal", "objective"] else None
         problem.finish(bound)
         for item in items:
@@ -1430,7 +1334,7 @@ def check_input(path, items, bound=None):
     for cmd in sexprs(tokenize(text)):
         try:
             got = script.command(cmd)
-        except (InputError, KeyError, IndexError, TypeError) as e:
+        except (InputError, KeyError, IndexError, TypeError):
             got = None  # the tool reports an error for this command too
         if got:
             problems.append(script.problem(got[1]))
@@ -1461,28 +1365,16 @@ def check_input(path, items, bound=None):
 
 
 def main():
-    args = sys.argv[1:]
-    path = bound = None
-    if "--input" in args:
-        k = args.index("--input")
-        path = args[k + 1]
-        del args[k : k + 2]
-    if "--objective-bound" in args:
-        k = args.index("--objective-bound")
-        bound = args[k + 1].split()
-        del args[k : k + 2]
+    args, options = sys.argv[1:], {}
+    for option in ("--input", "--objective-bound"):
+        if option in args:
+            k = args.index(option)
+            options[option] = args[k + 1]
+            del args[k : k + 2]
+    path, bound = options.get("--input"), options.get("--objective-bound", "").split()
     text = open(args[0]).read() if args else sys.stdin.read()
-    # Variable lines: "var N SORT NAME", the name may hold spaces; keep the sort only.
-    blocks, current = [], None
-    for line in text.splitlines():
-        if line == "(certificate":
-            current = []
-        elif line == ")" and current is not None:
-            blocks.append(current)
-            current = None
-        elif current is not None:
-            words = line.split(maxsplit=3)
-            current.append(" ".join(words[:3]) if words[0] == "var" else line)
+    items = output_items(text)
+    blocks = [item[1] for item in items if isinstance(item, tuple)]
     for number, lines in enumerate(blocks, 1):
         try:
             if lines and lines[0] == "format clauses":
@@ -1496,7 +1388,7 @@ def main():
             return 1
     if path is not None:
         try:
-            check_input(path, output_items(text), bound)
+            check_input(path, items, bound)
         except (ValueError, KeyError, IndexError, ZeroDivisionError, InputError, OSError) as e:
             print("against %s: %s" % (path, e))
             return 1
