@@ -7,7 +7,7 @@
 // Literals are written as in DIMACS: variable v (from 1) is v, its negation −v. An atom
 // variable stands for  Σ coeff·x ⋈ constant  (⋈ ≤ or ≥; the negated literal is the strict
 // opposite). Steps, in order:
-//   Input:   a clause of the problem's encoding, taken as given;
+//   Input:   a clause of the problem's encoding (its definitions say what it encodes);
 //   Lemma:   a clause valid in linear arithmetic: the bounds its literals' negations state,
 //            combined with the Farkas multipliers `farkas` (one per literal, 0 for one not
 //            used), add up to a contradiction (docs/certificates.md); Int atoms rounded;
