@@ -682,9 +682,9 @@ class LPProblem:
         return self
 
 
-def mps_number(word):
-    q = Fraction(word)
-    return None if abs(q) >= 10 ** 30 else q
+def infinite(q):
+    """An MPS value: a magnitude of 10^30 or more is infinite."""
+    return q if q is None or abs(q) < 10 ** 30 else math.copysign(INF, q)
 
 
 def read_mps(text):
@@ -748,26 +748,17 @@ def read_mps(text):
             q = ranges[r]
             lo, hi = {"E": (b + min(q, 0), b + max(q, 0)), "L": (b - abs(q), b),
                       "G": (b, b + abs(q))}[kind]
-        add_bounds(p, terms, lo, hi, mps_number)
+        add_bounds(p, terms, infinite(lo), infinite(hi))
     for col in p.sorts:
-        add_bounds(p, {col: Fraction(1)}, lower.get(col), upper.get(col), mps_number)
+        add_bounds(p, {col: Fraction(1)}, infinite(lower.get(col)), infinite(upper.get(col)))
     return p
 
 
-def add_bounds(p, terms, lo, hi, finite):
-    """lo <= terms <= hi; an infinite value that bounds nothing is dropped, one that no value
-    meets becomes the false atom."""
-    lo = None if lo is None else (finite(str(lo)), lo)
-    hi = None if hi is None else (finite(str(hi)), hi)
-    if lo and hi and lo[0] is not None and lo[0] == hi[0]:
-        p.atoms.append(("=", lo[0], terms))
-        return
-    if lo:
-        p.atoms.append((">=", lo[0], terms) if lo[0] is not None else
-                       ((">=", Fraction(1), {}) if lo[1] > 0 else (">=", Fraction(-1), {})))
-    if hi:
-        p.atoms.append(("<=", hi[0], terms) if hi[0] is not None else
-                       (("<=", Fraction(-1), {}) if hi[1] < 0 else ("<=", Fraction(1), {})))
+def add_bounds(p, terms, lo, hi):
+    """lo <= terms <= hi, a bound None when there is none (lp_atom: the infinite ones)."""
+    if lo is not None and lo == hi and abs(lo) != INF:
+        return p.atoms.append(("=", lo, terms))
+    p.atoms += [lp_atom(rel, b, terms) for rel, b in ((">=", lo), ("<=", hi)) if b is not None]
 
 
 def lin_text(text, sorts):
