@@ -178,14 +178,11 @@ def check(cert):
 
 
 class UnitPropagation:
-    """Clauses under permanent unit propagation with two watched literals; clauses are never
-    removed, so the base assignment only grows and a satisfied clause can be dropped."""
+    """Clauses under permanent unit propagation with two watched literals (the first two of a
+    clause); clauses are never removed, so the base assignment only grows."""
 
     def __init__(self):
-        self.true = set()  # literals true now
-        self.watches = defaultdict(list)  # literal -> clauses (lists) watching it, by c[0], c[1]
-        self.trail = []
-        self.head = 0
+        self.true, self.watches, self.trail, self.head = set(), defaultdict(list), [], 0
         self.inconsistent = False
 
     def assign(self, lit):
@@ -196,65 +193,44 @@ class UnitPropagation:
         """False on a conflict."""
         true, watches = self.true, self.watches
         while self.head < len(self.trail):
-            false_lit = -self.trail[self.head]
+            false = -self.trail[self.head]
             self.head += 1
-            ws = watches[false_lit]
-            keep = []
+            ws, watches[false] = watches[false], []
             for index, c in enumerate(ws):
-                if c[0] == false_lit:
+                if c[0] == false:
                     c[0], c[1] = c[1], c[0]
-                if c[0] in true:
-                    keep.append(c)
+                k = 0 if c[0] in true else next((k for k in range(2, len(c)) if -c[k] not in true), 0)
+                if k:  # another literal not false: it watches the clause now
+                    c[1], c[k] = c[k], c[1]
+                    watches[c[1]].append(c)
                     continue
-                for k in range(2, len(c)):
-                    if -c[k] not in true:
-                        c[1], c[k] = c[k], c[1]
-                        watches[c[1]].append(c)
-                        break
-                else:
-                    keep.append(c)
-                    if -c[0] in true:
-                        keep.extend(ws[index + 1 :])
-                        watches[false_lit] = keep
-                        return False
+                watches[false].append(c)
+                if -c[0] in true:
+                    watches[false] += ws[index + 1 :]
+                    return False
+                if c[0] not in true:
                     self.assign(c[0])
-            watches[false_lit] = keep
         return True
 
     def add(self, clause):
-        if self.inconsistent:
+        lits = list(dict.fromkeys(lit for lit in clause if -lit not in self.true))
+        if self.inconsistent or any(lit in self.true or -lit in lits for lit in lits):
             return
-        lits = []
-        for lit in clause:
-            if lit in self.true or -lit in lits:
-                return
-            if -lit not in self.true and lit not in lits:
-                lits.append(lit)
-        if not lits:
-            self.inconsistent = True
-        elif len(lits) == 1:
+        for lit in lits[:2] if len(lits) > 1 else ():
+            self.watches[lit].append(lits)
+        if len(lits) == 1:
             self.assign(lits[0])
-            self.inconsistent = not self.propagate()
-        else:
-            self.watches[lits[0]].append(lits)
-            self.watches[lits[1]].append(lits)
+        self.inconsistent = not lits or not self.propagate()
 
     def implied(self, clause):
         """Whether assuming every literal of the clause false propagates to a conflict."""
-        if self.inconsistent:
-            return True
-        base = len(self.trail)
-        conflict = False
+        base, conflict = len(self.trail), self.inconsistent
         for lit in clause:
-            if lit in self.true:
-                conflict = True
-                break
-            if -lit not in self.true:
+            conflict = conflict or lit in self.true
+            if not conflict and -lit not in self.true:
                 self.assign(-lit)
-        if not conflict:
-            conflict = not self.propagate()
-        for lit in self.trail[base:]:
-            self.true.discard(lit)
+        conflict = conflict or not self.propagate()
+        self.true.difference_update(self.trail[base:])
         del self.trail[base:]
         self.head = base
         return conflict
@@ -267,41 +243,22 @@ def literals(words):
     return lits
 
 
-def negation_bounds(atoms, sorts):
-    """By literal: the bound (terms, c, upper, strict) that its negation states. Not V is the
-    strict opposite of atom V, not -V the atom itself; Int atoms rounded."""
-    bounds = {}
-    for var, (rel, c, terms) in atoms.items():
-        for lit, r in ((var, {"<=": ">", ">=": "<"}[rel]), (-var, rel)):
-            bound, strict = c, r in ("<", ">")
-            if all(sorts[v] == "Int" for v in terms):
-                bound, strict = rounded(r, c, terms), False
-            bounds[lit] = (terms, bound, r in ("<=", "<"), strict)
-    return bounds
-
-
-def check_lemma(bounds, lits, mults):
-    """The bounds stated by the negations of the literals, combined with the multipliers."""
-    if len(mults) != len(lits):
-        raise ValueError("%d multipliers for %d literals" % (len(mults), len(lits)))
-    total, k, strict = {}, Fraction(0), False
-    for lit, mult in zip(lits, mults):
-        if mult < 0:
-            raise ValueError("a negative multiplier")
-        if mult == 0:
-            continue
-        if lit not in bounds:
+def check_lemma(atoms, sorts, lits, mults):
+    """The bounds that the negations of the literals state (not V: the strict opposite of atom
+    V; not -V: the atom itself), combined by the Farkas rule of proof trees."""
+    if len(mults) != len(lits) or any(m < 0 for m in mults):
+        raise ValueError("%d multipliers for %d literals, or a negative one" % (len(mults),
+                                                                                  len(lits)))
+    cert, words = {"vars": sorts, "atoms": {}}, []
+    for lit, m in zip(lits, mults):
+        if m > 0 and abs(lit) not in atoms:
             raise ValueError("literal %d is no atom" % lit)
-        terms, c, upper, is_strict = bounds[lit]
-        sign = mult if upper else -mult  # upper: m(c - t) >= 0; lower: m(t - c) >= 0
-        k += sign * c
-        for var, coeff in terms.items():
-            total[var] = total.get(var, Fraction(0)) - sign * coeff
-        strict = strict or is_strict
-    if any(coeff != 0 for coeff in total.values()):
-        raise ValueError("a variable does not cancel")
-    if not (k < 0 or (k == 0 and strict)):
-        raise ValueError("the combination is no contradiction")
+        if m > 0:
+            rel, c, terms = atoms[abs(lit)]
+            rel = {"<=": ">", ">=": "<"}[rel] if lit > 0 else rel
+            cert["atoms"][str(lit)] = (rel, c, terms)
+            words.append("atom:%d:%s:%s" % (lit, "u" if rel in ("<=", "<") else "l", m))
+    check_farkas(cert, words, {})
 
 
 def read_clauses(lines):
@@ -314,17 +271,11 @@ def read_clauses(lines):
         if words[0] == "var":
             p["sorts"][int(words[1])] = words[2]
         elif words[0] == "atom":
-            var, rel = int(words[1]), words[2]
+            var, rel, terms = int(words[1]), words[2], parse_terms(words[4:])
             if var <= 0 or var in p["atoms"] or rel not in ("<=", ">="):
                 raise ValueError("bad atom " + words[1])
-            terms = {}
-            for word in words[4:]:
-                v, a = word.split(":")
-                if int(v) in terms or Fraction(a) == 0:
-                    raise ValueError("atom %d: a repeated variable or a zero coefficient" % var)
-                terms[int(v)] = Fraction(a)
-            if not terms:
-                raise ValueError("atom %d has no variable" % var)
+            if not terms or len(terms) < len(words) - 4 or 0 in terms.values():
+                raise ValueError("atom %d: no variable, a repeated one or a zero coefficient" % var)
             p["atoms"][var] = (rel, Fraction(words[3]), terms)
         elif words[0] == "define":
             p["defines"].append((int(words[1]), words[2], literals(words[3:])))
@@ -334,11 +285,9 @@ def read_clauses(lines):
             p["selects"].add(int(words[1]))
         elif words[0] == "assume":
             p["assume"] = literals(words[1:])
-        elif words[0] in ("input", "learned"):
-            p["steps"].append((words[0], literals(words[1:]), None))
-        elif words[0] == "lemma":
-            at = words.index("farkas")
-            p["steps"].append(("lemma", literals(words[1:at]),
+        elif words[0] in ("input", "learned", "lemma"):
+            at = words.index("farkas") if words[0] == "lemma" else len(words)
+            p["steps"].append((words[0], literals(words[1:at]),
                                [Fraction(w) for w in words[at + 1 :]]))
         else:
             raise ValueError("unknown line: " + line)
@@ -353,12 +302,11 @@ def check_clauses(lines):
             raise ValueError("atom %d is over an undeclared variable" % var)
     if not steps:
         raise ValueError("no steps")
-    bounds = negation_bounds(atoms, sorts)
     units = UnitPropagation()
     for number, (kind, clause, mults) in enumerate(steps):
         try:
             if kind == "lemma":
-                check_lemma(bounds, clause, mults)
+                check_lemma(atoms, sorts, clause, mults)
             elif kind == "learned" and not units.implied(clause):
                 raise ValueError("does not follow by unit propagation")
         except ValueError as e:
@@ -415,24 +363,16 @@ class InputError(ValueError):
 
 
 def canonical(rel, c, terms, sorts):
-    """A key equal for atoms that state the same bound: over Int variables only, rounded to a
-    non-strict bound on integer coefficients; then divided by the first coefficient (the
-    relation turned round when it is negative); an atom without variables is true or false."""
+    """A key equal for bounds (REL <= or >=) that state the same: over Int variables only,
+    rounded to the integers; then divided by the first coefficient (the relation turned round
+    when it is negative); a bound without variables is true or false."""
     terms = {v: a for v, a in terms.items() if a != 0}
     if not terms:
-        holds = {"<=": 0 <= c, "<": 0 < c, ">=": 0 >= c, ">": 0 > c, "=": c == 0, "!=": c != 0}
-        return ("true",) if holds[rel] else ("false",)
-    if rel in ("<", ">", "<=", ">=") and all(sorts.get(v) == "Int" for v in terms):
-        scale = math.lcm(*(a.denominator for a in terms.values()))
-        g = 0
-        for a in terms.values():
-            g = math.gcd(g, int(a * scale))
-        s = Fraction(scale, g)
-        c, rel = rounded(rel, c, terms), {"<": "<=", ">": ">="}.get(rel, rel)
-        terms, c = {v: a * s for v, a in terms.items()}, c * s
+        return ("true",) if (0 <= c if rel == "<=" else 0 >= c) else ("false",)
+    if all(sorts.get(v) == "Int" for v in terms):
+        c = rounded(rel, c, terms)
     s = terms[min(terms)]
-    rel = FLIP[rel] if s < 0 else rel
-    return (rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
+    return (FLIP[rel] if s < 0 else rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
 
 
 TOKEN = re.compile(r'\s+|;[^\n]*|([()])|\|([^|]*)\|?|"((?:[^"]|"")*)"?|([^\s();|"]+)')
@@ -485,21 +425,16 @@ class Script:
 
     def expand(self, e, env):
         """The expression with lets, definitions, names and annotations substituted away."""
-        if isinstance(e, tuple):
-            raise InputError("a string in a term")
+        if isinstance(e, tuple) or e == []:
+            raise InputError("a string or an empty application")
         if not isinstance(e, list):
-            if e in env:
-                return env[e]
-            d = self.lookup("defs", e)
-            if d is not None:
-                if d[0]:
-                    raise InputError("%s needs arguments" % e)
-                return d[1]
-            if number(e) is None and e not in ("true", "false") and not self.lookup("sorts", e):
+            d = env[e] if e in env else self.lookup("defs", e)
+            if d is None and number(e) is None and e not in ("true", "false") and \
+                    not self.lookup("sorts", e):
                 raise InputError("undeclared symbol " + e)
-            return e
-        if not e:
-            raise InputError("empty application")
+            if isinstance(d, tuple) and d[0]:
+                raise InputError("%s needs arguments" % e)
+            return e if d is None else d if e in env else d[1]
         if e[0] == "let":
             inner = dict(env)
             for name, value in e[1]:
@@ -724,18 +659,12 @@ def read_mps(text):
             kind, col = words[0].upper(), words[2]
             v = Fraction(words[3]) if len(words) > 3 else None
             if kind in ("UP", "UI") and v is not None and v < 0 and lower.get(col) == 0:
-                lower[col] = None
-            if kind in ("LO", "LI", "FX"):
-                lower[col] = v
-            if kind in ("UP", "UI", "FX"):
-                upper[col] = v
-            if kind == "FR":
-                lower[col], upper[col] = None, None
-            if kind == "MI":
-                lower[col] = None
-            if kind == "BV":
-                lower[col], upper[col], p.sorts[col] = Fraction(0), Fraction(1), "Int"
-            if kind in ("LI", "UI"):
+                lower[col] = None  # a negative upper bound alone frees the lower one
+            if kind in ("LO", "LI", "FX", "FR", "MI", "BV"):
+                lower[col] = {"FR": None, "MI": None, "BV": Fraction(0)}.get(kind, v)
+            if kind in ("UP", "UI", "FX", "FR", "BV"):
+                upper[col] = {"FR": None, "BV": Fraction(1)}.get(kind, v)
+            if kind in ("LI", "UI", "BV"):
                 p.sorts[col] = "Int"
     for r, terms in rows.items():
         b, kind = rhs.get(r, Fraction(0)), kinds[r]
@@ -788,10 +717,8 @@ def read_lin(text):
         line = line.split("#")[0].strip()
         if line:
             left, right = line.split("=")
-            (t, c), (u, d) = lin_text(left, p.sorts), lin_text(right, p.sorts)
-            for v, a in u.items():
-                t[v] = t.get(v, 0) - a
-            p.atoms.append(("=", d - c, t))
+            t, c = scaled_sum([(1, lin_text(left, p.sorts)), (-1, lin_text(right, p.sorts))])
+            p.atoms.append(("=", -c, t))
     return p
 
 
@@ -872,10 +799,8 @@ def read_cplex_lp(text):
                 if lc == hc and rel == rel2 == "<=":
                     sides = [(right, rc, "=", {}, lc)]
             for terms, c, r, other, d in sides:
-                terms = dict(terms)
-                for v, a in other.items():
-                    terms[v] = terms.get(v, 0) - a
-                bound = d - c
+                terms, bound = scaled_sum([(1, (terms, c)), (-1, (other, d))])
+                bound = -bound
                 if len(terms) == 1 and next(iter(terms.values())) == -1:
                     terms, bound, r = {v: 1 for v in terms}, -bound, FLIP[r]
                 v = next(iter(terms))
@@ -891,9 +816,7 @@ def read_cplex_lp(text):
         if name in parts.get("bin", []):
             lower[name], upper[name] = Fraction(0), Fraction(1)
     for v in p.sorts:
-        lo, hi = lower.get(v, Fraction(0)), upper.get(v, INF)
-        for r, b in (("=", lo),) if lo == hi else ((">=", lo), ("<=", hi)):
-            p.atoms.append(lp_atom(r, b, {v: Fraction(1)}))
+        add_bounds(p, {v: Fraction(1)}, lower.get(v, Fraction(0)), upper.get(v, INF))
     return p
 
 
@@ -958,7 +881,8 @@ def named_terms(words, names):
 
 
 def conjuncts(F, problem, ites=None, memo=None):
-    """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds)."""
+    """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds); all of
+    them (None) when one is false: everything follows then."""
     out, memo = {0}, {} if memo is None else memo
     for e in problem.formulas if isinstance(problem, Problem) else problem.atoms:
         try:
@@ -966,7 +890,7 @@ def conjuncts(F, problem, ites=None, memo=None):
                                else F.atom(*e)))
         except (InputError, KeyError, IndexError, TypeError):
             pass  # outside the fragment: what it would justify is rejected
-    return out
+    return None if 1 in out else out
 
 
 def check_against(lines, problem, optimum=None):
@@ -990,15 +914,16 @@ def check_against(lines, problem, optimum=None):
         if words[0] != "atom":
             continue
         rel, c, terms = words[2], Fraction(words[3]), named_terms(words[4:], names)
-        parts = F.split(F.atom(rel, c, terms))
-        if parts <= leaves:
+        atom = F.atom(rel, c, terms)
+        parts = F.split(atom)
+        if F.follows(atom, leaves):
             seen |= parts
         elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
             optimum = None  # one objective atom
         else:
             raise ValueError("atom %s is no atom of the input" % words[1])
     if kind == "format ray":
-        if not leaves - {0} <= seen:
+        if leaves is None or not leaves - {0} <= seen:
             raise ValueError("the ray does not list every atom of the input")
         for line in body:
             if line.startswith("objective"):
@@ -1062,6 +987,10 @@ class Formulas:
         if c & 1:
             c, t, e = c ^ 1, e, t
         return self.node(("ite", c, t & ~1, e ^ (t & 1))) ^ (t & 1)
+
+    def follows(self, f, leaves):
+        """Whether f is a conjunction of the leaves (any f when they are all, None)."""
+        return leaves is None or self.split(f) <= leaves
 
     def split(self, f):
         """The conjuncts of f: through positive and nodes."""
@@ -1175,18 +1104,16 @@ def check_clause_input(lines, problem):
         if problem.sorts.get(name) != "Bool":
             raise ValueError("%s is no Bool constant of the input" % name)
         mean(v, F.node(("bool", name)))
-    gates = {"true": (lambda fs: 0, lambda v, ls: [[v]]),
-             "and": (F.conj, lambda v, ls: [[-v, l] for l in ls] + [[v] + [-l for l in ls]]),
-             "xor": (lambda fs: F.xor(*fs), lambda v, ls: [[-v, ls[0], ls[1]], [-v, -ls[0], -ls[1]],
-                                                          [v, -ls[0], ls[1]], [v, ls[0], -ls[1]]]),
-             "ite": (lambda fs: F.ite(*fs), lambda v, ls: [[-ls[0], -ls[1], v], [-ls[0], ls[1], -v],
-                                                          [ls[0], -ls[2], v], [ls[0], ls[2], -v]])}
-    for v, op, ls in p["defines"]:
-        arity = {"true": 0, "xor": 2, "ite": 3}.get(op, len(ls))
-        if op not in gates or len(ls) != arity or not ls and op == "and":
+    for v, op, ls in p["defines"]:  # operands are defined before: no cycle
+        if len(ls) != {"true": 0, "xor": 2, "ite": 3}.get(op, len(ls) or -1):
             raise ValueError("bad definition of %d" % v)
-        mean(v, gates[op][0]([lit(l) for l in ls]))  # operands are defined before: no cycle
-        tseitin.update(frozenset(c) for c in gates[op][1](v, ls))
+        fs, (a, b, c) = [lit(l) for l in ls], (ls + [0, 0, 0])[:3]
+        mean(v, {"true": lambda: 0, "and": lambda: F.conj(fs), "xor": lambda: F.xor(*fs),
+                 "ite": lambda: F.ite(*fs)}[op]())
+        tseitin.update(frozenset(clause) for clause in {
+            "true": [[v]], "and": [[-v, l] for l in ls] + [[v] + [-l for l in ls]],
+            "xor": [[-v, a, b], [-v, -a, -b], [v, -a, b], [v, a, -b]],
+            "ite": [[-a, -b, v], [-a, b, -v], [a, -c, v], [a, c, -v]]}[op])
     if selects & set(meaning):
         raise ValueError("a selector has another meaning")
     assumed = set(p["assume"])
@@ -1217,11 +1144,11 @@ def check_clause_input(lines, problem):
         return by_branches[key]
     leaves = conjuncts(F, problem, ites, memo)
     for clause, f in inputs:
-        if not F.split(f) <= leaves and f not in by_branches:
+        if not F.follows(f, leaves) and f not in by_branches:
             raise ValueError("input clause %s follows from no active assertion" %
                              " ".join(map(str, clause)))
     for a in p["assume"]:
-        if not (a in selects or (-a not in selects and F.split(lit(a)) <= leaves)):
+        if not (a in selects or (-a not in selects and F.follows(lit(a), leaves))):
             raise ValueError("assumption %d is no open level nor assumed formula" % a)
     return True
 
@@ -1295,12 +1222,10 @@ def open_text(path):
 
 
 def check_input(path, items, bound=None):
-    """Pairs each certificate and model with the problem it is about and checks it; returns the
-    number of certificates checked."""
+    """Pairs each certificate and model with the problem it is about and checks it."""
     text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
     ext = base[1] if len(base) > 1 else "smt2"
-    certs = 0
-    words = [w for w in items if isinstance(w, str)]
+    words, certs = [w for w in items if isinstance(w, str)], 0
     if ext == "cnf":
         clauses = read_dimacs(text)
         if any(isinstance(item, tuple) for item in items):
@@ -1309,7 +1234,7 @@ def check_input(path, items, bound=None):
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
             if any(not any(l in true for l in c) for c in clauses):
                 raise ValueError("the model falsifies a clause")
-        return 0
+        return
     if ext in ("mps", "lp", "lin"):
         problem = {"mps": read_mps, "lp": read_cplex_lp, "lin": read_lin}[ext](text)
         optimum = Fraction(words[2]) if words[:2] == ["optimal", "objective"] else None
@@ -1317,10 +1242,9 @@ def check_input(path, items, bound=None):
         for item in items:
             if isinstance(item, tuple):
                 check_against(item[1], problem, optimum)
-                certs += 1
             elif is_model(item):
                 check_lp_model(problem, read_model(item), optimum, words[0] in ("optimal", "unbounded"))
-        return certs
+        return
     script, problems = Script(), []
     for cmd in sexprs(tokenize(text)):
         try:
@@ -1352,7 +1276,6 @@ def check_input(path, items, bound=None):
                 if eval_smt(f, model) is not True:
                     raise ValueError("the model of check-sat %d falsifies an assertion"
                                      % (current + 1))
-    return certs
 
 
 def main():
