@@ -829,17 +829,13 @@ def lp_atom(rel, bound, terms):
 
 
 def read_dimacs(text):
-    clauses, current = [], []
-    for line in text.splitlines():
-        if line[:1] in ("c", "p", "%") or not line.strip():
-            continue
-        for w in line.split():
-            if w == "0":
-                clauses.append(current)
-                current = []
-            else:
-                current.append(int(w))
-    return clauses + ([current] if current else [])
+    clauses = [[]]
+    for w in (w for line in text.splitlines() if line[:1] not in "cp%" for w in line.split()):
+        if w == "0":
+            clauses.append([])
+        else:
+            clauses[-1].append(int(w))
+    return clauses if clauses[-1] else clauses[:-1]
 
 
 # ---- Certificates against the problem ------------------------------------------------------
@@ -915,9 +911,8 @@ def check_against(lines, problem, optimum=None):
             continue
         rel, c, terms = words[2], Fraction(words[3]), named_terms(words[4:], names)
         atom = F.atom(rel, c, terms)
-        parts = F.split(atom)
         if F.follows(atom, leaves):
-            seen |= parts
+            seen |= F.split(atom)
         elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
             optimum = None  # one objective atom
         else:
@@ -1118,12 +1113,12 @@ def check_clause_input(lines, problem):
         raise ValueError("a selector has another meaning")
     assumed = set(p["assume"])
     inputs = []  # (clause, its formula), without closed levels' clauses and definition clauses
-    for kind, clause, _ in p["steps"]:
+    for clause in (clause for kind, clause, _ in p["steps"] if kind == "input"):
         guards = [l for l in clause if abs(l) in selects]
         if any(l > 0 for l in guards):
             raise ValueError("a selector stands positive in input clause %s" % clause)
         rest = frozenset(l for l in clause if abs(l) not in selects)
-        if kind == "input" and all(-l in assumed for l in guards) and rest not in tseitin:
+        if all(-l in assumed for l in guards) and rest not in tseitin:
             inputs.append((clause, F.disj([lit(l) for l in rest])))
     defined, by_branches = {}, {}  # term ite variables: their definitions
     for clause, f in inputs:
