@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1422 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1299 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -34,7 +34,7 @@ import functools
 import math
 import re
 import sys
-from collections import defaultdict
+from collections import defaultdict, namedtuple
 from fractions import Fraction
 
 UPPER = {"<=": False, "<": True, "=": False}  # relation -> strict, for the upper half
@@ -469,10 +469,9 @@ class Script:
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
                 self.levels.append({"sorts": {}, "defs": {}, "asserts": []})
-        elif head == "pop":
+        elif head == "pop":  # popping every level is an error: nothing changes
             k = int(cmd[1]) if len(cmd) > 1 else 1
-            if k < len(self.levels):
-                del self.levels[len(self.levels) - k :]
+            self.levels = self.levels[: len(self.levels) - k] if k < len(self.levels) else self.levels
         elif head == "reset":
             self.reset()
         elif head == "reset-assertions":
@@ -495,12 +494,9 @@ def lin(e, sorts, ites=None):
     A term ite is the variable ites(e) names (one the tool introduced and the certificate
     defines), when ites is given."""
     if isinstance(e, str):
-        q = number(e)
-        if q is not None:
-            return {}, q
-        if sorts.get(e) in ("Int", "Real"):
-            return {e: Fraction(1)}, Fraction(0)
-        raise InputError("unknown term " + e)
+        if number(e) is None and sorts.get(e) not in ("Int", "Real"):
+            raise InputError("unknown term " + e)
+        return ({}, number(e)) if number(e) is not None else ({e: Fraction(1)}, Fraction(0))
     if e[0] == "ite":
         if ites is None:
             raise InputError("a term ite")
@@ -534,11 +530,8 @@ ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
 def is_bool(e, sorts):
     if isinstance(e, str):
         return e in ("true", "false") or sorts.get(e) == "Bool"
-    if e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct"):
-        return True
-    if e[0] == "ite":
-        return is_bool(e[2], sorts)
-    return False
+    return e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct") or \
+        (e[0] == "ite" and is_bool(e[2], sorts))
 
 
 def atoms_of(e, sorts, ites=None):
@@ -546,16 +539,11 @@ def atoms_of(e, sorts, ites=None):
     op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     pairs = [(args[i], args[j]) for i in range(len(args)) for j in range(i + 1, len(args))] \
         if op == "distinct" else list(zip(args, args[1:]))
-    out = []
-    for t, u in pairs:
-        terms, c = scaled_sum([(1, t), (-1, u)])
-        out.append(("!=" if op == "distinct" else op, -c, terms))
-    return out
+    sums = (scaled_sum([(1, t), (-1, u)]) for t, u in pairs)
+    return [("!=" if op == "distinct" else op, -c, terms) for terms, c in sums]
 
 
-class Problem:
-    def __init__(self, sorts, formulas):
-        self.sorts, self.formulas = sorts, formulas
+Problem = namedtuple("Problem", "sorts formulas")  # what a check-sat asks
 
 
 EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not all(v[:-1]) or v[-1],
