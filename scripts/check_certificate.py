@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1299 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1293 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -837,21 +837,15 @@ def cert_names(lines, problem):
     declares has the sort declared), and the sorts of the others, variables the tool introduced
     (for a term ite) named |N after their number."""
     names, sorts = {}, dict(problem.sorts)
-    for line in lines:
-        words = line.split(maxsplit=3)
-        if words[0] == "var":
-            name = unquote(words[3]) if len(words) > 3 else ""
-            if name in problem.sorts:
-                relaxed = isinstance(problem, LPProblem) and words[2] == "Real"
-                if problem.sorts[name] != words[2] and not relaxed:
-                    raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name],
-                                                                    words[2]))
-                names[int(words[1])] = name
-            elif "@" in name and isinstance(problem, Problem):
-                names[int(words[1])] = "|" + words[1]
-                sorts["|" + words[1]] = words[2]
-            else:
-                raise ValueError("variable %s is not declared in the input" % name)
+    for words in (line.split(maxsplit=3) for line in lines if line.startswith("var ")):
+        name, n, sort = unquote(words[3]) if len(words) > 3 else "", int(words[1]), words[2]
+        relaxed = isinstance(problem, LPProblem) and sort == "Real"
+        if name in problem.sorts and problem.sorts[name] != sort and not relaxed:
+            raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name], sort))
+        if name not in problem.sorts and not ("@" in name and isinstance(problem, Problem)):
+            raise ValueError("variable %s is not declared in the input" % name)
+        names[n] = name if name in problem.sorts else "|%d" % n
+        sorts.setdefault(names[n], sort)
     return names, sorts
 
 
