@@ -9,6 +9,10 @@
 // Incremental like Decider: what the problem holds is entered at push() and check(), and a pop
 // removes what was entered since the matching push (SAT push levels; the popped atoms retire
 // from the theory).
+//
+// With DecideOptions::certify an Unsat answer carries a clause proof that also says what each
+// variable stands for (ClauseProof::Definition): the propositions from the problem's Boolean
+// structure, the constants and selectors from records the decider keeps as it makes them.
 
 #include <cstddef>
 #include <cstdint>
