@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1293 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1306 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -30,8 +30,10 @@ Formulas are compared as normal forms built here (Formulas). Exit status 0 when 
 certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
 
+import copy
 import functools
 import math
+import operator
 import re
 import sys
 from collections import defaultdict, namedtuple
@@ -378,13 +380,22 @@ def canonical(rel, c, terms, sorts):
 TOKEN = re.compile(r'\s+|;[^\n]*|([()])|\|([^|]*)\|?|"((?:[^"]|"")*)"?|([^\s();|"]+)')
 
 
+def symbol(name):
+    """A symbol's one name: bare when it is a simple symbol (|x| is x), in bars otherwise (|1|
+    is no numeral)."""
+    return name if SIMPLE.match(name) else "|%s|" % name
+
+
+SIMPLE = re.compile(r"[A-Za-z~!@$%^&*_+=<>.?/-][0-9A-Za-z~!@$%^&*_+=<>.?/-]*\Z")
+
+
 def tokenize(text):
-    """Parentheses, symbols (a quoted one without its bars) and ("str", text) for strings."""
+    """Parentheses, symbols (symbol) and ("str", text) for strings."""
     tokens = []
     for m in TOKEN.finditer(text):
         paren, quoted, string, word = m.groups()
         if paren or word or quoted is not None:
-            tokens.append(paren or word or quoted)
+            tokens.append(paren or word or symbol(quoted))
         elif string is not None:
             tokens.append(("str", string))
     return tokens
@@ -551,12 +562,10 @@ EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not al
         "+": lambda v: sum(v, Fraction(0)), "to_real": lambda v: v[0],
         "-": lambda v: -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0)),
         "*": lambda v: math.prod(v, start=Fraction(1)),
-        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1)),
-        "=": lambda v: all(x == y for x, y in zip(v, v[1:])),
-        "<=": lambda v: all(x <= y for x, y in zip(v, v[1:])),
-        "<": lambda v: all(x < y for x, y in zip(v, v[1:])),
-        ">=": lambda v: all(x >= y for x, y in zip(v, v[1:])),
-        ">": lambda v: all(x > y for x, y in zip(v, v[1:]))}
+        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1))}
+EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, holds in (
+    ("=", operator.eq), ("<=", operator.le), ("<", operator.lt), (">=", operator.ge),
+    (">", operator.gt))})
 
 
 def eval_smt(e, model):
@@ -593,15 +602,19 @@ class LPProblem:
 
     def relaxed(self, columns):
         """The problem with the given Int columns taken as Real."""
-        p = LPProblem()
-        p.atoms, p.objective, p.sense = self.atoms, self.objective, self.sense
+        p = copy.copy(self)
         p.sorts = {v: "Real" if v in columns else s for v, s in self.sorts.items()}
         return p
 
     def finish(self, bound=None):
+        """Adds `objective REL V` for the bound; names columns as symbol() does."""
         if bound:
             rel, value = bound
             self.atoms.append((rel, Fraction(value) - self.objective[1], self.objective[0]))
+        named = lambda terms: {symbol(v): a for v, a in terms.items()}
+        self.atoms = [(rel, c, named(terms)) for rel, c, terms in self.atoms]
+        self.sorts, self.objective = named(self.sorts), (named(self.objective[0]),
+                                                         self.objective[1])
         return self
 
 
@@ -829,13 +842,14 @@ def read_dimacs(text):
 # ---- Certificates against the problem ------------------------------------------------------
 
 def unquote(name):
-    return name[1:-1] if len(name) > 1 and name[0] == name[-1] == "|" else name
+    """A printed name as the readers here name it (symbol)."""
+    return symbol(name[1:-1]) if len(name) > 1 and name[0] == name[-1] == "|" else name
 
 
 def cert_names(lines, problem):
     """By certificate variable: its name, checked against the declarations (a name the input
     declares has the sort declared), and the sorts of the others, variables the tool introduced
-    (for a term ite) named |N after their number."""
+    (for a term ite) named #N after their number."""
     names, sorts = {}, dict(problem.sorts)
     for words in (line.split(maxsplit=3) for line in lines if line.startswith("var ")):
         name, n, sort = unquote(words[3]) if len(words) > 3 else "", int(words[1]), words[2]
@@ -844,7 +858,7 @@ def cert_names(lines, problem):
             raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name], sort))
         if name not in problem.sorts and not ("@" in name and isinstance(problem, Problem)):
             raise ValueError("variable %s is not declared in the input" % name)
-        names[n] = name if name in problem.sorts else "|%d" % n
+        names[n] = name if name in problem.sorts else "#%d" % n
         sorts.setdefault(names[n], sort)
     return names, sorts
 
@@ -1012,8 +1026,7 @@ def formula(F, e, memo, ites):
     if isinstance(e, str):
         if e not in ("true", "false") and F.sorts.get(e) != "Bool":
             raise InputError("unknown formula " + e)
-        r = {"true": 0, "false": 1}.get(e, None)
-        r = F.node(("bool", e)) if r is None else r
+        r = {"true": 0, "false": 1}[e] if e in ("true", "false") else F.node(("bool", e))
     elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
         r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
     else:
@@ -1045,11 +1058,11 @@ def ite_definition(F, f):
     eqs = [F.equality(side) for side in sides]
     if None in eqs:
         return None
-    hidden = lambda names: {int(v[1:]) for v in names if v[0] == "|"}
+    hidden = lambda names: {int(v[1:]) for v in names if v[0] == "#"}
     common = hidden(eqs[0][0]) & hidden(eqs[1][0])
     if not common:
         return None
-    v = "|%d" % max(common)
+    v = "#%d" % max(common)
     branches = [affine({x: -a / t[v] for x, a in t.items() if x != v}, k / t[v]) for t, k in eqs]
     under = hidden(F.variables(c) if c else ()) | hidden(set(eqs[0][0]) | set(eqs[1][0]))
     if any(n >= int(v[1:]) for n in under - {int(v[1:])}) or (c and v in F.variables(c)):
@@ -1184,8 +1197,8 @@ def output_items(text):
 
 
 def is_model(item):
-    return isinstance(item, list) and all(isinstance(d, list) and d[:1] == ["define-fun"]
-                                          for d in item) and item != []
+    return isinstance(item, list) and item != [] and all(
+        isinstance(d, list) and d[:1] == ["define-fun"] for d in item)
 
 
 def read_model(item):
