@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1306 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1308 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -201,7 +201,8 @@ class UnitPropagation:
             for index, c in enumerate(ws):
                 if c[0] == false:
                     c[0], c[1] = c[1], c[0]
-                k = 0 if c[0] in true else next((k for k in range(2, len(c)) if -c[k] not in true), 0)
+                free = (k for k in range(2, len(c)) if -c[k] not in true)
+                k = 0 if c[0] in true else next(free, 0)
                 if k:  # another literal not false: it watches the clause now
                     c[1], c[k] = c[k], c[1]
                     watches[c[1]].append(c)
@@ -482,7 +483,8 @@ class Script:
                 self.levels.append({"sorts": {}, "defs": {}, "asserts": []})
         elif head == "pop":  # popping every level is an error: nothing changes
             k = int(cmd[1]) if len(cmd) > 1 else 1
-            self.levels = self.levels[: len(self.levels) - k] if k < len(self.levels) else self.levels
+            if k < len(self.levels):
+                self.levels = self.levels[: len(self.levels) - k]
         elif head == "reset":
             self.reset()
         elif head == "reset-assertions":
@@ -983,17 +985,29 @@ class Formulas:
         """Whether f is a conjunction of the leaves (any f when they are all, None)."""
         return leaves is None or self.split(f) <= leaves
 
-    def split(self, f):
-        """The conjuncts of f: through positive and nodes."""
-        out, todo = set(), [f]
+    def reach(self, f, into):
+        """The formulas under f where the walk stops: it goes into those that into(f, node)
+        accepts; each formula once."""
+        out, todo, seen = set(), [f], set()
         while todo:
             f = todo.pop()
-            node = self.nodes[f >> 1]
-            if node[0] == "and" and not f & 1:
-                todo += node[1:]
-            else:
-                out.add(f)
+            if f not in seen:
+                seen.add(f)
+                node = self.nodes[f >> 1]
+                if into(f, node):
+                    todo += node[1:]
+                else:
+                    out.add(f)
         return out
+
+    def split(self, f):
+        """The conjuncts of f: through positive and nodes."""
+        return self.reach(f, lambda f, node: node[0] == "and" and not f & 1)
+
+    def variables(self, f):
+        under = self.reach(f, lambda f, node: node[0] in ("and", "xor", "ite"))
+        atoms = [self.nodes[a >> 1] for a in under if self.nodes[a >> 1][0] == "atom"]
+        return {v for atom in atoms for v, _ in atom[3]}
 
     def equality(self, f):
         """(terms, c) when f is the equality terms = c (both its bounds)."""
@@ -1005,18 +1019,6 @@ class Formulas:
             return dict(a[3]), a[2]
         return None
 
-    def variables(self, f):
-        out, todo, seen = set(), [f >> 1], set()
-        while todo:
-            n = todo.pop()
-            if n not in seen:
-                seen.add(n)
-                node = self.nodes[n]
-                if node[0] == "atom":
-                    out.update(v for v, _ in node[3])
-                elif node[0] in ("and", "xor", "ite"):
-                    todo += [x >> 1 for x in node[1:]]
-        return out
 
 
 def formula(F, e, memo, ites):
