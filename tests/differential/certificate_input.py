@@ -177,7 +177,8 @@ def main():
                 key = "%s spoiled %s" % (family, kind)
                 counts[key] = counts.get(key, 0) + 1
                 if accepted(path, bad):
-                    failures.append("seed %d %s: a spoiled %s went unnoticed" % (seed, family, kind))
+                    failures.append("seed %d %s: a spoiled %s went unnoticed" % (seed, family,
+                                                                                 kind))
             for kind in ("constant", "relation", "drop", "move", "rename"):
                 mutated = mutate(cmds, kind, rng) if family == "smt" else (
                     mps_mutation(text, kind, rng) if family == "mps" else lp_mutation(text, kind, rng))
