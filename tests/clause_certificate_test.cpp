@@ -1,7 +1,8 @@
 // Clause proofs (CDCL(T) certificates): a hand-made proof and a table of spoiled variants that
 // check_proof and scripts/check_certificate.py must both judge as expected, a long proof, and
-// random formulas whose every unsat certificate both checkers accept; random integer problems
-// decided with and without Gomory cuts against enumeration.
+// random formulas whose every unsat certificate both checkers accept and whose definitions are
+// the ones the encoding's clauses state; random integer problems decided with and without Gomory
+// cuts against enumeration.
 
 #include <gtest/gtest.h>
 
