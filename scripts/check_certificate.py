@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1308 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1312 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -1198,6 +1198,10 @@ def output_items(text):
     return items + sexprs(tokenize("\n".join(chunk)))
 
 
+def is_cert(item):
+    return isinstance(item, tuple) and item[0] == "cert"  # not a string the output echoes
+
+
 def is_model(item):
     return isinstance(item, list) and item != [] and all(
         isinstance(d, list) and d[:1] == ["define-fun"] for d in item)
@@ -1220,7 +1224,7 @@ def check_input(path, items, bound=None):
     words, certs = [w for w in items if isinstance(w, str)], 0
     if ext == "cnf":
         clauses = read_dimacs(text)
-        if any(isinstance(item, tuple) for item in items):
+        if any(is_cert(item) for item in items):
             raise ValueError("a certificate for a DIMACS file")
         if "v" in words:
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
@@ -1232,7 +1236,7 @@ def check_input(path, items, bound=None):
         optimum = Fraction(words[2]) if words[:2] == ["optimal", "objective"] else None
         problem.finish(bound)
         for item in items:
-            if isinstance(item, tuple):
+            if is_cert(item):
                 check_against(item[1], problem, optimum)
             elif is_model(item):
                 check_lp_model(problem, read_model(item), optimum, words[0] in ("optimal", "unbounded"))
@@ -1252,7 +1256,7 @@ def check_input(path, items, bound=None):
     for item in items:
         if item in ("sat", "unsat", "unknown"):
             current += 1
-        elif isinstance(item, tuple):
+        elif is_cert(item):
             if current < 0 or answers[current] != "unsat":
                 raise ValueError("a certificate after no unsat")
             certs += 1
@@ -1280,7 +1284,7 @@ def main():
     path, bound = options.get("--input"), options.get("--objective-bound", "").split()
     text = open(args[0]).read() if args else sys.stdin.read()
     items = output_items(text)
-    blocks = [item[1] for item in items if isinstance(item, tuple)]
+    blocks = [item[1] for item in items if is_cert(item)]
     for number, lines in enumerate(blocks, 1):
         try:
             if lines and lines[0] == "format clauses":
