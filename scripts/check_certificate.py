@@ -1,48 +1,42 @@
 #!/usr/bin/env python3
-"""Checks the unsat certificates that `vorn check --certificate` prints, and with --input FILE
-that they (and the models printed) are about the problem FILE states, read here.
+"""Checks the certificates that `vorn check --certificate` and `vorn optimize --certificate`
+print, and with --input FILE that they (and the models printed) are about the problem FILE
+states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-About 1 300 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB
-scripts, MPS, CPLEX LP, .lin, DIMACS) and the comparison of certificates with the input.
+1312 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
+readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
-Reads the tool's output (a file or standard input), finds every "(certificate" block and checks
-it with exact rationals, sharing nothing with the solver: every proof node is reached once from
-node 0; a disequality split names a != atom and its children hold term < c and term > c; an
-integer split names an Int variable and an integer b, its children hold var <= b and var >= b + 1;
-a Farkas leaf's bounds (atoms, or the bounds of its ancestor splits on its side; an inequality
-over Int variables only counts with its bound rounded to the integers) combine with
-positive multipliers into a constant K with every variable cancelled, K < 0, or K = 0 with a
-strict bound; a gcd leaf names an equality over Int variables whose scaled coefficients' gcd does
-not divide its constant; a lattice leaf combines equalities over Int variables, with multipliers
-of any sign, into integer coefficients and a non-integer constant.
+Proof trees: every node is reached once from node 0; a disequality split names a != atom and its
+children hold term < c and term > c; an integer split names an Int variable and an integer b,
+its children hold var <= b and var >= b + 1; a Farkas leaf's bounds (atoms, or its ancestor
+splits' on its side; an inequality over Int variables only counts with its bound rounded to the
+integers) combine with positive multipliers into a constant K with every variable cancelled,
+K < 0, or K = 0 with a strict bound; a gcd leaf names an equality over Int variables whose scaled
+coefficients' gcd does not divide its constant; a lattice leaf combines equalities over Int
+variables, with multipliers of any sign, into integer coefficients and a non-integer constant.
+"format ray": a point satisfies every atom, and along the ray they keep holding while the
+objective improves. "format clauses" (CDCL(T)): a lemma's Farkas multipliers combine the bounds
+that the negations of its literals state into a contradiction (the same rule); a learned clause
+follows from the clauses before it by unit propagation; the last consists of negated assumptions.
 
-A block whose first line is "format ray" shows an unbounded optimization: a point that satisfies
-every atom and a ray along which they keep holding while the objective improves.
-
-A block whose first line is "format clauses" is a clause proof (CDCL(T)): atoms are DIMACS
-variables standing for bounds; input clauses are taken as given; a lemma's Farkas multipliers
-combine the bounds that the negations of its literals state into a contradiction (the same rule,
-Int atoms rounded); a learned clause must follow from the clauses before it by unit propagation;
-the last clause must consist of negated assumptions. The format is described in
-docs/certificates.md.
-
-With --input, every atom a proof tree assumes must be a top-level literal of an assertion or
-assumption active at its check-sat (or a row or bound of an LP file), compared after this
-file's own normalisation; an optimum's extra atom must be the file's objective against the
-printed optimum; the atoms of a clause proof's input clauses must be atoms of the script; models
-must satisfy the input as read here. The input clauses of clause proofs are still taken as
-given (docs/certificates.md says what the format must add).
-
-Exit status 0 when every certificate checks (and, without --input, there is at least one), 1
-otherwise.
+With --input, a proof tree's atoms are top-level conjuncts of the assertions and assumptions
+active at its check-sat (or rows and bounds of an LP file); an optimum's extra atom is the file's
+objective against the optimum; a clause proof's input clauses are Tseitin clauses of its
+definitions or state conjuncts of the input (check_clause_input); models satisfy the input.
+Formulas are compared as normal forms built here (Formulas). Exit status 0 when every
+certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
 
+import copy
+import functools
 import math
+import operator
 import re
 import sys
-from collections import defaultdict
+from collections import defaultdict, namedtuple
 from fractions import Fraction
 
 UPPER = {"<=": False, "<": True, "=": False}  # relation -> strict, for the upper half
@@ -186,14 +180,11 @@ def check(cert):
 
 
 class UnitPropagation:
-    """Clauses under permanent unit propagation with two watched literals; clauses are never
-    removed, so the base assignment only grows and a satisfied clause can be dropped."""
+    """Clauses under permanent unit propagation with two watched literals (the first two of a
+    clause); clauses are never removed, so the base assignment only grows."""
 
     def __init__(self):
-        self.true = set()  # literals true now
-        self.watches = defaultdict(list)  # literal -> clauses (lists) watching it, by c[0], c[1]
-        self.trail = []
-        self.head = 0
+        self.true, self.watches, self.trail, self.head = set(), defaultdict(list), [], 0
         self.inconsistent = False
 
     def assign(self, lit):
@@ -204,65 +195,45 @@ class UnitPropagation:
         """False on a conflict."""
         true, watches = self.true, self.watches
         while self.head < len(self.trail):
-            false_lit = -self.trail[self.head]
+            false = -self.trail[self.head]
             self.head += 1
-            ws = watches[false_lit]
-            keep = []
+            ws, watches[false] = watches[false], []
             for index, c in enumerate(ws):
-                if c[0] == false_lit:
+                if c[0] == false:
                     c[0], c[1] = c[1], c[0]
-                if c[0] in true:
-                    keep.append(c)
+                free = (k for k in range(2, len(c)) if -c[k] not in true)
+                k = 0 if c[0] in true else next(free, 0)
+                if k:  # another literal not false: it watches the clause now
+                    c[1], c[k] = c[k], c[1]
+                    watches[c[1]].append(c)
                     continue
-                for k in range(2, len(c)):
-                    if -c[k] not in true:
-                        c[1], c[k] = c[k], c[1]
-                        watches[c[1]].append(c)
-                        break
-                else:
-                    keep.append(c)
-                    if -c[0] in true:
-                        keep.extend(ws[index + 1 :])
-                        watches[false_lit] = keep
-                        return False
+                watches[false].append(c)
+                if -c[0] in true:
+                    watches[false] += ws[index + 1 :]
+                    return False
+                if c[0] not in true:
                     self.assign(c[0])
-            watches[false_lit] = keep
         return True
 
     def add(self, clause):
-        if self.inconsistent:
+        lits = list(dict.fromkeys(lit for lit in clause if -lit not in self.true))
+        if self.inconsistent or any(lit in self.true or -lit in lits for lit in lits):
             return
-        lits = []
-        for lit in clause:
-            if lit in self.true or -lit in lits:
-                return
-            if -lit not in self.true and lit not in lits:
-                lits.append(lit)
-        if not lits:
-            self.inconsistent = True
-        elif len(lits) == 1:
+        for lit in lits[:2] if len(lits) > 1 else ():
+            self.watches[lit].append(lits)
+        if len(lits) == 1:
             self.assign(lits[0])
-            self.inconsistent = not self.propagate()
-        else:
-            self.watches[lits[0]].append(lits)
-            self.watches[lits[1]].append(lits)
+        self.inconsistent = not lits or not self.propagate()
 
     def implied(self, clause):
         """Whether assuming every literal of the clause false propagates to a conflict."""
-        if self.inconsistent:
-            return True
-        base = len(self.trail)
-        conflict = False
+        base, conflict = len(self.trail), self.inconsistent
         for lit in clause:
-            if lit in self.true:
-                conflict = True
-                break
-            if -lit not in self.true:
+            conflict = conflict or lit in self.true
+            if not conflict and -lit not in self.true:
                 self.assign(-lit)
-        if not conflict:
-            conflict = not self.propagate()
-        for lit in self.trail[base:]:
-            self.true.discard(lit)
+        conflict = conflict or not self.propagate()
+        self.true.difference_update(self.trail[base:])
         del self.trail[base:]
         self.head = base
         return conflict
@@ -275,89 +246,77 @@ def literals(words):
     return lits
 
 
-def negation_bounds(atoms, sorts):
-    """By literal: the bound (terms, c, upper, strict) that its negation states. Not V is the
-    strict opposite of atom V, not -V the atom itself; Int atoms rounded."""
-    bounds = {}
-    for var, (rel, c, terms) in atoms.items():
-        for lit, r in ((var, {"<=": ">", ">=": "<"}[rel]), (-var, rel)):
-            bound, strict = c, r in ("<", ">")
-            if all(sorts[v] == "Int" for v in terms):
-                bound, strict = rounded(r, c, terms), False
-            bounds[lit] = (terms, bound, r in ("<=", "<"), strict)
-    return bounds
-
-
-def check_lemma(bounds, lits, mults):
-    """The bounds stated by the negations of the literals, combined with the multipliers."""
-    if len(mults) != len(lits):
-        raise ValueError("%d multipliers for %d literals" % (len(mults), len(lits)))
-    total, k, strict = {}, Fraction(0), False
-    for lit, mult in zip(lits, mults):
-        if mult < 0:
-            raise ValueError("a negative multiplier")
-        if mult == 0:
-            continue
-        if lit not in bounds:
+def check_lemma(atoms, sorts, lits, mults):
+    """The bounds that the negations of the literals state (not V: the strict opposite of atom
+    V; not -V: the atom itself), combined by the Farkas rule of proof trees."""
+    if len(mults) != len(lits) or any(m < 0 for m in mults):
+        raise ValueError("%d multipliers for %d literals, or a negative one" % (len(mults),
+                                                                                  len(lits)))
+    cert, words = {"vars": sorts, "atoms": {}}, []
+    for lit, m in zip(lits, mults):
+        if m > 0 and abs(lit) not in atoms:
             raise ValueError("literal %d is no atom" % lit)
-        terms, c, upper, is_strict = bounds[lit]
-        sign = mult if upper else -mult  # upper: m(c - t) >= 0; lower: m(t - c) >= 0
-        k += sign * c
-        for var, coeff in terms.items():
-            total[var] = total.get(var, Fraction(0)) - sign * coeff
-        strict = strict or is_strict
-    if any(coeff != 0 for coeff in total.values()):
-        raise ValueError("a variable does not cancel")
-    if not (k < 0 or (k == 0 and strict)):
-        raise ValueError("the combination is no contradiction")
+        if m > 0:
+            rel, c, terms = atoms[abs(lit)]
+            rel = {"<=": ">", ">=": "<"}[rel] if lit > 0 else rel
+            cert["atoms"][str(lit)] = (rel, c, terms)
+            words.append("atom:%d:%s:%s" % (lit, "u" if rel in ("<=", "<") else "l", m))
+    check_farkas(cert, words, {})
 
 
-def check_clauses(lines):
-    sorts, atoms, assumptions, steps = {}, {}, [], []
+def read_clauses(lines):
+    """A clause proof's lines: sorts and atoms by variable, definitions [(var, op, literals)],
+    Bool variables {var: name}, selectors, the assumptions and the steps."""
+    p = {"sorts": {}, "atoms": {}, "defines": [], "bools": {}, "selects": set(), "assume": [],
+         "steps": []}
     for line in lines:
         words = line.split()
         if words[0] == "var":
-            sorts[int(words[1])] = words[2]
+            p["sorts"][int(words[1])] = words[2]
         elif words[0] == "atom":
-            var, rel = int(words[1]), words[2]
-            if var <= 0 or var in atoms or rel not in ("<=", ">="):
+            var, rel, terms = int(words[1]), words[2], parse_terms(words[4:])
+            if var <= 0 or var in p["atoms"] or rel not in ("<=", ">="):
                 raise ValueError("bad atom " + words[1])
-            terms = {}
-            for word in words[4:]:
-                v, a = word.split(":")
-                if int(v) in terms or Fraction(a) == 0:
-                    raise ValueError("atom %d: a repeated variable or a zero coefficient" % var)
-                terms[int(v)] = Fraction(a)
-            if not terms:
-                raise ValueError("atom %d has no variable" % var)
-            atoms[var] = (rel, Fraction(words[3]), terms)
+            if not terms or len(terms) < len(words) - 4 or 0 in terms.values():
+                raise ValueError("atom %d: no variable, a repeated one or a zero coefficient" % var)
+            p["atoms"][var] = (rel, Fraction(words[3]), terms)
+        elif words[0] == "define":
+            p["defines"].append((int(words[1]), words[2], literals(words[3:])))
+        elif words[0] == "bool":
+            p["bools"][int(words[1])] = unquote(line.split(maxsplit=2)[2])
+        elif words[0] == "select":
+            p["selects"].add(int(words[1]))
         elif words[0] == "assume":
-            assumptions = literals(words[1:])
-        elif words[0] in ("input", "learned"):
-            steps.append((words[0], literals(words[1:]), None))
-        elif words[0] == "lemma":
-            at = words.index("farkas")
-            steps.append(("lemma", literals(words[1:at]), [Fraction(w) for w in words[at + 1 :]]))
+            p["assume"] = literals(words[1:])
+        elif words[0] in ("input", "learned", "lemma"):
+            at = words.index("farkas") if words[0] == "lemma" else len(words)
+            p["steps"].append((words[0], literals(words[1:at]),
+                               [Fraction(w) for w in words[at + 1 :]]))
         else:
             raise ValueError("unknown line: " + line)
+    return p
+
+
+def check_clauses(lines):
+    p = read_clauses(lines)
+    sorts, atoms, steps = p["sorts"], p["atoms"], p["steps"]
     for var, (_, _, terms) in atoms.items():
         if any(sorts.get(v) not in ("Int", "Real") for v in terms):
             raise ValueError("atom %d is over an undeclared variable" % var)
     if not steps:
         raise ValueError("no steps")
-    bounds = negation_bounds(atoms, sorts)
     units = UnitPropagation()
     for number, (kind, clause, mults) in enumerate(steps):
         try:
             if kind == "lemma":
-                check_lemma(bounds, clause, mults)
+                check_lemma(atoms, sorts, clause, mults)
             elif kind == "learned" and not units.implied(clause):
                 raise ValueError("does not follow by unit propagation")
         except ValueError as e:
             raise ValueError("step %d (%s): %s" % (number, kind, e))
         units.add(clause)
     kind, clause, _ = steps[-1]
-    if kind != "learned" or any(-lit not in assumptions for lit in clause):
+    if kind != "learned" or any(-lit not in p["assume"] for lit in clause):
         raise ValueError("the last step is no learned clause of negated assumptions")
 
 
@@ -395,12 +354,11 @@ def check_ray(lines):
 # ---- The input, read by the checker itself ------------------------------------------------
 # An atom is (rel, c, terms) with terms {variable name: coefficient}: Σ a·x REL c. A problem is
 # what one check-sat (or an LP file) asks: its top-level literals (which a proof tree may take
-# as hypotheses), every atom anywhere in it (which a clause proof's atoms may stand for), the
-# declared sorts, and the formulas a model must satisfy.
+# as hypotheses), the declared sorts, and the formulas (which a model must satisfy and a clause
+# proof's input clauses must follow from).
 
 NEGATE = {"<=": ">", "<": ">=", ">=": "<", ">": "<=", "=": "!=", "!=": "="}
 FLIP = {"<=": ">=", "<": ">", ">=": "<=", ">": "<", "=": "=", "!=": "!="}
-HIDDEN = "?"  # a variable the tool introduced for a term ite: it matches any such variable
 
 
 class InputError(ValueError):
@@ -408,53 +366,39 @@ class InputError(ValueError):
 
 
 def canonical(rel, c, terms, sorts):
-    """A key equal for atoms that state the same bound: over Int variables only, rounded to a
-    non-strict bound on integer coefficients; then divided by the first coefficient (the
-    relation turned round when it is negative); an atom without variables is true or false."""
+    """A key equal for bounds (REL <= or >=) that state the same: over Int variables only,
+    rounded to the integers; then divided by the first coefficient (the relation turned round
+    when it is negative); a bound without variables is true or false."""
     terms = {v: a for v, a in terms.items() if a != 0}
     if not terms:
-        holds = {"<=": 0 <= c, "<": 0 < c, ">=": 0 >= c, ">": 0 > c, "=": c == 0, "!=": c != 0}
-        return ("true",) if holds[rel] else ("false",)
-    if rel in ("<", ">", "<=", ">=") and all(sorts.get(v) == "Int" for v in terms):
-        scale = math.lcm(*(a.denominator for a in terms.values()))
-        g = 0
-        for a in terms.values():
-            g = math.gcd(g, int(a * scale))
-        s = Fraction(scale, g)
-        c, rel = rounded(rel, c, terms), {"<": "<=", ">": ">="}.get(rel, rel)
-        terms, c = {v: a * s for v, a in terms.items()}, c * s
+        return ("true",) if (0 <= c if rel == "<=" else 0 >= c) else ("false",)
+    if all(sorts.get(v) == "Int" for v in terms):
+        c = rounded(rel, c, terms)
     s = terms[min(terms)]
-    rel = FLIP[rel] if s < 0 else rel
-    return (rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
+    return (FLIP[rel] if s < 0 else rel, c / s, tuple(sorted((v, a / s) for v, a in terms.items())))
+
+
+TOKEN = re.compile(r'\s+|;[^\n]*|([()])|\|([^|]*)\|?|"((?:[^"]|"")*)"?|([^\s();|"]+)')
+
+
+def symbol(name):
+    """A symbol's one name: bare when it is a simple symbol (|x| is x), in bars otherwise (|1|
+    is no numeral)."""
+    return name if SIMPLE.match(name) else "|%s|" % name
+
+
+SIMPLE = re.compile(r"[A-Za-z~!@$%^&*_+=<>.?/-][0-9A-Za-z~!@$%^&*_+=<>.?/-]*\Z")
 
 
 def tokenize(text):
-    tokens, i, n = [], 0, len(text)
-    while i < n:
-        ch = text[i]
-        if ch in " \t\r\n":
-            i += 1
-        elif ch == ";":
-            i = text.find("\n", i) + 1 or n
-        elif ch in "()":
-            tokens.append(ch)
-            i += 1
-        elif ch == "|":
-            j = text.index("|", i + 1)
-            tokens.append(text[i + 1 : j])
-            i = j + 1
-        elif ch == '"':
-            j = i + 1
-            while text[j] != '"' or text[j + 1 : j + 2] == '"':
-                j += 2 if text[j] == '"' else 1
-            tokens.append(("str", text[i + 1 : j]))
-            i = j + 1
-        else:
-            j = i
-            while j < n and text[j] not in ' \t\r\n();|"':
-                j += 1
-            tokens.append(text[i:j])
-            i = j
+    """Parentheses, symbols (symbol) and ("str", text) for strings."""
+    tokens = []
+    for m in TOKEN.finditer(text):
+        paren, quoted, string, word = m.groups()
+        if paren or word or quoted is not None:
+            tokens.append(paren or word or symbol(quoted))
+        elif string is not None:
+            tokens.append(("str", string))
     return tokens
 
 
@@ -463,7 +407,7 @@ def sexprs(tokens):
     for t in tokens:
         if t == "(":
             stack.append([])
-        elif t == ")":
+        elif t == ")" and len(stack) > 1:
             done = stack.pop()
             stack[-1].append(done)
         else:
@@ -481,42 +425,28 @@ class Script:
     """Declarations, definitions and assertions by push level, read command by command."""
 
     def __init__(self):
-        self.history = []  # every formula asserted or assumed so far
         self.ever_declared = {}
         self.reset()
 
     def reset(self):
-        self.levels = [{"sorts": {}, "defs": {}, "asserts": [], "named": {}}]
+        self.levels = [{"sorts": {}, "defs": {}, "asserts": []}]
 
     def lookup(self, key, name):
-        for level in reversed(self.levels):
-            if name in level[key]:
-                return level[key][name]
-        return None
-
-    def sorts(self):
-        out = {}
-        for level in self.levels:
-            out.update(level["sorts"])
-        return out
+        return next((level[key][name] for level in reversed(self.levels) if name in level[key]),
+                    None)
 
     def expand(self, e, env):
         """The expression with lets, definitions, names and annotations substituted away."""
-        if isinstance(e, tuple):
-            raise InputError("a string in a term")
+        if isinstance(e, tuple) or e == []:
+            raise InputError("a string or an empty application")
         if not isinstance(e, list):
-            if e in env:
-                return env[e]
-            d = self.lookup("defs", e)
-            if d is not None:
-                if d[0]:
-                    raise InputError("%s needs arguments" % e)
-                return d[1]
-            if number(e) is None and e not in ("true", "false") and not self.lookup("sorts", e):
+            d = env[e] if e in env else self.lookup("defs", e)
+            if d is None and number(e) is None and e not in ("true", "false") and \
+                    not self.lookup("sorts", e):
                 raise InputError("undeclared symbol " + e)
-            return e
-        if not e:
-            raise InputError("empty application")
+            if isinstance(d, tuple) and d[0]:
+                raise InputError("%s needs arguments" % e)
+            return e if d is None else d if e in env else d[1]
         if e[0] == "let":
             inner = dict(env)
             for name, value in e[1]:
@@ -526,7 +456,6 @@ class Script:
             body = self.expand(e[1], env)
             for k in range(2, len(e) - 1):
                 if e[k] == ":named":
-                    self.levels[-1]["named"][e[k + 1]] = body
                     self.levels[-1]["defs"][e[k + 1]] = ([], body)
             return body
         args = [self.expand(a, env) for a in e[1:]]
@@ -540,11 +469,8 @@ class Script:
         head = cmd[0]
         top = self.levels[-1]
         if head in ("declare-const", "declare-fun"):
-            sort = cmd[-1]
-            if head == "declare-fun" and cmd[2]:
-                top["sorts"][cmd[1]] = "Fun"
-            else:
-                top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
+            sort = "Fun" if head == "declare-fun" and cmd[2] else cmd[-1]
+            top["sorts"][cmd[1]] = sort if isinstance(sort, str) else "Other"
             self.ever_declared[cmd[1]] = top["sorts"][cmd[1]]
         elif head == "define-fun":
             params = [p[0] for p in cmd[2]]
@@ -554,11 +480,11 @@ class Script:
             top["asserts"].append(self.expand(cmd[1], {}))
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
-                self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "named": {}})
-        elif head == "pop":
+                self.levels.append({"sorts": {}, "defs": {}, "asserts": []})
+        elif head == "pop":  # popping every level is an error: nothing changes
             k = int(cmd[1]) if len(cmd) > 1 else 1
             if k < len(self.levels):
-                del self.levels[len(self.levels) - k :]
+                self.levels = self.levels[: len(self.levels) - k]
         elif head == "reset":
             self.reset()
         elif head == "reset-assertions":
@@ -571,64 +497,44 @@ class Script:
         return None
 
     def problem(self, assumptions):
-        self.ever_declared.update(self.sorts())  # popped levels' clauses may remain, guarded
-        sorts = dict(self.ever_declared)
-        formulas = [f for level in self.levels for f in level["asserts"]] + assumptions
-        self.history += formulas
-        return Problem(sorts, formulas, self.lookup_named(), self.history)
-
-    def lookup_named(self):
-        named = {}
-        for level in self.levels:
-            named.update(level["named"])
-        return named
+        """Sorts of popped declarations stay: a proof's closed levels may name them."""
+        return Problem(dict(self.ever_declared),
+                       [f for level in self.levels for f in level["asserts"]] + assumptions)
 
 
-def lin(e, sorts):
-    """A term as (terms, constant); None when it is not linear in declared variables (an ite
-    term stands as the hidden variable)."""
+def lin(e, sorts, ites=None):
+    """A term as (terms, constant); an InputError when it is not linear in declared variables.
+    A term ite is the variable ites(e) names (one the tool introduced and the certificate
+    defines), when ites is given."""
     if isinstance(e, str):
-        q = number(e)
-        if q is not None:
-            return {}, q
-        if sorts.get(e) in ("Int", "Real"):
-            return {e: Fraction(1)}, Fraction(0)
-        raise InputError("unknown term " + e)
-    op, args = e[0], [lin(a, sorts) for a in e[1:]] if e[0] != "ite" else None
-    if op == "ite":
-        return {HIDDEN: Fraction(1)}, Fraction(0)
-    if op == "+" or (op == "-" and len(args) > 1):
-        terms, c = dict(args[0][0]), args[0][1]
-        for t, d in args[1:]:
-            sign = -1 if op == "-" else 1
-            for v, a in t.items():
-                terms[v] = terms.get(v, 0) + sign * a
-            c += sign * d
-        return terms, c
+        if number(e) is None and sorts.get(e) not in ("Int", "Real"):
+            raise InputError("unknown term " + e)
+        return ({}, number(e)) if number(e) is not None else ({e: Fraction(1)}, Fraction(0))
+    if e[0] == "ite":
+        if ites is None:
+            raise InputError("a term ite")
+        return {ites(e): Fraction(1)}, Fraction(0)
+    op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
+    if op == "+" or op == "to_real":
+        return scaled_sum((1, a) for a in args)
     if op == "-":
-        return {v: -a for v, a in args[0][0].items()}, -args[0][1]
-    if op == "*":
-        terms, c = {}, Fraction(1)
-        for t, d in args:
-            if t and terms:
-                raise InputError("a non-linear product")
-            if t:
-                terms = {v: a * c for v, a in t.items()}
-                c = d * c
-            else:
-                terms = {v: a * d for v, a in terms.items()}
-                c *= d
-        return terms, c
-    if op == "/":
-        (t, d), rest = args[0], args[1:]
-        for u, k in rest:
-            if u or k == 0:
-                raise InputError("division by a term or by zero")
-            t, d = {v: a / k for v, a in t.items()}, d / k
-        return t, d
-    if op == "to_real":
-        return args[0]
+        return scaled_sum([(-1 if len(args) == 1 else 1, args[0])] + [(-1, a) for a in args[1:]])
+    if op == "*" and len([t for t, _ in args if t]) < 2:
+        k = math.prod((d for t, d in args if not t), start=Fraction(1))
+        return scaled_sum([(k, next(((t, d) for t, d in args if t), ({}, Fraction(1))))])
+    if op == "/" and all(not t and d != 0 for t, d in args[1:]):
+        return scaled_sum([(1 / math.prod(d for _, d in args[1:]), args[0])])
     raise InputError("unsupported term " + str(op))
+
+
+def scaled_sum(parts):
+    """The sum of k·(terms, constant) over the pairs (k, (terms, constant))."""
+    terms, c = {}, Fraction(0)
+    for k, (t, d) in parts:
+        for v, a in t.items():
+            terms[v] = terms.get(v, 0) + k * a
+        c += k * d
+    return terms, c
 
 
 ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
@@ -637,141 +543,45 @@ ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
 def is_bool(e, sorts):
     if isinstance(e, str):
         return e in ("true", "false") or sorts.get(e) == "Bool"
-    if e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct"):
-        return True
-    if e[0] == "ite":
-        return is_bool(e[2], sorts)
-    return False
+    return e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct") or \
+        (e[0] == "ite" and is_bool(e[2], sorts))
 
 
-def atoms_of(e, sorts):
+def atoms_of(e, sorts, ites=None):
     """A comparison (a chain, =, distinct) as its list of atoms."""
-    op, args = e[0], [lin(a, sorts) for a in e[1:]]
+    op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     pairs = [(args[i], args[j]) for i in range(len(args)) for j in range(i + 1, len(args))] \
         if op == "distinct" else list(zip(args, args[1:]))
-    out = []
-    for (t, c), (u, d) in pairs:
-        terms = dict(t)
-        for v, a in u.items():
-            terms[v] = terms.get(v, 0) - a
-        out.append(("!=" if op == "distinct" else op, d - c, terms))
-    return out
+    sums = (scaled_sum([(1, t), (-1, u)]) for t, u in pairs)
+    return [("!=" if op == "distinct" else op, -c, terms) for terms, c in sums]
 
 
-class Problem:
-    def __init__(self, sorts, formulas, named, history):
-        self.sorts, self.formulas, self.named = sorts, formulas, named
-        self.literals, self.anywhere, self.visited = set(), set(), set()
-        for f in formulas:
-            try:
-                self.top(f, True)
-            except InputError:
-                pass  # outside the fragment: the tool decides without it, or answers unknown
-        for f in history:
-            try:
-                self.collect(f)
-            except InputError:
-                pass
+Problem = namedtuple("Problem", "sorts formulas")  # what a check-sat asks
 
-    def key(self, rel, c, terms):
-        return canonical(rel, c, terms, self.sorts)
 
-    def top(self, f, positive):
-        """The literals the formula asserts at its top level (through and, not, a negated or)."""
-        if isinstance(f, str):
-            return
-        op = f[0]
-        if op == "not":
-            self.top(f[1], not positive)
-        elif (op == "and" and positive) or (op == "or" and not positive):
-            for g in f[1:]:
-                self.top(g, positive)
-        elif op in ("or", "and") and len([g for g in f[1:] if g not in ("true", "false")]) == 1 \
-                and all(g == ("false" if (op == "or") == positive else "true")
-                        for g in f[1:] if g in ("true", "false")):
-            self.top(next(g for g in f[1:] if g not in ("true", "false")), positive)
-        elif op == "=>" and not positive:
-            for g in f[1:-1]:
-                self.top(g, True)
-            self.top(f[-1], False)
-        elif op in ARITH_RELS and not (op == "=" and is_bool(f[1], self.sorts)):
-            atoms = atoms_of(f, self.sorts)
-            if positive or len(atoms) == 1:
-                for rel, c, terms in atoms:
-                    self.literals.add(self.key(rel if positive else NEGATE[rel], c, terms))
-
-    def collect(self, f):
-        """Every atom anywhere, in both polarities, equalities also as their two halves; an
-        ite term adds the atoms that bind its hidden variable to its branches."""
-        if isinstance(f, str) or id(f) in self.visited:
-            return
-        self.visited.add(id(f))  # let-bound formulas are shared: visit each node once
-        if f[0] in ARITH_RELS and not (f[0] == "=" and is_bool(f[1], self.sorts)):
-            for rel, c, terms in atoms_of(f, self.sorts):
-                for r in (rel, NEGATE[rel]) + (("<=", ">=", "<", ">") if rel in "=!=" else ()):
-                    self.anywhere.add(self.key(r, c, terms))
-            for term in f[1:]:
-                self.term_ites(term)
-            return
-        for g in f[1:]:
-            self.collect(g)
-
-    def term_ites(self, t):
-        if isinstance(t, list) and id(t) not in self.visited:
-            self.visited.add(id(t))
-            if t[0] == "ite":
-                self.collect(t[1])
-                for branch in t[2:]:
-                    terms, c = lin(branch, self.sorts)
-                    terms = {v: -a for v, a in terms.items()}
-                    terms[HIDDEN] = terms.get(HIDDEN, 0) + 1
-                    for r in ("=", "!=", "<=", ">=", "<", ">"):
-                        self.anywhere.add(self.key(r, c, terms))
-            for u in t[1:]:
-                self.term_ites(u)
+EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not all(v[:-1]) or v[-1],
+        "xor": lambda v: sum(map(bool, v)) % 2 == 1, "distinct": lambda v: len(set(v)) == len(v),
+        "+": lambda v: sum(v, Fraction(0)), "to_real": lambda v: v[0],
+        "-": lambda v: -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0)),
+        "*": lambda v: math.prod(v, start=Fraction(1)),
+        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1))}
+EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, holds in (
+    ("=", operator.eq), ("<=", operator.le), ("<", operator.lt), (">=", operator.ge),
+    (">", operator.gt))})
 
 
 def eval_smt(e, model):
     if isinstance(e, str):
         if e in ("true", "false"):
             return e == "true"
-        q = number(e)
-        if q is not None:
-            return q
-        if e not in model:
+        if number(e) is None and e not in model:
             raise ValueError("the model has no value for " + e)
-        return model[e]
-    op, a = e[0], e[1:]
-    if op == "ite":
-        return eval_smt(a[1] if eval_smt(a[0], model) else a[2], model)
-    v = [eval_smt(x, model) for x in a]
-    if op == "and":
-        return all(v)
-    if op == "or":
-        return any(v)
-    if op == "not":
-        return not v[0]
-    if op == "=>":
-        return (not all(v[:-1])) or v[-1]
-    if op == "xor":
-        return sum(map(bool, v)) % 2 == 1
-    if op == "distinct":
-        return len(set(v)) == len(v)
-    if op in ("=", "<=", "<", ">=", ">"):
-        cmp = {"=": lambda x, y: x == y, "<=": lambda x, y: x <= y, "<": lambda x, y: x < y,
-               ">=": lambda x, y: x >= y, ">": lambda x, y: x > y}[op]
-        return all(cmp(x, y) for x, y in zip(v, v[1:]))
-    if op == "+":
-        return sum(v, Fraction(0))
-    if op == "-":
-        return -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0))
-    if op == "*":
-        return math.prod(v, start=Fraction(1))
-    if op == "/":
-        return v[0] / math.prod(v[1:], start=Fraction(1))
-    if op == "to_real":
-        return v[0]
-    raise ValueError("cannot evaluate " + str(op))
+        return model[e] if number(e) is None else number(e)
+    if e[0] == "ite":
+        return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
+    if e[0] not in EVAL:
+        raise ValueError("cannot evaluate " + str(e[0]))
+    return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
 
 
 def model_value(e):
@@ -794,27 +604,25 @@ class LPProblem:
 
     def relaxed(self, columns):
         """The problem with the given Int columns taken as Real."""
-        p = LPProblem()
-        p.atoms, p.objective, p.sense = self.atoms, self.objective, self.sense
+        p = copy.copy(self)
         p.sorts = {v: "Real" if v in columns else s for v, s in self.sorts.items()}
-        return p.finish()
+        return p
 
     def finish(self, bound=None):
-        self.literals = set()
+        """Adds `objective REL V` for the bound; names columns as symbol() does."""
         if bound:
             rel, value = bound
             self.atoms.append((rel, Fraction(value) - self.objective[1], self.objective[0]))
-        self.primary = {canonical(r, c, t, self.sorts) for r, c, t in self.atoms} - {("true",)}
-        for rel, c, terms in self.atoms:
-            for r in (rel, "<=", ">=") if rel == "=" else (rel,):
-                self.literals.add(canonical(r, c, terms, self.sorts))
-        self.anywhere = self.literals
+        named = lambda terms: {symbol(v): a for v, a in terms.items()}
+        self.atoms = [(rel, c, named(terms)) for rel, c, terms in self.atoms]
+        self.sorts, self.objective = named(self.sorts), (named(self.objective[0]),
+                                                         self.objective[1])
         return self
 
 
-def mps_number(word):
-    q = Fraction(word)
-    return None if abs(q) >= 10 ** 30 else q
+def infinite(q):
+    """An MPS value: a magnitude of 10^30 or more is infinite."""
+    return q if q is None or abs(q) < 10 ** 30 else math.copysign(INF, q)
 
 
 def read_mps(text):
@@ -854,18 +662,12 @@ def read_mps(text):
             kind, col = words[0].upper(), words[2]
             v = Fraction(words[3]) if len(words) > 3 else None
             if kind in ("UP", "UI") and v is not None and v < 0 and lower.get(col) == 0:
-                lower[col] = None
-            if kind in ("LO", "LI", "FX"):
-                lower[col] = v
-            if kind in ("UP", "UI", "FX"):
-                upper[col] = v
-            if kind == "FR":
-                lower[col], upper[col] = None, None
-            if kind == "MI":
-                lower[col] = None
-            if kind == "BV":
-                lower[col], upper[col], p.sorts[col] = Fraction(0), Fraction(1), "Int"
-            if kind in ("LI", "UI"):
+                lower[col] = None  # a negative upper bound alone frees the lower one
+            if kind in ("LO", "LI", "FX", "FR", "MI", "BV"):
+                lower[col] = {"FR": None, "MI": None, "BV": Fraction(0)}.get(kind, v)
+            if kind in ("UP", "UI", "FX", "FR", "BV"):
+                upper[col] = {"FR": None, "BV": Fraction(1)}.get(kind, v)
+            if kind in ("LI", "UI", "BV"):
                 p.sorts[col] = "Int"
     for r, terms in rows.items():
         b, kind = rhs.get(r, Fraction(0)), kinds[r]
@@ -878,26 +680,17 @@ def read_mps(text):
             q = ranges[r]
             lo, hi = {"E": (b + min(q, 0), b + max(q, 0)), "L": (b - abs(q), b),
                       "G": (b, b + abs(q))}[kind]
-        add_bounds(p, terms, lo, hi, mps_number)
+        add_bounds(p, terms, infinite(lo), infinite(hi))
     for col in p.sorts:
-        add_bounds(p, {col: Fraction(1)}, lower.get(col), upper.get(col), mps_number)
+        add_bounds(p, {col: Fraction(1)}, infinite(lower.get(col)), infinite(upper.get(col)))
     return p
 
 
-def add_bounds(p, terms, lo, hi, finite):
-    """lo <= terms <= hi; an infinite value that bounds nothing is dropped, one that no value
-    meets becomes the false atom."""
-    lo = None if lo is None else (finite(str(lo)), lo)
-    hi = None if hi is None else (finite(str(hi)), hi)
-    if lo and hi and lo[0] is not None and lo[0] == hi[0]:
-        p.atoms.append(("=", lo[0], terms))
-        return
-    if lo:
-        p.atoms.append((">=", lo[0], terms) if lo[0] is not None else
-                       ((">=", Fraction(1), {}) if lo[1] > 0 else (">=", Fraction(-1), {})))
-    if hi:
-        p.atoms.append(("<=", hi[0], terms) if hi[0] is not None else
-                       (("<=", Fraction(-1), {}) if hi[1] < 0 else ("<=", Fraction(1), {})))
+def add_bounds(p, terms, lo, hi):
+    """lo <= terms <= hi, a bound None when there is none (lp_atom: the infinite ones)."""
+    if lo is not None and lo == hi and abs(lo) != INF:
+        return p.atoms.append(("=", lo, terms))
+    p.atoms += [lp_atom(rel, b, terms) for rel, b in ((">=", lo), ("<=", hi)) if b is not None]
 
 
 def lin_text(text, sorts):
@@ -927,10 +720,8 @@ def read_lin(text):
         line = line.split("#")[0].strip()
         if line:
             left, right = line.split("=")
-            (t, c), (u, d) = lin_text(left, p.sorts), lin_text(right, p.sorts)
-            for v, a in u.items():
-                t[v] = t.get(v, 0) - a
-            p.atoms.append(("=", d - c, t))
+            t, c = scaled_sum([(1, lin_text(left, p.sorts)), (-1, lin_text(right, p.sorts))])
+            p.atoms.append(("=", -c, t))
     return p
 
 
@@ -1011,10 +802,8 @@ def read_cplex_lp(text):
                 if lc == hc and rel == rel2 == "<=":
                     sides = [(right, rc, "=", {}, lc)]
             for terms, c, r, other, d in sides:
-                terms = dict(terms)
-                for v, a in other.items():
-                    terms[v] = terms.get(v, 0) - a
-                bound = d - c
+                terms, bound = scaled_sum([(1, (terms, c)), (-1, (other, d))])
+                bound = -bound
                 if len(terms) == 1 and next(iter(terms.values())) == -1:
                     terms, bound, r = {v: 1 for v in terms}, -bound, FLIP[r]
                 v = next(iter(terms))
@@ -1030,9 +819,7 @@ def read_cplex_lp(text):
         if name in parts.get("bin", []):
             lower[name], upper[name] = Fraction(0), Fraction(1)
     for v in p.sorts:
-        lo, hi = lower.get(v, Fraction(0)), upper.get(v, INF)
-        for r, b in (("=", lo),) if lo == hi else ((">=", lo), ("<=", hi)):
-            p.atoms.append(lp_atom(r, b, {v: Fraction(1)}))
+        add_bounds(p, {v: Fraction(1)}, lower.get(v, Fraction(0)), upper.get(v, INF))
     return p
 
 
@@ -1045,94 +832,317 @@ def lp_atom(rel, bound, terms):
 
 
 def read_dimacs(text):
-    clauses, current = [], []
-    for line in text.splitlines():
-        if line[:1] in ("c", "p", "%") or not line.strip():
-            continue
-        for w in line.split():
-            if w == "0":
-                clauses.append(current)
-                current = []
-            else:
-                current.append(int(w))
-    return clauses + ([current] if current else [])
+    clauses = [[]]
+    for w in (w for line in text.splitlines() if line[:1] not in "cp%" for w in line.split()):
+        if w == "0":
+            clauses.append([])
+        else:
+            clauses[-1].append(int(w))
+    return clauses if clauses[-1] else clauses[:-1]
 
 
 # ---- Certificates against the problem ------------------------------------------------------
 
-def cert_atoms(lines, problem):
-    """The certificate's atoms as (id, key, rel, c, terms by name), its variables checked
-    against the declarations: a name the input declares has the sort declared, any other name
-    is a variable the tool introduced for a term ite."""
-    names, out = {}, []
-    for line in lines:
-        words = line.split(maxsplit=3)
-        if words[0] == "var":
-            name = words[3].strip("|") if len(words) > 3 else ""
-            if name in problem.sorts:
-                relaxed = isinstance(problem, LPProblem) and words[2] == "Real"
-                if problem.sorts[name] != words[2] and not relaxed:
-                    raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name],
-                                                                    words[2]))
-                names[words[1]] = name
-            elif "@" in name and isinstance(problem, Problem):
-                names[words[1]] = HIDDEN
-            else:
-                raise ValueError("variable %s is not declared in the input" % name)
-    for line in lines:
-        words = line.split()
-        if words[0] == "atom":
-            terms = {}
-            for w in words[4:]:
-                v, a = w.split(":")
-                terms[names[v]] = terms.get(names[v], 0) + Fraction(a)
-            rel, c = words[2], Fraction(words[3])
-            out.append((words[1], canonical(rel, c, terms, problem.sorts), rel, c, terms))
-    return out
+def unquote(name):
+    """A printed name as the readers here name it (symbol)."""
+    return symbol(name[1:-1]) if len(name) > 1 and name[0] == name[-1] == "|" else name
+
+
+def cert_names(lines, problem):
+    """By certificate variable: its name, checked against the declarations (a name the input
+    declares has the sort declared), and the sorts of the others, variables the tool introduced
+    (for a term ite) named #N after their number."""
+    names, sorts = {}, dict(problem.sorts)
+    for words in (line.split(maxsplit=3) for line in lines if line.startswith("var ")):
+        name, n, sort = unquote(words[3]) if len(words) > 3 else "", int(words[1]), words[2]
+        relaxed = isinstance(problem, LPProblem) and sort == "Real"
+        if name in problem.sorts and problem.sorts[name] != sort and not relaxed:
+            raise ValueError("variable %s is %s, not %s" % (name, problem.sorts[name], sort))
+        if name not in problem.sorts and not ("@" in name and isinstance(problem, Problem)):
+            raise ValueError("variable %s is not declared in the input" % name)
+        names[n] = name if name in problem.sorts else "#%d" % n
+        sorts.setdefault(names[n], sort)
+    return names, sorts
+
+
+def named_terms(words, names):
+    terms = {}
+    for w in words:
+        v, a = w.split(":")
+        if v != "0":
+            terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
+    return terms
+
+
+def conjuncts(F, problem, ites=None, memo=None):
+    """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds); all of
+    them (None) when one is false: everything follows then."""
+    out, memo = {0}, {} if memo is None else memo
+    for e in problem.formulas if isinstance(problem, Problem) else problem.atoms:
+        try:
+            out.update(F.split(formula(F, e, memo, ites) if isinstance(problem, Problem)
+                               else F.atom(*e)))
+        except (InputError, KeyError, IndexError, TypeError):
+            pass  # outside the fragment: what it would justify is rejected
+    return None if 1 in out else out
 
 
 def check_against(lines, problem, optimum=None):
-    """Every atom of the certificate is one of the problem's: a top-level literal for a proof
-    tree, an atom anywhere (either polarity) for a clause proof; an optimum's extra atom is the
-    file's objective against the optimum; a ray lists every atom of the problem."""
+    """Every atom of a proof tree is a top-level literal of the problem; an optimum's extra atom
+    is the file's objective against the optimum; a ray lists every atom of the problem; a
+    clause proof's input clauses follow from the problem (check_clause_input)."""
     kind = lines[0] if lines and lines[0].startswith("format") else "tree"
     body = lines[1:] if kind != "tree" else lines
-    allowed = problem.anywhere if kind == "format clauses" else problem.literals
+    if kind == "format clauses":
+        return check_clause_input(body, problem)
     if isinstance(problem, LPProblem):  # the relaxation's certificate names Int columns Real
-        relaxed = {w.split()[3].strip("|") for w in body if w.startswith("var ") and
+        relaxed = {unquote(w.split(maxsplit=3)[3]) for w in body if w.startswith("var ") and
                    w.split()[2] == "Real"} & {v for v, s in problem.sorts.items() if s == "Int"}
         if relaxed:
             problem = problem.relaxed(relaxed)
-            allowed = problem.literals
-    seen, free = set(), set()
-    if kind == "format clauses":  # atoms of lemmas only (splits, cuts) are valid by themselves
-        used = {abs(int(w)) for line in body if line.startswith(("input ", "assume "))
-                for w in line.split()[1:]}
-        free = {line.split()[1] for line in body if line.startswith("atom ")} - \
-            {str(v) for v in used}
-    for ident, key, rel, c, terms in cert_atoms(body, problem):
-        if ident in free:
+    (names, sorts), seen = cert_names(body, problem), set()
+    F = Formulas(sorts)
+    leaves = conjuncts(F, problem)
+    for line in body:
+        words = line.split()
+        if words[0] != "atom":
             continue
-        if key in allowed:
-            seen.add(key)
+        rel, c, terms = words[2], Fraction(words[3]), named_terms(words[4:], names)
+        atom = F.atom(rel, c, terms)
+        if F.follows(atom, leaves):
+            seen |= F.split(atom)
         elif optimum is not None and is_objective(problem, rel, c, terms, optimum):
             optimum = None  # one objective atom
         else:
-            raise ValueError("atom %s is no atom of the input" % ident)
+            raise ValueError("atom %s is no atom of the input" % words[1])
     if kind == "format ray":
-        if not problem.primary <= seen:
+        if leaves is None or not leaves - {0} <= seen:
             raise ValueError("the ray does not list every atom of the input")
         for line in body:
             if line.startswith("objective"):
                 words = line.split()
-                names = {w.split()[1]: w.split(maxsplit=3)[3].strip("|") for w in body if w[:4] == "var "}
-                terms = {}
-                for w in words[2:]:
-                    v, a = w.split(":")
-                    if v != "0":
-                        terms[names[v]] = Fraction(a)
+                terms = named_terms(words[2:], names)
                 if words[1] != problem.sense or not same_term(terms, problem.objective[0]):
                     raise ValueError("the ray's objective is not the file's")
+
+
+# ---- Clause proofs against the input -------------------------------------------------------
+# A formula is a number, node index · 2 + negation bit, each node stored once, node 0 true (so
+# 0 is true and 1 false): equal formulas are equal numbers. The constructors fold what the tool's
+# encoder folds (constants, repeated and complementary operands, a constant condition) and put
+# operands in one order; every rule is an equivalence, applied alike to the input's formulas and
+# to the certificate's definitions, which then meet in the same numbers.
+
+class Formulas:
+    def __init__(self, sorts):
+        self.sorts, self.nodes, self.index = sorts, [("true",)], {("true",): 0}
+
+    def node(self, key):
+        if key not in self.index:
+            self.index[key] = len(self.nodes)
+            self.nodes.append(key)
+        return 2 * self.index[key]
+
+    def atom(self, rel, c, terms):
+        """terms REL c as bounds <= and >= (x < c is not x >= c; x = c both bounds)."""
+        if rel in ("<", ">", "!="):
+            return self.atom(NEGATE[rel], c, terms) ^ 1
+        if rel == "=":
+            return self.conj([self.atom("<=", c, terms), self.atom(">=", c, terms)])
+        key = canonical(rel, c, terms, self.sorts)
+        return {("true",): 0, ("false",): 1}.get(key) if len(key) == 1 else \
+            self.node(("atom",) + key)
+
+    def conj(self, fs):
+        ops = set()
+        for f in fs:
+            if f == 1 or f ^ 1 in ops:
+                return 1
+            if f != 0:
+                ops.add(f)
+        if len(ops) < 2:
+            return ops.pop() if ops else 0
+        return self.node(("and",) + tuple(sorted(ops)))
+
+    def disj(self, fs):
+        return self.conj([f ^ 1 for f in fs]) ^ 1
+
+    def xor(self, a, b):
+        if a < 2 or b < 2:
+            return b ^ 1 ^ a if a < 2 else a ^ 1 ^ b
+        if a >> 1 == b >> 1:
+            return 1 ^ (a ^ b)
+        return self.node(("xor", min(a, b) & ~1, max(a, b) & ~1)) ^ (a & 1) ^ (b & 1)
+
+    def ite(self, c, t, e):
+        if c < 2 or t == e:
+            return e if c == 1 else t
+        if c & 1:
+            c, t, e = c ^ 1, e, t
+        return self.node(("ite", c, t & ~1, e ^ (t & 1))) ^ (t & 1)
+
+    def follows(self, f, leaves):
+        """Whether f is a conjunction of the leaves (any f when they are all, None)."""
+        return leaves is None or self.split(f) <= leaves
+
+    def reach(self, f, into):
+        """The formulas under f where the walk stops: it goes into those that into(f, node)
+        accepts; each formula once."""
+        out, todo, seen = set(), [f], set()
+        while todo:
+            f = todo.pop()
+            if f not in seen:
+                seen.add(f)
+                node = self.nodes[f >> 1]
+                if into(f, node):
+                    todo += node[1:]
+                else:
+                    out.add(f)
+        return out
+
+    def split(self, f):
+        """The conjuncts of f: through positive and nodes."""
+        return self.reach(f, lambda f, node: node[0] == "and" and not f & 1)
+
+    def variables(self, f):
+        under = self.reach(f, lambda f, node: node[0] in ("and", "xor", "ite"))
+        atoms = [self.nodes[a >> 1] for a in under if self.nodes[a >> 1][0] == "atom"]
+        return {v for atom in atoms for v, _ in atom[3]}
+
+    def equality(self, f):
+        """(terms, c) when f is the equality terms = c (both its bounds)."""
+        node = self.nodes[f >> 1]
+        if f & 1 or node[0] != "and" or len(node) != 3 or (node[1] | node[2]) & 1:
+            return None
+        a, b = self.nodes[node[1] >> 1], self.nodes[node[2] >> 1]
+        if a[0] == b[0] == "atom" and a[2:] == b[2:] and {a[1], b[1]} == {"<=", ">="}:
+            return dict(a[3]), a[2]
+        return None
+
+
+
+def formula(F, e, memo, ites):
+    """The input formula e (lets and definitions expanded) as a number of F."""
+    if id(e) in memo:
+        return memo[id(e)]
+    if isinstance(e, str):
+        if e not in ("true", "false") and F.sorts.get(e) != "Bool":
+            raise InputError("unknown formula " + e)
+        r = {"true": 0, "false": 1}[e] if e in ("true", "false") else F.node(("bool", e))
+    elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
+        r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
+    else:
+        op, fs = e[0], [formula(F, a, memo, ites) for a in e[1:]]
+        if op in ("=>", "or"):
+            r = F.disj([f ^ (op == "=>") for f in fs[:-1]] + fs[-1:])
+        elif op == "=":
+            r = F.conj([F.xor(a, b) ^ 1 for a, b in zip(fs, fs[1:])])
+        elif op in ("not", "and", "xor", "ite", "distinct"):
+            r = {"not": lambda: fs[0] ^ 1, "and": lambda: F.conj(fs),
+                 "xor": lambda: functools.reduce(F.xor, fs), "ite": lambda: F.ite(*fs),
+                 "distinct": lambda: F.xor(*fs) if len(fs) == 2 else 1}[op]()
+        else:
+            raise InputError("unsupported formula " + str(op))
+    memo[id(e)] = r
+    return r
+
+
+def affine(terms, c):
+    return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
+
+
+def ite_definition(F, f):
+    """(v, (condition, then, else)) when f is the definition of a variable v the tool introduced
+    for a term ite: (ite c (= v then) (= v else)), or v = then when both branches are alike;
+    v is the highest-numbered such variable in it, and every other one numbers lower."""
+    node = F.nodes[f >> 1]
+    c, sides = (node[1], node[2:]) if node[0] == "ite" and not f & 1 else (None, (f, f))
+    eqs = [F.equality(side) for side in sides]
+    if None in eqs:
+        return None
+    hidden = lambda names: {int(v[1:]) for v in names if v[0] == "#"}
+    common = hidden(eqs[0][0]) & hidden(eqs[1][0])
+    if not common:
+        return None
+    v = "#%d" % max(common)
+    branches = [affine({x: -a / t[v] for x, a in t.items() if x != v}, k / t[v]) for t, k in eqs]
+    under = hidden(F.variables(c) if c else ()) | hidden(set(eqs[0][0]) | set(eqs[1][0]))
+    if any(n >= int(v[1:]) for n in under - {int(v[1:])}) or (c and v in F.variables(c)):
+        return None
+    return v, (c, branches[0], branches[1])
+
+
+def check_clause_input(lines, problem):
+    """Every input clause of the proof follows from the problem: one of the Tseitin clauses
+    of a definition; a clause that states a top-level conjunct of an active assertion or
+    assumption (or the definition of a term ite's variable); or a clause of a closed level, with
+    the negation of a selector that the proof does not assume. Every assumption is an open
+    level's selector, or a formula or conjunct of the problem."""
+    p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
+    F, meaning, tseitin, selects = Formulas(sorts), {}, set(), p["selects"]
+
+    def lit(l):
+        if abs(l) not in meaning:
+            raise ValueError("literal %d stands for nothing" % l)
+        return meaning[abs(l)] ^ (l < 0)
+
+    def mean(var, f):
+        if var in meaning or var in selects:
+            raise ValueError("variable %d has two meanings" % var)
+        meaning[var] = f
+    for v, (rel, c, terms) in p["atoms"].items():
+        mean(v, F.atom(rel, c, {names[x]: a for x, a in terms.items()}))
+    for v, name in p["bools"].items():
+        if problem.sorts.get(name) != "Bool":
+            raise ValueError("%s is no Bool constant of the input" % name)
+        mean(v, F.node(("bool", name)))
+    for v, op, ls in p["defines"]:  # operands are defined before: no cycle
+        if len(ls) != {"true": 0, "xor": 2, "ite": 3}.get(op, len(ls) or -1):
+            raise ValueError("bad definition of %d" % v)
+        fs, (a, b, c) = [lit(l) for l in ls], (ls + [0, 0, 0])[:3]
+        mean(v, {"true": lambda: 0, "and": lambda: F.conj(fs), "xor": lambda: F.xor(*fs),
+                 "ite": lambda: F.ite(*fs)}[op]())
+        tseitin.update(frozenset(clause) for clause in {
+            "true": [[v]], "and": [[-v, l] for l in ls] + [[v] + [-l for l in ls]],
+            "xor": [[-v, a, b], [-v, -a, -b], [v, -a, b], [v, a, -b]],
+            "ite": [[-a, -b, v], [-a, b, -v], [a, -c, v], [a, c, -v]]}[op])
+    if selects & set(meaning):
+        raise ValueError("a selector has another meaning")
+    assumed = set(p["assume"])
+    inputs = []  # (clause, its formula), without closed levels' clauses and definition clauses
+    for clause in (clause for kind, clause, _ in p["steps"] if kind == "input"):
+        guards = [l for l in clause if abs(l) in selects]
+        if any(l > 0 for l in guards):
+            raise ValueError("a selector stands positive in input clause %s" % clause)
+        rest = frozenset(l for l in clause if abs(l) not in selects)
+        if all(-l in assumed for l in guards) and rest not in tseitin:
+            inputs.append((clause, F.disj([lit(l) for l in rest])))
+    defined, by_branches = {}, {}  # term ite variables: their definitions
+    for clause, f in inputs:
+        d = ite_definition(F, f)
+        if d and defined.setdefault(d[0], d[1]) != d[1]:
+            raise ValueError("%s is defined twice" % d[0])
+        if d:
+            by_branches[d[1]], by_branches[f] = d[0], True
+
+    memo = {}
+
+    def ites(e):  # the variable of a term ite of the input, with the same definition
+        c, t, u = formula(F, e[1], memo, ites), affine(*lin(e[2], F.sorts, ites)), \
+            affine(*lin(e[3], F.sorts, ites))
+        key = (None, t, t) if t == u else (c ^ 1, u, t) if c & 1 else (c, t, u)
+        if key not in by_branches:
+            raise InputError("a term ite that the certificate does not define")
+        return by_branches[key]
+    leaves = conjuncts(F, problem, ites, memo)
+    for clause, f in inputs:
+        if not F.follows(f, leaves) and f not in by_branches:
+            raise ValueError("input clause %s follows from no active assertion" %
+                             " ".join(map(str, clause)))
+    for a in p["assume"]:
+        if not (a in selects or (-a not in selects and F.follows(lit(a), leaves))):
+            raise ValueError("assumption %d is no open level nor assumed formula" % a)
+    return True
 
 
 def same_term(terms, objective):
@@ -1174,7 +1184,7 @@ def check_lp_model(problem, model, optimum, relaxed):
 def output_items(text):
     """The tool's output as a list: words and s-expressions, and ("cert", lines) blocks."""
     items, chunk, block = [], [], None
-    for line in text.replace("||", "|").splitlines():
+    for line in text.splitlines():
         if line == "(certificate" and block is None:
             items += sexprs(tokenize("\n".join(chunk)))
             chunk, block = [], []
@@ -1188,9 +1198,13 @@ def output_items(text):
     return items + sexprs(tokenize("\n".join(chunk)))
 
 
+def is_cert(item):
+    return isinstance(item, tuple) and item[0] == "cert"  # not a string the output echoes
+
+
 def is_model(item):
-    return isinstance(item, list) and all(isinstance(d, list) and d[:1] == ["define-fun"]
-                                          for d in item) and item != []
+    return isinstance(item, list) and item != [] and all(
+        isinstance(d, list) and d[:1] == ["define-fun"] for d in item)
 
 
 def read_model(item):
@@ -1200,47 +1214,38 @@ def read_model(item):
 def open_text(path):
     import bz2
     import gzip
-    if path.endswith(".bz2"):
-        return bz2.open(path, "rt").read()
-    if path.endswith(".gz"):
-        return gzip.open(path, "rt").read()
-    return open(path).read()
+    return {"bz2": bz2.open, "gz": gzip.open}.get(path.rsplit(".", 1)[-1], open)(path, "rt").read()
 
 
 def check_input(path, items, bound=None):
-    """Pairs each certificate and model with the problem it is about and checks it; returns the
-    number of certificates checked."""
+    """Pairs each certificate and model with the problem it is about and checks it."""
     text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
     ext = base[1] if len(base) > 1 else "smt2"
-    certs = 0
+    words, certs = [w for w in items if isinstance(w, str)], 0
     if ext == "cnf":
         clauses = read_dimacs(text)
-        for item in items:
-            if isinstance(item, tuple):
-                raise ValueError("a certificate for a DIMACS file")
-        words = [w for w in items if isinstance(w, str)]
+        if any(is_cert(item) for item in items):
+            raise ValueError("a certificate for a DIMACS file")
         if "v" in words:
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
             if any(not any(l in true for l in c) for c in clauses):
                 raise ValueError("the model falsifies a clause")
-        return 0
+        return
     if ext in ("mps", "lp", "lin"):
         problem = {"mps": read_mps, "lp": read_cplex_lp, "lin": read_lin}[ext](text)
-        words = [w for w in items if isinstance(w, str)]
         optimum = Fraction(words[2]) if words[:2] == ["optimal", "objective"] else None
         problem.finish(bound)
         for item in items:
-            if isinstance(item, tuple):
+            if is_cert(item):
                 check_against(item[1], problem, optimum)
-                certs += 1
             elif is_model(item):
                 check_lp_model(problem, read_model(item), optimum, words[0] in ("optimal", "unbounded"))
-        return certs
+        return
     script, problems = Script(), []
     for cmd in sexprs(tokenize(text)):
         try:
             got = script.command(cmd)
-        except (InputError, KeyError, IndexError, TypeError) as e:
+        except (InputError, KeyError, IndexError, TypeError):
             got = None  # the tool reports an error for this command too
         if got:
             problems.append(script.problem(got[1]))
@@ -1251,7 +1256,7 @@ def check_input(path, items, bound=None):
     for item in items:
         if item in ("sat", "unsat", "unknown"):
             current += 1
-        elif isinstance(item, tuple):
+        elif is_cert(item):
             if current < 0 or answers[current] != "unsat":
                 raise ValueError("a certificate after no unsat")
             certs += 1
@@ -1267,32 +1272,19 @@ def check_input(path, items, bound=None):
                 if eval_smt(f, model) is not True:
                     raise ValueError("the model of check-sat %d falsifies an assertion"
                                      % (current + 1))
-    return certs
 
 
 def main():
-    args = sys.argv[1:]
-    path = bound = None
-    if "--input" in args:
-        k = args.index("--input")
-        path = args[k + 1]
-        del args[k : k + 2]
-    if "--objective-bound" in args:
-        k = args.index("--objective-bound")
-        bound = args[k + 1].split()
-        del args[k : k + 2]
+    args, options = sys.argv[1:], {}
+    for option in ("--input", "--objective-bound"):
+        if option in args:
+            k = args.index(option)
+            options[option] = args[k + 1]
+            del args[k : k + 2]
+    path, bound = options.get("--input"), options.get("--objective-bound", "").split()
     text = open(args[0]).read() if args else sys.stdin.read()
-    # Variable lines: "var N SORT NAME", the name may hold spaces; keep the sort only.
-    blocks, current = [], None
-    for line in text.splitlines():
-        if line == "(certificate":
-            current = []
-        elif line == ")" and current is not None:
-            blocks.append(current)
-            current = None
-        elif current is not None:
-            words = line.split(maxsplit=3)
-            current.append(" ".join(words[:3]) if words[0] == "var" else line)
+    items = output_items(text)
+    blocks = [item[1] for item in items if is_cert(item)]
     for number, lines in enumerate(blocks, 1):
         try:
             if lines and lines[0] == "format clauses":
@@ -1306,7 +1298,7 @@ def main():
             return 1
     if path is not None:
         try:
-            check_input(path, output_items(text), bound)
+            check_input(path, items, bound)
         except (ValueError, KeyError, IndexError, ZeroDivisionError, InputError, OSError) as e:
             print("against %s: %s" % (path, e))
             return 1

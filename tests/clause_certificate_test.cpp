@@ -1,7 +1,8 @@
 // Clause proofs (CDCL(T) certificates): a hand-made proof and a table of spoiled variants that
 // check_proof and scripts/check_certificate.py must both judge as expected, a long proof, and
-// random formulas whose every unsat certificate both checkers accept; random integer problems
-// decided with and without Gomory cuts against enumeration.
+// random formulas whose every unsat certificate both checkers accept and whose definitions are
+// the ones the encoding's clauses state; random integer problems decided with and without Gomory
+// cuts against enumeration.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,6 +26,48 @@ namespace {
 using namespace vorn::smt;
 using vorn::QNumber;
 using K = ClauseProof::Kind;
+
+// Whether every definition of the proof has its Tseitin clauses among the input clauses (their
+// selector literals set aside): what the certificate says a variable stands for is what the
+// encoding made of it. A definition that no step mentions is left out: the solver records no
+// clause once it is unsat.
+bool definitions_match_inputs(const ClauseProof& proof) {
+    using DK = ClauseProof::Definition::Kind;
+    std::set<std::int64_t> selectors;
+    for (const auto& d : proof.definitions)
+        if (d.kind == DK::Select) selectors.insert(d.var);
+    std::set<std::set<std::int64_t>> inputs;
+    std::set<std::int64_t> mentioned;
+    for (const auto& step : proof.steps) {
+        std::set<std::int64_t> c;
+        for (std::int64_t l : step.clause) {
+            if (selectors.count(-l) == 0) c.insert(l);
+            mentioned.insert(l < 0 ? -l : l);
+        }
+        if (step.kind == K::Input) inputs.insert(c);
+    }
+    for (const auto& d : proof.definitions) {
+        if (mentioned.count(d.var) == 0) continue;
+        std::int64_t v = d.var;
+        const auto& o = d.operands;
+        std::vector<std::set<std::int64_t>> want;
+        if (d.kind == DK::True) want = {{v}};
+        if (d.kind == DK::Xor)
+            want = {{-v, o[0], o[1]}, {-v, -o[0], -o[1]}, {v, -o[0], o[1]}, {v, o[0], -o[1]}};
+        if (d.kind == DK::Ite)
+            want = {{-o[0], -o[1], v}, {-o[0], o[1], -v}, {o[0], -o[2], v}, {o[0], o[2], -v}};
+        if (d.kind == DK::And) {
+            want.push_back({v});  // v ∨ ¬x1 ∨ ¬x2 ..., then ¬v ∨ xi for each operand
+            for (std::int64_t x : o) {
+                want[0].insert(-x);
+                want.push_back({-v, x});
+            }
+        }
+        for (const auto& c : want)
+            if (inputs.count(c) == 0) return false;
+    }
+    return true;
+}
 
 std::string certificate(const Problem& p, const ClauseProof& proof) {
     std::ostringstream out;
@@ -197,6 +241,8 @@ TEST(ClauseCertificate, RandomUnsatAnswersCheck) {
             ClauseProof& proof = d.clause_proof;
             std::string fault = check_proof(p, proof);
             ASSERT_EQ(fault, "") << "seed " << seed << "\n" << certificate(p, proof);
+            EXPECT_TRUE(definitions_match_inputs(proof)) << "seed " << seed << "\n"
+                                                         << certificate(p, proof);
             all += certificate(p, proof);
             ++checked;
             for (auto& step : proof.steps)  // the first lemma, a used multiplier spoiled

@@ -46,8 +46,18 @@ void BooleanDecider::set_options(const DecideOptions& options) {
 sat::Lit BooleanDecider::constant_literal(bool value) {
     sat::Var v = sat_.new_var();
     sat::Lit lit(v, false);
+    define(lit, ClauseProof::Definition::Kind::True, {});
     sat_.add_clause({lit});
     return value ? lit : ~lit;
+}
+
+void BooleanDecider::define(sat::Lit lit, ClauseProof::Definition::Kind kind,
+                            std::initializer_list<sat::Lit> operands, int index) {
+    if (!options_.certify) return;
+    ClauseProof::Definition d{dimacs(lit), kind, {}, index};
+    for (sat::Lit o : operands)
+        d.operands.push_back(dimacs(o));
+    made_.push_back(std::move(d));
 }
 
 sat::Lit BooleanDecider::atom_literal(std::span<const LinearExpr::Entry> term, Relation relation,
@@ -111,6 +121,7 @@ void BooleanDecider::enter(std::size_t atoms, std::uint32_t props, std::size_t c
         // A constant atom is a constant literal; the proposition is then a definition of it.
         if (prop.kind == Proposition::Kind::Atom && !theory_->is_atom(lit.var())) {
             sat::Var v = sat_.new_var();
+            define(sat::Lit(v, false), ClauseProof::Definition::Kind::And, {lit});
             sat_.add_clause({sat::Lit(v, true), lit});
             sat_.add_clause({sat::Lit(v, false), ~lit});
             lit = sat::Lit(v, false);
@@ -131,16 +142,20 @@ void BooleanDecider::enter(std::size_t atoms, std::uint32_t props, std::size_t c
 
 void BooleanDecider::push() {
     enter();
+    open_level();
+}
+
+void BooleanDecider::open_level() {
     levels_.push_back(
         {atoms_, clauses_, static_cast<std::uint32_t>(prop_var_.size()), extra_.size()});
     sat_.push();
+    define(sat_.activation_literals().back(), ClauseProof::Definition::Kind::Select, {},
+           static_cast<int>(levels_.size()));
 }
 
 void BooleanDecider::push(std::size_t atoms, std::uint32_t props, std::size_t clauses) {
     enter(atoms, props, clauses);
-    levels_.push_back(
-        {atoms_, clauses_, static_cast<std::uint32_t>(prop_var_.size()), extra_.size()});
-    sat_.push();
+    open_level();
 }
 
 void BooleanDecider::pop(std::size_t n) {
@@ -225,6 +240,29 @@ ClauseProof BooleanDecider::proof() const {
     ClauseProof p;
     for (const TheoryAtom& a : theory_->atoms())
         p.atoms.push_back({static_cast<std::int64_t>(a.var) + 1, a.relation, a.term, a.constant});
+    p.definitions = made_;
+    const BooleanStructure& b = problem_.boolean;
+    for (std::uint32_t prop = 0; prop < prop_var_.size(); ++prop) {
+        using DK = ClauseProof::Definition::Kind;
+        sat::Lit lit(prop_var_[prop], false);
+        if (b.proposition(prop).kind == Proposition::Kind::Variable) {
+            p.definitions.push_back({dimacs(lit), DK::Bool, {}, b.proposition(prop).variable});
+            continue;
+        }
+        std::span<const Literal> operands;
+        Gate gate = b.proposition(prop).kind == Proposition::Kind::Definition
+                        ? b.gate(prop, operands)
+                        : Gate::None;
+        if (gate == Gate::None) continue;  // an atom, or free
+        DK kind = gate == Gate::True  ? DK::True
+                  : gate == Gate::And ? DK::And
+                  : gate == Gate::Xor ? DK::Xor
+                                      : DK::Ite;
+        ClauseProof::Definition d{dimacs(lit), kind, {}, 0};
+        for (Literal o : operands)
+            d.operands.push_back(dimacs(sat_literal(o)));
+        p.definitions.push_back(std::move(d));
+    }
     std::size_t lemma = 0;
     for (const sat::ProofStep& step : sat_.proof()) {
         ClauseProof::Step s;

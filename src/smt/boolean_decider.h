@@ -9,9 +9,14 @@
 // Incremental like Decider: what the problem holds is entered at push() and check(), and a pop
 // removes what was entered since the matching push (SAT push levels; the popped atoms retire
 // from the theory).
+//
+// With DecideOptions::certify an Unsat answer carries a clause proof that also says what each
+// variable stands for (ClauseProof::Definition): the propositions from the problem's Boolean
+// structure, the constants and selectors from records the decider keeps as it makes them.
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <span>
 #include <vector>
@@ -68,6 +73,10 @@ class BooleanDecider {
     sat::Lit atom_literal(std::span<const LinearExpr::Entry> term, Relation relation, bool extra);
     void enter_asserted(const Atom& atom);
     sat::Lit constant_literal(bool value);
+    void open_level();
+    // With certify: records what `lit`, a variable the decider made itself, stands for.
+    void define(sat::Lit lit, ClauseProof::Definition::Kind kind,
+                std::initializer_list<sat::Lit> operands, int index = 0);
     ClauseProof proof() const;
 
     const Problem& problem_;
@@ -75,10 +84,11 @@ class BooleanDecider {
     sat::Solver sat_;
     std::unique_ptr<LinearTheory> theory_;
     std::vector<Level> levels_;
-    std::size_t atoms_ = 0, clauses_ = 0;  // entered
-    std::vector<sat::Var> prop_var_;       // by entered proposition
-    std::vector<sat::Var> extra_;          // atoms made for asserted atoms, to retire on pop
-    std::vector<std::uint32_t> prop_of_;   // by SAT variable: proposition + 1, 0: none
+    std::size_t atoms_ = 0, clauses_ = 0;        // entered
+    std::vector<sat::Var> prop_var_;             // by entered proposition
+    std::vector<sat::Var> extra_;                // atoms made for asserted atoms, to retire on pop
+    std::vector<std::uint32_t> prop_of_;         // by SAT variable: proposition + 1, 0: none
+    std::vector<ClauseProof::Definition> made_;  // constants, their wrappers, level selectors
     std::vector<Literal> failed_;
     std::vector<sat::Lit> clause_;
     LinearExpr::Entries scratch_;

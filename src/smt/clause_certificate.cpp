@@ -16,6 +16,7 @@
 
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/smt/certificate.h"
+#include "vorn/smt/problem_text.h"
 
 #include "certificate_lines.h"
 
@@ -319,6 +320,24 @@ void print_certificate(std::ostream& out, const Problem& problem, const ClausePr
         write_var_line(out, problem.variables, v);
     for (const ClauseProof::AtomDefinition& a : proof.atoms)
         write_atom_line(out, std::to_string(a.var), a.relation, a.constant, a.term);
+    using DK = ClauseProof::Definition::Kind;
+    for (const ClauseProof::Definition& d : proof.definitions) {
+        if (d.kind == DK::Bool) {
+            std::string name;
+            append_name(name, problem.variables, d.index);
+            out << "bool " << d.var << ' ' << name << "\n";
+        } else if (d.kind == DK::Select) {
+            out << "select " << d.var << ' ' << d.index << "\n";
+        } else {
+            out << "define " << d.var << ' '
+                << (d.kind == DK::True  ? "true"
+                    : d.kind == DK::And ? "and"
+                    : d.kind == DK::Xor ? "xor"
+                                        : "ite");
+            write_literals(out, d.operands);
+            out << "\n";
+        }
+    }
     if (!proof.assumptions.empty()) {
         out << "assume";
         write_literals(out, proof.assumptions);

@@ -11,6 +11,7 @@ Literal Encoder::definition() {
 Literal Encoder::constant(bool value) {
     if (!true_) {
         true_ = problem_.boolean.add({});
+        problem_.boolean.define(*true_, Gate::True, {});
         Literal t{*true_, false};
         problem_.boolean.add_clause({&t, 1});
     }
@@ -88,6 +89,7 @@ Literal Encoder::atom(const Atom& a) {
 
 Literal Encoder::and_gate(std::span<const Literal> operands) {
     Literal d = definition();
+    problem_.boolean.define(d.prop(), Gate::And, operands);
     clause_.clear();
     clause_.push_back(d);
     for (Literal x : operands) {
@@ -131,6 +133,8 @@ Literal Encoder::exclusive_or(Literal a, Literal b) {
     if (a == b) return constant(false);
     if (a == ~b) return constant(true);
     Literal d = definition();
+    Literal operands[] = {a, b};
+    problem_.boolean.define(d.prop(), Gate::Xor, operands);
     Literal clauses[4][3] = {{~d, a, b}, {~d, ~a, ~b}, {d, ~a, b}, {d, a, ~b}};
     for (auto& c : clauses)
         problem_.boolean.add_clause(c);
@@ -141,6 +145,8 @@ Literal Encoder::ite(Literal condition, Literal then, Literal otherwise) {
     if (std::optional<bool> c = constant_value(condition)) return *c ? then : otherwise;
     if (then == otherwise) return then;
     Literal d = definition();
+    Literal operands[] = {condition, then, otherwise};
+    problem_.boolean.define(d.prop(), Gate::Ite, operands);
     Literal clauses[4][3] = {{~condition, ~then, d},
                              {~condition, then, ~d},
                              {condition, ~otherwise, d},

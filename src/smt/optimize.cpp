@@ -32,12 +32,9 @@ QNumber evaluate(std::span<const Entry> term, const std::vector<QNumber>& point,
 // The problem's atoms over Real copies of its variables (same numbers), so that proofs and
 // models of the relaxation read as those of the problem.
 void copy_relaxed(const Problem& from, Problem& to) {
-    std::string name;
-    for (int v = 1; v <= from.variables.size(); ++v) {
-        name.clear();
-        append_name(name, from.variables, v);
-        to.variables.add(name, Sort::Real, {});
-    }
+    // The names as read: the printers quote them where SMT-LIB needs it.
+    for (int v = 1; v <= from.variables.size(); ++v)
+        to.variables.add(from.variables.name(v), Sort::Real, {});
     LinearExpr e;
     for (const Atom& a : from.atoms) {
         Atom copy = a;

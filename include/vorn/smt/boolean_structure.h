@@ -8,7 +8,12 @@
 //
 // Clauses are stored back to back; propositions and clauses are appended, and a pop truncates
 // both back to their sizes at the matching push.
+//
+// A definition also records the gate it stands for (define()), which clause certificates print
+// so that a checker can verify the definition clauses against the input's formulas: a word per
+// operand beside the clauses, which take two or three.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -49,6 +54,10 @@ struct Proposition {
     std::uint32_t term = 0;            // Atom: `term ⋈ 0`, a problem term (constant included)
 };
 
+// The connective of a definition d: And d ↔ (a ∧ b ∧ ...); Xor d ↔ (a ⊕ b); Ite d ↔ (c ? t : e)
+// over operands (c, t, e); True d, the constant; None, a free proposition.
+enum class Gate : std::uint8_t { None, True, And, Xor, Ite };
+
 class BooleanStructure {
   public:
     std::uint32_t add(const Proposition& p) {
@@ -69,9 +78,28 @@ class BooleanStructure {
     }
     bool empty() const { return clause_end_.empty(); }
 
+    // Records what definition `prop`, the last proposition added, stands for.
+    void define(std::uint32_t prop, Gate gate, std::span<const Literal> operands) {
+        gates_.push_back({prop, gate, static_cast<std::uint32_t>(gate_operands_.size())});
+        gate_operands_.insert(gate_operands_.end(), operands.begin(), operands.end());
+    }
+    // The gate of `prop` (None when it is no recorded definition) and its operands.
+    Gate gate(std::uint32_t prop, std::span<const Literal>& operands) const {
+        auto at = std::lower_bound(gates_.begin(), gates_.end(), prop,
+                                   [](const GateRecord& g, std::uint32_t p) { return g.prop < p; });
+        if (at == gates_.end() || at->prop != prop) return Gate::None;
+        std::size_t end = at + 1 == gates_.end() ? gate_operands_.size() : (at + 1)->first;
+        operands = {gate_operands_.data() + at->first, end - at->first};
+        return at->gate;
+    }
+
     // Forgets the propositions from `propositions` on and the clauses from `clauses` on.
     void truncate(std::uint32_t propositions, std::size_t clauses) {
         if (props_.size() > propositions) props_.resize(propositions);
+        while (!gates_.empty() && gates_.back().prop >= propositions) {
+            gate_operands_.resize(gates_.back().first);
+            gates_.pop_back();
+        }
         if (clause_end_.size() > clauses) {
             clause_end_.resize(clauses);
             lits_.resize(clauses == 0 ? 0 : clause_end_.back());
@@ -79,9 +107,17 @@ class BooleanStructure {
     }
 
   private:
+    struct GateRecord {
+        std::uint32_t prop;
+        Gate gate;
+        std::uint32_t first;  // in gate_operands_
+    };
+
     std::vector<Proposition> props_;
     std::vector<Literal> lits_;
     std::vector<std::size_t> clause_end_;
+    std::vector<GateRecord> gates_;  // by proposition, ascending
+    std::vector<Literal> gate_operands_;
 };
 
 }  // namespace vorn::smt

@@ -7,12 +7,17 @@
 // Literals are written as in DIMACS: variable v (from 1) is v, its negation −v. An atom
 // variable stands for  Σ coeff·x ⋈ constant  (⋈ ≤ or ≥; the negated literal is the strict
 // opposite). Steps, in order:
-//   Input:   a clause of the problem's encoding, taken as given;
+//   Input:   a clause of the problem's encoding (its definitions say what it encodes);
 //   Lemma:   a clause valid in linear arithmetic: the bounds its literals' negations state,
 //            combined with the Farkas multipliers `farkas` (one per literal, 0 for one not
 //            used), add up to a contradiction (docs/certificates.md); Int atoms rounded;
 //   Learned: a clause that follows from the earlier ones by unit propagation (RUP).
 // The proof ends with a Learned clause made of negated assumptions only.
+//
+// What the other variables stand for (Definition), so that a checker reading the input can tell
+// whether each input clause follows from it: a Bool variable of the problem; a definition with
+// its gate (the input clauses that define it are its Tseitin clauses); the selector of a push
+// level, which guards the clauses added on that level and is assumed while the level is open.
 
 #include <cstdint>
 #include <vector>
@@ -29,6 +34,13 @@ struct ClauseProof {
         LinearExpr::Entries term;  // over problem variables, no constant
         QNumber constant;
     };
+    struct Definition {
+        enum class Kind : std::uint8_t { Bool, True, And, Xor, Ite, Select };
+        std::int64_t var;
+        Kind kind;
+        std::vector<std::int64_t> operands;  // And, Xor, Ite (condition, then, else): literals
+        int index = 0;                       // Bool: the problem variable; Select: the level
+    };
     enum class Kind : std::uint8_t { Input, Lemma, Learned };
     struct Step {
         Kind kind;
@@ -37,6 +49,7 @@ struct ClauseProof {
     };
 
     std::vector<AtomDefinition> atoms;
+    std::vector<Definition> definitions;
     std::vector<std::int64_t> assumptions;
     std::vector<Step> steps;
 
