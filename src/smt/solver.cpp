@@ -36,6 +36,13 @@ namespace {
 
 std::atomic<std::uint64_t> next_solver_id{1};
 
+// Room for one more element, so that the push_back after a change to the engine cannot throw;
+// geometric, so that a long run of calls stays linear.
+template <class Vector>
+void make_room(Vector& v) {
+    if (v.size() == v.capacity()) v.reserve(2 * v.size() + 8);
+}
+
 }  // namespace
 
 struct Solver::Impl {
@@ -276,20 +283,20 @@ Solver::Solver(Solver&&) noexcept = default;
 Solver& Solver::operator=(Solver&&) noexcept = default;
 
 Term Solver::real(std::string_view name) {
-    impl_->declared.reserve(impl_->declared.size() + 1);
+    make_room(impl_->declared);
     impl_->declared.push_back(impl_->engine.problem().variables.add(name, Sort::Real, {}));
     return Access::variable(impl_->id, impl_->declared.back());
 }
 
 Term Solver::integer(std::string_view name) {
-    impl_->declared.reserve(impl_->declared.size() + 1);
+    make_room(impl_->declared);
     impl_->declared.push_back(impl_->engine.problem().variables.add(name, Sort::Int, {}));
     return Access::variable(impl_->id, impl_->declared.back());
 }
 
 Formula Solver::boolean(std::string_view name) {
-    impl_->declared.reserve(impl_->declared.size() + 1);
-    impl_->booleans.reserve(impl_->booleans.size() + 1);
+    make_room(impl_->declared);
+    make_room(impl_->booleans);
     impl_->booleans.push_back(impl_->engine.problem().variables.add(name, Sort::Bool, {}));
     impl_->declared.push_back(impl_->booleans.back());
     auto node = std::make_shared<Node>();
@@ -303,7 +310,7 @@ void Solver::add(const Formula& f) {
     Impl& s = *impl_;
     s.check_owner(Access::node(f)->owner);
     s.invalidate_answers();
-    s.added.reserve(s.added.size() + 1);
+    make_room(s.added);
     (void)s.engine.assert_formula(s.translate(Access::node(f)));
     s.added.push_back({f, {}, false});
 }
@@ -312,8 +319,8 @@ void Solver::add(const Formula& f, std::string_view name) {
     Impl& s = *impl_;
     s.check_owner(Access::node(f)->owner);
     s.invalidate_answers();
-    s.names.reserve(s.names.size() + 1);
-    s.added.reserve(s.added.size() + 1);
+    make_room(s.names);
+    make_room(s.added);
     std::uint32_t ref = s.translate(Access::node(f));
     s.engine.assume_named(ref, static_cast<std::int32_t>(s.names.size()));
     s.names.emplace_back(name);
@@ -449,7 +456,7 @@ Objective Solver::Impl::add_objective(const Term& t, bool maximize) {
     if (!Access::ites(t).empty())
         throw UsageError("an objective with ite terms is not optimized yet: name the ite first");
     invalidate_answers();
-    objective_serials.reserve(objective_serials.size() + 1);
+    make_room(objective_serials);
     scratch.clear();
     for (const auto& p : Access::parts(t))
         scratch.add_entry(p.var, p.coeff);
