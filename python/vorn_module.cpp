@@ -165,12 +165,39 @@ py::tuple optimize_file(const std::string& path) {
                           answer.reason_unknown);
 }
 
-int check(smt::Solver& s, const std::vector<smt::Formula>& assumptions) {
-    util::Result r = util::Result::Unknown;
-    run_interruptible([&] { r = assumptions.empty() ? s.check() : s.check(assumptions); },
-                      [&] { s.interrupt(); });
-    return static_cast<int>(r);
-}
+// A solver shared by Python threads: while one thread's check runs without the GIL, any other
+// call but interrupt() is refused instead of racing with it. The flag is read and written with
+// the GIL held.
+class GuardedSolver {
+  public:
+    smt::Solver& use() {
+        if (checking_)
+            throw smt::UsageError(
+                "the solver is checking in another thread: only interrupt() may be called "
+                "meanwhile");
+        return solver_;
+    }
+    void interrupt() { solver_.interrupt(); }
+
+    int check(const std::vector<smt::Formula>& assumptions) {
+        smt::Solver& s = use();
+        checking_ = true;
+        util::Result r = util::Result::Unknown;
+        try {
+            run_interruptible([&] { r = assumptions.empty() ? s.check() : s.check(assumptions); },
+                              [&] { s.interrupt(); });
+        } catch (...) {
+            checking_ = false;
+            throw;
+        }
+        checking_ = false;
+        return static_cast<int>(r);
+    }
+
+  private:
+    smt::Solver solver_;
+    bool checking_ = false;
+};
 
 }  // namespace
 
@@ -241,36 +268,38 @@ PYBIND11_MODULE(_vorn, m) {
     m.def("optimize_file", &optimize_file,
           "(status, optimum, model, relaxed, reason) of `vorn optimize FILE`.");
 
-    py::class_<smt::Solver>(m, "Solver", "smt::Solver.")
+    py::class_<GuardedSolver>(m, "Solver", "smt::Solver, one check at a time.")
         .def(py::init<>())
-        .def("real", &smt::Solver::real)
-        .def("integer", &smt::Solver::integer)
-        .def("boolean", &smt::Solver::boolean)
-        .def("add", py::overload_cast<const smt::Formula&>(&smt::Solver::add))
-        .def("add_named",
-             py::overload_cast<const smt::Formula&, std::string_view>(&smt::Solver::add))
-        .def("check", &check, "0 sat, 1 unsat, 2 unknown.")
-        .def("push", &smt::Solver::push)
-        .def("pop", &smt::Solver::pop)
-        .def("level", &smt::Solver::level)
+        .def("real", [](GuardedSolver& g, const std::string& name) { return g.use().real(name); })
+        .def("integer",
+             [](GuardedSolver& g, const std::string& name) { return g.use().integer(name); })
+        .def("boolean",
+             [](GuardedSolver& g, const std::string& name) { return g.use().boolean(name); })
+        .def("add", [](GuardedSolver& g, const smt::Formula& f) { g.use().add(f); })
+        .def("add_named", [](GuardedSolver& g, const smt::Formula& f,
+                             const std::string& name) { g.use().add(f, name); })
+        .def("check", &GuardedSolver::check, "0 sat, 1 unsat, 2 unknown.")
+        .def("push", [](GuardedSolver& g, unsigned n) { g.use().push(n); })
+        .def("pop", [](GuardedSolver& g, unsigned n) { g.use().pop(n); })
+        .def("level", [](GuardedSolver& g) { return g.use().level(); })
         .def("values",
-             [](const smt::Solver& s, const std::vector<smt::Term>& terms) {
+             [](GuardedSolver& g, const std::vector<smt::Term>& terms) {
                  py::list values;
                  for (const smt::Term& t : terms)
-                     values.append(to_python(s.value(t)));
+                     values.append(to_python(g.use().value(t)));
                  return values;
              })
         .def("truths",
-             [](const smt::Solver& s, const std::vector<smt::Formula>& formulas) {
+             [](GuardedSolver& g, const std::vector<smt::Formula>& formulas) {
                  std::vector<bool> truths;
                  for (const smt::Formula& f : formulas)
-                     truths.push_back(s.value(f));
+                     truths.push_back(g.use().value(f));
                  return truths;
              })
         .def("core_indices",
-             [](const smt::Solver& s, const std::vector<smt::Formula>& assumptions) {
+             [](GuardedSolver& g, const std::vector<smt::Formula>& assumptions) {
                  std::vector<std::size_t> indices;
-                 for (const smt::Formula& f : s.unsat_core())
+                 for (const smt::Formula& f : g.use().unsat_core())
                      for (std::size_t i = 0; i < assumptions.size(); ++i)
                          if (f.identical(assumptions[i])) {
                              indices.push_back(i);
@@ -278,34 +307,36 @@ PYBIND11_MODULE(_vorn, m) {
                          }
                  return indices;
              })
-        .def("unsat_core_names", &smt::Solver::unsat_core_names)
-        .def("reason_unknown", [](const smt::Solver& s) { return std::string(s.reason_unknown()); })
+        .def("unsat_core_names", [](GuardedSolver& g) { return g.use().unsat_core_names(); })
+        .def("reason_unknown",
+             [](GuardedSolver& g) { return std::string(g.use().reason_unknown()); })
         .def("set_time_limit",
-             [](smt::Solver& s, std::int64_t ms) {
-                 s.set_time_limit(std::chrono::milliseconds(ms));
+             [](GuardedSolver& g, std::int64_t ms) {
+                 g.use().set_time_limit(std::chrono::milliseconds(ms));
              })
-        .def("set_conflict_limit", &smt::Solver::set_conflict_limit)
-        .def("interrupt", &smt::Solver::interrupt)
+        .def("set_conflict_limit",
+             [](GuardedSolver& g, std::uint64_t n) { g.use().set_conflict_limit(n); })
+        .def("interrupt", &GuardedSolver::interrupt)
         .def("statistics",
-             [](const smt::Solver& s) {
+             [](GuardedSolver& g) {
                  py::dict stats;
-                 for (const smt::Statistic& st : s.statistics())
+                 for (const smt::Statistic& st : g.use().statistics())
                      stats[py::str(std::string(st.name))] =
                          st.seconds ? py::object(py::float_(st.value))
                                     : py::object(py::int_(static_cast<std::uint64_t>(st.value)));
                  return stats;
              })
-        .def("set_certificates", &smt::Solver::set_certificates)
-        .def("certificate", &smt::Solver::certificate)
-        .def("to_smt2", &smt::Solver::to_smt2)
-        .def("minimize", &smt::Solver::minimize)
-        .def("maximize", &smt::Solver::maximize)
+        .def("set_certificates", [](GuardedSolver& g, bool on) { g.use().set_certificates(on); })
+        .def("certificate", [](GuardedSolver& g) { return g.use().certificate(); })
+        .def("to_smt2", [](GuardedSolver& g) { return g.use().to_smt2(); })
+        .def("minimize", [](GuardedSolver& g, const smt::Term& t) { return g.use().minimize(t); })
+        .def("maximize", [](GuardedSolver& g, const smt::Term& t) { return g.use().maximize(t); })
         .def("objective_value",
-             [](const smt::Solver& s, const smt::Objective& o) -> py::object {
-                 std::optional<QNumber> v = s.value(o);
+             [](GuardedSolver& g, const smt::Objective& o) -> py::object {
+                 std::optional<QNumber> v = g.use().value(o);
                  if (!v) return py::none();
                  return to_python(*v);
              })
         .def("objectives_unknown",
-             [](const smt::Solver& s) { return std::string(s.objectives_unknown()); });
+             [](GuardedSolver& g) { return std::string(g.use().objectives_unknown()); });
 }

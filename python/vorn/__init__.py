@@ -22,6 +22,7 @@ Terms and formulas belong to no solver: one formula may be added to several solv
 
 from decimal import Decimal
 from fractions import Fraction
+import math
 import numbers
 
 from . import _vorn
@@ -706,7 +707,9 @@ class Solver:
     def set_time_limit(self, seconds):
         """A time limit per check (int, Fraction or str seconds; 0: none): unknown, "timeout"."""
         ms = _number(seconds) * 1000
-        self._s.set_time_limit(int(ms) if ms == int(ms) else int(ms) + 1)
+        if ms < 0:
+            raise ValueError("a time limit is not negative")
+        self._s.set_time_limit(math.ceil(ms))
 
     def set_conflict_limit(self, n):
         """At most n conflicts of the Boolean search per check (0: none): unknown, "conflict

@@ -52,3 +52,17 @@ def test_ctrl_c_raises_keyboard_interrupt_and_leaves_the_solver_usable():
     x = vorn.Real("x")
     s.add(x > 0, x < 0)
     assert s.check() == vorn.unsat
+
+
+def test_calls_from_another_thread_during_a_check_are_refused():
+    s = vorn.Solver()
+    pigeons(s, 11)
+    answers = []
+    worker = threading.Thread(target=lambda: answers.append(s.check()))
+    worker.start()
+    threading.Event().wait(0.2)
+    with pytest.raises(vorn.UsageError):
+        s.add(vorn.Real("x") > 0)  # would race with the check
+    s.interrupt()
+    worker.join()
+    assert answers == [vorn.unknown] and s.reason_unknown() == "interrupted"
