@@ -234,7 +234,8 @@ class Solver {
     // the order added: each one with those before it held at their optima. The model of a Sat
     // answer is then an optimal one. What the optimization does not cover yet (Boolean structure,
     // Int variables, tracked assertions) leaves the answer Sat and the objectives not optimized:
-    // objectives_unknown() says why. Cost: one exact optimization per objective and check.
+    // objectives_unknown() says why. A term with ite summands is refused (UsageError). Cost: one
+    // exact optimization per objective and check.
     Objective minimize(const Term& t);
     Objective maximize(const Term& t);
     // After a Sat check, nothing added, pushed or popped since: the exact optimum of `o`, or
