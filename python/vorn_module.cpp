@@ -119,7 +119,18 @@ class AnswerBuffer : public std::stringbuf {
     }
 };
 
-std::vector<std::string> check_file(const std::string& path) {
+// Runs `read` on the file at `path`, its ParseErrors naming the file.
+template <class Read>
+auto with_file_name(const std::string& path, Read&& read) {
+    try {
+        return read();
+    } catch (io::ParseError& e) {
+        if (e.file().empty()) e.set_file(path);
+        throw;
+    }
+}
+
+std::vector<std::string> check_answers(const std::string& path) {
     io::SourceText source = io::SourceText::read(path);
     util::Stop stop;
     cli::CheckRequest request;
@@ -134,7 +145,7 @@ std::vector<std::string> check_file(const std::string& path) {
 }
 
 // (status, optimum or None, {column: value}, relaxed, reason)
-py::tuple optimize_file(const std::string& path) {
+py::tuple optimum(const std::string& path) {
     io::SourceText source = io::SourceText::read(path);
     util::Stop stop;
     smt::DecideOptions options;
@@ -163,6 +174,14 @@ py::tuple optimize_file(const std::string& path) {
     if (answer.kind == smt::Optimization::Kind::Optimal) optimum = to_python(answer.optimum);
     return py::make_tuple(kStatus[static_cast<int>(answer.kind)], optimum, model, answer.relaxed,
                           answer.reason_unknown);
+}
+
+std::vector<std::string> check_file(const std::string& path) {
+    return with_file_name(path, [&] { return check_answers(path); });
+}
+
+py::tuple optimize_file(const std::string& path) {
+    return with_file_name(path, [&] { return optimum(path); });
 }
 
 // A solver shared by Python threads: while one thread's check runs without the GIL, any other

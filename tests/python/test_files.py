@@ -77,8 +77,10 @@ def test_file_errors(tmp_path, call, text, error):
                        "bad.smt2" if text and text.startswith("(") else "bad.lp")
     if text is not None:
         path.write_text(text)
-    with pytest.raises(error):
+    with pytest.raises(error) as raised:
         call(path)
+    if error is vorn.ParseError:
+        assert str(raised.value).startswith(str(path) + ":1:")  # as the tool names it
 
 
 @pytest.mark.parametrize("script, last_line", [
