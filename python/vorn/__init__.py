@@ -601,8 +601,11 @@ class Solver:
     def __init__(self):
         self._s = _vorn.Solver()
         self._vars = {}  # _Var -> handle of this solver
-        self._memo = {}  # id(node) -> (node, handle)
-        self._assumptions = []
+        # id(node) -> (node, handle), in the order translated; what a level or a check's
+        # assumptions translated goes with them, so that a long incremental run stays small.
+        self._memo = {}
+        self._levels = []  # len(self._memo) at each push
+        self._assumptions = []  # of the last check, with their handles
         self._last = None
 
     # translation into the C++ solver's terms and formulas
@@ -659,9 +662,17 @@ class Solver:
         """sat, unsat or unknown: the assertions together with the assumptions (formulas, forgotten
         after the check)."""
         assumed = _formulas(assumptions)
-        self._assumptions = list(assumed)
-        self._last = _RESULTS[self._s.check([self._handle(f) for f in assumed])]
+        translated = len(self._memo)
+        self._assumptions = [(f, self._handle(f)) for f in assumed]
+        try:
+            self._last = _RESULTS[self._s.check([h for _, h in self._assumptions])]
+        finally:
+            self._forget(translated)
         return self._last
+
+    def _forget(self, size):
+        while len(self._memo) > size:
+            self._memo.popitem()
 
     def model(self):
         """The model of the last check, which must have answered sat (UsageError otherwise),
@@ -683,17 +694,21 @@ class Solver:
         assumptions, as str(), that the refutation needs."""
         names = list(self._s.unsat_core_names())
         if self._assumptions:
-            handles = [self._handle(f) for f in self._assumptions]
-            names += [str(self._assumptions[i]) for i in self._s.core_indices(handles)]
+            handles = [h for _, h in self._assumptions]
+            names += [str(self._assumptions[i][0]) for i in self._s.core_indices(handles)]
         return names
 
     def push(self):
         """Opens a level: what is added from now on goes at the matching pop()."""
         self._s.push(1)
+        self._levels.append(len(self._memo))
 
     def pop(self, n=1):
         """Removes the last n levels (ValueError past the first, changing nothing)."""
         self._s.pop(n)
+        if n > 0:
+            self._forget(self._levels[-n])
+            del self._levels[-n:]
 
     def num_scopes(self):
         """The number of levels pushed and not popped."""
