@@ -1,14 +1,17 @@
-// The embedding API: a table of small problems with known answers, incremental use, cores,
+// The embedding API: a table of small problems with known answers (also read back from to_smt2()),
+// incremental use, cores, tracked assertions, objectives against vertex enumeration, certificates,
 // misuse, and random conjunctions decided against Fourier–Motzkin elimination.
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <tuple>
 
 #include "support/fourier_motzkin.h"
+#include "vorn/frontend/script_interpreter.h"
 #include "vorn/smt/solver.h"
 
 using vorn::QNumber;
@@ -35,6 +38,16 @@ struct Vars {
 };
 using Formulas = std::vector<Formula>;
 using V = const Vars&;
+
+// What `vorn check` prints for the script, with --certificate when `certificate`.
+std::string run_script(const std::string& script, bool certificate = false) {
+    vorn::frontend::CheckOptions options;
+    options.certificate = certificate;
+    vorn::smt::CheckStats stats;
+    std::ostringstream out;
+    vorn::frontend::run_script(script, "solver.smt2", options, out, stats);
+    return out.str();
+}
 
 TEST(SolverTest, SmallProblems) {
     // clang-format off
@@ -91,10 +104,166 @@ TEST(SolverTest, SmallProblems) {
         for (const Formula& f : fs)
             s.add(f);
         ASSERT_EQ(s.check(), expected);
+        std::string script = s.to_smt2();
+        EXPECT_EQ(run_script(script), expected == Result::Sat ? "sat\n" : "unsat\n") << script;
         if (expected != Result::Sat) continue;
         for (const Formula& f : fs)
             EXPECT_TRUE(s.value(f));
     }
+}
+
+// Shared subformulas and ite terms become definitions, repeated names get suffixes, tracked
+// assertions keep their names: the script reads back to the same answer and core.
+TEST(SolverTest, ScriptOfTheAssertions) {
+    Solver s;
+    Term x = s.real("x"), x2 = s.real("x"), n = s.integer("n");
+    Formula b = s.boolean("b");
+    Term shared = ite(b || x > x2, n, x * QNumber(1, 3));
+    Formula twice = shared >= 2 && n <= 5;
+    s.add(twice || x2 >= -100);
+    s.add(implies(twice, !(x2 != n)), "n fits");
+    s.add(shared <= 1, "low");
+    s.add(n >= 2);
+    s.add(b, "has b");
+    ASSERT_EQ(s.check(), Result::Unsat);
+    std::string script = s.to_smt2();
+    for (const char* part : {"(declare-const x!2 Real)", "(define-fun _def1 () ", ":named |n fits|",
+                             "(to_real n)", "(/ 1 3)"})
+        EXPECT_NE(script.find(part), std::string::npos) << part << "\n" << script;
+    EXPECT_EQ(run_script(script + "(get-unsat-core)\n"), "unsat\n(\nlow\n|has b|\n)\n") << script;
+    EXPECT_EQ(s.unsat_core_names(), (std::vector<std::string>{"low", "has b"}));
+}
+
+// The certificate is the one the tool prints for the same assertions, conjunctive and Boolean.
+TEST(SolverTest, CertificatesAsTheToolPrintsThem) {
+    for (bool boolean : {false, true}) {
+        SCOPED_TRACE(boolean);
+        Solver s;
+        Term x = s.real("x"), y = s.real("y");
+        s.add(x + y >= 3);
+        s.add(boolean ? (x <= 1 || x < 0) : x <= 1);
+        EXPECT_EQ(s.check(), Result::Sat);
+        s.add(y <= 1);
+        EXPECT_THROW((void)s.certificate(), UsageError);
+        s.set_certificates(true);
+        ASSERT_EQ(s.check(), Result::Unsat);
+        std::string certificate = s.certificate();
+        EXPECT_EQ(certificate.rfind("(certificate", 0), 0u) << certificate;
+        EXPECT_EQ("unsat\n" + certificate, run_script(s.to_smt2(), true));
+        std::vector<vorn::smt::Statistic> stats = s.statistics();
+        ASSERT_EQ(stats.front().name, "checks");
+        EXPECT_EQ(stats.front().value, 2.0);
+        EXPECT_EQ(stats.back().name, "time");
+    }
+}
+
+TEST(SolverTest, TrackedAssertionsNameTheCore) {
+    Solver s;
+    Term x = s.real("x"), n = s.integer("n");
+    s.add(x >= 0, "nonnegative");
+    s.add(n == 2 * x, "double");
+    s.push();
+    s.add(x < 0 || n >= 10, "negative or big");
+    s.add(n <= 3, "small");
+    ASSERT_EQ(s.check(), Result::Unsat);
+    EXPECT_EQ(s.unsat_core_names(),
+              (std::vector<std::string>{"nonnegative", "negative or big", "small"}));
+    ASSERT_EQ(s.check({{2 * x == 3}}), Result::Unsat);  // with assumptions too
+    EXPECT_EQ(s.unsat_core_names().back(), "small");
+    s.pop();
+    EXPECT_THROW((void)s.unsat_core_names(), UsageError);
+    s.add(2 * n == 1);  // untracked: the core needs no name
+    ASSERT_EQ(s.check(), Result::Unsat);
+    EXPECT_TRUE(s.unsat_core_names().empty());
+}
+
+// The lexicographic optimum of random polygons in a box, against the best feasible vertex.
+TEST(SolverTest, ObjectivesAgainstVertexEnumeration) {
+    struct Line {  // a·x + b·y ⋈ c, ⋈ in <=, >=, =
+        int a, b, c, relation;
+    };
+    auto holds = [](const Line& l, const QNumber& x, const QNumber& y) {
+        QNumber v = QNumber(l.a) * x + QNumber(l.b) * y - QNumber(l.c);
+        return l.relation == 0 ? v.sign() <= 0 : l.relation == 1 ? v.sign() >= 0 : v.is_zero();
+    };
+    for (std::uint64_t seed = 1; seed <= 300; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937_64 rng(seed);
+        auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+        std::vector<Line> lines = {{1, 0, 6, 0}, {1, 0, -6, 1}, {0, 1, 6, 0}, {0, 1, -6, 1}};
+        for (int i = pick(5); i > 0; --i)
+            lines.push_back({pick(7) - 3, pick(7) - 3, pick(13) - 6, pick(7) == 0 ? 2 : pick(2)});
+        int objective[2][2] = {{pick(5) - 2, pick(5) - 2}, {pick(5) - 2, pick(5) - 2}};
+        bool maximize[2] = {pick(2) == 0, pick(2) == 0};
+        // Reference: the lexicographically best vertex, where two lines cross.
+        std::optional<std::pair<QNumber, QNumber>> best;
+        auto value = [&](int k, const QNumber& x, const QNumber& y) {
+            QNumber v = QNumber(objective[k][0]) * x + QNumber(objective[k][1]) * y;
+            return maximize[k] ? -v : v;
+        };
+        for (const Line& p : lines)
+            for (const Line& q : lines) {
+                QNumber det = QNumber(p.a * q.b - p.b * q.a);
+                if (det.is_zero()) continue;
+                QNumber x = QNumber(p.c * q.b - p.b * q.c) / det;
+                QNumber y = QNumber(p.a * q.c - p.c * q.a) / det;
+                if (!std::all_of(lines.begin(), lines.end(),
+                                 [&](const Line& l) { return holds(l, x, y); }))
+                    continue;
+                std::pair<QNumber, QNumber> v{value(0, x, y), value(1, x, y)};
+                if (!best || v.first < best->first ||
+                    (v.first == best->first && v.second < best->second))
+                    best = v;
+            }
+        Solver s;
+        Term x = s.real("x"), y = s.real("y");
+        for (const Line& l : lines) {
+            Term t = l.a * x + l.b * y;
+            s.add(l.relation == 0 ? t <= l.c : l.relation == 1 ? t >= l.c : t == l.c);
+        }
+        vorn::smt::Objective handles[2];
+        for (int k = 0; k < 2; ++k) {
+            Term t = objective[k][0] * x + objective[k][1] * y;
+            handles[k] = maximize[k] ? s.maximize(t) : s.minimize(t);
+        }
+        ASSERT_EQ(s.check(), best ? Result::Sat : Result::Unsat);
+        if (!best) continue;
+        for (int k = 0; k < 2; ++k) {
+            std::optional<QNumber> optimum = s.value(handles[k]);
+            ASSERT_TRUE(optimum.has_value());
+            QNumber expected = k == 0 ? best->first : best->second;
+            EXPECT_EQ(*optimum, maximize[k] ? -expected : expected) << k;
+            EXPECT_EQ(s.value(objective[k][0] * x + objective[k][1] * y), *optimum) << k;
+        }
+    }
+}
+
+TEST(SolverTest, ObjectivesUnboundedPoppedAndNotOptimized) {
+    Solver s;
+    Term x = s.real("x"), y = s.real("y"), z = s.real("z");
+    s.add(x >= 1 && y <= 2);
+    vorn::smt::Objective low = s.minimize(x), plus = s.maximize(x + y);
+    s.push();
+    vorn::smt::Objective down = s.maximize(z), after = s.minimize(x);
+    ASSERT_EQ(s.check(), Result::Sat);
+    EXPECT_EQ(s.value(low), QNumber(1));
+    EXPECT_EQ(s.value(plus), QNumber(3));            // with x held at 1
+    EXPECT_EQ(s.value(down), std::nullopt);          // unbounded
+    EXPECT_THROW((void)s.value(after), UsageError);  // after an unbounded one: not optimized
+    s.pop();
+    vorn::smt::Objective again = s.minimize(y);
+    ASSERT_EQ(s.check(), Result::Sat);
+    EXPECT_THROW((void)s.value(down), UsageError);  // popped, its place taken
+    EXPECT_EQ(s.value(again), QNumber(2));
+    Solver t;
+    Term n = t.integer("n");
+    t.add(n >= 1);
+    vorn::smt::Objective on_int = t.minimize(n);
+    ASSERT_EQ(t.check(), Result::Sat);
+    EXPECT_FALSE(t.objectives_unknown().empty());
+    EXPECT_THROW((void)t.value(on_int), UsageError);
+    EXPECT_THROW((void)s.value(on_int), UsageError);  // of another solver
+    EXPECT_THROW((void)s.value(vorn::smt::Objective()), UsageError);
 }
 
 TEST(SolverTest, PushPopRedeclaresAndForgets) {

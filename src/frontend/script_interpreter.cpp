@@ -17,6 +17,7 @@
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/engine.h"
 #include "vorn/smt/problem_text.h"
+#include "vorn/smt/statistics.h"
 
 namespace vorn::frontend {
 
@@ -512,13 +513,16 @@ void ScriptInterpreter::get_info() {
 }
 
 void ScriptInterpreter::get_all_statistics() {
-    const smt::DecideStats& d = stats_.decide;
-    char time[32];
-    std::snprintf(time, sizeof time, "%.3f", stats_.solve_seconds);
-    out_ << "(:checks " << stats_.checks << " :decisions " << d.sat.decisions << " :conflicts "
-         << d.sat.conflicts + d.simplex.conflicts << " :propagations " << d.sat.propagations
-         << " :pivots " << d.simplex.pivots << " :branch-nodes " << d.branch.nodes
-         << " :disequality-splits " << d.splits << " :time " << time << ")\n";
+    std::string text = "(";
+    for (const smt::Statistic& s : smt::statistics(stats_)) {
+        char value[32];
+        if (s.seconds)
+            std::snprintf(value, sizeof value, "%.3f", s.value);
+        else
+            std::snprintf(value, sizeof value, "%.0f", s.value);
+        text += (text.size() == 1 ? ":" : " :") + std::string(s.name) + " " + value;
+    }
+    out_ << text << ")\n";
 }
 
 // As z3 prints them: one list, an assertion a line.
@@ -741,10 +745,7 @@ void ScriptInterpreter::print_answer(const smt::Decision& answer) {
             break;
         case lra::Result::Unsat:
             out_ << "unsat\n";
-            if (options_.certificate && answer.boolean_search)
-                smt::print_certificate(out_, engine_->problem(), answer.clause_proof);
-            else if (options_.certificate)
-                smt::print_certificate(out_, engine_->problem(), answer.proof);
+            if (options_.certificate) smt::print_certificate(out_, engine_->problem(), answer);
             break;
         case lra::Result::Unknown:
             out_ << "unknown\n";

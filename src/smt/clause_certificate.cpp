@@ -310,6 +310,13 @@ std::string ClauseChecker::run() {
 
 }  // namespace
 
+void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat) {
+    if (unsat.boolean_search)
+        print_certificate(out, problem, unsat.clause_proof);
+    else
+        print_certificate(out, problem, unsat.proof);
+}
+
 void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof) {
     std::set<int> vars;
     for (const ClauseProof::AtomDefinition& a : proof.atoms)

@@ -8,18 +8,23 @@
 // lifted ite with its definition, as the SMT-LIB evaluator makes it; its variable is Int when
 // both branches are integral sums of Int variables. Values and cores come from the engine; a
 // value asked of a formula or term not translated yet is translated for the question only.
+// Tracked assertions are the engine's named ones, objectives its objectives; what the solver keeps
+// beside them (names, objective handles, the formulas added, for to_smt2) follows the levels too.
 
 #include <atomic>
 #include <cstdint>
 #include <new>
+#include <sstream>
 #include <string>
 #include <unordered_map>
 
+#include "vorn/smt/certificate.h"
 #include "vorn/smt/engine.h"
 #include "vorn/smt/problem.h"
 #include "vorn/smt/solver.h"
 
 #include "formula_node.h"
+#include "smt2_writer.h"
 
 namespace vorn::smt {
 
@@ -30,6 +35,13 @@ using NodePtr = std::shared_ptr<const Node>;
 namespace {
 
 std::atomic<std::uint64_t> next_solver_id{1};
+
+// Room for one more element, so that the push_back after a change to the engine cannot throw;
+// geometric, so that a long run of calls stays linear.
+template <class Vector>
+void make_room(Vector& v) {
+    if (v.size() == v.capacity()) v.reserve(2 * v.size() + 8);
+}
 
 }  // namespace
 
@@ -47,6 +59,7 @@ struct Solver::Impl {
         o.stop = &stop;
         o.time_limit = time_limit;
         o.conflict_limit = conflict_limit;
+        o.certify = certificates;
         return o;
     }
 
@@ -63,7 +76,7 @@ struct Solver::Impl {
     void push() {
         levels.reserve(levels.size() + 1);
         engine.push();
-        levels.push_back(translated.size());
+        levels.push_back({translated.size(), names.size(), added.size()});
     }
     void pop(std::size_t n) {
         std::size_t level = engine.level();
@@ -72,12 +85,33 @@ struct Solver::Impl {
                                         std::to_string(level));
         if (n == 0) return;
         engine.pop(n);
-        forget_translated(levels[levels.size() - n]);
+        const Level& back = levels[levels.size() - n];
+        forget_translated(back.translated);
+        names.resize(back.names);
+        added.erase(added.begin() + static_cast<std::ptrdiff_t>(back.added), added.end());
+        objective_serials.resize(engine.objective_count());
         levels.resize(levels.size() - n);
+    }
+    // Called by the engine while the problem still holds what the check asserted.
+    Engine::AnswerHook answer_hook() {
+        certificate_text.clear();
+        if (!certificates) return {};
+        return [this](const Decision& d) {
+            if (d.result != lra::Result::Unsat) return;
+            std::ostringstream out;
+            print_certificate(out, engine.problem(), d);
+            certificate_text = out.str();
+        };
     }
     Result conclude(const Decision& d) {
         reason = d.reason_unknown;
-        if (d.result == lra::Result::Unsat) return Result::Unsat;
+        unsat_valid = d.result == lra::Result::Unsat;
+        if (d.result == lra::Result::Unsat) {
+            core_names.clear();
+            for (std::int32_t n : engine.core())
+                core_names.push_back(names[static_cast<std::size_t>(n)]);
+            return Result::Unsat;
+        }
         if (d.result == lra::Result::Unknown) return Result::Unknown;
         model_valid = true;
         return Result::Sat;
@@ -94,19 +128,35 @@ struct Solver::Impl {
     template <class F>
     auto question(F&& ask);
 
+    void invalidate_answers() { model_valid = core_valid = unsat_valid = false; }
+    Objective add_objective(const Term& t, bool maximize);
+
+    struct Level {
+        std::size_t translated, names, added;
+    };
+
     std::uint64_t id;
     util::Stop stop;  // before the engine, which points to it
     std::chrono::milliseconds time_limit{0};
     std::uint64_t conflict_limit = 0;
+    bool certificates = false;
     std::string reason;  // of the last Unknown answer
     Engine engine;
     std::vector<int> booleans;  // problem variables, by number − 1
     bool model_valid = false;
     bool core_valid = false;
+    bool unsat_valid = false;  // the last check answered Unsat, nothing changed since
     std::vector<Formula> core;
+    std::vector<std::string> core_names;
+    std::string certificate_text;  // of the last Unsat answer, with certificates on
     std::unordered_map<const Node*, std::uint32_t> memo;
     std::vector<NodePtr> translated;  // the memo's nodes in the order met
-    std::vector<std::size_t> levels;  // translated.size() at each push
+    std::vector<Level> levels;
+    std::vector<std::string> names;   // of the tracked assertions, by the engine's name number
+    std::vector<AddedFormula> added;  // every add(), for to_smt2()
+    std::vector<int> declared;        // the variables real(), integer(), boolean() made
+    std::vector<std::uint64_t> objective_serials;  // of the engine's objectives, in order
+    std::uint64_t next_objective = 1;
     LinearExpr scratch;
 };
 
@@ -234,15 +284,22 @@ Solver::Solver(Solver&&) noexcept = default;
 Solver& Solver::operator=(Solver&&) noexcept = default;
 
 Term Solver::real(std::string_view name) {
-    return Access::variable(impl_->id, impl_->engine.problem().variables.add(name, Sort::Real, {}));
+    make_room(impl_->declared);
+    impl_->declared.push_back(impl_->engine.problem().variables.add(name, Sort::Real, {}));
+    return Access::variable(impl_->id, impl_->declared.back());
 }
 
 Term Solver::integer(std::string_view name) {
-    return Access::variable(impl_->id, impl_->engine.problem().variables.add(name, Sort::Int, {}));
+    make_room(impl_->declared);
+    impl_->declared.push_back(impl_->engine.problem().variables.add(name, Sort::Int, {}));
+    return Access::variable(impl_->id, impl_->declared.back());
 }
 
 Formula Solver::boolean(std::string_view name) {
+    make_room(impl_->declared);
+    make_room(impl_->booleans);
     impl_->booleans.push_back(impl_->engine.problem().variables.add(name, Sort::Bool, {}));
+    impl_->declared.push_back(impl_->booleans.back());
     auto node = std::make_shared<Node>();
     node->kind = Node::Kind::Boolean;
     node->boolean = static_cast<int>(impl_->booleans.size());
@@ -253,21 +310,35 @@ Formula Solver::boolean(std::string_view name) {
 void Solver::add(const Formula& f) {
     Impl& s = *impl_;
     s.check_owner(Access::node(f)->owner);
-    s.model_valid = s.core_valid = false;
+    s.invalidate_answers();
+    make_room(s.added);
     (void)s.engine.assert_formula(s.translate(Access::node(f)));
+    s.added.push_back({f, {}, false});
+}
+
+void Solver::add(const Formula& f, std::string_view name) {
+    Impl& s = *impl_;
+    s.check_owner(Access::node(f)->owner);
+    s.invalidate_answers();
+    make_room(s.names);
+    make_room(s.added);
+    std::uint32_t ref = s.translate(Access::node(f));
+    s.engine.assume_named(ref, static_cast<std::int32_t>(s.names.size()));
+    s.names.emplace_back(name);
+    s.added.push_back({f, std::string(name), true});
 }
 
 Result Solver::check() {
     Impl& s = *impl_;
-    s.model_valid = s.core_valid = false;
-    return s.conclude(s.engine.check());
+    s.invalidate_answers();
+    return s.conclude(s.engine.check({}, s.answer_hook()));
 }
 
 Result Solver::check(std::span<const Formula> assumptions) {
     Impl& s = *impl_;
     for (const Formula& f : assumptions)
         s.check_owner(Access::node(f)->owner);
-    s.model_valid = s.core_valid = false;
+    s.invalidate_answers();
     s.core.clear();
     // The assumptions' translations live on a level of their own.
     std::size_t base = s.engine.level();
@@ -276,7 +347,7 @@ Result Solver::check(std::span<const Formula> assumptions) {
         std::vector<FormulaRef> assumed;
         for (const Formula& f : assumptions)
             assumed.push_back(s.translate(Access::node(f)));
-        Result r = s.conclude(s.engine.check(assumed));
+        Result r = s.conclude(s.engine.check(assumed, s.answer_hook()));
         if (r == Result::Unsat) {
             for (std::uint32_t i : s.engine.assumed_core())
                 s.core.push_back(assumptions[i]);
@@ -287,7 +358,7 @@ Result Solver::check(std::span<const Formula> assumptions) {
     } catch (const std::bad_alloc&) {
         // Translating the assumptions is part of the check: its memout is an answer too.
         s.pop(s.engine.level() - base);
-        s.model_valid = s.core_valid = false;
+        s.invalidate_answers();
         s.core.clear();
         s.reason = util::to_string(util::StopReason::Memout);
         return Result::Unknown;
@@ -298,14 +369,14 @@ Result Solver::check(std::span<const Formula> assumptions) {
 }
 
 void Solver::push(unsigned levels) {
-    impl_->model_valid = impl_->core_valid = false;
+    impl_->invalidate_answers();
     for (unsigned i = 0; i < levels; ++i)
         impl_->push();
 }
 
 void Solver::pop(unsigned levels) {
     impl_->pop(levels);
-    impl_->model_valid = impl_->core_valid = false;
+    impl_->invalidate_answers();
 }
 
 unsigned Solver::level() const {
@@ -371,6 +442,82 @@ std::vector<Formula> Solver::unsat_core() const {
             "under assumptions that answered unsat, with nothing added, pushed or "
             "popped since");
     return impl_->core;
+}
+
+std::vector<std::string> Solver::unsat_core_names() const {
+    if (!impl_->unsat_valid)
+        throw UsageError(
+            "no unsat core: unsat_core_names() needs the last check to have answered unsat, "
+            "with nothing added, pushed or popped since");
+    return impl_->core_names;
+}
+
+Objective Solver::Impl::add_objective(const Term& t, bool maximize) {
+    check_owner(Access::owner(t));
+    if (!Access::ites(t).empty())
+        throw UsageError("an objective with ite terms is not optimized yet: name the ite first");
+    invalidate_answers();
+    make_room(objective_serials);
+    scratch.clear();
+    for (const auto& p : Access::parts(t))
+        scratch.add_entry(p.var, p.coeff);
+    engine.add_objective(scratch, maximize);
+    Objective o;
+    o.owner_ = id;
+    o.serial_ = next_objective++;
+    o.index_ = objective_serials.size();
+    objective_serials.push_back(o.serial_);
+    return o;
+}
+
+Objective Solver::minimize(const Term& t) {
+    return impl_->add_objective(t, false);
+}
+
+Objective Solver::maximize(const Term& t) {
+    return impl_->add_objective(t, true);
+}
+
+std::optional<QNumber> Solver::value(const Objective& o) const {
+    const Impl& s = *impl_;
+    s.check_owner(o.owner_);
+    if (o.owner_ == 0 || o.index_ >= s.objective_serials.size() ||
+        s.objective_serials[o.index_] != o.serial_)
+        throw UsageError("the objective was popped, or is no objective of this solver");
+    s.require_model();
+    const std::vector<ObjectiveValue>& values = s.engine.objective_values();
+    if (!s.engine.objectives_unknown().empty())
+        throw UsageError("the objectives were not optimized: " + s.engine.objectives_unknown());
+    if (o.index_ >= values.size())
+        throw UsageError("the objective was not optimized: one before it is unbounded");
+    if (values[o.index_].unbounded) return std::nullopt;
+    return values[o.index_].optimum;
+}
+
+std::string_view Solver::objectives_unknown() const {
+    return impl_->engine.objectives_unknown();
+}
+
+std::vector<Statistic> Solver::statistics() const {
+    return smt::statistics(impl_->engine.stats());
+}
+
+void Solver::set_certificates(bool on) {
+    impl_->certificates = on;
+    impl_->engine.set_limits(impl_->options());
+}
+
+std::string Solver::certificate() const {
+    if (!impl_->unsat_valid || impl_->certificate_text.empty())
+        throw UsageError(
+            "no certificate: certificate() needs the last check to have answered unsat with "
+            "certificates on (set_certificates), nothing added, pushed or popped since");
+    return impl_->certificate_text;
+}
+
+std::string Solver::to_smt2() const {
+    const Impl& s = *impl_;
+    return write_smt2_script(s.engine.problem().variables, s.declared, s.booleans, s.added);
 }
 
 }  // namespace vorn::smt

@@ -37,6 +37,10 @@ void print_ray_certificate(std::ostream& out, const Problem& problem, std::uint3
 // variables the atoms use, the atom definitions, the assumptions, one line per proof step, ")".
 void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof);
 
+// The certificate of an Unsat decision over `problem` (as it stood when the check answered): its
+// clause proof when the Boolean search answered, its proof tree otherwise.
+void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat);
+
 // Empty when the clause proof refutes its input clauses under its assumptions: every lemma's
 // Farkas combination is a contradiction, every learned clause follows by unit propagation from
 // the steps before it, and the last step is a clause of negated assumptions. Otherwise what

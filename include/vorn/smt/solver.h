@@ -23,19 +23,27 @@
 // Misuse (a value without a Sat answer just before, a core without an Unsat answer under
 // assumptions, a term of another solver) throws UsageError; popping more levels than were pushed
 // throws std::invalid_argument and changes nothing.
+//
+// Beyond deciding: tracked assertions (add with a name) and the names of an Unsat answer's core,
+// objectives optimized lexicographically at every Sat check (minimize, maximize), counters
+// (statistics), the certificate of an Unsat answer as `vorn check --certificate` prints it, and
+// the assertions as an SMT-LIB script (to_smt2).
 
 #include <chrono>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "vorn/numbers/qnumber.h"
+#include "vorn/smt/statistics.h"
 #include "vorn/util/result.h"
 
 namespace vorn::smt {
@@ -150,6 +158,19 @@ Formula implies(const Formula& a, const Formula& b);
 // simply one of the two terms.
 Term ite(const Formula& condition, const Term& then, const Term& otherwise);
 
+// A handle on an objective of Solver::minimize() or maximize(); valid until the level it was
+// added on is popped. Copies are cheap.
+class Objective {
+  public:
+    Objective() = default;  // refers to no objective
+
+  private:
+    friend class Solver;
+    std::uint64_t owner_ = 0;
+    std::uint64_t serial_ = 0;  // unique within its solver, so that a popped handle is told apart
+    std::size_t index_ = 0;     // its place in the lexicographic order
+};
+
 class Solver {
   public:
     Solver();
@@ -197,6 +218,51 @@ class Solver {
     // "integer branch limit" (the integer search's node budget), or what lies outside the
     // decided fragment. Empty after Sat and Unsat.
     std::string_view reason_unknown() const;
+
+    // ---- tracked assertions
+    // Asserts `f` under `name` (any text; names may repeat): after an Unsat answer,
+    // unsat_core_names() lists the tracked assertions its refutation needs. Popped with its level
+    // as add() is. Cost: at every check `f` is assumed, a walk of its top conjunction.
+    void add(const Formula& f, std::string_view name);
+    // After an Unsat answer of check() or check(assumptions), nothing added, pushed or popped
+    // since: the names of the tracked assertions the refutation uses, in the order they were
+    // added (empty when it needs none). UsageError otherwise.
+    std::vector<std::string> unsat_core_names() const;
+
+    // ---- objectives
+    // Optimized at every Sat check from now on until the level is popped, lexicographically in
+    // the order added: each one with those before it held at their optima. The model of a Sat
+    // answer is then an optimal one. What the optimization does not cover yet (Boolean structure,
+    // Int variables, tracked assertions) leaves the answer Sat and the objectives not optimized:
+    // objectives_unknown() says why. A term with ite summands is refused (UsageError). Cost: one
+    // exact optimization per objective and check.
+    Objective minimize(const Term& t);
+    Objective maximize(const Term& t);
+    // After a Sat check, nothing added, pushed or popped since: the exact optimum of `o`, or
+    // std::nullopt when it is unbounded (decreases, when minimized, or increases without end;
+    // the objectives after it are then not optimized). UsageError without a Sat answer, for an
+    // objective popped or of another solver, and for one not optimized (the message says why).
+    std::optional<QNumber> value(const Objective& o) const;
+    // After a Sat check with objectives: why they were not optimized; empty when they were.
+    std::string_view objectives_unknown() const;
+
+    // ---- reports
+    // The counters of this solver's checks so far (statistics.h); linear in their number.
+    std::vector<Statistic> statistics() const;
+    // Keep what certificate() needs from the next check on (off by default): on problems with
+    // Boolean structure a clause proof, which costs memory for every clause the search learns.
+    // Switching it on or off for a Boolean problem restarts its search from its clauses.
+    void set_certificates(bool on);
+    // After an Unsat answer (nothing added, pushed or popped since) of a check made with
+    // certificates on: the certificate exactly as `vorn check --certificate` prints it after
+    // "unsat" (docs/certificates.md). UsageError otherwise. It is printed when the check
+    // answers, so the check costs its size.
+    std::string certificate() const;
+    // The assertions of every active level as an SMT-LIB script that `vorn check` reads back: a
+    // declaration per variable (a repeated name gets a suffix "!k"), a define-fun per subformula
+    // or ite term that is shared, an assert per add() (a tracked one named with :named),
+    // check-sat. Linear in the size of the formulas' DAG.
+    std::string to_smt2() const;
 
   private:
     struct Impl;

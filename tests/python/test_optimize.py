@@ -1,0 +1,58 @@
+# Optimization: exact lexicographic optima against enumeration over small boxes, unbounded and
+# popped objectives.
+import itertools
+import random
+from fractions import Fraction
+
+import pytest
+
+import vorn
+
+
+@pytest.mark.parametrize("seed", range(40))
+def test_integral_vertices_against_enumeration(seed):
+    # Constraints a·x + b·y <= c with |a|, |b| <= 1 over the box [-4, 4]²: every vertex lies
+    # on the grid of halves, so the lexicographic optimum is the best point of that grid.
+    rng = random.Random(seed)
+    x, y = vorn.Reals("x y")
+    rows = [(rng.randint(-1, 1), rng.randint(-1, 1), rng.randint(-3, 3)) for _ in range(4)]
+    goals = [((rng.randint(-2, 2), rng.randint(-2, 2)), rng.random() < 0.5) for _ in range(2)]
+    halves = [Fraction(i, 2) for i in range(-8, 9)]
+    points = [p for p in itertools.product(halves, repeat=2)
+              if all(a * p[0] + b * p[1] <= c for a, b, c in rows)]
+    o = vorn.Optimize()
+    o.add(x >= -4, x <= 4, y >= -4, y <= 4, [a * x + b * y <= c for a, b, c in rows])
+    handles = [(o.maximize if up else o.minimize)(g[0] * x + g[1] * y) for g, up in goals]
+    assert o.check() == (vorn.sat if points else vorn.unsat), "seed %d" % seed
+    if not points:
+        return
+    key = [lambda p, g=g, up=up: -(g[0] * p[0] + g[1] * p[1]) if up else g[0] * p[0] + g[1] * p[1]
+           for g, up in goals]
+    best = min(points, key=lambda p: (key[0](p), key[1](p)))
+    m = o.model()
+    for h, (g, _) in zip(handles, goals):
+        expected = g[0] * best[0] + g[1] * best[1]
+        assert h.value() == expected, "seed %d" % seed
+        assert type(h.value()) is (int if g == (0, 0) else Fraction)  # a constant is an Int
+        assert m[g[0] * x + g[1] * y] == expected
+
+
+def test_fractional_unbounded_and_popped():
+    x, y, z = vorn.Reals("x y z")
+    o = vorn.Optimize()
+    o.add(3 * x + y <= 1, x - y >= 0)
+    top = o.maximize(x + y)
+    assert o.check() == vorn.sat and top.value() == Fraction(1, 2)
+    o.push()
+    up = o.maximize(z)
+    after = o.minimize(x)
+    assert o.check() == vorn.sat
+    assert up.value() is vorn.oo and vorn.oo > 10 ** 100
+    with pytest.raises(vorn.UsageError):
+        after.value()  # not optimized after an unbounded one
+    o.pop()
+    assert o.check() == vorn.sat and top.value() == Fraction(1, 2)
+    with pytest.raises(vorn.UsageError):
+        up.value()  # popped
+    down = o.minimize(y)
+    assert o.check() == vorn.sat and down.value() == Fraction(1, 4)
