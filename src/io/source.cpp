@@ -104,6 +104,8 @@ SourceText SourceText::read(const std::string& path) {
     if (S_ISREG(info.st_mode) && expected >= kMapFrom && compression == Compression::None) {
         void* at = ::mmap(nullptr, expected, PROT_READ, MAP_PRIVATE, in.fd, 0);
         if (at != MAP_FAILED) {
+            // Read front to back: the pages behind the reader need not stay mapped.
+            ::madvise(at, expected, MADV_SEQUENTIAL);
             source.storage_->mapped = at;
             source.storage_->mapped_size = expected;
             source.text = std::string_view(static_cast<const char*>(at), expected);
