@@ -197,7 +197,7 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
                 break;
             }
         }
-        propagate_rows(a.term.var, implied);
+        propagate_rows(a.term.var, b.upper, implied);
     }
     for (sat::Lit l : implied)
         implied_now_[l.var()] = 0;

@@ -130,9 +130,10 @@ class ArithTheory : public LinearTheory {
                         const std::vector<QNumber>& multipliers) const;
     // row_propagation.cpp
     void index_slack(int slack);
-    void propagate_rows(int var, std::vector<sat::Lit>& implied);
+    void propagate_rows(int var, bool upper, std::vector<sat::Lit>& implied);
     // The bound on `slack` that its term's current bounds give on one side; false when some
-    // entry lacks the bound it needs. Fills row_lits_ and row_multipliers_.
+    // entry lacks the bound it needs. Fills row_lits_ and, with a proof recorded,
+    // row_multipliers_.
     bool implied_bound(int slack, bool upper, lra::DeltaRational& bound);
 
     const Problem& problem_;
