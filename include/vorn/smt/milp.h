@@ -1,0 +1,43 @@
+#pragma once
+
+// Exact mixed-integer optimization: the least (or greatest) value of a term over a conjunction of
+// atoms whose Int variables take integer values. smt::optimize calls it when an atom or the
+// objective mentions an Int variable; answers and certificates are those of optimize.h.
+//
+// LP-based branch and bound over one lra::Simplex that holds the atoms as bounds, those over Int
+// variables only rounded (integer_bounds.h, the rule the certificate checkers apply). A node is
+// the atoms plus the branch bounds on its path (x ≤ b | x ≥ b + 1); visiting one pops the simplex
+// to the atoms and asserts the path, so its relaxation starts from the basis and assignment of
+// the node before (the root's from the floating-point basis, when there is one). Once an
+// incumbent exists, "objective < incumbent" (">" when maximizing; rounded when the objective is
+// integral, e.g. ≤ incumbent − 1 for integer coefficients) is asserted at every node: a node that
+// cannot beat the incumbent is then infeasible, and its Farkas conflict is the leaf's proof.
+//
+// Node selection: a dive (the child the fractional value rounds to) while no incumbent exists
+// and while the child's bound is no worse than the best open one; otherwise the open node of
+// the best bound (the parent's relaxation optimum), the deeper one on ties. Branching: the
+// pseudo-cost product once both directions of a variable have been measured, its fractionality
+// before.
+//
+// The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
+// "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
+// final one, whose bound is tighter. An integral node's own leaf is its relaxation with the new
+// incumbent's bound asserted: infeasible, as the relaxation's optimum is the incumbent.
+//
+// Costs: per node one check and one minimize of the simplex, plus re-asserting the path (its
+// depth in bounds); memory: one proof node and one search record per node.
+
+#include <cstdint>
+
+#include "vorn/smt/decision.h"
+#include "vorn/smt/optimize.h"
+#include "vorn/smt/problem.h"
+
+namespace vorn::smt {
+
+// The atoms must be bounds (no disequality, no Boolean structure); `options.stop` must be set
+// (optimize() sets it). A stop answers Unknown with the incumbent and the proven bound.
+Optimization optimize_integer(const Problem& problem, std::uint32_t objective, bool maximize,
+                              const DecideOptions& options);
+
+}  // namespace vorn::smt
