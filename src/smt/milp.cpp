@@ -32,6 +32,18 @@ struct PseudoCost {
     double average(int side) const { return sum[side] / count[side]; }
 };
 
+QNumber denominator(const QNumber& q) {
+    mpq_t x, d;
+    mpq_init(x);
+    mpq_init(d);
+    q.get_mpq(x);
+    mpq_set_z(d, mpq_denref(x));
+    QNumber out(d);
+    mpq_clear(x);
+    mpq_clear(d);
+    return out;
+}
+
 // Branching scores only: rounding does not matter.
 double to_double(const QNumber& q) {
     mpq_t x;
@@ -73,7 +85,7 @@ class MilpSearch {
             return depth < o.depth;
         }
     };
-    enum class Outcome { Closed, Branched, Stopped, Failed };
+    enum class Outcome { Closed, Branched, Stopped, Failed, Unbounded };
 
     int simplex_var(int v) {
         return map_simplex_var(simplex_, v, var_of_, nullptr, [](int) {});
@@ -105,6 +117,7 @@ class MilpSearch {
     std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
                          const QNumber& value, const QNumber& distance);
     Optimization answer_by_decision();
+    Optimization answer_unbounded();
     Optimization finish(Outcome last);
 
     const Problem& p_;
@@ -127,9 +140,11 @@ class MilpSearch {
     std::vector<std::size_t> path_;  // of the node visited, root first
     std::vector<PseudoCost> pseudo_;
     std::size_t preferred_child_ = kNone;  // of the last Branched visit
-    QNumber last_value_;                   // of the last Branched visit, minimizing
+    QNumber last_value_;                   // the last relaxation optimum, minimizing
 
     bool has_incumbent_ = false;
+    bool incumbent_approached_ = false;  // an infimum (supremum) of strict bounds, not attained
+    bool approached_here_ = false;       // the node visited: its optimum is not attained
     QNumber incumbent_;
     std::vector<QNumber> incumbent_model_;
     std::string failure_;
@@ -192,7 +207,8 @@ bool MilpSearch::assert_path(std::size_t node) {
 }
 
 lra::Asserted MilpSearch::assert_cutoff() {
-    Relation better = maximize_ ? Relation::Gt : Relation::Lt;
+    Relation better = incumbent_approached_ ? (maximize_ ? Relation::Ge : Relation::Le)
+                                            : (maximize_ ? Relation::Gt : Relation::Lt);
     return rounding_.assert_term(*objective_var_, better, incumbent_ - objective_constant_,
                                  cutoff_reason_);
 }
@@ -217,11 +233,15 @@ MilpSearch::Outcome MilpSearch::accept_incumbent(std::size_t node) {
     incumbent_model_.assign(static_cast<std::size_t>(p_.variables.size()) + 1, QNumber());
     for (std::size_t v = 1; v < var_of_.size(); ++v)
         if (var_of_[v] != 0) incumbent_model_[v] = simplex_.value(var_of_[v]);
-    incumbent_ = evaluate(p_.term(objective_), incumbent_model_);
+    // Strict bounds keep the relaxation's optimum δ away: the incumbent is then its infimum
+    // (supremum), which only reaching it exactly beats.
+    incumbent_approached_ = approached_here_;
+    incumbent_ = incumbent_approached_ ? minimizing(last_value_)
+                                       : evaluate(p_.term(objective_), incumbent_model_);
     has_incumbent_ = true;
     lra::Asserted done = assert_cutoff();
     if (done == lra::Asserted::Ok && simplex_.check() != lra::Result::Unsat) {
-        failure_ = "the optimum is approached but not attained (strict bounds)";
+        failure_ = "the incumbent's bound does not close its node";
         return Outcome::Failed;
     }
     close_with_conflict(node);
@@ -315,6 +335,7 @@ MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
 // "objective < incumbent", rounded when integral, excludes it.
 bool MilpSearch::cannot_beat_incumbent(const QNumber& value) const {
     if (!has_incumbent_) return false;
+    if (incumbent_approached_) return minimizing(incumbent_) < value;
     if (!(value < minimizing(incumbent_))) return true;
     if (!integral_objective_) return false;
     // The objective's values lie on a lattice of spacing `objective_step_`.
@@ -366,15 +387,14 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
     bool least = maximize_ == (objective_var_->scale.sign() < 0);
     lra::Optimum best = simplex_.minimize(objective_var_->var, !least);
     if (best.kind == lra::Optimum::Kind::Stopped) return Outcome::Stopped;
-    if (best.kind == lra::Optimum::Kind::Unbounded) {
-        failure_ = "the relaxation is unbounded";
-        return Outcome::Failed;
-    }
+    if (best.kind == lra::Optimum::Kind::Unbounded) return Outcome::Unbounded;
     if (simplex_.check() != lra::Result::Sat) {
         failure_ = "the optimal vertex does not check";
         return Outcome::Failed;
     }
     QNumber value = minimizing(best.value.real() * objective_var_->scale + objective_constant_);
+    approached_here_ = !best.value.delta().is_zero();
+    last_value_ = value;
     learn_pseudo_cost(nodes_[node], value);
     return branch(node, value);
 }
@@ -433,6 +453,37 @@ std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps) {
     return out;
 }
 
+// Some relaxation is unbounded, so the root's is, along a rational ray. With rational data the
+// integer points have the same recession cone (Meyer): the problem is unbounded as soon as it has
+// an integer point, and that point plus any multiple of the ray scaled to integers on the Int
+// variables stays integral and feasible.
+Optimization MilpSearch::answer_unbounded() {
+    Optimization out = answer_by_decision();
+    if (out.kind != Optimization::Kind::Optimal) return out;
+    Problem relaxed(p_.variables.syntax());
+    copy_atoms(p_, relaxed, true);
+    LinearExpr e;
+    for (const Entry& x : p_.term(objective_))
+        e.add_entry(x.var, x.coeff);
+    std::uint32_t objective = relaxed.add_term(e);
+    Optimization ray = optimize(relaxed, objective, maximize_, options_);
+    if (ray.kind != Optimization::Kind::Unbounded) {
+        out = Optimization();
+        out.reason_unknown = "the relaxation is unbounded, but no ray was found";
+        return out;
+    }
+    QNumber scale(1);
+    for (std::size_t v = 1; v < ray.ray.size(); ++v)
+        if (is_int(static_cast<int>(v)) && !(ray.ray[v] * scale).is_integer())
+            scale *= denominator(ray.ray[v] * scale);
+    out.kind = Optimization::Kind::Unbounded;
+    out.ray = std::move(ray.ray);
+    for (QNumber& r : out.ray)
+        r *= scale;
+    out.proof.clear();  // the model and the ray are the certificate
+    return out;
+}
+
 Optimization MilpSearch::finish(Outcome last) {
     Optimization out;
     out.stats.simplex = simplex_.stats();
@@ -442,8 +493,8 @@ Optimization MilpSearch::finish(Outcome last) {
                              : options_.stop->reason() != util::StopReason::None
                                  ? std::string(util::to_string(options_.stop->reason()))
                                  : std::string("stopped");
-        out.incumbent = has_incumbent_;
-        if (has_incumbent_) {
+        out.incumbent = has_incumbent_ && !incumbent_approached_;
+        if (out.incumbent) {
             out.optimum = incumbent_;
             out.model = incumbent_model_;
         }
@@ -460,6 +511,14 @@ Optimization MilpSearch::finish(Outcome last) {
     out.proof = reachable_tree(steps_);
     if (!has_incumbent_) {
         out.kind = Optimization::Kind::Infeasible;
+        return out;
+    }
+    if (incumbent_approached_) {
+        out.proof.clear();
+        out.reason_unknown = "the optimum is approached but not attained (strict bounds)";
+        out.approached = true;
+        out.optimum = incumbent_;
+        out.model = std::move(incumbent_model_);
         return out;
     }
     out.kind = Optimization::Kind::Optimal;
@@ -502,6 +561,7 @@ Optimization MilpSearch::run() {
         if (below_closed_node(node)) continue;
         if (cannot_beat_incumbent(nodes_[node].parent_value) && close_by_bound(node)) continue;
         Outcome o = options_.stop->requested() ? Outcome::Stopped : visit(node);
+        if (o == Outcome::Unbounded) return answer_unbounded();
         if (o == Outcome::Stopped || o == Outcome::Failed) {
             if (o == Outcome::Stopped) {
                 root_open_ = node == 0;

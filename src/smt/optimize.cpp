@@ -246,6 +246,8 @@ Optimization Optimizer::run() {
     }
     if (!best.value.delta().is_zero()) {
         out.reason_unknown = "the optimum is approached but not attained (strict bounds)";
+        out.approached = true;
+        out.optimum = best.value.real() * t->scale + constant;
         return out;
     }
     out.kind = Optimization::Kind::Optimal;

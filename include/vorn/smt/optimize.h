@@ -39,6 +39,9 @@ struct Optimization {
     // `model`) when `incumbent`, and the proven bound: no solution is better than `bound`.
     bool incumbent = false;
     std::optional<QNumber> bound;
+    // Unknown, strict bounds: `optimum` is the infimum (supremum when maximizing), approached by
+    // the model but not attained.
+    bool approached = false;
     // The floating-point start (DecideOptions::float_start): whether its basis was exactly
     // optimal as it stood, and otherwise why not (the exact simplex then went on from it).
     bool float_basis_optimal = false;
