@@ -1,6 +1,7 @@
 #include "vorn/smt/milp.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <queue>
 
@@ -112,6 +113,12 @@ class MilpSearch {
     void close_with_conflict(std::size_t node);
     Outcome accept_incumbent(std::size_t node);
     Outcome branch(std::size_t node, const QNumber& value);
+    struct Fractional {
+        int var;  // problem variable
+        lra::DeltaRational value;
+    };
+    void collect_fractional();
+    void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;
     void learn_pseudo_cost(const Node& n, const QNumber& value);
     std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
@@ -139,6 +146,7 @@ class MilpSearch {
     std::priority_queue<Open> open_;
     std::vector<std::size_t> path_;  // of the node visited, root first
     std::vector<PseudoCost> pseudo_;
+    std::vector<Fractional> fractional_;   // at the node being branched
     std::size_t preferred_child_ = kNone;  // of the last Branched visit
     QNumber last_value_;                   // the last relaxation optimum, minimizing
 
@@ -259,6 +267,69 @@ void MilpSearch::learn_pseudo_cost(const Node& n, const QNumber& value) {
 // The fractional Int variable to branch on (0: none) and its value. Pseudo-cost product where
 // both directions are measured (the averages over all variables stand in for a side not yet
 // measured), fractionality while nothing is.
+void MilpSearch::collect_fractional() {
+    fractional_.clear();
+    for (std::size_t v = 1; v < var_of_.size(); ++v) {
+        if (var_of_[v] == 0 || !is_int(static_cast<int>(v))) continue;
+        const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
+        if (!lra::is_integral(x)) fractional_.push_back({static_cast<int>(v), x});
+    }
+}
+
+// Strong branching where pseudo-costs know nothing yet (the start of reliability branching):
+// each side of the most fractional unmeasured candidates solved under a push, its gain learned.
+// A side found infeasible counts as a very large gain, so that the variable is branched on and
+// that child closes at once.
+void MilpSearch::measure_by_strong_branching(const QNumber& value) {
+    constexpr std::size_t kCandidates = 8;
+    constexpr double kInfeasibleGain = 1e12;
+    std::vector<const Fractional*> order;
+    for (const Fractional& c : fractional_) {
+        const PseudoCost& pc = pseudo_[static_cast<std::size_t>(c.var)];
+        if (!pc.known(0) || !pc.known(1)) order.push_back(&c);
+    }
+    auto distance_to_half = [](const Fractional* c) {
+        return std::abs(to_double(c->value.real() - lra::floor_of(c->value)) - 0.5);
+    };
+    std::sort(order.begin(), order.end(), [&](const Fractional* a, const Fractional* b) {
+        return distance_to_half(a) < distance_to_half(b);
+    });
+    if (order.size() > kCandidates) order.resize(kCandidates);
+    bool least = maximize_ == (objective_var_->scale.sign() < 0);
+    for (const Fractional* c : order) {
+        QNumber below = lra::floor_of(c->value);
+        int s = var_of_[static_cast<std::size_t>(c->var)];
+        PseudoCost& pc = pseudo_[static_cast<std::size_t>(c->var)];
+        for (int side = 0; side < 2; ++side) {
+            if (pc.known(side)) continue;
+            QNumber distance =
+                side == 1 ? below + QNumber(1) - c->value.real() : c->value.real() - below;
+            simplex_.push();
+            lra::Asserted done = side == 1 ? simplex_.assert_lower(s, below + QNumber(1), false, 0)
+                                           : simplex_.assert_upper(s, below, false, 0);
+            lra::Result r = done == lra::Asserted::Ok ? simplex_.check() : lra::Result::Unsat;
+            double gain = kInfeasibleGain;
+            if (r == lra::Result::Sat) {
+                lra::Optimum o = simplex_.minimize(objective_var_->var, !least);
+                if (o.kind == lra::Optimum::Kind::Optimal)
+                    gain = to_double(
+                        (minimizing(o.value.real() * objective_var_->scale + objective_constant_) -
+                         value) /
+                        distance);
+                else
+                    r = lra::Result::Unknown;
+            }
+            simplex_.pop();
+            if (r == lra::Result::Unknown) return;  // stopped, or unbounded: measure no more
+            pc.sum[side] += gain;
+            ++pc.count[side];
+        }
+    }
+}
+
+// The fractional Int variable to branch on (0: none) and its value. Pseudo-cost product where
+// both directions are measured (the averages over all variables stand in for a side not yet
+// measured), fractionality while nothing is.
 int MilpSearch::choose_branch_variable(QNumber& value) const {
     double known_sum[2] = {0, 0};
     std::uint32_t known_count[2] = {0, 0};
@@ -273,26 +344,24 @@ int MilpSearch::choose_branch_variable(QNumber& value) const {
         return known_count[side] > 0 ? known_sum[side] / known_count[side] : 1.0;
     };
     bool measured = known_count[0] > 0 && known_count[1] > 0;
-    int best = 0;
+    const Fractional* best = nullptr;
     double best_score = -1;
-    for (std::size_t v = 1; v < var_of_.size(); ++v) {
-        if (var_of_[v] == 0 || !is_int(static_cast<int>(v))) continue;
-        const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
-        if (lra::is_integral(x)) continue;
-        double f = to_double(x.real() - lra::floor_of(x));
+    for (const Fractional& c : fractional_) {
+        double f = to_double(c.value.real() - lra::floor_of(c.value));
         double down = std::max(f, 1e-6), up = std::max(1 - f, 1e-6);
         double score = std::min(down, up);
         if (measured) {
-            const PseudoCost& pc = pseudo_[v];
+            const PseudoCost& pc = pseudo_[static_cast<std::size_t>(c.var)];
             score = std::max(down * mean(pc, 0), 1e-6) * std::max(up * mean(pc, 1), 1e-6);
         }
         if (score > best_score) {
             best_score = score;
-            best = static_cast<int>(v);
+            best = &c;
         }
     }
-    if (best != 0) value = simplex_.delta_value(var_of_[static_cast<std::size_t>(best)]).real();
-    return best;
+    if (best == nullptr) return 0;
+    value = best->value.real();
+    return best->var;
 }
 
 std::size_t MilpSearch::add_node(std::size_t parent, int var, const QNumber& below, bool high,
@@ -311,10 +380,14 @@ std::size_t MilpSearch::add_node(std::size_t parent, int var, const QNumber& bel
 }
 
 MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
+    collect_fractional();
+    if (fractional_.empty()) return accept_incumbent(node);
+    measure_by_strong_branching(value);
     QNumber x;
     int var = choose_branch_variable(x);
-    if (var == 0) return accept_incumbent(node);
-    QNumber below = lra::floor_of(simplex_.delta_value(var_of_[static_cast<std::size_t>(var)]));
+    QNumber below;
+    for (const Fractional& c : fractional_)
+        if (c.var == var) below = lra::floor_of(c.value);
     QNumber down = x - below, up = below + QNumber(1) - x;
     std::size_t low = add_node(node, var, below, false, value, down);
     std::size_t high = add_node(node, var, below, true, value, up);
