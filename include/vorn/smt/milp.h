@@ -38,7 +38,11 @@
 namespace vorn::smt {
 
 // The atoms must be bounds (no disequality, no Boolean structure); `options.stop` must be set
-// (optimize() sets it). A stop answers Unknown with the incumbent and the proven bound.
+// (optimize() sets it). A stop (time and memory limits, interrupts) answers Unknown with the
+// incumbent and the proven bound; bb_limit, the node budget of feasibility checks, does not
+// apply. A relaxation that is unbounded makes the answer Unbounded when the problem has an
+// integer point (its ray scaled to integers), Infeasible when it has none. Strict bounds on Real
+// variables that leave the optimum unattained answer Unknown with Optimization::approached.
 Optimization optimize_integer(const Problem& problem, std::uint32_t objective, bool maximize,
                               const DecideOptions& options);
 
