@@ -5,6 +5,7 @@
 #include "vorn/smt/optimize.h"
 
 #include "fixed_conjunction.h"
+#include "optimum_atoms.h"
 
 namespace vorn::smt {
 
@@ -82,11 +83,34 @@ void Engine::optimize_by_search() {
     model_evaluated_ = false;
 }
 
+namespace {
+
+// A bound on the objective from the atoms that must hold, the Boolean structure left out: no
+// model does better. Nothing when that relaxation is unbounded or undecided.
+std::optional<QNumber> relaxation_bound(const Problem& problem, const LinearExpr& objective,
+                                        bool maximize, const DecideOptions& options) {
+    Problem atoms(problem.variables.syntax());
+    copy_atoms(problem, atoms, false);
+    for (Atom& a : atoms.atoms)
+        if (a.relation == Relation::Ne || a.relation == Relation::Distinct) return std::nullopt;
+    Optimization answer = smt::optimize(atoms, atoms.add_term(objective), maximize, options);
+    if (answer.kind != Optimization::Kind::Optimal && !answer.approached) return std::nullopt;
+    return answer.optimum;
+}
+
+}  // namespace
+
 bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
     const Objective& o = objectives_[k];
     context_->push();
     std::optional<ObjectiveValue> best;
     LinearExpr bound;
+    // Binary steps between the relaxation's bound and the best value while they pay: a probe
+    // "objective at most halfway" on a level of its own; unsat raises the bound. Linear steps
+    // once probes keep failing, which also ends the search on the rationals.
+    std::optional<QNumber> lower = relaxation_bound(*problem_, o.expr, o.maximize, options_.decide);
+    int failed_probes = 0;
+    constexpr int kMaxFailedProbes = 6;
     while (true) {
         Problem conjunction(problem_->variables.syntax());
         std::string why;
@@ -127,9 +151,28 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
         Relation better = answer.approached ? (o.maximize ? Relation::Ge : Relation::Le)
                                             : (o.maximize ? Relation::Gt : Relation::Lt);
         problem_->atoms.push_back({better, problem_->add_term(bound), 1, {}});
-        Decision next = context_->check(assumptions_);
-        ++stats_->checks;
-        stats_->decide += next.stats;
+        Decision next;
+        while (true) {
+            bool probe = lower && failed_probes < kMaxFailedProbes && !answer.approached &&
+                         *lower != answer.optimum;
+            QNumber half = probe ? (*lower + answer.optimum) / QNumber(2) : QNumber();
+            if (probe) {
+                context_->push();
+                bound.clear();
+                bound.add(o.expr, QNumber(1));
+                bound.add_entry(0, -half);
+                problem_->atoms.push_back(
+                    {o.maximize ? Relation::Ge : Relation::Le, problem_->add_term(bound), 1, {}});
+            }
+            next = context_->check(assumptions_);
+            ++stats_->checks;
+            stats_->decide += next.stats;
+            if (probe) context_->pop(1);
+            if (!probe || next.result != lra::Result::Unsat) break;
+            // Nothing reaches halfway: the optimum lies beyond it.
+            lower = half;
+            ++failed_probes;
+        }
         if (next.result == lra::Result::Unsat) break;
         if (next.result != lra::Result::Sat) {
             objectives_unknown_ = next.reason_unknown;

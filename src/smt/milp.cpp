@@ -311,11 +311,12 @@ void MilpSearch::measure_by_strong_branching(const QNumber& value) {
             double gain = kInfeasibleGain;
             if (r == lra::Result::Sat) {
                 lra::Optimum o = simplex_.minimize(objective_var_->var, !least);
+                // A value δ from an integer moves by δ: the distance counts as tiny.
                 if (o.kind == lra::Optimum::Kind::Optimal)
-                    gain = to_double(
-                        (minimizing(o.value.real() * objective_var_->scale + objective_constant_) -
-                         value) /
-                        distance);
+                    gain = to_double(minimizing(o.value.real() * objective_var_->scale +
+                                                objective_constant_) -
+                                     value) /
+                           std::max(to_double(distance), 1e-6);
                 else
                     r = lra::Result::Unknown;
             }
