@@ -118,6 +118,7 @@ class MilpSearch {
         lra::DeltaRational value;
     };
     void collect_fractional();
+    void try_rounding(bool up);
     void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;
     void learn_pseudo_cost(const Node& n, const QNumber& value);
@@ -276,6 +277,46 @@ void MilpSearch::collect_fractional() {
     }
 }
 
+// A primal heuristic: every Int variable fixed at its relaxation value rounded (to the nearest
+// integer, or up), the Real ones left to a relaxation of their own under a push. Its optimum, when
+// integral and better, is an incumbent; the tree still proves nothing better exists, so no node
+// has to stand for it.
+void MilpSearch::try_rounding(bool up) {
+    std::vector<std::pair<int, QNumber>> fixed;
+    for (std::size_t v = 1; v < var_of_.size(); ++v) {
+        if (var_of_[v] == 0 || !is_int(static_cast<int>(v))) continue;
+        const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
+        QNumber r = lra::floor_of(x);
+        if (!lra::is_integral(x) && (up || (x.real() - r) * QNumber(2) >= QNumber(1)))
+            r += QNumber(1);
+        fixed.push_back({var_of_[v], std::move(r)});
+    }
+    simplex_.push();
+    bool ok = true;
+    for (const auto& [s, r] : fixed)
+        ok = ok && simplex_.assert_lower(s, r, false, 0) == lra::Asserted::Ok &&
+             simplex_.assert_upper(s, r, false, 0) == lra::Asserted::Ok;
+    bool least = maximize_ == (objective_var_->scale.sign() < 0);
+    if (ok && simplex_.check() == lra::Result::Sat) {
+        lra::Optimum o = simplex_.minimize(objective_var_->var, !least);
+        if (o.kind == lra::Optimum::Kind::Optimal && o.value.delta().is_zero() &&
+            simplex_.check() == lra::Result::Sat) {
+            std::vector<QNumber> model(static_cast<std::size_t>(p_.variables.size()) + 1);
+            for (std::size_t v = 1; v < var_of_.size(); ++v)
+                if (var_of_[v] != 0) model[v] = simplex_.value(var_of_[v]);
+            QNumber value = evaluate(p_.term(objective_), model);
+            if (!has_incumbent_ || incumbent_approached_ ||
+                minimizing(value) < minimizing(incumbent_)) {
+                has_incumbent_ = true;
+                incumbent_approached_ = false;
+                incumbent_ = std::move(value);
+                incumbent_model_ = std::move(model);
+            }
+        }
+    }
+    simplex_.pop();
+}
+
 // Strong branching where pseudo-costs know nothing yet (the start of reliability branching):
 // each side of the most fractional unmeasured candidates solved under a push, its gain learned.
 // A side found infeasible counts as a very large gain, so that the variable is branched on and
@@ -383,6 +424,11 @@ std::size_t MilpSearch::add_node(std::size_t parent, int var, const QNumber& bel
 MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
     collect_fractional();
     if (fractional_.empty()) return accept_incumbent(node);
+    // Rounding while there is no incumbent (the first thousand nodes), then now and then.
+    if ((!has_incumbent_ && visited_ <= 1000) || (visited_ & (visited_ - 1)) == 0) {
+        try_rounding(false);
+        try_rounding(true);
+    }
     measure_by_strong_branching(value);
     QNumber x;
     int var = choose_branch_variable(x);
