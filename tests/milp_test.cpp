@@ -11,6 +11,7 @@
 
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/optimize.h"
+#include "vorn/util/stop.h"
 
 using vorn::QNumber;
 using vorn::smt::check_optimization;
@@ -184,4 +185,21 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
     EXPECT_GT(kinds[1], 60);   // infeasible
     EXPECT_EQ(kinds[2], 0);    // boxed: never unbounded
     EXPECT_EQ(spoiled_rejected, kinds[0]);
+}
+
+// An interrupt before the root's relaxation is solved: unknown, with no incumbent and no bound
+// (nothing is proven), and the answer still passes the checker.
+TEST(Milp, InterruptedBeforeTheRootProvesNothing) {
+    std::vector<Row> rows = {{{2, 3}, Relation::Le, 7}, {{1, -1}, Relation::Ge, -2}};
+    std::uint32_t objective = 0;
+    Problem p = problem_of(rows, {1, 1}, 2, 2, objective);
+    vorn::util::Stop stop;
+    stop.interrupt();
+    vorn::smt::DecideOptions options;
+    options.stop = &stop;
+    Optimization answer = vorn::smt::optimize(p, objective, true, options);
+    EXPECT_EQ(answer.kind, Optimization::Kind::Unknown);
+    EXPECT_FALSE(answer.incumbent);
+    EXPECT_FALSE(answer.bound.has_value());
+    EXPECT_EQ(check_optimization(p, objective, true, answer), "");
 }
