@@ -1,37 +1,23 @@
 #include "vorn/smt/milp.h"
 
 #include <algorithm>
-#include <cmath>
-#include <optional>
-#include <queue>
 
 #include <gmp.h>
 
-#include "vorn/lra/branch_and_bound.h"
 #include "vorn/lra/integer_bounds.h"
-#include "vorn/lra/simplex.h"
 #include "vorn/smt/model_check.h"
 
 #include "decider.h"
 #include "float_start.h"
+#include "milp_search.h"
 #include "optimum_atoms.h"
-#include "simplex_vars.h"
 
 namespace vorn::smt {
 
 namespace {
 
 using Entry = LinearExpr::Entry;
-constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-
-// Objective gain per unit of distance a branch moved a variable, averaged over the branches
-// measured so far (Achterberg, Koch, Martin: pseudo-costs).
-struct PseudoCost {
-    double sum[2] = {0, 0};
-    std::uint32_t count[2] = {0, 0};
-    bool known(int side) const { return count[side] > 0; }
-    double average(int side) const { return sum[side] / count[side]; }
-};
+constexpr std::size_t kNone = kNoMilpNode;
 
 QNumber denominator(const QNumber& q) {
     mpq_t x, d;
@@ -45,121 +31,7 @@ QNumber denominator(const QNumber& q) {
     return out;
 }
 
-// Branching scores only: rounding does not matter.
-double to_double(const QNumber& q) {
-    mpq_t x;
-    mpq_init(x);
-    q.get_mpq(x);
-    double d = mpq_get_d(x);
-    mpq_clear(x);
-    return d;
-}
-
-class MilpSearch {
-  public:
-    MilpSearch(const Problem& p, std::uint32_t objective, bool maximize, const DecideOptions& o)
-        : p_(p), objective_(objective), maximize_(maximize), options_(o) {}
-
-    Optimization run();
-
-  private:
-    // A node of the search: the branch bound from its parent (var ≤ below, or ≥ below + 1 when
-    // `high`), its proof step, and what pseudo-costs need of its parent.
-    struct Node {
-        std::size_t parent = kNone;
-        int var = 0;  // problem variable
-        QNumber below;
-        bool high = false;
-        std::size_t step = 0;
-        QNumber parent_value;  // the parent's relaxation optimum, minimizing
-        QNumber distance;      // how far the branch moved the variable from its value
-        QNumber value;         // its own relaxation optimum, minimizing, once branched
-        bool branched = false;
-        bool closed = false;  // a split turned into a leaf: every node below it is moot
-    };
-    struct Open {
-        QNumber key;  // the parent's relaxation optimum, minimizing: a bound on the node
-        std::size_t depth;
-        std::size_t node;
-        bool operator<(const Open& o) const {  // the priority queue's top is the best
-            if (key != o.key) return key > o.key;
-            return depth < o.depth;
-        }
-    };
-    enum class Outcome { Closed, Branched, Stopped, Failed, Unbounded };
-
-    int simplex_var(int v) {
-        return map_simplex_var(simplex_, v, var_of_, nullptr, [](int) {});
-    }
-    lra::TermVar term_var(std::span<const Entry> term) {
-        lra::TermEntries entries;
-        for (const Entry& e : term)
-            if (e.var != 0) entries.push_back({simplex_var(e.var), e.coeff});
-        return simplex_.term_variable(entries);
-    }
-    bool is_int(int v) const { return p_.variables.sort(v) == Sort::Int; }
-    void enter_atoms();
-    void start_from_float_basis();
-    // The value minimized: the objective, negated when maximizing.
-    QNumber minimizing(const QNumber& objective_value) const {
-        return maximize_ ? -objective_value : objective_value;
-    }
-    Outcome visit(std::size_t node);
-    bool cannot_beat_incumbent(const QNumber& value) const;
-    bool below_closed_node(std::size_t node) const;
-    bool close_by_bound(std::size_t node);
-    bool assert_path(std::size_t node);
-    lra::Asserted assert_cutoff();
-    void close_with_conflict(std::size_t node);
-    Outcome accept_incumbent(std::size_t node);
-    Outcome branch(std::size_t node, const QNumber& value);
-    struct Fractional {
-        int var;  // problem variable
-        lra::DeltaRational value;
-    };
-    void collect_fractional();
-    void try_rounding(bool up);
-    void measure_by_strong_branching(const QNumber& value);
-    int choose_branch_variable(QNumber& value) const;
-    void learn_pseudo_cost(const Node& n, const QNumber& value);
-    std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
-                         const QNumber& value, const QNumber& distance);
-    Optimization answer_by_decision();
-    Optimization answer_unbounded();
-    Optimization finish(Outcome last);
-
-    const Problem& p_;
-    std::uint32_t objective_;
-    bool maximize_;
-    DecideOptions options_;
-    lra::Simplex simplex_{lra::SimplexOptions{16, 0, false, nullptr}};
-    lra::BranchAndBound rounding_{simplex_};  // only its rounded assert_term
-    std::vector<int> var_of_;
-    std::optional<lra::TermVar> objective_var_;
-    QNumber objective_constant_;
-    lra::Reason cutoff_reason_ = 0;
-    // Every variable of the objective Int: its values differ by multiples of objective_step_.
-    bool integral_objective_ = false;
-    QNumber objective_step_;  // the atom "objective < incumbent" of the proof's problem
-
-    std::vector<ProofStep> steps_;
-    std::vector<Node> nodes_;
-    std::priority_queue<Open> open_;
-    std::vector<std::size_t> path_;  // of the node visited, root first
-    std::vector<PseudoCost> pseudo_;
-    std::vector<Fractional> fractional_;   // at the node being branched
-    std::size_t preferred_child_ = kNone;  // of the last Branched visit
-    QNumber last_value_;                   // the last relaxation optimum, minimizing
-
-    bool has_incumbent_ = false;
-    bool incumbent_approached_ = false;  // an infimum (supremum) of strict bounds, not attained
-    bool approached_here_ = false;       // the node visited: its optimum is not attained
-    QNumber incumbent_;
-    std::vector<QNumber> incumbent_model_;
-    std::string failure_;
-    std::uint64_t visited_ = 0;
-    bool root_open_ = false;  // stopped before the root's relaxation was solved
-};
+}  // namespace
 
 void MilpSearch::enter_atoms() {
     for (int v = 1; v <= p_.variables.size(); ++v)
@@ -255,155 +127,6 @@ MilpSearch::Outcome MilpSearch::accept_incumbent(std::size_t node) {
     }
     close_with_conflict(node);
     return Outcome::Closed;
-}
-
-void MilpSearch::learn_pseudo_cost(const Node& n, const QNumber& value) {
-    if (n.parent == kNone || n.distance.sign() <= 0) return;
-    PseudoCost& pc = pseudo_[static_cast<std::size_t>(n.var)];
-    int side = n.high ? 1 : 0;
-    pc.sum[side] += to_double((value - n.parent_value) / n.distance);
-    ++pc.count[side];
-}
-
-// The fractional Int variable to branch on (0: none) and its value. Pseudo-cost product where
-// both directions are measured (the averages over all variables stand in for a side not yet
-// measured), fractionality while nothing is.
-void MilpSearch::collect_fractional() {
-    fractional_.clear();
-    for (std::size_t v = 1; v < var_of_.size(); ++v) {
-        if (var_of_[v] == 0 || !is_int(static_cast<int>(v))) continue;
-        const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
-        if (!lra::is_integral(x)) fractional_.push_back({static_cast<int>(v), x});
-    }
-}
-
-// A primal heuristic: every Int variable fixed at its relaxation value rounded (to the nearest
-// integer, or up), the Real ones left to a relaxation of their own under a push. Its optimum, when
-// integral and better, is an incumbent; the tree still proves nothing better exists, so no node
-// has to stand for it.
-void MilpSearch::try_rounding(bool up) {
-    std::vector<std::pair<int, QNumber>> fixed;
-    for (std::size_t v = 1; v < var_of_.size(); ++v) {
-        if (var_of_[v] == 0 || !is_int(static_cast<int>(v))) continue;
-        const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
-        QNumber r = lra::floor_of(x);
-        if (!lra::is_integral(x) && (up || (x.real() - r) * QNumber(2) >= QNumber(1)))
-            r += QNumber(1);
-        fixed.push_back({var_of_[v], std::move(r)});
-    }
-    simplex_.push();
-    bool ok = true;
-    for (const auto& [s, r] : fixed)
-        ok = ok && simplex_.assert_lower(s, r, false, 0) == lra::Asserted::Ok &&
-             simplex_.assert_upper(s, r, false, 0) == lra::Asserted::Ok;
-    bool least = maximize_ == (objective_var_->scale.sign() < 0);
-    if (ok && simplex_.check() == lra::Result::Sat) {
-        lra::Optimum o = simplex_.minimize(objective_var_->var, !least);
-        if (o.kind == lra::Optimum::Kind::Optimal && o.value.delta().is_zero() &&
-            simplex_.check() == lra::Result::Sat) {
-            std::vector<QNumber> model(static_cast<std::size_t>(p_.variables.size()) + 1);
-            for (std::size_t v = 1; v < var_of_.size(); ++v)
-                if (var_of_[v] != 0) model[v] = simplex_.value(var_of_[v]);
-            QNumber value = evaluate(p_.term(objective_), model);
-            if (!has_incumbent_ || incumbent_approached_ ||
-                minimizing(value) < minimizing(incumbent_)) {
-                has_incumbent_ = true;
-                incumbent_approached_ = false;
-                incumbent_ = std::move(value);
-                incumbent_model_ = std::move(model);
-            }
-        }
-    }
-    simplex_.pop();
-}
-
-// Strong branching where pseudo-costs know nothing yet (the start of reliability branching):
-// each side of the most fractional unmeasured candidates solved under a push, its gain learned.
-// A side found infeasible counts as a very large gain, so that the variable is branched on and
-// that child closes at once.
-void MilpSearch::measure_by_strong_branching(const QNumber& value) {
-    constexpr std::size_t kCandidates = 8;
-    constexpr double kInfeasibleGain = 1e12;
-    std::vector<const Fractional*> order;
-    for (const Fractional& c : fractional_) {
-        const PseudoCost& pc = pseudo_[static_cast<std::size_t>(c.var)];
-        if (!pc.known(0) || !pc.known(1)) order.push_back(&c);
-    }
-    auto distance_to_half = [](const Fractional* c) {
-        return std::abs(to_double(c->value.real() - lra::floor_of(c->value)) - 0.5);
-    };
-    std::sort(order.begin(), order.end(), [&](const Fractional* a, const Fractional* b) {
-        return distance_to_half(a) < distance_to_half(b);
-    });
-    if (order.size() > kCandidates) order.resize(kCandidates);
-    bool least = maximize_ == (objective_var_->scale.sign() < 0);
-    for (const Fractional* c : order) {
-        QNumber below = lra::floor_of(c->value);
-        int s = var_of_[static_cast<std::size_t>(c->var)];
-        PseudoCost& pc = pseudo_[static_cast<std::size_t>(c->var)];
-        for (int side = 0; side < 2; ++side) {
-            if (pc.known(side)) continue;
-            QNumber distance =
-                side == 1 ? below + QNumber(1) - c->value.real() : c->value.real() - below;
-            simplex_.push();
-            lra::Asserted done = side == 1 ? simplex_.assert_lower(s, below + QNumber(1), false, 0)
-                                           : simplex_.assert_upper(s, below, false, 0);
-            lra::Result r = done == lra::Asserted::Ok ? simplex_.check() : lra::Result::Unsat;
-            double gain = kInfeasibleGain;
-            if (r == lra::Result::Sat) {
-                lra::Optimum o = simplex_.minimize(objective_var_->var, !least);
-                // A value δ from an integer moves by δ: the distance counts as tiny.
-                if (o.kind == lra::Optimum::Kind::Optimal)
-                    gain = to_double(minimizing(o.value.real() * objective_var_->scale +
-                                                objective_constant_) -
-                                     value) /
-                           std::max(to_double(distance), 1e-6);
-                else
-                    r = lra::Result::Unknown;
-            }
-            simplex_.pop();
-            if (r == lra::Result::Unknown) return;  // stopped, or unbounded: measure no more
-            pc.sum[side] += gain;
-            ++pc.count[side];
-        }
-    }
-}
-
-// The fractional Int variable to branch on (0: none) and its value. Pseudo-cost product where
-// both directions are measured (the averages over all variables stand in for a side not yet
-// measured), fractionality while nothing is.
-int MilpSearch::choose_branch_variable(QNumber& value) const {
-    double known_sum[2] = {0, 0};
-    std::uint32_t known_count[2] = {0, 0};
-    for (const PseudoCost& pc : pseudo_)
-        for (int side = 0; side < 2; ++side)
-            if (pc.known(side)) {
-                known_sum[side] += pc.average(side);
-                ++known_count[side];
-            }
-    auto mean = [&](const PseudoCost& pc, int side) {
-        if (pc.known(side)) return pc.average(side);
-        return known_count[side] > 0 ? known_sum[side] / known_count[side] : 1.0;
-    };
-    bool measured = known_count[0] > 0 && known_count[1] > 0;
-    const Fractional* best = nullptr;
-    double best_score = -1;
-    for (const Fractional& c : fractional_) {
-        double f = to_double(c.value.real() - lra::floor_of(c.value));
-        double down = std::max(f, 1e-6), up = std::max(1 - f, 1e-6);
-        double score = std::min(down, up);
-        if (measured) {
-            const PseudoCost& pc = pseudo_[static_cast<std::size_t>(c.var)];
-            score = std::max(down * mean(pc, 0), 1e-6) * std::max(up * mean(pc, 1), 1e-6);
-        }
-        if (score > best_score) {
-            best_score = score;
-            best = &c;
-        }
-    }
-    if (best == nullptr) return 0;
-    value = best->value.real();
-    return best->var;
 }
 
 std::size_t MilpSearch::add_node(std::size_t parent, int var, const QNumber& below, bool high,
@@ -544,6 +267,8 @@ Optimization MilpSearch::answer_by_decision() {
     return out;
 }
 
+namespace {
+
 // The proof nodes reachable from the root, renumbered in that order: a split turned into a leaf
 // leaves its former children behind.
 std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps) {
@@ -572,6 +297,8 @@ std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps) {
     }
     return out;
 }
+
+}  // namespace
 
 // Some relaxation is unbounded, so the root's is, along a rational ray. With rational data the
 // integer points have the same recession cone (Meyer): the problem is unbounded as soon as it has
@@ -702,8 +429,6 @@ Optimization MilpSearch::run() {
     }
     return finish(Outcome::Closed);
 }
-
-}  // namespace
 
 Optimization optimize_integer(const Problem& problem, std::uint32_t objective, bool maximize,
                               const DecideOptions& options) {
