@@ -21,7 +21,12 @@ void Engine::add_objective(const LinearExpr& expr, bool maximize) {
 void Engine::optimize(bool conjunctive) {
     objective_values_.clear();
     objectives_unknown_.clear();
-    if (!conjunctive || !named_.empty()) {
+    // Disequalities are disjunctions: the search fixes the side each model is on.
+    bool disequalities = false;
+    for (const Atom& a : problem_->atoms)
+        disequalities =
+            disequalities || a.relation == Relation::Ne || a.relation == Relation::Distinct;
+    if (!conjunctive || !named_.empty() || disequalities) {
         optimize_by_search();
         return;
     }
@@ -113,11 +118,7 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
     constexpr int kMaxFailedProbes = 6;
     while (true) {
         Problem conjunction(problem_->variables.syntax());
-        std::string why;
-        if (!fixed_conjunction(*problem_, model, conjunction, why)) {
-            objectives_unknown_ = why;
-            break;
-        }
+        fixed_conjunction(*problem_, model, conjunction);
         std::uint32_t term = conjunction.add_term(o.expr);
         Optimization answer = smt::optimize(conjunction, term, o.maximize, options_.decide);
         stats_->decide += answer.stats;

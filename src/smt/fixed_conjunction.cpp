@@ -17,23 +17,32 @@ void add_atom(Problem& out, Relation relation, std::span<const LinearExpr::Entry
 
 }  // namespace
 
-bool fixed_conjunction(const Problem& problem, const std::vector<QNumber>& model, Problem& out,
-                       std::string& why) {
+void fixed_conjunction(const Problem& problem, const std::vector<QNumber>& model, Problem& out) {
     std::string name;
     for (int v = 1; v <= problem.variables.size(); ++v) {
         name.clear();
         append_name(name, problem.variables, v);
         out.variables.add(name, problem.variables.sort(v), {});
     }
+    LinearExpr::Entries pair;
     for (const Atom& a : problem.atoms) {
-        if (a.relation == Relation::Distinct) {
-            why = "an objective over a distinct of more than two terms";
-            return false;
+        if (a.relation != Relation::Distinct) {
+            auto term = problem.term(a.first_term);
+            Relation r = a.relation;
+            if (r == Relation::Ne)
+                r = evaluate(term, model).sign() < 0 ? Relation::Lt : Relation::Gt;
+            add_atom(out, r, term);
+            continue;
         }
-        auto term = problem.term(a.first_term);
-        Relation r = a.relation;
-        if (r == Relation::Ne) r = evaluate(term, model).sign() < 0 ? Relation::Lt : Relation::Gt;
-        add_atom(out, r, term);
+        // Each pair of a distinct on the side the model puts it.
+        for (std::uint32_t i = 0; i < a.terms; ++i)
+            for (std::uint32_t j = i + 1; j < a.terms; ++j) {
+                pair.clear();
+                QNumber c = problem.disequality(a, i, j, pair);
+                QNumber gap = evaluate(pair, model) - c;
+                if (!c.is_zero()) pair.insert(pair.begin(), {0, -c});
+                add_atom(out, gap.sign() < 0 ? Relation::Lt : Relation::Gt, pair);
+            }
     }
     const BooleanStructure& b = problem.boolean;
     for (std::uint32_t p = 0; p < b.propositions(); ++p) {
@@ -45,7 +54,6 @@ bool fixed_conjunction(const Problem& problem, const std::vector<QNumber>& model
                                                    : (sign >= 0 ? Relation::Ge : Relation::Lt);
         add_atom(out, r, term);
     }
-    return true;
 }
 
 }  // namespace vorn::smt

@@ -7,16 +7,14 @@
 // sound, and optimization modulo theories repeats it over the models of better and better
 // objective bounds. Cost: one evaluation of every atom's term.
 
-#include <string>
 #include <vector>
 
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
 
-// The variables (same numbers, names and sorts) and the fixed atoms, into the empty `out`;
-// false, with `why`, for an atom it cannot fix (an n-ary distinct).
-bool fixed_conjunction(const Problem& problem, const std::vector<QNumber>& model, Problem& out,
-                       std::string& why);
+// The variables (same numbers, names and sorts) and the fixed atoms (a distinct as one atom per
+// pair), into the empty `out`.
+void fixed_conjunction(const Problem& problem, const std::vector<QNumber>& model, Problem& out);
 
 }  // namespace vorn::smt
