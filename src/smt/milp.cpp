@@ -8,7 +8,6 @@
 #include "vorn/smt/model_check.h"
 
 #include "decider.h"
-#include "float_start.h"
 #include "milp_search.h"
 #include "optimum_atoms.h"
 
@@ -57,17 +56,6 @@ void MilpSearch::enter_atoms() {
     // The spacing of an integral objective's values: minus the largest of them below 0.
     if (integral_objective_)
         objective_step_ = -lra::round_integral_bound(entries, Relation::Lt, QNumber())->constant;
-}
-
-// The root relaxation from CLP's basis, checked and repaired by the exact simplex.
-void MilpSearch::start_from_float_basis() {
-    if (!options_.float_start) return;
-    std::optional<LpForm> lp = lp_form(p_, objective_, maximize_);
-    if (!lp) return;
-    std::optional<Basis> basis = float_basis(p_, *lp, options_.stop);
-    if (!basis) return;
-    std::vector<int> keep{objective_var_->var};
-    warm_start(simplex_, p_, *lp, *basis, var_of_, keep);
 }
 
 // The branch bounds from the root to `node`, each named by its depth (reason past the cutoff's).
@@ -393,7 +381,6 @@ Optimization MilpSearch::run() {
     cutoff_reason_ = static_cast<lra::Reason>(p_.atoms.size());
     enter_atoms();
     pseudo_.resize(static_cast<std::size_t>(p_.variables.size()) + 1);
-    start_from_float_basis();
     steps_.emplace_back();
     nodes_.emplace_back();
     std::size_t next = 0;

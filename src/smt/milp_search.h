@@ -77,7 +77,6 @@ class MilpSearch {
     }
     bool is_int(int v) const { return p_.variables.sort(v) == Sort::Int; }
     void enter_atoms();
-    void start_from_float_basis();
     // The value minimized: the objective, negated when maximizing.
     QNumber minimizing(const QNumber& objective_value) const {
         return maximize_ ? -objective_value : objective_value;

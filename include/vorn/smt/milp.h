@@ -8,7 +8,8 @@
 // variables only rounded (integer_bounds.h, the rule the certificate checkers apply). A node is
 // the atoms plus the branch bounds on its path (x ≤ b | x ≥ b + 1); visiting one pops the simplex
 // to the atoms and asserts the path, so its relaxation starts from the basis and assignment of
-// the node before (the root's from the floating-point basis, when there is one). Once an
+// the node before. (The root from CLP's basis, as the LP optimizer starts, gained nothing on MIPLIB
+// 3, and CLP's presolve leaks memory on some of these problems; the root starts exactly.) Once an
 // incumbent exists, "objective < incumbent" (">" when maximizing; rounded when the objective is
 // integral, e.g. ≤ incumbent − 1 for integer coefficients) is asserted at every node: a node that
 // cannot beat the incumbent is then infeasible, and its Farkas conflict is the leaf's proof.
