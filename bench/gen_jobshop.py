@@ -2,7 +2,7 @@
 """Writes a job-shop scheduling instance as an SMT-LIB 2 script (QF_IDL or QF_RDL).
 
 usage: gen_jobshop.py [--jobs N] [--machines M] [--seed S] [--makespan T] [--sort Int|Real]
-                      [--max-duration D] [--status sat|unsat] [-o OUT.smt2]
+                      [--max-duration D] [--status sat|unsat] [--minimize] [-o OUT.smt2]
 
 N jobs run on M machines; each job visits every machine once, in its own order (a random
 permutation), and each operation takes a random integer time in 1..D. The script asks whether
@@ -14,7 +14,9 @@ difference logics and changes nothing else (a schedule shifted in time is still 
 
 The same --seed gives the same jobs whatever the sort and makespan, so an Int and a Real
 script of one seed differ only in the sort (and their optimum is the same: durations are
-integers). Without -o the script goes to stdout.
+integers). With --minimize the script asks for the least makespan instead: every job ends by a
+variable `end`, and `(minimize (- end origin))` then `(get-objectives)` follow the check (the
+bound T only when --makespan is given). Without -o the script goes to stdout.
 """
 import argparse
 import random
@@ -41,7 +43,7 @@ def lower_bound(shop):
     return max(max(sum(d for _, d in job) for job in shop), max(loads.values()))
 
 
-def script(shop, makespan, sort, status=None, header=""):
+def script(shop, makespan, sort, status=None, header="", minimize=False):
     def num(c):
         text = f"{abs(c)}.0" if sort == "Real" else str(abs(c))
         return f"(- {text})" if c < 0 else text
@@ -55,6 +57,8 @@ def script(shop, makespan, sort, status=None, header=""):
     if status:
         out.append(f"(set-info :status {status})")
     out.append(f"(declare-fun origin () {sort})")
+    if minimize:
+        out.append(f"(declare-fun end () {sort})")
     out += [f"(declare-fun {name(j, k)} () {sort})"
             for j, job in enumerate(shop) for k in range(len(job))]
     for j, job in enumerate(shop):
@@ -62,7 +66,10 @@ def script(shop, makespan, sort, status=None, header=""):
         for k in range(1, len(job)):  # s_k >= s_{k-1} + d_{k-1}
             out.append(f"(assert {diff(name(j, k - 1), name(j, k), -job[k - 1][1])})")
         last = len(job) - 1
-        out.append(f"(assert {diff(name(j, last), 'origin', makespan - job[last][1])})")
+        if minimize:
+            out.append(f"(assert {diff(name(j, last), 'end', -job[last][1])})")
+        if makespan is not None:
+            out.append(f"(assert {diff(name(j, last), 'origin', makespan - job[last][1])})")
     ops = {}
     for j, job in enumerate(shop):
         for k, (m, d) in enumerate(job):
@@ -74,7 +81,10 @@ def script(shop, makespan, sort, status=None, header=""):
                 (a, da), (b, db) = on[i], on[k]
                 # a after b, or b after a
                 out.append(f"(assert (or {diff(b, a, -db)} {diff(a, b, -da)}))")
-    out += ["(check-sat)", "(exit)"]
+    if minimize:
+        out += ["(minimize (- end origin))", "(check-sat)", "(get-objectives)", "(exit)"]
+    else:
+        out += ["(check-sat)", "(exit)"]
     return "\n".join(out) + "\n"
 
 
@@ -89,13 +99,18 @@ def main():
     p.add_argument("--sort", choices=("Int", "Real"), default="Int")
     p.add_argument("--max-duration", type=int, default=99)
     p.add_argument("--status", choices=("sat", "unsat"), help="write it as :status")
+    p.add_argument("--minimize", action="store_true", help="ask for the least makespan")
     p.add_argument("-o", "--output")
     a = p.parse_args()
     shop = instance(a.jobs, a.machines, a.seed, a.max_duration)
-    makespan = lower_bound(shop) if a.makespan is None else a.makespan
+    makespan = a.makespan
+    if makespan is None and not a.minimize:
+        makespan = lower_bound(shop)
     header = (f"gen_jobshop.py --jobs {a.jobs} --machines {a.machines} --seed {a.seed} "
-              f"--makespan {makespan} --sort {a.sort} --max-duration {a.max_duration}")
-    text = script(shop, makespan, a.sort, a.status, header)
+              + (f"--makespan {makespan} " if makespan is not None else "")
+              + f"--sort {a.sort} --max-duration {a.max_duration}"
+              + (" --minimize" if a.minimize else ""))
+    text = script(shop, makespan, a.sort, a.status, header, a.minimize)
     if a.output:
         with open(a.output, "w") as f:
             f.write(text)

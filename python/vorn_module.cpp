@@ -144,7 +144,7 @@ std::vector<std::string> check_answers(const std::string& path) {
     return buffer.answers;
 }
 
-// (status, optimum or None, {column: value}, relaxed, reason)
+// (status, optimum or None, {column: value}, reason)
 py::tuple optimum(const std::string& path) {
     io::SourceText source = io::SourceText::read(path);
     util::Stop stop;
@@ -172,7 +172,7 @@ py::tuple optimum(const std::string& path) {
                               : QNumber(0));
     py::object optimum = py::none();
     if (answer.kind == smt::Optimization::Kind::Optimal) optimum = to_python(answer.optimum);
-    return py::make_tuple(kStatus[static_cast<int>(answer.kind)], optimum, model, answer.relaxed,
+    return py::make_tuple(kStatus[static_cast<int>(answer.kind)], optimum, model,
                           answer.reason_unknown);
 }
 
@@ -285,7 +285,7 @@ PYBIND11_MODULE(_vorn, m) {
     m.def("ite", &smt::ite);
     m.def("check_file", &check_file, "The answers of `vorn check FILE`, one per command.");
     m.def("optimize_file", &optimize_file,
-          "(status, optimum, model, relaxed, reason) of `vorn optimize FILE`.");
+          "(status, optimum, model, reason) of `vorn optimize FILE`.");
 
     py::class_<GuardedSolver>(m, "Solver", "smt::Solver, one check at a time.")
         .def(py::init<>())
@@ -356,6 +356,8 @@ PYBIND11_MODULE(_vorn, m) {
                  if (!v) return py::none();
                  return to_python(*v);
              })
+        .def("objective_epsilon",
+             [](GuardedSolver& g, const smt::Objective& o) { return g.use().epsilon(o); })
         .def("objectives_unknown",
              [](GuardedSolver& g) { return std::string(g.use().objectives_unknown()); });
 }

@@ -142,7 +142,23 @@ const ScriptCase kScripts[] = {
 (get-objectives)(get-value (x y))(pop 1)(assert (< y 1))(check-sat)(get-objectives))",
      "sat\n(objectives\n ((+ x (* 2 y)) (/ 15 2))\n (x (/ 1 2))\n)\nsat\n(objectives\n"
      " ((+ x (* 2 y)) 6.0)\n (x 2.0)\n ((- y) (- 2.0))\n)\n((x 2.0) (y 2.0))\nsat\n"
-     "(error \"s.smt2:4:68: the optimum is approached but not attained (strict bounds)\")\n"},
+     "(objectives\n ((+ x (* 2 y)) (+ 5.0 (* (- 1) epsilon)))\n)\n"},
+    {"objectives over Boolean structure and Int", R"((declare-const x Int)(declare-const y Real)
+(declare-const b Bool)(assert (or (and b (<= x 3)) (and (not b) (<= x 9) (< (* 2 x) 17))))
+(assert (>= x 0))(assert (<= y x))(maximize (+ x y))(check-sat)(get-objectives)(get-value (b))
+(push 1)(assert (<= y 1))(minimize (- y x))(check-sat)(get-objectives)(pop 1)
+(assert (or (> x 5) (< x 2)))(minimize x)(check-sat)(get-objectives))",
+     "sat\n(objectives\n ((+ x y) 16.0)\n)\n((b false))\nsat\n(objectives\n ((+ x y) 9.0)\n"
+     " ((- y x) (- 7.0))\n)\nsat\n(objectives\n ((+ x y) 16.0)\n (x 8)\n)\n"},
+    {"objectives over disequalities and distinct", R"((declare-const x Int)(declare-const y Int)
+(declare-const z Int)(assert (and (<= 0 x 2) (<= 0 y 2) (<= 0 z 2) (distinct x y z)))
+(maximize (+ (* 3 x) (* 2 y) z))(check-sat)(get-objectives)(assert (distinct x 2))
+(minimize (- z y))(check-sat)(get-objectives)(declare-const r Real)(assert (< r 1))
+(assert (not (= r 0)))(maximize r)(check-sat)(get-objectives))",
+     "sat\n(objectives\n ((+ (* 3 x) (* 2 y) z) 8)\n)\nsat\n(objectives\n ((+ (* 3 x) (* 2 y) z) "
+     "7)\n"
+     " ((- z y) (- 2))\n)\nsat\n(objectives\n ((+ (* 3 x) (* 2 y) z) 7)\n ((- z y) (- 2))\n"
+     " (r (+ 1.0 (* (- 1) epsilon)))\n)\n"},
     {"integer equalities off their lattice, beside Boolean structure",
      R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
 (declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))

@@ -256,12 +256,18 @@ TEST(SolverTest, ObjectivesUnboundedPoppedAndNotOptimized) {
     EXPECT_THROW((void)s.value(down), UsageError);  // popped, its place taken
     EXPECT_EQ(s.value(again), QNumber(2));
     Solver t;
-    Term n = t.integer("n");
-    t.add(n >= 1);
-    vorn::smt::Objective on_int = t.minimize(n);
+    Term n = t.integer("n"), r = t.real("r");
+    t.add(2 * n >= 1 && (r > n || r < -n));
+    vorn::smt::Objective on_int = t.minimize(n), strict = t.minimize(r);
     ASSERT_EQ(t.check(), Result::Sat);
-    EXPECT_FALSE(t.objectives_unknown().empty());
-    EXPECT_THROW((void)t.value(on_int), UsageError);
+    EXPECT_TRUE(t.objectives_unknown().empty());
+    EXPECT_EQ(t.value(on_int), QNumber(1));  // 1/2 rounded up
+    EXPECT_EQ(t.epsilon(on_int), 0);
+    EXPECT_EQ(t.value(strict), std::nullopt);  // r < −1 has no least value
+    t.add(r > n);
+    ASSERT_EQ(t.check(), Result::Sat);
+    EXPECT_EQ(t.value(strict), QNumber(1));  // approached from above: 1 + ε
+    EXPECT_EQ(t.epsilon(strict), 1);
     EXPECT_THROW((void)s.value(on_int), UsageError);  // of another solver
     EXPECT_THROW((void)s.value(vorn::smt::Objective()), UsageError);
 }

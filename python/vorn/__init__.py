@@ -780,6 +780,13 @@ class _ObjectiveHandle:
             return oo if self._maximize else -oo
         return _from_pair(pair, self._term.sort == "Int")
 
+    def epsilon(self):
+        """0 when value() is attained; with strict bounds the optimum may only be approached:
+        -1 when it is value() - epsilon (a supremum), 1 when value() + epsilon (an infimum)."""
+        if self._solver._last is not sat:
+            raise UsageError("no optimum: the last check did not answer sat")
+        return self._solver._s.objective_epsilon(self._handle)
+
     def __repr__(self):
         return "%s(%s)" % ("maximize" if self._maximize else "minimize", self._term)
 
@@ -821,13 +828,12 @@ def check_file(path):
 class OptimizeResult:
     """What optimize_file found: `status` ("optimal", "infeasible", "unbounded", "unknown"),
     `objective` (exact Fraction, when optimal), `model` (dict from column name to exact value,
-    when optimal), `relaxed` (Int columns were relaxed to Real) and `reason_unknown`."""
+    when optimal; Int columns integral) and `reason_unknown`."""
 
-    def __init__(self, status, objective, model, relaxed, reason_unknown):
+    def __init__(self, status, objective, model, reason_unknown):
         self.status = status
         self.objective = objective
         self.model = model
-        self.relaxed = relaxed
         self.reason_unknown = reason_unknown
 
     def __repr__(self):
@@ -838,7 +844,7 @@ def optimize_file(path):
     """The exact optimum of the objective of a .lin, MPS or CPLEX LP file, as `vorn optimize`
     finds it: an OptimizeResult. ParseError when the file cannot be read, ValueError when it
     states no objective."""
-    status, optimum, model, relaxed, reason = _vorn.optimize_file(str(path))
+    status, optimum, model, reason = _vorn.optimize_file(str(path))
     objective = None if optimum is None else Fraction(*optimum)
     values = {name: Fraction(*pair) for name, pair in model.items()}
-    return OptimizeResult(status, objective, values, relaxed, reason)
+    return OptimizeResult(status, objective, values, reason)

@@ -101,6 +101,7 @@ class Solver:
 
 class _ObjectiveHandle:
     def value(self) -> Union[int, Fraction, _Infinity]: ...
+    def epsilon(self) -> int: ...
 
 class Optimize(Solver):
     def minimize(self, term: TermLike) -> _ObjectiveHandle: ...
@@ -113,7 +114,6 @@ class OptimizeResult:
     status: str
     objective: Union[Fraction, None]
     model: dict[str, Fraction]
-    relaxed: bool
     reason_unknown: str
 
 def optimize_file(path: str) -> OptimizeResult: ...

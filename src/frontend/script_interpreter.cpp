@@ -774,6 +774,9 @@ void ScriptInterpreter::get_objectives(const SNode& cmd) {
             value = o.maximize ? "oo" : "(- oo)";
         else
             append_value(value, values[k].optimum, o.real ? smt::Sort::Real : smt::Sort::Int);
+        // Not attained (strict bounds): z3's "(+ v (* (- 1) epsilon))" for a supremum.
+        if (values[k].epsilon != 0)
+            value = "(+ " + value + (values[k].epsilon < 0 ? " (* (- 1) epsilon))" : " epsilon)");
         out_ << " (" << o.text << ' ' << value << ")\n";
     }
     out_ << ")\n";

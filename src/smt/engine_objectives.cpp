@@ -1,7 +1,11 @@
 // Engine: objectives, optimized lexicographically after a Sat check.
 
+#include "vorn/smt/context.h"
 #include "vorn/smt/engine.h"
 #include "vorn/smt/optimize.h"
+
+#include "fixed_conjunction.h"
+#include "optimum_atoms.h"
 
 namespace vorn::smt {
 
@@ -11,17 +15,19 @@ void Engine::add_objective(const LinearExpr& expr, bool maximize) {
 }
 
 // Lexicographic: each objective optimized with the ones before it held at their optima. A
-// conjunction of atoms over Real variables only; the model of the check becomes the optimal
-// one, checked with its proof under verify.
+// conjunction without named assertions is optimized at once (an LP, or a MILP with Int
+// variables); anything else by search (optimize_by_search). The model of the check becomes the
+// optimal one, checked with its proof under verify.
 void Engine::optimize(bool conjunctive) {
     objective_values_.clear();
     objectives_unknown_.clear();
-    bool integral = false;
-    for (int v = 1; v <= problem_->variables.size(); ++v)
-        integral = integral || problem_->variables.sort(v) == Sort::Int;
-    if (!conjunctive || !named_.empty() || integral) {
-        objectives_unknown_ =
-            "objectives are optimized over conjunctions of atoms on Real variables only";
+    // Disequalities are disjunctions: the search fixes the side each model is on.
+    bool disequalities = false;
+    for (const Atom& a : problem_->atoms)
+        disequalities =
+            disequalities || a.relation == Relation::Ne || a.relation == Relation::Distinct;
+    if (!conjunctive || !named_.empty() || disequalities) {
+        optimize_by_search();
         return;
     }
     std::size_t atoms = problem_->atoms.size();
@@ -40,6 +46,10 @@ void Engine::optimize(bool conjunctive) {
             last_.model = std::move(answer.model);
             break;
         }
+        if (answer.approached) {
+            objective_values_.push_back({false, answer.optimum, o.maximize ? -1 : 1});
+            break;
+        }
         if (answer.kind != Optimization::Kind::Optimal) {
             objectives_unknown_ = answer.reason_unknown;
             break;
@@ -53,6 +63,135 @@ void Engine::optimize(bool conjunctive) {
     }
     problem_->atoms.resize(atoms);
     problem_->truncate_terms(terms);
+}
+
+// Optimization modulo theories (Sebastiani–Tomasi's linear search, as in νZ): the conjunction
+// that the model fixes is optimized exactly; then "objective better than that" is asserted and
+// the context checks again, on a level of its own. Each round excludes the conjunction it
+// optimized, so the rounds end; at Unsat the last value is the optimum.
+void Engine::optimize_by_search() {
+    if (!context_) {
+        objectives_unknown_ = "objectives need a solver context";
+        return;
+    }
+    std::vector<QNumber> model = last_.model;
+    context_->push();
+    try {
+        for (std::size_t k = 0; k < objectives_.size(); ++k)
+            if (!search_objective(k, model)) break;
+    } catch (...) {
+        context_->pop(1);
+        throw;
+    }
+    context_->pop(1);
+    last_.model = std::move(model);
+    model_evaluated_ = false;
+}
+
+namespace {
+
+// A bound on the objective from the atoms that must hold, the Boolean structure left out: no
+// model does better. Nothing when that relaxation is unbounded or undecided.
+std::optional<QNumber> relaxation_bound(const Problem& problem, const LinearExpr& objective,
+                                        bool maximize, const DecideOptions& options) {
+    Problem atoms(problem.variables.syntax());
+    copy_atoms(problem, atoms, false);
+    for (Atom& a : atoms.atoms)
+        if (a.relation == Relation::Ne || a.relation == Relation::Distinct) return std::nullopt;
+    Optimization answer = smt::optimize(atoms, atoms.add_term(objective), maximize, options);
+    if (answer.kind != Optimization::Kind::Optimal && !answer.approached) return std::nullopt;
+    return answer.optimum;
+}
+
+}  // namespace
+
+bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
+    const Objective& o = objectives_[k];
+    context_->push();
+    std::optional<ObjectiveValue> best;
+    LinearExpr bound;
+    // Binary steps between the relaxation's bound and the best value while they pay: a probe
+    // "objective at most halfway" on a level of its own; unsat raises the bound. Linear steps
+    // once probes keep failing, which also ends the search on the rationals.
+    std::optional<QNumber> lower = relaxation_bound(*problem_, o.expr, o.maximize, options_.decide);
+    int failed_probes = 0;
+    constexpr int kMaxFailedProbes = 6;
+    while (true) {
+        Problem conjunction(problem_->variables.syntax());
+        fixed_conjunction(*problem_, model, conjunction);
+        std::uint32_t term = conjunction.add_term(o.expr);
+        Optimization answer = smt::optimize(conjunction, term, o.maximize, options_.decide);
+        stats_->decide += answer.stats;
+        if (options_.verify) {
+            if (std::string bad = check_optimization(conjunction, term, o.maximize, answer);
+                !bad.empty())
+                throw VerificationFailure(bad);
+        }
+        // The conjunction's model over the arithmetic variables, the Bool ones as they were.
+        auto take_model = [&] {
+            for (int v = 1; v <= problem_->variables.size(); ++v)
+                if (problem_->variables.sort(v) != Sort::Bool)
+                    model[static_cast<std::size_t>(v)] = answer.model[static_cast<std::size_t>(v)];
+        };
+        if (answer.kind == Optimization::Kind::Unbounded) {
+            best = ObjectiveValue{true, {}};
+            take_model();
+            break;
+        }
+        if (answer.kind != Optimization::Kind::Optimal && !answer.approached) {
+            objectives_unknown_ = answer.reason_unknown;
+            best.reset();
+            break;
+        }
+        best = ObjectiveValue{false, answer.optimum, answer.approached ? (o.maximize ? -1 : 1) : 0};
+        if (!answer.approached) take_model();
+        // Better: beyond the optimum, or reaching it where this conjunction only approaches it.
+        bound.clear();
+        bound.add(o.expr, QNumber(1));
+        bound.add_entry(0, -answer.optimum);
+        Relation better = answer.approached ? (o.maximize ? Relation::Ge : Relation::Le)
+                                            : (o.maximize ? Relation::Gt : Relation::Lt);
+        problem_->atoms.push_back({better, problem_->add_term(bound), 1, {}});
+        Decision next;
+        while (true) {
+            bool probe = lower && failed_probes < kMaxFailedProbes && !answer.approached &&
+                         *lower != answer.optimum;
+            QNumber half = probe ? (*lower + answer.optimum) / QNumber(2) : QNumber();
+            if (probe) {
+                context_->push();
+                bound.clear();
+                bound.add(o.expr, QNumber(1));
+                bound.add_entry(0, -half);
+                problem_->atoms.push_back(
+                    {o.maximize ? Relation::Ge : Relation::Le, problem_->add_term(bound), 1, {}});
+            }
+            next = context_->check(assumptions_);
+            ++stats_->checks;
+            stats_->decide += next.stats;
+            if (probe) context_->pop(1);
+            if (!probe || next.result != lra::Result::Unsat) break;
+            // Nothing reaches halfway: the optimum lies beyond it.
+            lower = half;
+            ++failed_probes;
+        }
+        if (next.result == lra::Result::Unsat) break;
+        if (next.result != lra::Result::Sat) {
+            objectives_unknown_ = next.reason_unknown;
+            best.reset();
+            break;
+        }
+        model = std::move(next.model);
+    }
+    context_->pop(1);
+    if (!best) return false;
+    objective_values_.push_back(*best);
+    if (best->unbounded || best->epsilon != 0) return false;
+    // The next objectives keep this one at its optimum.
+    bound.clear();
+    bound.add(o.expr, QNumber(1));
+    bound.add_entry(0, -best->optimum);
+    problem_->atoms.push_back({Relation::Eq, problem_->add_term(bound), 1, {}});
+    return true;
 }
 
 }  // namespace vorn::smt

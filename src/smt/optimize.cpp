@@ -5,11 +5,13 @@
 
 #include "vorn/lra/simplex.h"
 #include "vorn/smt/certificate.h"
+#include "vorn/smt/milp.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/problem_text.h"
 
 #include "decider.h"
 #include "float_start.h"
+#include "optimum_atoms.h"
 #include "simplex_vars.h"
 
 namespace vorn::smt {
@@ -29,12 +31,13 @@ QNumber evaluate(std::span<const Entry> term, const std::vector<QNumber>& point,
     return sum;
 }
 
-// The problem's atoms over Real copies of its variables (same numbers), so that proofs and
-// models of the relaxation read as those of the problem.
-void copy_relaxed(const Problem& from, Problem& to) {
+}  // namespace
+
+void copy_atoms(const Problem& from, Problem& to, bool relax_to_real) {
     // The names as read: the printers quote them where SMT-LIB needs it.
     for (int v = 1; v <= from.variables.size(); ++v)
-        to.variables.add(from.variables.name(v), Sort::Real, {});
+        to.variables.add(from.variables.name(v),
+                         relax_to_real ? Sort::Real : from.variables.sort(v), {});
     LinearExpr e;
     for (const Atom& a : from.atoms) {
         Atom copy = a;
@@ -48,6 +51,19 @@ void copy_relaxed(const Problem& from, Problem& to) {
         to.atoms.push_back(copy);
     }
 }
+
+std::size_t append_better_atom(const Problem& p, std::uint32_t objective, bool maximize,
+                               const QNumber& optimum, Problem& to) {
+    LinearExpr e;
+    for (const Entry& x : p.term(objective))
+        e.add_entry(x.var, x.coeff);
+    e.add_entry(0, -optimum);
+    Relation better = maximize ? Relation::Gt : Relation::Lt;
+    to.atoms.push_back({better, to.add_term(e), 1, {}});
+    return to.atoms.size() - 1;
+}
+
+namespace {
 
 class Optimizer {
   public:
@@ -68,7 +84,9 @@ class Optimizer {
     }
     void read_model(Optimization& out);
     // The atom "objective < optimum" (">" when maximizing) appended to out.bounded: its index.
-    std::size_t append_better_atom(Optimization& out) const;
+    std::size_t append_better_atom(Optimization& out) const {
+        return smt::append_better_atom(p_, objective_, maximize_, out.optimum, out.bounded);
+    }
     bool stopped() const {
         return options_.stop != nullptr && options_.stop->reason() != util::StopReason::None;
     }
@@ -89,16 +107,6 @@ void Optimizer::read_model(Optimization& out) {
     out.model.assign(static_cast<std::size_t>(p_.variables.size()) + 1, QNumber());
     for (std::size_t v = 1; v < var_of_.size(); ++v)
         if (var_of_[v] != 0) out.model[v] = simplex_.value(var_of_[v]);
-}
-
-std::size_t Optimizer::append_better_atom(Optimization& out) const {
-    LinearExpr e;
-    for (const Entry& x : p_.term(objective_))
-        e.add_entry(x.var, x.coeff);
-    e.add_entry(0, -out.optimum);
-    Relation better = maximize_ ? Relation::Gt : Relation::Lt;
-    out.bounded.atoms.push_back({better, out.bounded.add_term(e), 1, {}});
-    return out.bounded.atoms.size() - 1;
 }
 
 bool Optimizer::from_float_basis(Optimization& out) {
@@ -126,9 +134,7 @@ bool Optimizer::from_float_basis(Optimization& out) {
 
 Optimization Optimizer::run() {
     Optimization out;
-    copy_relaxed(p_, out.bounded);
-    for (int v = 1; v <= p_.variables.size(); ++v)
-        out.relaxed = out.relaxed || p_.variables.sort(v) == Sort::Int;
+    copy_atoms(p_, out.bounded, true);
     for (const Atom& a : p_.atoms)
         if (a.relation == Relation::Ne || a.relation == Relation::Distinct) {
             out.reason_unknown = "disequalities in an optimization problem";
@@ -138,6 +144,14 @@ Optimization Optimizer::run() {
         out.reason_unknown = "Boolean structure in an optimization problem";
         return out;
     }
+    bool integral = false;
+    for (const Atom& a : p_.atoms)
+        for (std::uint32_t t = 0; t < a.terms; ++t)
+            for (const Entry& e : p_.term(a.first_term + t))
+                integral = integral || (e.var != 0 && p_.variables.sort(e.var) == Sort::Int);
+    for (const Entry& e : p_.term(objective_))
+        integral = integral || (e.var != 0 && p_.variables.sort(e.var) == Sort::Int);
+    if (integral) return optimize_integer(p_, objective_, maximize_, options_);
     bool constant_objective = true;
     for (const Entry& e : p_.term(objective_))
         constant_objective = constant_objective && e.var == 0;
@@ -230,6 +244,8 @@ Optimization Optimizer::run() {
     }
     if (!best.value.delta().is_zero()) {
         out.reason_unknown = "the optimum is approached but not attained (strict bounds)";
+        out.approached = true;
+        out.optimum = best.value.real() * t->scale + constant;
         return out;
     }
     out.kind = Optimization::Kind::Optimal;
@@ -299,6 +315,7 @@ std::string check_optimization(const Problem& problem, std::uint32_t objective, 
             return check_proof(problem, answer.proof);
         case Optimization::Kind::Optimal: {
             if (std::string bad = check_relaxed_model(problem, answer); !bad.empty()) return bad;
+            if (std::string bad = check_model(problem, answer.model); !bad.empty()) return bad;
             if (evaluate(term, answer.model, true) != answer.optimum)
                 return "the model does not attain the optimum";
             if (answer.bounded.atoms.size() != problem.atoms.size() + 1)
@@ -321,6 +338,10 @@ std::string check_optimization(const Problem& problem, std::uint32_t objective, 
             return {};
         }
         case Optimization::Kind::Unknown:
+            if (!answer.incumbent) return {};
+            if (std::string bad = check_model(problem, answer.model); !bad.empty()) return bad;
+            if (evaluate(term, answer.model, true) != answer.optimum)
+                return "the model does not attain the best value found";
             return {};
     }
     return {};

@@ -67,6 +67,8 @@ struct Solver::Impl {
         if (owner != 0 && owner != id)
             throw UsageError("a term or formula of another solver given to this one");
     }
+    // The optimization of `o` in the last check, with value()'s checks.
+    const ObjectiveValue& optimized(const Objective& o) const;
     void require_model() const {
         if (!model_valid)
             throw UsageError(
@@ -478,20 +480,28 @@ Objective Solver::maximize(const Term& t) {
     return impl_->add_objective(t, true);
 }
 
-std::optional<QNumber> Solver::value(const Objective& o) const {
-    const Impl& s = *impl_;
-    s.check_owner(o.owner_);
-    if (o.owner_ == 0 || o.index_ >= s.objective_serials.size() ||
-        s.objective_serials[o.index_] != o.serial_)
+const ObjectiveValue& Solver::Impl::optimized(const Objective& o) const {
+    check_owner(o.owner_);
+    if (o.owner_ == 0 || o.index_ >= objective_serials.size() ||
+        objective_serials[o.index_] != o.serial_)
         throw UsageError("the objective was popped, or is no objective of this solver");
-    s.require_model();
-    const std::vector<ObjectiveValue>& values = s.engine.objective_values();
-    if (!s.engine.objectives_unknown().empty())
-        throw UsageError("the objectives were not optimized: " + s.engine.objectives_unknown());
+    require_model();
+    const std::vector<ObjectiveValue>& values = engine.objective_values();
+    if (!engine.objectives_unknown().empty())
+        throw UsageError("the objectives were not optimized: " + engine.objectives_unknown());
     if (o.index_ >= values.size())
         throw UsageError("the objective was not optimized: one before it is unbounded");
-    if (values[o.index_].unbounded) return std::nullopt;
-    return values[o.index_].optimum;
+    return values[o.index_];
+}
+
+std::optional<QNumber> Solver::value(const Objective& o) const {
+    const ObjectiveValue& v = impl_->optimized(o);
+    if (v.unbounded) return std::nullopt;
+    return v.optimum;
+}
+
+int Solver::epsilon(const Objective& o) const {
+    return impl_->optimized(o).epsilon;
 }
 
 std::string_view Solver::objectives_unknown() const {

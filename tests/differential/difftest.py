@@ -358,7 +358,7 @@ def check_file(ctx, p, seed, peers=("z3", "glpsol"), deep=True):
 
 def glpsol_optimum(text):
     """(kind, objective or None) from `glpsol --exact -o /dev/stdout`, or None."""
-    if "HAS NO FEASIBLE" in text or "NO PRIMAL FEASIBLE" in text:
+    if "HAS NO FEASIBLE" in text or "NO PRIMAL FEASIBLE" in text or "INTEGER EMPTY" in text:
         return "infeasible", None
     if "UNBOUNDED" in text or "NO DUAL FEASIBLE" in text:
         return "unbounded", None
@@ -369,9 +369,12 @@ def glpsol_optimum(text):
 
 
 def compare_optimum(ctx, p, path, found):
-    """`vorn optimize` (the LP relaxation) beside `glpsol --exact --nomip`: the same outcome and,
-    when optimal, the same optimum to glpsol's ten printed digits."""
+    """`vorn optimize` beside `glpsol --exact` (`--nomip` without integer columns): the same
+    outcome and, when optimal, the same optimum to glpsol's ten printed digits. With integer
+    columns an unbounded relaxation without integer points is infeasible to vorn; glpsol stops at
+    the relaxation, so that pair is not compared."""
     maximize = p["sense"] == "max"
+    ints = gen_lp.meaning(p)[1]
     # An LP file states its sense; an MPS file may leave OBJSENSE out.
     cmd = [ctx.vorn, "optimize", "--verify", "--certificate", path]
     if maximize and p["fmt"] != "lp":
@@ -392,10 +395,11 @@ def compare_optimum(ctx, p, path, found):
     ppath = ctx.write("case.glpk-opt" + ext, gen_lp.render(p, False, True))
     flag = GLPSOL_FORMAT_FLAG[p["fmt"]]
     sense = [] if p["fmt"] == "lp" else ["--max" if maximize else "--min"]
-    pr = ctx.run([ctx.peers["glpsol"], "--exact", "--nomip", flag, ppath, "-o", "/dev/stdout"] +
+    mip = [] if ints else ["--nomip"]
+    pr = ctx.run([ctx.peers["glpsol"], "--exact"] + mip + [flag, ppath, "-o", "/dev/stdout"] +
                  sense)
     peer = None if pr.timed_out else glpsol_optimum(pr.out.decode("utf-8", "replace"))
-    if peer is None or kind == "unknown":
+    if peer is None or kind == "unknown" or (ints and peer[0] == "unbounded"):
         return
     ctx.tally.compared["glpsol (optimize)"] = ctx.tally.compared.get("glpsol (optimize)", 0) + 1
     if kind != peer[0]:

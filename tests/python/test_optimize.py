@@ -56,3 +56,33 @@ def test_fractional_unbounded_and_popped():
         up.value()  # popped
     down = o.minimize(y)
     assert o.check() == vorn.sat and down.value() == Fraction(1, 4)
+
+
+@pytest.mark.parametrize("seed", range(30))
+def test_integers_with_disjunctions_against_enumeration(seed):
+    # Int x, y in [-3, 3] under random clauses of two bounds a·x + b·y <= c: the optimum is the
+    # best integer point of the box that meets every clause.
+    rng = random.Random(1000 + seed)
+    x, y = vorn.Ints("x y")
+    clauses = [[(rng.randint(-2, 2), rng.randint(-2, 2), rng.randint(-3, 3)) for _ in range(2)]
+               for _ in range(4)]
+    goal = (rng.randint(-2, 2), rng.randint(-2, 2))
+    points = [p for p in itertools.product(range(-3, 4), repeat=2)
+              if all(any(a * p[0] + b * p[1] <= c for a, b, c in cl) for cl in clauses)]
+    o = vorn.Optimize()
+    o.add(x >= -3, x <= 3, y >= -3, y <= 3)
+    o.add(*[vorn.Or(*[a * x + b * y <= c for a, b, c in cl]) for cl in clauses])
+    h = o.maximize(goal[0] * x + goal[1] * y)
+    assert o.check() == (vorn.sat if points else vorn.unsat), "seed %d" % seed
+    if points:
+        assert h.value() == max(goal[0] * p[0] + goal[1] * p[1] for p in points), "seed %d" % seed
+        assert h.epsilon() == 0
+
+
+def test_strict_bound_approached():
+    x = vorn.Real("x")
+    o = vorn.Optimize()
+    o.add(vorn.Or(x > 2, x < -5), x > -7)
+    low = o.minimize(x)
+    assert o.check() == vorn.sat
+    assert low.value() == -7 and low.epsilon() == 1  # -7 + epsilon

@@ -15,7 +15,7 @@
 // asserted on a level of their own and the conjunctive decider answers, its proof naming the
 // atoms of the core; otherwise they are encoded and assumed, and the failed assumptions are the
 // core. A Sat answer on a problem with constructs outside the fragment becomes Unknown; a Sat
-// answer with objectives is optimized lexicographically (conjunctions over Real variables only).
+// answer with objectives is optimized lexicographically.
 // With verify on, every model is checked against the formulas as read (ite terms at the values
 // of their ites) and every proof by its checker before the check returns: a failure throws
 // VerificationFailure. The library never prints.
@@ -83,6 +83,9 @@ struct SizeCounters {
 struct ObjectiveValue {
     bool unbounded = false;
     QNumber optimum;  // when bounded
+    // Strict bounds: the optimum is optimum + epsilon·ε, approached but not attained (−1: a
+    // supremum, 1: an infimum), as z3 writes it.
+    int epsilon = 0;
 };
 
 class Engine {
@@ -186,6 +189,11 @@ class Engine {
     void add_source(std::int32_t source);
     void verify(std::span<const FormulaRef> assumed);
     void optimize(bool conjunctive);
+    // Objectives over Boolean structure or Int variables: optimize the conjunction the model
+    // fixes, demand better, check again until unsat (engine_objectives.cpp).
+    void optimize_by_search();
+    // One objective from the model of the last check; false when it ends the lexicographic order.
+    bool search_objective(std::size_t k, std::vector<QNumber>& model);
 
     EngineOptions options_;
     CheckStats own_stats_;

@@ -3,9 +3,9 @@
 // Exact linear optimization: the least (or greatest) value of a term over a problem's atoms.
 //
 // Feasibility is decided first (smt::decide, with its proof when infeasible); then a simplex on
-// the atoms as bounds runs phase 2 from the feasible basis (lra::Simplex::minimize). Int
-// variables are relaxed to Real: the answer is the LP relaxation's optimum, and says so.
-// Disequalities and Boolean structure are outside: Unknown.
+// the atoms as bounds runs phase 2 from the feasible basis (lra::Simplex::minimize). With Int
+// variables the answer is the integer optimum, from exact branch and bound (milp.h), and its
+// proof a branch-and-bound tree. Disequalities and Boolean structure are outside: Unknown.
 //
 // Every answer is checkable: an optimum comes with a model attaining it and a proof, in the
 // conjunctive proof format, that the atoms together with "objective < optimum" (">" when
@@ -14,6 +14,7 @@
 // improves the objective.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,15 +27,21 @@ namespace vorn::smt {
 struct Optimization {
     enum class Kind { Optimal, Infeasible, Unbounded, Unknown } kind = Kind::Unknown;
     std::string reason_unknown;
-    bool relaxed = false;        // Int variables were relaxed to Real
     QNumber optimum;             // Optimal: of the objective term, its constant included
     std::vector<QNumber> model;  // Optimal, Unbounded: by problem variable, index 0 unused
     std::vector<QNumber> ray;    // Unbounded: by problem variable
     // Infeasible: the proof over `problem`. Optimal: the proof over `bounded`, the problem
-    // (Int variables relaxed) with the atom "objective < optimum" (or ">") appended.
+    // with the atom "objective < optimum" (or ">") appended.
     std::vector<ProofStep> proof;
     Problem bounded{NameSyntax::SmtLib};
     DecideStats stats;
+    // Unknown after a stop in branch and bound: the best integral solution found (`optimum`,
+    // `model`) when `incumbent`, and the proven bound: no solution is better than `bound`.
+    bool incumbent = false;
+    std::optional<QNumber> bound;
+    // Unknown, strict bounds: `optimum` is the infimum (supremum when maximizing), approached by
+    // the model but not attained.
+    bool approached = false;
     // The floating-point start (DecideOptions::float_start): whether its basis was exactly
     // optimal as it stood, and otherwise why not (the exact simplex then went on from it).
     bool float_basis_optimal = false;

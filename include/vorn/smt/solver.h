@@ -232,8 +232,8 @@ class Solver {
     // ---- objectives
     // Optimized at every Sat check from now on until the level is popped, lexicographically in
     // the order added: each one with those before it held at their optima. The model of a Sat
-    // answer is then an optimal one. What the optimization does not cover yet (Boolean structure,
-    // Int variables, tracked assertions) leaves the answer Sat and the objectives not optimized:
+    // answer is then an optimal one, over Boolean structure, Int and Real variables alike. What
+    // the optimization does not cover leaves the answer Sat and the objectives not optimized:
     // objectives_unknown() says why. A term with ite summands is refused (UsageError). Cost: one
     // exact optimization per objective and check.
     Objective minimize(const Term& t);
@@ -243,6 +243,10 @@ class Solver {
     // the objectives after it are then not optimized). UsageError without a Sat answer, for an
     // objective popped or of another solver, and for one not optimized (the message says why).
     std::optional<QNumber> value(const Objective& o) const;
+    // With strict bounds an optimum may be approached but not attained: 0 when value(o) is
+    // attained, −1 when the optimum is value(o) − ε (a supremum), 1 when value(o) + ε (an
+    // infimum), ε an arbitrarily small positive number. Same preconditions as value(o).
+    int epsilon(const Objective& o) const;
     // After a Sat check with objectives: why they were not optimized; empty when they were.
     std::string_view objectives_unknown() const;
 

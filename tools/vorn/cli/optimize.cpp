@@ -33,7 +33,6 @@ std::string run_optimize(const io::SourceText& source, const OptimizeRequest& re
             !bad.empty())
             throw smt::VerificationFailure(bad);
     }
-    if (answer.relaxed) note = "Int variables relaxed: the optimum of the LP relaxation";
     if (request.stats && options.float_start) {
         if (!note.empty()) note += "\nvorn: ";
         note += answer.float_basis_optimal ? "floating-point start: its basis is optimal"

@@ -237,6 +237,15 @@ void print_optimization(std::ostream& out, const smt::Problem& problem,
             break;
         case smt::Optimization::Kind::Unknown:
             out << "unknown\n";
+            // Branch and bound stopped: the best solution found and the proven bound (the gap).
+            if (answer.incumbent)
+                out << "best objective " << answer.optimum.to_string() << "\nbest objective ≈ "
+                    << approximately(answer.optimum) << "\n";
+            if (answer.bound)
+                out << "bound " << answer.bound->to_string() << "\nbound ≈ "
+                    << approximately(*answer.bound) << "\n";
+            if (answer.incumbent && model)
+                io::write_model(out, problem.variables, answer.model, shown);
             break;
     }
 }

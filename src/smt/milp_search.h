@@ -1,0 +1,141 @@
+#pragma once
+
+// The branch-and-bound search behind optimize_integer (milp.h, which describes it): one object
+// per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
+// choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <queue>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "vorn/lra/branch_and_bound.h"
+#include "vorn/lra/simplex.h"
+#include "vorn/smt/decision.h"
+#include "vorn/smt/optimize.h"
+#include "vorn/smt/problem.h"
+
+#include "simplex_vars.h"
+
+namespace vorn::smt {
+
+inline constexpr std::size_t kNoMilpNode = static_cast<std::size_t>(-1);
+
+// Objective gain per unit of distance a branch moved a variable, averaged over the branches
+// measured so far (Achterberg, Koch, Martin: pseudo-costs).
+struct PseudoCost {
+    double sum[2] = {0, 0};
+    std::uint32_t count[2] = {0, 0};
+    bool known(int side) const { return count[side] > 0; }
+    double average(int side) const { return sum[side] / count[side]; }
+};
+
+class MilpSearch {
+  public:
+    MilpSearch(const Problem& p, std::uint32_t objective, bool maximize, const DecideOptions& o)
+        : p_(p), objective_(objective), maximize_(maximize), options_(o) {}
+
+    Optimization run();
+
+  private:
+    // A node of the search: the branch bound from its parent (var ≤ below, or ≥ below + 1 when
+    // `high`), its proof step, and what pseudo-costs need of its parent.
+    struct Node {
+        std::size_t parent = kNoMilpNode;
+        int var = 0;  // problem variable
+        QNumber below;
+        bool high = false;
+        std::size_t step = 0;
+        QNumber parent_value;  // the parent's relaxation optimum, minimizing
+        QNumber distance;      // how far the branch moved the variable from its value
+        QNumber value;         // its own relaxation optimum, minimizing, once branched
+        bool branched = false;
+        bool closed = false;  // a split turned into a leaf: every node below it is moot
+    };
+    struct Open {
+        QNumber key;  // the parent's relaxation optimum, minimizing: a bound on the node
+        std::size_t depth;
+        std::size_t node;
+        bool operator<(const Open& o) const {  // the priority queue's top is the best
+            if (key != o.key) return key > o.key;
+            return depth < o.depth;
+        }
+    };
+    enum class Outcome { Closed, Branched, Stopped, Failed, Unbounded };
+
+    int simplex_var(int v) {
+        return map_simplex_var(simplex_, v, false, var_of_, nullptr, nullptr, [](int) {});
+    }
+    lra::TermVar term_var(std::span<const LinearExpr::Entry> term) {
+        lra::TermEntries entries;
+        for (const LinearExpr::Entry& e : term)
+            if (e.var != 0) entries.push_back({simplex_var(e.var), e.coeff});
+        return simplex_.term_variable(entries);
+    }
+    bool is_int(int v) const { return p_.variables.sort(v) == Sort::Int; }
+    void enter_atoms();
+    // The value minimized: the objective, negated when maximizing.
+    QNumber minimizing(const QNumber& objective_value) const {
+        return maximize_ ? -objective_value : objective_value;
+    }
+    Outcome visit(std::size_t node);
+    bool cannot_beat_incumbent(const QNumber& value) const;
+    bool below_closed_node(std::size_t node) const;
+    bool close_by_bound(std::size_t node);
+    bool assert_path(std::size_t node);
+    lra::Asserted assert_cutoff();
+    void close_with_conflict(std::size_t node);
+    Outcome accept_incumbent(std::size_t node);
+    Outcome branch(std::size_t node, const QNumber& value);
+    struct Fractional {
+        int var;  // problem variable
+        lra::DeltaRational value;
+    };
+    void collect_fractional();
+    void try_rounding(bool up);
+    void measure_by_strong_branching(const QNumber& value);
+    int choose_branch_variable(QNumber& value) const;
+    void learn_pseudo_cost(const Node& n, const QNumber& value);
+    std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
+                         const QNumber& value, const QNumber& distance);
+    Optimization answer_by_decision();
+    Optimization answer_unbounded();
+    Optimization finish(Outcome last);
+
+    const Problem& p_;
+    std::uint32_t objective_;
+    bool maximize_;
+    DecideOptions options_;
+    lra::Simplex simplex_{lra::SimplexOptions{16, 0, false, nullptr}};
+    lra::BranchAndBound rounding_{simplex_};  // only its rounded assert_term
+    std::vector<int> var_of_;
+    std::optional<lra::TermVar> objective_var_;
+    QNumber objective_constant_;
+    lra::Reason cutoff_reason_ = 0;  // the atom "objective < incumbent" of the proof's problem
+    // Every variable of the objective Int: its values differ by multiples of objective_step_.
+    bool integral_objective_ = false;
+    QNumber objective_step_;
+
+    std::vector<ProofStep> steps_;
+    std::vector<Node> nodes_;
+    std::priority_queue<Open> open_;
+    std::vector<std::size_t> path_;  // of the node visited, root first
+    std::vector<PseudoCost> pseudo_;
+    std::vector<Fractional> fractional_;         // at the node being branched
+    std::size_t preferred_child_ = kNoMilpNode;  // of the last Branched visit
+    QNumber last_value_;                         // the last relaxation optimum, minimizing
+
+    bool has_incumbent_ = false;
+    bool incumbent_approached_ = false;  // an infimum (supremum) of strict bounds, not attained
+    bool approached_here_ = false;       // the node visited: its optimum is not attained
+    QNumber incumbent_;
+    std::vector<QNumber> incumbent_model_;
+    std::string failure_;
+    std::uint64_t visited_ = 0;
+    bool root_open_ = false;  // stopped before the root's relaxation was solved
+};
+
+}  // namespace vorn::smt
