@@ -18,30 +18,16 @@ import os
 import pathlib
 import re
 import shutil
-import signal
-import subprocess
 import sys
 import tempfile
-import time
 from fractions import Fraction
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent
 MIPLIB = ROOT.parent / "shared/data/miplib3"
-
-
-def run(cmd, timeout):
-    """(seconds, stdout) or (None, '') on timeout."""
-    start = time.perf_counter()
-    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
-                            start_new_session=True)
-    try:
-        out, _ = proc.communicate(timeout=timeout)
-    except subprocess.TimeoutExpired:
-        os.killpg(proc.pid, signal.SIGKILL)
-        proc.communicate()
-        return None, ""
-    return time.perf_counter() - start, out
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(HERE))
+from timed_run import run  # noqa: E402
 
 
 def catalogue():

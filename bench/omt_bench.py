@@ -14,11 +14,8 @@ import argparse
 import os
 import pathlib
 import re
-import signal
-import subprocess
 import sys
 import tempfile
-import time
 from fractions import Fraction
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -26,19 +23,7 @@ ROOT = HERE.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(HERE))
 import gen_jobshop  # noqa: E402
-
-
-def run(cmd, timeout):
-    start = time.perf_counter()
-    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
-                            start_new_session=True)
-    try:
-        out, _ = proc.communicate(timeout=timeout)
-    except subprocess.TimeoutExpired:
-        os.killpg(proc.pid, signal.SIGKILL)
-        proc.communicate()
-        return None, ""
-    return time.perf_counter() - start, out
+from timed_run import run  # noqa: E402
 
 
 def optimum(out):
