@@ -33,8 +33,9 @@
 //
 // Tight rows: branching on single variables never ends where the rows at their bounds have no
 // integer solution (tight_split.h); the split that ends it is on a term, which these proofs
-// cannot hold. At the root and at every node whose count is a power of two, the search looks for
-// one and, found, answers Unknown with wants_term_split() (BranchOptions::stop_for_term_split).
+// cannot hold. At every node whose count is a power of two from 8192 on (the problems that
+// branching ends mostly end sooner), the search looks for one and, found, answers Unknown with
+// wants_term_split() (BranchOptions::stop_for_term_split).
 //
 // Costs: one simplex check per node (reusing the basis of the previous node), a scan of the
 // integer variables per node, and a scan of all variables for the gcd test at the root.
