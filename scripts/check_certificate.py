@@ -504,8 +504,8 @@ class Script:
 
 def lin(e, sorts, ites=None):
     """A term as (terms, constant); an InputError when it is not linear in declared variables.
-    A term ite is the variable ites(e) names (one the tool introduced and the certificate
-    defines), when ites is given."""
+    A term ite is what ites(e) gives (a branch, or the variable the tool introduced and the
+    certificate defines), when ites is given."""
     if isinstance(e, str):
         if number(e) is None and sorts.get(e) not in ("Int", "Real"):
             raise InputError("unknown term " + e)
@@ -513,7 +513,7 @@ def lin(e, sorts, ites=None):
     if e[0] == "ite":
         if ites is None:
             raise InputError("a term ite")
-        return {ites(e): Fraction(1)}, Fraction(0)
+        return ites(e)
     op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     if op == "+" or op == "to_real":
         return scaled_sum((1, a) for a in args)
@@ -1127,13 +1127,17 @@ def check_clause_input(lines, problem):
 
     memo = {}
 
-    def ites(e):  # the variable of a term ite of the input, with the same definition
-        c, t, u = formula(F, e[1], memo, ites), affine(*lin(e[2], F.sorts, ites)), \
-            affine(*lin(e[3], F.sorts, ites))
-        key = (None, t, t) if t == u else (c ^ 1, u, t) if c & 1 else (c, t, u)
+    def ites(e):  # a term ite of the input: its branch when the condition or branches decide,
+        # else the variable with the same definition
+        c, then, other = formula(F, e[1], memo, ites), lin(e[2], F.sorts, ites), \
+            lin(e[3], F.sorts, ites)
+        t, u = affine(*then), affine(*other)
+        if c < 2 or t == u:
+            return other if c == 1 else then
+        key = (c ^ 1, u, t) if c & 1 else (c, t, u)
         if key not in by_branches:
             raise InputError("a term ite that the certificate does not define")
-        return by_branches[key]
+        return {by_branches[key]: Fraction(1)}, Fraction(0)
     leaves = conjuncts(F, problem, ites, memo)
     for clause, f in inputs:
         if not F.follows(f, leaves) and f not in by_branches:

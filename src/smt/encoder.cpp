@@ -4,6 +4,16 @@
 
 namespace vorn::smt {
 
+namespace {
+
+// Makes the next push_back unable to fail, growing geometrically.
+template <class T>
+void room_for_one(std::vector<T>& v) {
+    if (v.size() == v.capacity()) v.reserve(2 * v.size() + 4);
+}
+
+}  // namespace
+
 Literal Encoder::definition() {
     return {problem_.boolean.add({}), false};
 }
@@ -40,13 +50,7 @@ Literal Encoder::compare(Relation relation, std::uint32_t term) {
         int sign = entries.empty() ? 0 : entries[0].coeff.sign();
         return constant(relation_holds(relation, sign));
     }
-    auto bound = [&](Relation r) {
-        Proposition p;
-        p.kind = Proposition::Kind::Atom;
-        p.relation = r;
-        p.term = term;
-        return Literal{problem_.boolean.add(p), false};
-    };
+    auto bound = [&](Relation r) { return this->bound(r, term); };
     switch (relation) {
         case Relation::Le:
             return bound(Relation::Le);
@@ -65,6 +69,38 @@ Literal Encoder::compare(Relation relation, std::uint32_t term) {
         }
     }
     return constant(false);
+}
+
+Literal Encoder::bound(Relation relation, std::uint32_t term) {
+    // term = factor · normal + c, so term ⋈ 0 is normal ⋈' −c/factor (⋈ turned round when the
+    // factor is negative).
+    normal_.clear();
+    QNumber constant;
+    for (const auto& e : problem_.term(term)) {
+        if (e.var == 0)
+            constant = e.coeff;
+        else
+            normal_.push_back(e);
+    }
+    QNumber factor = lra::normalize_term(normal_);
+    Relation shared =
+        factor.sign() < 0 ? (relation == Relation::Le ? Relation::Ge : Relation::Le) : relation;
+    QNumber value = -constant / factor;
+    auto index = static_cast<std::size_t>(normal_terms_.intern(normal_).index);
+    if (bounds_.size() <= index) bounds_.resize(index + 1);
+    for (const SharedBound& b : bounds_[index])
+        if (b.relation == shared && b.value == value) return {b.prop, false};
+    // Room first: a failing allocation must not leave a bound that truncate() cannot find.
+    room_for_one(bounds_[index]);
+    room_for_one(bound_log_);
+    Proposition p;
+    p.kind = Proposition::Kind::Atom;
+    p.relation = relation;
+    p.term = term;
+    std::uint32_t prop = problem_.boolean.add(p);
+    bounds_[index].push_back({shared, std::move(value), prop});
+    bound_log_.push_back(static_cast<std::uint32_t>(index));
+    return {prop, false};
 }
 
 Literal Encoder::distinct(std::uint32_t first, std::uint32_t count) {
@@ -170,6 +206,11 @@ void Encoder::add_clause(std::span<const Literal> lits) {
 void Encoder::truncate(std::uint32_t propositions) {
     if (true_ && *true_ >= propositions) true_.reset();
     std::erase_if(variables_, [&](const auto& kv) { return kv.second >= propositions; });
+    // Bounds are made in the order of their propositions: the latest are the ones to go.
+    while (!bound_log_.empty() && bounds_[bound_log_.back()].back().prop >= propositions) {
+        bounds_[bound_log_.back()].pop_back();
+        bound_log_.pop_back();
+    }
 }
 
 }  // namespace vorn::smt

@@ -37,6 +37,7 @@
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/smt/formula_dag.h"
+#include "vorn/smt/formula_folding.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
@@ -228,10 +229,16 @@ class TermEvaluator {
     SymbolState& state(std::uint32_t symbol);
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
+    // An atom over constants is true or false; connectives fold (smt/formula_folding.h).
     FormulaId new_atom(smt::Relation relation, std::uint32_t first_term, std::uint32_t terms,
                        smt::SourcePos pos) {
-        return dag_.atom({relation, first_term, terms, pos});
+        return smt::folded_atom(dag_, problem_, {relation, first_term, terms, pos});
     }
+    FormulaId new_connective(FormulaNode::Kind kind, std::span<const FormulaId> children,
+                             smt::SourcePos pos) {
+        return smt::folded_connective(dag_, kind, children, pos, folded_);
+    }
+    // A node as it is: a lifted definition keeps its shape.
     FormulaId new_node(FormulaNode::Kind kind, std::span<const FormulaId> children,
                        smt::SourcePos pos) {
         return dag_.node(kind, children, pos);
@@ -255,6 +262,7 @@ class TermEvaluator {
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
     std::vector<FormulaId> scratch_ids_;
+    std::vector<FormulaId> folded_;  // new_connective's scratch
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;
     std::vector<std::uint32_t> new_names_;  // see take_names
