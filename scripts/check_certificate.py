@@ -901,8 +901,8 @@ def check_against(lines, problem, optimum=None):
         if relaxed:
             problem = problem.relaxed(relaxed)
     (names, sorts), seen = cert_names(body, problem), set()
-    F = Formulas(sorts)
-    leaves = conjuncts(F, problem)
+    F, memo = Formulas(sorts), {}
+    leaves = conjuncts(F, problem, decided_ites(F, memo), memo)
     for line in body:
         words = line.split()
         if words[0] != "atom":
@@ -1051,6 +1051,26 @@ def affine(terms, c):
     return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
 
 
+def ite_parts(F, e, memo, ites):
+    """A term ite's condition (a formula of F) and branches (terms, constant), and the branch it
+    is when the condition is constant or the branches are equal (the tool folds it so), else
+    None."""
+    c, then, other = formula(F, e[1], memo, ites), lin(e[2], F.sorts, ites), \
+        lin(e[3], F.sorts, ites)
+    decided = c < 2 or affine(*then) == affine(*other)
+    return c, then, other, (other if c == 1 else then) if decided else None
+
+
+def decided_ites(F, memo):
+    """ites for lin() where no variable stands for a term ite: a decided one is its branch."""
+    def ites(e):
+        branch = ite_parts(F, e, memo, ites)[3]
+        if not branch:
+            raise InputError("a term ite")
+        return branch
+    return ites
+
+
 def ite_definition(F, f):
     """(v, (condition, then, else)) when f is the definition of a variable v the tool introduced
     for a term ite: (ite c (= v then) (= v else)), or v = then when both branches are alike;
@@ -1127,13 +1147,11 @@ def check_clause_input(lines, problem):
 
     memo = {}
 
-    def ites(e):  # a term ite of the input: its branch when the condition or branches decide,
-        # else the variable with the same definition
-        c, then, other = formula(F, e[1], memo, ites), lin(e[2], F.sorts, ites), \
-            lin(e[3], F.sorts, ites)
+    def ites(e):  # a term ite of the input: its branch, or the variable of its definition
+        c, then, other, branch = ite_parts(F, e, memo, ites)
+        if branch:
+            return branch
         t, u = affine(*then), affine(*other)
-        if c < 2 or t == u:
-            return other if c == 1 else then
         key = (c ^ 1, u, t) if c & 1 else (c, t, u)
         if key not in by_branches:
             raise InputError("a term ite that the certificate does not define")
