@@ -123,7 +123,34 @@ Literal Encoder::atom(const Atom& a) {
     return compare(a.relation, a.first_term);
 }
 
+// ---- gates made once ----------------------------------------------------------------------
+
+std::size_t Encoder::GateKeyHash::operator()(const std::vector<std::uint32_t>& key) const {
+    std::uint64_t h = 1469598103934665603ull;
+    for (std::uint32_t w : key)
+        h = (h ^ w) * 1099511628211ull;
+    return static_cast<std::size_t>(h);
+}
+
+std::optional<Literal> Encoder::made_gate(Gate gate, std::span<const Literal> operands) {
+    gate_key_.assign(1, static_cast<std::uint32_t>(gate));
+    for (Literal x : operands)
+        gate_key_.push_back(x.code());
+    auto at = gates_.find(gate_key_);
+    if (at == gates_.end()) return std::nullopt;
+    return Literal{at->second, false};
+}
+
+// After made_gate() left the key in gate_key_. Room first: a failing allocation must not leave
+// a gate that truncate() cannot find.
+void Encoder::remember_gate(Literal d) {
+    room_for_one(gate_log_);
+    auto [at, fresh] = gates_.try_emplace(gate_key_, d.prop());
+    if (fresh) gate_log_.push_back(&at->first);
+}
+
 Literal Encoder::and_gate(std::span<const Literal> operands) {
+    if (std::optional<Literal> made = made_gate(Gate::And, operands)) return *made;
     Literal d = definition();
     problem_.boolean.define(d.prop(), Gate::And, operands);
     clause_.clear();
@@ -134,6 +161,8 @@ Literal Encoder::and_gate(std::span<const Literal> operands) {
         clause_.push_back(~x);
     }
     problem_.boolean.add_clause(clause_);
+    made_gate(Gate::And, operands);
+    remember_gate(d);
     return d;
 }
 
@@ -168,20 +197,24 @@ Literal Encoder::exclusive_or(Literal a, Literal b) {
     if (cb) return *cb ? ~a : a;
     if (a == b) return constant(false);
     if (a == ~b) return constant(true);
+    Literal operands[] = {std::min(a, b), std::max(a, b)};
+    if (std::optional<Literal> made = made_gate(Gate::Xor, operands)) return *made;
     Literal d = definition();
-    Literal operands[] = {a, b};
     problem_.boolean.define(d.prop(), Gate::Xor, operands);
     Literal clauses[4][3] = {{~d, a, b}, {~d, ~a, ~b}, {d, ~a, b}, {d, a, ~b}};
     for (auto& c : clauses)
         problem_.boolean.add_clause(c);
+    made_gate(Gate::Xor, operands);
+    remember_gate(d);
     return d;
 }
 
 Literal Encoder::ite(Literal condition, Literal then, Literal otherwise) {
     if (std::optional<bool> c = constant_value(condition)) return *c ? then : otherwise;
     if (then == otherwise) return then;
-    Literal d = definition();
     Literal operands[] = {condition, then, otherwise};
+    if (std::optional<Literal> made = made_gate(Gate::Ite, operands)) return *made;
+    Literal d = definition();
     problem_.boolean.define(d.prop(), Gate::Ite, operands);
     Literal clauses[4][3] = {{~condition, ~then, d},
                              {~condition, then, ~d},
@@ -189,6 +222,8 @@ Literal Encoder::ite(Literal condition, Literal then, Literal otherwise) {
                              {condition, otherwise, ~d}};
     for (auto& c : clauses)
         problem_.boolean.add_clause(c);
+    made_gate(Gate::Ite, operands);
+    remember_gate(d);
     return d;
 }
 
@@ -206,7 +241,14 @@ void Encoder::add_clause(std::span<const Literal> lits) {
 void Encoder::truncate(std::uint32_t propositions) {
     if (true_ && *true_ >= propositions) true_.reset();
     std::erase_if(variables_, [&](const auto& kv) { return kv.second >= propositions; });
-    // Bounds are made in the order of their propositions: the latest are the ones to go.
+    while (!gate_log_.empty()) {
+        auto at = gates_.find(*gate_log_.back());
+        if (at->second < propositions) break;
+        gates_.erase(at);
+        gate_log_.pop_back();
+    }
+    // Bounds and gates are made in the order of their propositions: the latest are the ones to
+    // go.
     while (!bound_log_.empty() && bounds_[bound_log_.back()].back().prop >= propositions) {
         bounds_[bound_log_.back()].pop_back();
         bound_log_.pop_back();

@@ -15,7 +15,9 @@
 // coefficient 1, lra/term_table.h), the relation turned round by a negative factor, and the
 // constant moved over; so x − y ≤ 3 and −y + x ≤ 3 (or 2x − 2y ≤ 6) share one literal and
 // x − y > 3 is its negation. The proposition keeps the term it was made with. A lookup costs the
-// term's length, a hash and a scan of the bounds already made on that term.
+// term's length, a hash and a scan of the bounds already made on that term. A gate over the same
+// operands (and, xor, ite) is made once too, so formulas that are equal once their atoms share
+// literals share their definitions.
 //
 // The callers walk their own formula DAGs (the script reader's, the embedding API's) and call
 // the encoder bottom-up; assert_true() makes a literal a fact.
@@ -68,6 +70,14 @@ class Encoder {
     // The proposition of  term ⋈ 0  for ⋈ Le or Ge, shared by every bound that states the same.
     Literal bound(Relation relation, std::uint32_t term);
 
+    // The definition of `gate` over `operands` when one was made; leaves the key in gate_key_
+    // for remember_gate().
+    std::optional<Literal> made_gate(Gate gate, std::span<const Literal> operands);
+    void remember_gate(Literal definition);
+    struct GateKeyHash {
+        std::size_t operator()(const std::vector<std::uint32_t>& key) const;
+    };
+
     struct SharedBound {
         Relation relation;  // on the normal form: Le or Ge
         QNumber value;      // normal form ⋈ value
@@ -83,6 +93,10 @@ class Encoder {
     std::vector<std::vector<SharedBound>> bounds_;  // by normal term, in the order made
     std::vector<std::uint32_t> bound_log_;          // the normal term of each bound, in order
     lra::TermEntries normal_;
+    // Gates by their kind and operand codes; the log holds their keys in the order made.
+    std::unordered_map<std::vector<std::uint32_t>, std::uint32_t, GateKeyHash> gates_;
+    std::vector<const std::vector<std::uint32_t>*> gate_log_;
+    std::vector<std::uint32_t> gate_key_;
 };
 
 }  // namespace vorn::smt
