@@ -7,7 +7,8 @@
 // a `define-fun` body are evaluated once and their value is shared by every use: a use copies a
 // linear expression (at most one entry per variable) or refers to a formula node, so nested
 // doubling lets cost time linear in the text, not exponential. `distinct` stays one atom over its n
-// terms.
+// terms. Formulas fold as they are built (smt/formula_folding.h): an atom over constants is true
+// or false, so a term ite that such a condition decides is its branch, not a lifted variable.
 //
 // The evaluator walks the tree with its own stacks, not the machine's, so its depth is bounded
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the
