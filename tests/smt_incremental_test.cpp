@@ -163,9 +163,14 @@ TEST(Incremental, OneSolverAnswersAsAFreshSolverPerCheck) {
         unsigned seed = 7000u + static_cast<unsigned>(i);
         ScriptGenerator gen(seed);
         std::string script = gen.script(60);
-        auto kept = answers(script, false, certificates),
-             fresh = answers(script, true, certificates),
-             reclaimed = answers(script, false, certificates, false);
+        std::vector<std::string> kept, fresh, reclaimed;
+        try {
+            kept = answers(script, false, certificates);
+            fresh = answers(script, true, certificates);
+            reclaimed = answers(script, false, certificates, false);
+        } catch (const std::exception& e) {
+            FAIL() << "seed " << seed << ": " << e.what() << "\n" << script;
+        }
         ASSERT_EQ(kept.size(), fresh.size()) << "seed " << seed << "\n" << script;
         ASSERT_EQ(reclaimed.size(), fresh.size()) << "seed " << seed << "\n" << script;
         for (std::size_t k = 0; k < kept.size(); ++k) {
