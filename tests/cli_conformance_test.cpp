@@ -112,11 +112,11 @@ const ScriptCase kScripts[] = {
      R"((set-option :global-declarations true)(declare-const x Int)(push 1)(declare-const y Int)
 (define-fun b () Bool (> y (ite (> x 0) x 3)))(define-fun t () Int (+ y (div x 2)))
 (define-const c Int (* 2 t))(define-fun f ((a Int)) Int (+ a y))(define-sort R () Real)
-(assert b)(assert (! (> x 100) :named n))(check-sat)(pop 1)(declare-const r R)
-(assert (and b (= t 5) (= c 10) (= (f 1) 5) (> x 0)))(check-sat)(get-value (x y t c b))
+(assert b)(assert (! (> x 100) :named n))(check-sat)(pop 1)(declare-const r R)(declare-const z Int)
+(assert (and b (= t 5) (= c 10) (= (f 1) 5) (> x 0) (= z 7)))(check-sat)(get-value (x y t c b z))
 (assert n)(reset)(declare-const x Int)(push 1)(declare-const y Int)(pop 1)(assert (> y 0)))",
-     "sat\nsat\n((x 2) (y 4) (t 5) (c 10) (b true))\n(error \"s.smt2:6:9: undeclared symbol "
-     "'n'\")\n(error \"s.smt2:6:86: undeclared symbol 'y'\")\n"},
+     "sat\nsat\n((x 2) (y 4) (t 5) (c 10) (b true) (z 7))\n(error \"s.smt2:6:9: undeclared "
+     "symbol 'n'\")\n(error \"s.smt2:6:86: undeclared symbol 'y'\")\n"},
     {"recursive definitions are functions outside the fragment",
      R"((declare-const x Int)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))
 (define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))

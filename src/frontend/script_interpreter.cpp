@@ -453,6 +453,8 @@ void ScriptInterpreter::set_option() {
         fail(value.pos, "expected true or false");
     if (key == ":print-success") print_success_ = on;
     if (key == ":produce-unsat-cores") produce_cores_ = on;
+    // A global declaration's variable outlives the pop of its level.
+    if (key == ":global-declarations") engine_->keep_popped_variables(on);
     if (key == ":timeout") {
         // As z3 reads it: milliseconds for each check-sat from now on, 0 for none.
         if (value.kind != SNode::Kind::Numeral || value.text_size > 12)

@@ -80,6 +80,8 @@ void Engine::decide(std::span<const Literal> assumptions, std::span<const Formul
         // for good.
         context_boolean_ = context_boolean_ || last_.boolean_search;
     }
+    for (std::size_t v = 0; v < popped_.size() && v < last_.model.size(); ++v)
+        if (popped_[v] != 0) last_.model[v] = QNumber();
     stats_->solve_seconds += ms_since(start) / 1000;
     ++stats_->checks;
     stats_->decide += last_.stats;

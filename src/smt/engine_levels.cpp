@@ -55,8 +55,16 @@ void Engine::truncate(const Level& level) {
     drop_formulas(level.dag);
     encoder_.truncate(level.encoded);
     // Proofs name the atoms of popped levels, and so the variables of their terms.
-    if (context_ && !options_.keep_popped_variables && !options_.decide.certify)
+    if (options_.keep_popped_variables) return;
+    if (context_ && !options_.decide.certify) {
         context_->truncate_variables(level.variables);
+        return;
+    }
+    // Kept for the proofs, they mean nothing more: models give them 0 (an Int one may hold any
+    // value).
+    popped_.resize(static_cast<std::size_t>(problem_->variables.size()) + 1, 0);
+    for (int v = level.variables + 1; v <= problem_->variables.size(); ++v)
+        popped_[static_cast<std::size_t>(v)] = 1;
 }
 
 void Engine::drop_formulas(const FormulaDag::Marks& marks) {

@@ -106,6 +106,8 @@ class Engine {
     }
     // Time, conflict and memory limits and the interrupt, for the checks from now on.
     void set_limits(const DecideOptions& decide);
+    // EngineOptions::keep_popped_variables from now on (declarations that outlive their level).
+    void keep_popped_variables(bool keep) { options_.keep_popped_variables = keep; }
     // The problem, the engine being of no use afterwards (reading).
     Problem take_problem();
 
@@ -219,6 +221,9 @@ class Engine {
     // The context has met Boolean structure: it stays with the Boolean engine, whose proofs are
     // clause proofs, even when a pop took the structure away.
     bool context_boolean_ = false;
+    // By problem variable: declared on a popped level and kept for the proofs; a model sets
+    // them to 0.
+    std::vector<char> popped_;
     bool model_evaluated_ = false;  // model_values() is that of last_
     Decision last_;
     std::optional<Unsupported> outside_;
