@@ -504,8 +504,8 @@ class Script:
 
 def lin(e, sorts, ites=None):
     """A term as (terms, constant); an InputError when it is not linear in declared variables.
-    A term ite is the variable ites(e) names (one the tool introduced and the certificate
-    defines), when ites is given."""
+    A term ite is what ites(e) gives (a branch, or the variable the tool introduced and the
+    certificate defines), when ites is given."""
     if isinstance(e, str):
         if number(e) is None and sorts.get(e) not in ("Int", "Real"):
             raise InputError("unknown term " + e)
@@ -513,7 +513,7 @@ def lin(e, sorts, ites=None):
     if e[0] == "ite":
         if ites is None:
             raise InputError("a term ite")
-        return {ites(e): Fraction(1)}, Fraction(0)
+        return ites(e)
     op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     if op == "+" or op == "to_real":
         return scaled_sum((1, a) for a in args)
@@ -901,8 +901,8 @@ def check_against(lines, problem, optimum=None):
         if relaxed:
             problem = problem.relaxed(relaxed)
     (names, sorts), seen = cert_names(body, problem), set()
-    F = Formulas(sorts)
-    leaves = conjuncts(F, problem)
+    F, memo = Formulas(sorts), {}
+    leaves = conjuncts(F, problem, decided_ites(F, memo), memo)
     for line in body:
         words = line.split()
         if words[0] != "atom":
@@ -1051,6 +1051,26 @@ def affine(terms, c):
     return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
 
 
+def ite_parts(F, e, memo, ites):
+    """A term ite's condition (a formula of F) and branches (terms, constant), and the branch it
+    is when the condition is constant or the branches are equal (the tool folds it so), else
+    None."""
+    c, then, other = formula(F, e[1], memo, ites), lin(e[2], F.sorts, ites), \
+        lin(e[3], F.sorts, ites)
+    decided = c < 2 or affine(*then) == affine(*other)
+    return c, then, other, (other if c == 1 else then) if decided else None
+
+
+def decided_ites(F, memo):
+    """ites for lin() where no variable stands for a term ite: a decided one is its branch."""
+    def ites(e):
+        branch = ite_parts(F, e, memo, ites)[3]
+        if not branch:
+            raise InputError("a term ite")
+        return branch
+    return ites
+
+
 def ite_definition(F, f):
     """(v, (condition, then, else)) when f is the definition of a variable v the tool introduced
     for a term ite: (ite c (= v then) (= v else)), or v = then when both branches are alike;
@@ -1127,13 +1147,15 @@ def check_clause_input(lines, problem):
 
     memo = {}
 
-    def ites(e):  # the variable of a term ite of the input, with the same definition
-        c, t, u = formula(F, e[1], memo, ites), affine(*lin(e[2], F.sorts, ites)), \
-            affine(*lin(e[3], F.sorts, ites))
-        key = (None, t, t) if t == u else (c ^ 1, u, t) if c & 1 else (c, t, u)
+    def ites(e):  # a term ite of the input: its branch, or the variable of its definition
+        c, then, other, branch = ite_parts(F, e, memo, ites)
+        if branch:
+            return branch
+        t, u = affine(*then), affine(*other)
+        key = (c ^ 1, u, t) if c & 1 else (c, t, u)
         if key not in by_branches:
             raise InputError("a term ite that the certificate does not define")
-        return by_branches[key]
+        return {by_branches[key]: Fraction(1)}, Fraction(0)
     leaves = conjuncts(F, problem, ites, memo)
     for clause, f in inputs:
         if not F.follows(f, leaves) and f not in by_branches:

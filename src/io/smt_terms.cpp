@@ -452,12 +452,13 @@ void TermEvaluator::finish_relation(const Frame& f) {
         scratch_ids_.clear();
         for (std::size_t i = 0; i + 1 < n && (f.head == Known::Eq || n == 2); ++i) {
             FormulaId pair[] = {values_[f.base + i].formula, values_[f.base + i + 1].formula};
-            scratch_ids_.push_back(new_node(FormulaNode::Xor, pair, pos) ^
+            scratch_ids_.push_back(new_connective(FormulaNode::Xor, pair, pos) ^
                                    (f.head == Known::Eq ? 1 : 0));
         }
-        result.formula = scratch_ids_.empty()       ? 1
-                         : scratch_ids_.size() == 1 ? scratch_ids_[0]
-                                                    : new_node(FormulaNode::And, scratch_ids_, pos);
+        result.formula = scratch_ids_.empty() ? 1
+                         : scratch_ids_.size() == 1
+                             ? scratch_ids_[0]
+                             : new_connective(FormulaNode::And, scratch_ids_, pos);
         return;
     }
     expect_kind(f, false);
@@ -485,7 +486,7 @@ void TermEvaluator::finish_relation(const Frame& f) {
         }
         result.formula = scratch_ids_.size() == 1
                              ? scratch_ids_[0]
-                             : new_node(FormulaNode::And, scratch_ids_, node(f.node).pos);
+                             : new_connective(FormulaNode::And, scratch_ids_, node(f.node).pos);
     }
     result.is_formula = true;
 }
@@ -499,7 +500,7 @@ void TermEvaluator::finish_and(const Frame& f) {
     Value& result = n == 0 ? push_value() : values_[f.base];
     // Where the and stands: negated, it is the disjunction an unknown answer names.
     result.formula =
-        n == 1 ? scratch_ids_[0] : new_node(FormulaNode::And, scratch_ids_, node(f.node).pos);
+        n == 1 ? scratch_ids_[0] : new_connective(FormulaNode::And, scratch_ids_, node(f.node).pos);
     result.is_formula = true;
     result.unsupported = false;
 }
@@ -517,8 +518,8 @@ void TermEvaluator::finish_connective(const Frame& f) {
         for (std::size_t i = 0; i < n; ++i)
             scratch_ids_.push_back(values_[f.base + i].formula ^
                                    (f.op == Op::Implies && i + 1 < n ? 1 : 0));
-        result.formula = new_node(f.op == Op::Xor ? FormulaNode::Xor : FormulaNode::Or,
-                                  scratch_ids_, node(f.node).pos);
+        result.formula = new_connective(f.op == Op::Xor ? FormulaNode::Xor : FormulaNode::Or,
+                                        scratch_ids_, node(f.node).pos);
     }
     result.is_formula = true;
     result.unsupported = false;
@@ -542,16 +543,14 @@ void TermEvaluator::finish_ite(const Frame& f) {
     FormulaId condition = result.formula;
     smt::SourcePos pos = node(f.node).pos;
     if (!term) {
-        FormulaId args[] = {condition, then.formula, otherwise.formula};
-        result.formula =
-            condition <= 1 ? args[2 - condition] : new_node(FormulaNode::Ite, args, pos);
+        result.formula = smt::folded_ite(dag_, condition, then.formula, otherwise.formula, pos);
         result.is_formula = true;
         result.unsupported = false;
         return;
     }
     bool real = then.real || otherwise.real;
-    if (condition <= 1) {  // true or false: the branch itself
-        result.expr.swap(values_[f.base + (condition == 0 ? 1 : 2)].expr);
+    if (condition <= 1 || smt::same_expr(then.expr, otherwise.expr)) {  // the branch itself
+        result.expr.swap(values_[f.base + (condition == 1 ? 2 : 1)].expr);
     } else {
         lift_ite(result, condition, then.expr, otherwise.expr, real, pos);
     }

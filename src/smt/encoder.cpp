@@ -4,6 +4,16 @@
 
 namespace vorn::smt {
 
+namespace {
+
+// Makes the next push_back unable to fail, growing geometrically.
+template <class T>
+void room_for_one(std::vector<T>& v) {
+    if (v.size() == v.capacity()) v.reserve(2 * v.size() + 4);
+}
+
+}  // namespace
+
 Literal Encoder::definition() {
     return {problem_.boolean.add({}), false};
 }
@@ -40,13 +50,7 @@ Literal Encoder::compare(Relation relation, std::uint32_t term) {
         int sign = entries.empty() ? 0 : entries[0].coeff.sign();
         return constant(relation_holds(relation, sign));
     }
-    auto bound = [&](Relation r) {
-        Proposition p;
-        p.kind = Proposition::Kind::Atom;
-        p.relation = r;
-        p.term = term;
-        return Literal{problem_.boolean.add(p), false};
-    };
+    auto bound = [&](Relation r) { return this->bound(r, term); };
     switch (relation) {
         case Relation::Le:
             return bound(Relation::Le);
@@ -65,6 +69,38 @@ Literal Encoder::compare(Relation relation, std::uint32_t term) {
         }
     }
     return constant(false);
+}
+
+Literal Encoder::bound(Relation relation, std::uint32_t term) {
+    // term = factor · normal + c, so term ⋈ 0 is normal ⋈' −c/factor (⋈ turned round when the
+    // factor is negative).
+    normal_.clear();
+    QNumber constant;
+    for (const auto& e : problem_.term(term)) {
+        if (e.var == 0)
+            constant = e.coeff;
+        else
+            normal_.push_back(e);
+    }
+    QNumber factor = lra::normalize_term(normal_);
+    Relation shared =
+        factor.sign() < 0 ? (relation == Relation::Le ? Relation::Ge : Relation::Le) : relation;
+    QNumber value = -constant / factor;
+    auto index = static_cast<std::size_t>(normal_terms_.intern(normal_).index);
+    if (bounds_.size() <= index) bounds_.resize(index + 1);
+    for (const SharedBound& b : bounds_[index])
+        if (b.relation == shared && b.value == value) return {b.prop, false};
+    // Room first: a failing allocation must not leave a bound that truncate() cannot find.
+    room_for_one(bounds_[index]);
+    room_for_one(bound_log_);
+    Proposition p;
+    p.kind = Proposition::Kind::Atom;
+    p.relation = relation;
+    p.term = term;
+    std::uint32_t prop = problem_.boolean.add(p);
+    bounds_[index].push_back({shared, std::move(value), prop});
+    bound_log_.push_back(static_cast<std::uint32_t>(index));
+    return {prop, false};
 }
 
 Literal Encoder::distinct(std::uint32_t first, std::uint32_t count) {
@@ -87,7 +123,34 @@ Literal Encoder::atom(const Atom& a) {
     return compare(a.relation, a.first_term);
 }
 
+// ---- gates made once ----------------------------------------------------------------------
+
+std::size_t Encoder::GateKeyHash::operator()(const std::vector<std::uint32_t>& key) const {
+    std::uint64_t h = 1469598103934665603ull;
+    for (std::uint32_t w : key)
+        h = (h ^ w) * 1099511628211ull;
+    return static_cast<std::size_t>(h);
+}
+
+std::optional<Literal> Encoder::made_gate(Gate gate, std::span<const Literal> operands) {
+    gate_key_.assign(1, static_cast<std::uint32_t>(gate));
+    for (Literal x : operands)
+        gate_key_.push_back(x.code());
+    auto at = gates_.find(gate_key_);
+    if (at == gates_.end()) return std::nullopt;
+    return Literal{at->second, false};
+}
+
+// After made_gate() left the key in gate_key_. Room first: a failing allocation must not leave
+// a gate that truncate() cannot find.
+void Encoder::remember_gate(Literal d) {
+    room_for_one(gate_log_);
+    auto [at, fresh] = gates_.try_emplace(gate_key_, d.prop());
+    if (fresh) gate_log_.push_back(&at->first);
+}
+
 Literal Encoder::and_gate(std::span<const Literal> operands) {
+    if (std::optional<Literal> made = made_gate(Gate::And, operands)) return *made;
     Literal d = definition();
     problem_.boolean.define(d.prop(), Gate::And, operands);
     clause_.clear();
@@ -98,6 +161,8 @@ Literal Encoder::and_gate(std::span<const Literal> operands) {
         clause_.push_back(~x);
     }
     problem_.boolean.add_clause(clause_);
+    made_gate(Gate::And, operands);
+    remember_gate(d);
     return d;
 }
 
@@ -132,20 +197,24 @@ Literal Encoder::exclusive_or(Literal a, Literal b) {
     if (cb) return *cb ? ~a : a;
     if (a == b) return constant(false);
     if (a == ~b) return constant(true);
+    Literal operands[] = {std::min(a, b), std::max(a, b)};
+    if (std::optional<Literal> made = made_gate(Gate::Xor, operands)) return *made;
     Literal d = definition();
-    Literal operands[] = {a, b};
     problem_.boolean.define(d.prop(), Gate::Xor, operands);
     Literal clauses[4][3] = {{~d, a, b}, {~d, ~a, ~b}, {d, ~a, b}, {d, a, ~b}};
     for (auto& c : clauses)
         problem_.boolean.add_clause(c);
+    made_gate(Gate::Xor, operands);
+    remember_gate(d);
     return d;
 }
 
 Literal Encoder::ite(Literal condition, Literal then, Literal otherwise) {
     if (std::optional<bool> c = constant_value(condition)) return *c ? then : otherwise;
     if (then == otherwise) return then;
-    Literal d = definition();
     Literal operands[] = {condition, then, otherwise};
+    if (std::optional<Literal> made = made_gate(Gate::Ite, operands)) return *made;
+    Literal d = definition();
     problem_.boolean.define(d.prop(), Gate::Ite, operands);
     Literal clauses[4][3] = {{~condition, ~then, d},
                              {~condition, then, ~d},
@@ -153,6 +222,8 @@ Literal Encoder::ite(Literal condition, Literal then, Literal otherwise) {
                              {condition, otherwise, ~d}};
     for (auto& c : clauses)
         problem_.boolean.add_clause(c);
+    made_gate(Gate::Ite, operands);
+    remember_gate(d);
     return d;
 }
 
@@ -170,6 +241,18 @@ void Encoder::add_clause(std::span<const Literal> lits) {
 void Encoder::truncate(std::uint32_t propositions) {
     if (true_ && *true_ >= propositions) true_.reset();
     std::erase_if(variables_, [&](const auto& kv) { return kv.second >= propositions; });
+    while (!gate_log_.empty()) {
+        auto at = gates_.find(*gate_log_.back());
+        if (at->second < propositions) break;
+        gates_.erase(at);
+        gate_log_.pop_back();
+    }
+    // Bounds and gates are made in the order of their propositions: the latest are the ones to
+    // go.
+    while (!bound_log_.empty() && bounds_[bound_log_.back()].back().prop >= propositions) {
+        bounds_[bound_log_.back()].pop_back();
+        bound_log_.pop_back();
+    }
 }
 
 }  // namespace vorn::smt

@@ -7,7 +7,8 @@
 // a `define-fun` body are evaluated once and their value is shared by every use: a use copies a
 // linear expression (at most one entry per variable) or refers to a formula node, so nested
 // doubling lets cost time linear in the text, not exponential. `distinct` stays one atom over its n
-// terms.
+// terms. Formulas fold as they are built (smt/formula_folding.h): an atom over constants is true
+// or false, so a term ite that such a condition decides is its branch, not a lifted variable.
 //
 // The evaluator walks the tree with its own stacks, not the machine's, so its depth is bounded
 // only by the reader's nesting limit; a few value slots are reused as scratch, so evaluating the
@@ -37,6 +38,7 @@
 #include "vorn/io/sexpr.h"
 #include "vorn/io/smt_symbols.h"
 #include "vorn/smt/formula_dag.h"
+#include "vorn/smt/formula_folding.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
@@ -228,10 +230,16 @@ class TermEvaluator {
     SymbolState& state(std::uint32_t symbol);
     std::string name(std::uint32_t symbol) const { return std::string(symbols_.name(symbol)); }
 
+    // An atom over constants is true or false; connectives fold (smt/formula_folding.h).
     FormulaId new_atom(smt::Relation relation, std::uint32_t first_term, std::uint32_t terms,
                        smt::SourcePos pos) {
-        return dag_.atom({relation, first_term, terms, pos});
+        return smt::folded_atom(dag_, problem_, {relation, first_term, terms, pos});
     }
+    FormulaId new_connective(FormulaNode::Kind kind, std::span<const FormulaId> children,
+                             smt::SourcePos pos) {
+        return smt::folded_connective(dag_, kind, children, pos, folded_);
+    }
+    // A node as it is: a lifted definition keeps its shape.
     FormulaId new_node(FormulaNode::Kind kind, std::span<const FormulaId> children,
                        smt::SourcePos pos) {
         return dag_.node(kind, children, pos);
@@ -255,6 +263,7 @@ class TermEvaluator {
     std::size_t top_ = 0;
     std::vector<Frame> frames_;
     std::vector<FormulaId> scratch_ids_;
+    std::vector<FormulaId> folded_;  // new_connective's scratch
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;
     std::vector<std::uint32_t> new_names_;  // see take_names

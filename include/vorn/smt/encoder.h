@@ -11,6 +11,14 @@
 // t < 0 ∨ t > 0 that the SAT search makes when it needs to. A comparison of a constant folds to
 // a constant. Constants fold through the connectives.
 //
+// Bounds that state the same are one proposition: a bound's key is its term's normal form (first
+// coefficient 1, lra/term_table.h), the relation turned round by a negative factor, and the
+// constant moved over; so x − y ≤ 3 and −y + x ≤ 3 (or 2x − 2y ≤ 6) share one literal and
+// x − y > 3 is its negation. The proposition keeps the term it was made with. A lookup costs the
+// term's length, a hash and a scan of the bounds already made on that term. A gate over the same
+// operands (and, xor, ite) is made once too, so formulas that are equal once their atoms share
+// literals share their definitions.
+//
 // The callers walk their own formula DAGs (the script reader's, the embedding API's) and call
 // the encoder bottom-up; assert_true() makes a literal a fact.
 
@@ -20,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "vorn/lra/term_table.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
@@ -58,12 +67,36 @@ class Encoder {
     Literal definition();
     // A definition d with d ↔ (a ∧ b ∧ ...), every operand not a constant.
     Literal and_gate(std::span<const Literal> operands);
+    // The proposition of  term ⋈ 0  for ⋈ Le or Ge, shared by every bound that states the same.
+    Literal bound(Relation relation, std::uint32_t term);
+
+    // The definition of `gate` over `operands` when one was made; leaves the key in gate_key_
+    // for remember_gate().
+    std::optional<Literal> made_gate(Gate gate, std::span<const Literal> operands);
+    void remember_gate(Literal definition);
+    struct GateKeyHash {
+        std::size_t operator()(const std::vector<std::uint32_t>& key) const;
+    };
+
+    struct SharedBound {
+        Relation relation;  // on the normal form: Le or Ge
+        QNumber value;      // normal form ⋈ value
+        std::uint32_t prop;
+    };
 
     Problem& problem_;
     std::optional<std::uint32_t> true_;  // the proposition of constant(true)
     std::unordered_map<int, std::uint32_t> variables_;
     std::vector<Literal> scratch_;
     std::vector<Literal> clause_;
+    lra::TermTable normal_terms_;                   // only keys: entries stay after a pop
+    std::vector<std::vector<SharedBound>> bounds_;  // by normal term, in the order made
+    std::vector<std::uint32_t> bound_log_;          // the normal term of each bound, in order
+    lra::TermEntries normal_;
+    // Gates by their kind and operand codes; the log holds their keys in the order made.
+    std::unordered_map<std::vector<std::uint32_t>, std::uint32_t, GateKeyHash> gates_;
+    std::vector<const std::vector<std::uint32_t>*> gate_log_;
+    std::vector<std::uint32_t> gate_key_;
 };
 
 }  // namespace vorn::smt

@@ -1,0 +1,106 @@
+// vorn check on scripts whose formulas fold while they are read (atoms over constants, repeated
+// and complementary operands, term ites with a constant condition or equal branches) and whose
+// bounds share literals: every answer verified, and every model and certificate checked against
+// the unfolded input by the independent checker.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/cli_run.h"
+
+using vorn::test::run_tool;
+
+namespace {
+
+struct FoldCase {
+    const char* name;
+    const char* assertions;  // over Real x y, Int i, Bool b c
+    const char* answer;
+};
+
+const FoldCase kCases[] = {
+    {"products by zero and differences of a term are 0", "(assert (< (* 0.0 x) (- y y)))", "unsat"},
+    {"an atom over constants beside a free one", "(assert (or (> (* 0.0 (+ x y)) 1) (> x 2)))",
+     "sat"},
+    {"a reordered term shares its literal",
+     "(assert (or (<= (- x y) 3) b))(assert (not b))"
+     "(assert (> (+ (- y) x) 3))",
+     "unsat"},
+    {"a scaled term shares its literal, turned round",
+     "(assert (or (>= (* (- 2) (- x y)) (- 6)) b))(assert (not b))(assert (> (- x y) 3))", "unsat"},
+    {"a constant condition picks its branch",
+     "(assert (or b (> (ite (< 1 0) x (+ y 1)) 3)))"
+     "(assert (not b))(assert (< y 1))",
+     "unsat"},
+    {"equal branches are the branch",
+     "(assert (or b (> (ite (> x y) y y) 5)))"
+     "(assert (not b))(assert (< y 1))",
+     "unsat"},
+    {"a condition that folds only through its atoms",
+     "(assert (or b (> (ite (and (> (- x x) 1) c) x (- y)) 3)))(assert (not b))(assert (> y 0))",
+     "unsat"},
+    {"xor of one formula twice is false",
+     "(assert (or (xor (> x 0) (> x 0)) (xor b (not b) true)))"
+     "(assert b)",
+     "unsat"},
+    {"complementary disjuncts are true", "(assert (or (> x 0) (<= x 0) b))(assert (not b))", "sat"},
+    {"complementary conjuncts are false",
+     "(assert (or (and c (> x 0) (not c)) b))"
+     "(assert (not b))",
+     "unsat"},
+    {"distinct of equal terms is false", "(assert (or (distinct x (+ x 0) y) b))(assert (not b))",
+     "unsat"},
+    {"an ite over formulas with equal branches", "(assert (ite c (> x 1) (> x 1)))(assert (< x 0))",
+     "unsat"},
+    {"Int bounds with other normal forms stay apart",
+     "(assert (or (<= (* 2 i) 5) b))(assert (not b))(assert (> i 2))", "unsat"},
+    {"Int bounds between two integers",
+     "(assert (or (<= (* 2 i) 5) b))(assert (not b))"
+     "(assert (> i 1))",
+     "sat"},
+    {"folded formulas under push and pop",
+     "(push 1)(assert (or b (> (ite (= 0 0) x y) 1)))(assert (not b))(assert (< x 0))"
+     "(check-sat)(pop 1)(assert (or b (> (+ (- x) x y) 1)))(assert (not b))(assert (< y 2))",
+     "unsat\nsat"},
+};
+
+// The sat, unsat and unknown lines of an output, one a line.
+std::string answers(const std::string& out) {
+    std::string found;
+    for (std::size_t at = 0, end; at < out.size(); at = end + 1) {
+        end = out.find('\n', at);
+        if (end == std::string::npos) end = out.size();
+        std::string line = out.substr(at, end - at);
+        if (line == "sat" || line == "unsat" || line == "unknown")
+            found += (found.empty() ? "" : "\n") + line;
+    }
+    return found;
+}
+
+bool checks_against(const std::string& input, const std::string& out) {
+    auto path = vorn::test::temp_file("folding.out", out);
+    return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py --input " +
+                        input + " " + path + " >/dev/null")
+                           .c_str()) == 0;
+}
+
+}  // namespace
+
+TEST(CliFolding, FoldedScriptsAnswerWithCheckedModelsAndCertificates) {
+    for (const FoldCase& c : kCases) {
+        std::string script =
+            std::string(
+                "(set-logic QF_LIRA)(declare-const x Real)(declare-const y Real)"
+                "(declare-const i Int)(declare-const b Bool)(declare-const c Bool)") +
+            c.assertions + "(check-sat)";
+        std::string expected = c.answer;
+        if (!expected.ends_with("unsat")) script += "(get-model)";
+        auto input = vorn::test::temp_file("folding.smt2", script);
+        auto run = run_tool("check --verify --certificate " + input);
+        EXPECT_EQ(run.status, 0) << c.name << "\n" << run.err;
+        EXPECT_EQ(answers(run.out), expected) << c.name << "\n" << run.out;
+        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
+    }
+}

@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Formulas that fold while they are read, against the unfolded input. Seeded fuzzer-like scripts
+over two variables (Real, or Int): atoms whose sides cancel or are multiplied by 0, term ites
+that a constant condition or equal branches decide, formula ites, xor, =>, distinct, repeated and
+complementary operands, and bounds that state the same in other words. vorn must answer sat or unsat with --verify; its
+models and certificates must check against the input (check_certificate.py --input, which reads
+the script itself); where z3 is on the PATH, its answer must be the same.
+
+Usage: folding_fuzz.py VORN [SEEDS]; exit status 0 when every case holds."""
+
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+CHECKER = os.path.join(HERE, "..", "..", "scripts", "check_certificate.py")
+
+
+def term(rng, vs, depth):
+    r = rng.random()
+    if depth <= 0 or r < 0.3:
+        return rng.choice(vs + ["0", "1", "(- 2)", "(- %s)" % rng.choice(vs)])
+    a, b = term(rng, vs, depth - 1), term(rng, vs, depth - 1)
+    return rng.choice([
+        "(+ %s %s)" % (a, b), "(- %s %s)" % (a, b), "(- %s %s)" % (a, a), "(* 0 %s)" % a,
+        "(* 3 %s)" % a, "(ite %s %s %s)" % (constant_condition(rng, vs), a, b),
+        "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, a)])
+
+
+def constant_condition(rng, vs):
+    """A condition that folds to a constant: its sides cancel."""
+    v = rng.choice(vs)
+    shape = rng.choice(["(< %s %s)", "(>= (+ %s 1) %s)", "(= (* 0 %s) (- %s %s))"])
+    return shape % ((v,) * shape.count("%s"))
+
+
+def formula(rng, vs, depth):
+    r = rng.random()
+    if depth <= 0 or r < 0.35:
+        a, b = term(rng, vs, depth - 1), term(rng, vs, depth - 1)
+        return rng.choice(["(< %s %s)", "(<= %s %s)", "(> %s %s)", "(>= %s %s)", "(= %s %s)",
+                           "(distinct %s %s)"]) % (a, b)
+    if r < 0.4:
+        return rng.choice(["true", "false", "p", "q"])
+    f, g = formula(rng, vs, depth - 1), formula(rng, vs, depth - 1)
+    return rng.choice([
+        "(and %s %s)" % (f, g), "(or %s %s)" % (f, g), "(xor %s %s)" % (f, g),
+        "(=> %s %s)" % (f, g), "(not %s)" % f, "(= %s %s)" % (f, g),
+        "(ite %s %s %s)" % (formula(rng, vs, depth - 1), f, g), "(or %s (not %s))" % (f, f),
+        "(xor %s %s)" % (f, f), "(and %s %s)" % (f, f)])
+
+
+def script(seed):
+    rng = random.Random(seed)
+    sort = "Int" if seed % 3 == 0 else "Real"
+    vs = ["x", "y"]
+    lines = ["(set-logic QF_%sA)" % ("LI" if sort == "Int" else "LR")]
+    lines += ["(declare-const %s %s)" % (v, sort) for v in vs]
+    lines += ["(declare-const p Bool)", "(declare-const q Bool)"]
+    for _ in range(rng.randint(2, 5)):
+        lines.append("(assert %s)" % formula(rng, vs, rng.randint(2, 4)))
+    lines += ["(check-sat)", "(get-model)"]
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    vorn, seeds = sys.argv[1], int(sys.argv[2]) if len(sys.argv) > 2 else 200
+    z3, tmp, failed = shutil.which("z3"), tempfile.mkdtemp(), 0
+    for seed in range(seeds):
+        path = os.path.join(tmp, "case%d.smt2" % seed)
+        with open(path, "w") as f:
+            f.write(script(seed))
+        out = subprocess.run([vorn, "check", "--verify", "--certificate", path],
+                             capture_output=True, text=True, timeout=60)
+        answer = out.stdout.split("\n", 1)[0]
+        problem = None
+        if out.returncode != 0 or answer not in ("sat", "unsat"):
+            problem = "vorn answered %r (exit %d): %s" % (answer, out.returncode, out.stderr)
+        else:
+            result = os.path.join(tmp, "case%d.out" % seed)
+            with open(result, "w") as f:
+                f.write(out.stdout)
+            check = subprocess.run([sys.executable, CHECKER, "--input", path, result],
+                                   capture_output=True, text=True)
+            if check.returncode != 0:
+                problem = "the checker rejects: " + check.stdout + check.stderr
+            elif z3:
+                peer = subprocess.run([z3, path], capture_output=True, text=True, timeout=60)
+                if peer.stdout.split("\n", 1)[0] != answer:
+                    problem = "z3 answers %r" % peer.stdout.split("\n", 1)[0]
+        if problem:
+            failed += 1
+            print("seed %d: %s\n%s" % (seed, problem, script(seed)))
+    print("%d passed, %d failed" % (seeds - failed, failed))
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
