@@ -24,8 +24,8 @@ struct OptimizeRequest {
 
 // Throws ParseError for unreadable input, UsageError (cli/usage_error.h) for an input without an
 // objective or an SMT-LIB script, VerificationFailure when --verify rejects the answer. Returns
-// the reason of an unknown answer (empty otherwise) and, through `note`, what the answer is of
-// (the LP relaxation when there are Int variables).
+// the reason of an unknown answer (empty otherwise) and, through `note`, how the floating-point
+// start went (with `stats`).
 std::string run_optimize(const io::SourceText& source, const OptimizeRequest& request,
                          std::ostream& out, smt::CheckStats& stats, std::string& note);
 
