@@ -19,17 +19,18 @@ import pathlib
 import re
 import os
 import shutil
-import signal
-import subprocess
 import sys
 import tempfile
-import time
 from fractions import Fraction
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent
 NETLIB = ROOT.parent / "shared/data/netlib"
 
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+import timed_run  # noqa: E402
 
 # GNU time reports the peak memory of the command alone; the rusage of a child of this process
 # would include the Python interpreter's own, which the child inherits until it execs.
@@ -41,17 +42,9 @@ def run(cmd, timeout):
     with tempfile.NamedTemporaryFile("r") as peak:
         if GNU_TIME:
             cmd = [GNU_TIME, "-f", "%M", "-o", peak.name] + cmd
-        start = time.perf_counter()
-        # A session of its own: a timeout kills the solver, not only GNU time above it.
-        proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
-                                start_new_session=True)
-        try:
-            out, _ = proc.communicate(timeout=timeout)
-        except subprocess.TimeoutExpired:
-            os.killpg(proc.pid, signal.SIGKILL)
-            proc.communicate()
+        seconds, out = timed_run.run(cmd, timeout)
+        if seconds is None:
             return None, None, ""
-        seconds = time.perf_counter() - start
         kb = peak.read().strip().split("\n")[-1] if GNU_TIME else ""
         return seconds, int(kb) / 1024 if kb.isdigit() else None, out
 

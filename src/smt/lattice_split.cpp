@@ -83,16 +83,8 @@ bool ArithTheory::refute_fixed() {
     lattice_coordinates_.clear();
     lattice_kernel_.clear();
 
-    // The fixed terms, the fixed variables' values put in, over the other variables.
-    std::vector<QNumber> value(static_cast<std::size_t>(problem_.variables.size()) + 1);
-    std::vector<char> is_fixed(value.size(), 0);
-    for (const auto& [var, c] : fixed_)
-        if (!simplex_.is_slack(var)) {
-            auto x = static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(var)]);
-            value[x] = c;
-            is_fixed[x] = 1;
-        }
-    std::vector<int> column(value.size(), -1);
+    // The fixed terms, every fixed variable's value put in, over the other variables.
+    std::vector<int> column(static_cast<std::size_t>(problem_.variables.size()) + 1, -1);
     std::vector<int>& var_of = lattice_vars_;
     lra::SparseRows sparse;
     std::vector<QNumber> rhs;
@@ -102,7 +94,7 @@ bool ArithTheory::refute_fixed() {
         rhs.push_back(c);
         for (const auto& e : simplex_.slack_term(var)) {
             auto x = static_cast<std::size_t>(problem_var_[static_cast<std::size_t>(e.var)]);
-            if (is_fixed[x] || fixed_at_rational(e.var)) {
+            if (fixed_at_rational(e.var)) {
                 rhs.back() -= e.coeff * simplex_.bounds().lower_value(e.var).real();
                 continue;
             }
