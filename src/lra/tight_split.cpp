@@ -12,40 +12,49 @@ namespace vorn::lra {
 
 namespace {
 
-// The bound var sits at, when it sits at one without δ.
+// The bound var sits at (its real part: a strict bound holds it δ inside), when it sits at one.
 const QNumber* bound_at(const Simplex& simplex, int var) {
     const BoundTrail& bounds = simplex.bounds();
     const DeltaRational& v = simplex.delta_value(var);
-    if (bounds.has_lower(var) && bounds.lower_value(var) == v && v.delta().is_zero())
-        return &bounds.lower_value(var).real();
-    if (bounds.has_upper(var) && bounds.upper_value(var) == v && v.delta().is_zero())
-        return &bounds.upper_value(var).real();
+    if (bounds.has_lower(var) && bounds.lower_value(var) == v) return &v.real();
+    if (bounds.has_upper(var) && bounds.upper_value(var) == v) return &v.real();
     return nullptr;
 }
 
-}  // namespace
+// One row of the tight system, dense over the columns met so far.
+struct TightRow {
+    std::vector<QNumber> coeffs;
+    QNumber rhs;
+};
 
-bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers) {
-    const BoundTrail& bounds = simplex.bounds();
-    return std::any_of(integers.begin(), integers.end(), [&](int x) {
-        return !is_integral(simplex.delta_value(x)) &&
-               (!bounds.has_lower(x) || !bounds.has_upper(x));
-    });
-}
+// How the integer variables at a bound enter the system.
+enum class AtBound {
+    Column,  // free columns: only their fixed (lower = upper) values are put in
+    Value,   // put in at their bound
+    Free,    // so are non-basic ones between their bounds, at their values
+};
 
-namespace {
-
+// The tight system of the vertex with every rational column eliminated (a Real variable is
+// determined by the rows, so only combinations without it say anything about the integers),
+// solved over the integers. The vertex satisfies each row up to the δ part of its bound, so a
+// combination with an integral term and a constant C that is no integer puts the term strictly
+// between ⌊C⌋ and ⌊C⌋ + 1 there.
 std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int> integers,
                                     std::span<const int> slacks, std::size_t max_entries,
-                                    bool free_as_fixed) {
+                                    AtBound at_bound) {
+    const BoundTrail& bounds = simplex.bounds();
     std::unordered_map<int, QNumber> fixed;
+    std::unordered_map<int, char> integer;
     for (int x : integers) {
-        if (const QNumber* at = bound_at(simplex, x); at != nullptr && at->is_integer()) {
+        integer.emplace(x, 1);
+        const QNumber* at = bound_at(simplex, x);
+        if (at != nullptr && at->is_integer() &&
+            (at_bound != AtBound::Column || bounds.is_fixed(x))) {
             fixed.emplace(x, *at);
             continue;
         }
         const DeltaRational& v = simplex.delta_value(x);
-        if (free_as_fixed && is_integral(v) && !simplex.tableau().rows().contains(x))
+        if (at_bound == AtBound::Free && is_integral(v) && !simplex.tableau().rows().contains(x))
             fixed.emplace(x, v.real());
     }
     std::vector<int> tight;
@@ -60,22 +69,62 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
 
     std::unordered_map<int, std::size_t> column;
     std::vector<int> var_of;
-    SparseRows sparse;
-    std::vector<QNumber> rhs;
+    std::vector<TightRow> rows;
+    auto add_entry = [&](TightRow& row, int var, const QNumber& coeff) {
+        if (auto f = fixed.find(var); f != fixed.end()) {
+            row.rhs -= coeff * f->second;
+            return;
+        }
+        auto [it, added] = column.emplace(var, var_of.size());
+        if (added) var_of.push_back(var);
+        if (row.coeffs.size() <= it->second) row.coeffs.resize(it->second + 1);
+        row.coeffs[it->second] += coeff;
+    };
     for (int s : tight) {
-        sparse.emplace_back();
-        rhs.push_back(*bound_at(simplex, s));
-        for (const auto& e : simplex.slack_term(s)) {
-            if (auto f = fixed.find(e.var); f != fixed.end()) {
-                rhs.back() -= e.coeff * f->second;
-                continue;
+        rows.push_back({{}, *bound_at(simplex, s)});
+        for (const auto& e : simplex.slack_term(s))
+            add_entry(rows.back(), e.var, e.coeff);
+    }
+    // A rational variable at a bound is a tight row of its own.
+    for (std::size_t c = 0; c < var_of.size(); ++c)
+        if (!integer.contains(var_of[c]))
+            if (const QNumber* at = bound_at(simplex, var_of[c])) {
+                rows.push_back({{}, *at});
+                add_entry(rows.back(), var_of[c], QNumber(1));
             }
-            auto [it, added] = column.emplace(e.var, var_of.size());
-            if (added) var_of.push_back(e.var);
-            sparse.back().emplace_back(it->second, e.coeff);
+    for (TightRow& row : rows)
+        row.coeffs.resize(var_of.size());
+    if (rows.size() * var_of.size() > max_entries) return std::nullopt;
+
+    // Eliminate each rational column with one of its rows, which then goes.
+    for (std::size_t c = 0; c < var_of.size(); ++c) {
+        if (integer.contains(var_of[c])) continue;
+        auto pivot = std::find_if(rows.begin(), rows.end(),
+                                  [&](const TightRow& r) { return !r.coeffs[c].is_zero(); });
+        if (pivot == rows.end()) continue;
+        TightRow p = std::move(*pivot);
+        rows.erase(pivot);
+        for (TightRow& r : rows) {
+            if (r.coeffs[c].is_zero()) continue;
+            QNumber factor = r.coeffs[c] / p.coeffs[c];
+            for (std::size_t j = 0; j < var_of.size(); ++j)
+                if (!p.coeffs[j].is_zero()) r.coeffs[j].add_product(-factor, p.coeffs[j]);
+            r.rhs.add_product(-factor, p.rhs);
         }
     }
-    if (var_of.empty()) return std::nullopt;
+    SparseRows sparse;
+    std::vector<QNumber> rhs;
+    for (const TightRow& r : rows) {
+        sparse.emplace_back();
+        for (std::size_t j = 0; j < var_of.size(); ++j)
+            if (!r.coeffs[j].is_zero()) sparse.back().emplace_back(j, r.coeffs[j]);
+        if (sparse.back().empty() && r.rhs.is_zero()) {
+            sparse.pop_back();
+            continue;
+        }
+        rhs.push_back(r.rhs);
+    }
+    if (sparse.empty()) return std::nullopt;
     LatticeOptions options;
     options.reduce_basis = false;
     LatticeAnswer answer = solve_sparse_over_integers(sparse, rhs, var_of.size(), options);
@@ -93,14 +142,28 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
 
 }  // namespace
 
-// The bounds alone first: their split is the one that refutes (2x − 2y ≥ 1, z = 0 gives x − y);
-// the free variables' values only choose where the vertex is.
+bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers) {
+    const BoundTrail& bounds = simplex.bounds();
+    return std::any_of(integers.begin(), integers.end(), [&](int x) {
+        return !is_integral(simplex.delta_value(x)) &&
+               (!bounds.has_lower(x) || !bounds.has_upper(x));
+    });
+}
+
+// The tight rows alone first, the integer variables at a single bound (often the last branches)
+// left free: their split is the cut that the rows imply, where putting the branches in would
+// give back a split on one variable and the vertex would dive along the rows. Then the bounds
+// as values (2x − 2y + z ≥ 1 with z = 0 gives x − y); the free variables' values only choose
+// where the vertex is.
 std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
                                           std::span<const int> slacks, std::size_t max_entries,
                                           bool free_as_fixed) {
-    if (auto split = split_from(simplex, integers, slacks, max_entries, false)) return split;
+    if (auto split = split_from(simplex, integers, slacks, max_entries, AtBound::Column))
+        return split;
+    if (auto split = split_from(simplex, integers, slacks, max_entries, AtBound::Value))
+        return split;
     if (!free_as_fixed) return std::nullopt;
-    return split_from(simplex, integers, slacks, max_entries, true);
+    return split_from(simplex, integers, slacks, max_entries, AtBound::Free);
 }
 
 }  // namespace vorn::lra

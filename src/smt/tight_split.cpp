@@ -15,8 +15,7 @@ namespace vorn::smt {
 bool ArithTheory::tight_split() {
     std::vector<int> slacks;
     for (std::size_t v = 1; v < atoms_on_.size(); ++v)
-        if (!atoms_on_[v].empty() && simplex_.is_slack(static_cast<int>(v)) &&
-            over_integers(static_cast<int>(v)))
+        if (!atoms_on_[v].empty() && simplex_.is_slack(static_cast<int>(v)))
             slacks.push_back(static_cast<int>(v));
     auto split = lra::tight_term_split(simplex_, integer_vars_, slacks, kMaxLatticeEntries,
                                        lra::fractional_unbounded(simplex_, integer_vars_));
