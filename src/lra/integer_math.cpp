@@ -110,6 +110,12 @@ bool integral_equation_refuted(std::span<const la::Equation::VarCoeff> term, con
     return mpz_cmp_ui(mpq_denref(s.c), 1) != 0;
 }
 
+std::optional<QNumber> coprime_scale(std::span<const la::Equation::VarCoeff> term) {
+    Scaled s;
+    if (!integral_scale(term, s.factor)) return std::nullopt;
+    return QNumber(s.factor);
+}
+
 QNumber floor_of(const DeltaRational& v) {
     Rational real(v.real());
     Integer out;

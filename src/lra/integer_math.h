@@ -19,4 +19,8 @@ namespace vorn::lra {
 std::optional<QNumber> gcd_conflict(std::span<const la::Equation::VarCoeff> coeffs,
                                     const QNumber& constant);
 
+// L/g for the term's variables (variable 0 skipped): the factor that turns their coefficients
+// into coprime integers; nothing when the term has no variable.
+std::optional<QNumber> coprime_scale(std::span<const la::Equation::VarCoeff> term);
+
 }  // namespace vorn::lra

@@ -8,23 +8,25 @@
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/lra/lattice.h"
 
+#include "integer_math.h"
+
 namespace vorn::lra {
 
 namespace {
 
-// The bound var sits at (its real part: a strict bound holds it δ inside), when it sits at one.
-const QNumber* bound_at(const Simplex& simplex, int var) {
+// The bound var sits at, when it sits at one (a strict bound holds it δ inside).
+const DeltaRational* bound_at(const Simplex& simplex, int var) {
     const BoundTrail& bounds = simplex.bounds();
     const DeltaRational& v = simplex.delta_value(var);
-    if (bounds.has_lower(var) && bounds.lower_value(var) == v) return &v.real();
-    if (bounds.has_upper(var) && bounds.upper_value(var) == v) return &v.real();
+    if (bounds.has_lower(var) && bounds.lower_value(var) == v) return &v;
+    if (bounds.has_upper(var) && bounds.upper_value(var) == v) return &v;
     return nullptr;
 }
 
 // One row of the tight system, dense over the columns met so far.
 struct TightRow {
     std::vector<QNumber> coeffs;
-    QNumber rhs;
+    QNumber rhs, rhs_delta;  // the bound c + k·δ
 };
 
 // How the integer variables at a bound enter the system.
@@ -47,10 +49,10 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
     std::unordered_map<int, char> integer;
     for (int x : integers) {
         integer.emplace(x, 1);
-        const QNumber* at = bound_at(simplex, x);
-        if (at != nullptr && at->is_integer() &&
+        const DeltaRational* at = bound_at(simplex, x);
+        if (at != nullptr && is_integral(*at) &&
             (at_bound != AtBound::Column || bounds.is_fixed(x))) {
-            fixed.emplace(x, *at);
+            fixed.emplace(x, at->real());
             continue;
         }
         const DeltaRational& v = simplex.delta_value(x);
@@ -81,15 +83,16 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
         row.coeffs[it->second] += coeff;
     };
     for (int s : tight) {
-        rows.push_back({{}, *bound_at(simplex, s)});
+        const DeltaRational& at = *bound_at(simplex, s);
+        rows.push_back({{}, at.real(), at.delta()});
         for (const auto& e : simplex.slack_term(s))
             add_entry(rows.back(), e.var, e.coeff);
     }
     // A rational variable at a bound is a tight row of its own.
     for (std::size_t c = 0; c < var_of.size(); ++c)
         if (!integer.contains(var_of[c]))
-            if (const QNumber* at = bound_at(simplex, var_of[c])) {
-                rows.push_back({{}, *at});
+            if (const DeltaRational* at = bound_at(simplex, var_of[c])) {
+                rows.push_back({{}, at->real(), at->delta()});
                 add_entry(rows.back(), var_of[c], QNumber(1));
             }
     for (TightRow& row : rows)
@@ -110,7 +113,22 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
             for (std::size_t j = 0; j < var_of.size(); ++j)
                 if (!p.coeffs[j].is_zero()) r.coeffs[j].add_product(-factor, p.coeffs[j]);
             r.rhs.add_product(-factor, p.rhs);
+            r.rhs_delta.add_product(-factor, p.rhs_delta);
         }
+    }
+    // A row left with a δ pins an integral term to c + k·δ, which no integer point meets.
+    for (const TightRow& r : rows) {
+        if (r.rhs_delta.is_zero()) continue;
+        TermSplit split;
+        for (std::size_t j = 0; j < var_of.size(); ++j)
+            if (!r.coeffs[j].is_zero()) split.term.push_back({var_of[j], r.coeffs[j]});
+        std::optional<QNumber> scale = coprime_scale(split.term);
+        if (!scale) continue;
+        for (auto& e : split.term)
+            e.coeff *= *scale;
+        split.value = r.rhs * *scale;
+        split.below = floor_of(DeltaRational(split.value, r.rhs_delta * *scale));
+        return split;
     }
     SparseRows sparse;
     std::vector<QNumber> rhs;

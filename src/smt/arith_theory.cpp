@@ -242,16 +242,14 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
         return true;
     }
     if (!full) return true;
-    switch (lattice_split()) {
-        case LatticeStep::Split:
-        case LatticeStep::Model:
-            return true;
-        case LatticeStep::None:
-            break;
-    }
-    // Cuts, when on, come first: shallow in the search, where they pay.
-    if (cut() || cube_model()) return true;
-    if (!tight_split() && !branch()) take_model();
+    LatticeStep lattice = lattice_split();
+    if (lattice == LatticeStep::Split || lattice == LatticeStep::Model) return true;
+    // Cuts, when on, come first: shallow in the search, where they pay. A parameter split is a
+    // branch within the fixed equalities, which dives like one where the other rows define
+    // the vertex: the tight rows' split goes first.
+    if (cut() || cube_model() || tight_split()) return true;
+    if (lattice == LatticeStep::Parameters && parameter_split()) return true;
+    if (!branch()) take_model();
     return true;
 }
 

@@ -21,8 +21,8 @@
 // cube test (lra/unit_cube.h), now and then, without a branch.
 // Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
 // terms have no common integer solution gets the split atom that the lattice's multipliers show;
-// when they have, the lattice point nearest the vertex may be the model, else one of the
-// solutions' parameters is split on.
+// when they have, the lattice point nearest the vertex may be the model, else (when the tight
+// rows give no split) one of the solutions' parameters is split on.
 // Cuts (gomory_cut.cpp): before branching, shallow in the search, a full assignment may instead
 // get a Gomory mixed-integer cut from the tableau row of a fractional basic Int variable: two
 // new atoms, the split p: s ≤ k over an integral term s and the cut q, and two Farkas lemmas
@@ -110,7 +110,9 @@ class ArithTheory : public LinearTheory {
     sat::Var new_search_atom(std::span<const LinearExpr::Entry> term, Relation relation,
                              const QNumber& c);
     // lattice_split.cpp
-    enum class LatticeStep { None, Split, Model };
+    // Parameters: nothing yet, but the fixed equalities' solutions are current for
+    // parameter_split.
+    enum class LatticeStep { None, Split, Model, Parameters };
     LatticeStep lattice_split();
     bool refute_fixed();
     bool round_to_lattice();

@@ -72,7 +72,7 @@ ArithTheory::LatticeStep ArithTheory::lattice_split() {
     if (terms == 0 || terms * columns > kMaxLatticeEntries) return LatticeStep::None;
     if (fixed_ != solved_fixed_ && refute_fixed()) return LatticeStep::Split;
     if (round_to_lattice()) return LatticeStep::Model;
-    return parameter_split() ? LatticeStep::Split : LatticeStep::None;
+    return lattice_kernel_.empty() ? LatticeStep::None : LatticeStep::Parameters;
 }
 
 // Solves the fixed equalities over the integers: true after a split that refutes them; else

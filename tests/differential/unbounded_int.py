@@ -1,13 +1,18 @@
 """Random unbounded integer problems against z3 and, with a planted point, against the answer sat.
 
-Each problem: 3-7 Int variables with no bounds, a few inequalities and equalities with even
+Plain problems (the default): 3-7 Int variables with no bounds, a few inequalities and equalities with even
 coefficients against odd constants (so the rational relaxation has fractional vertices that
 single-variable branching cannot leave), disequalities, and a few disjunctions. Half of them are
 built around a planted integer point, so that they are sat; the others are left to the gcd, and
 z3 (run as a black box) says what they are. Every vorn answer runs with --verify (the model or
 the certificate checked); `unknown` counts as a failure.
 
-    python3 tests/differential/unbounded_int.py VORN [--count N] [--seed S] [--z3 PATH]
+--mixed: Boolean structure over Int terms instead: ite terms, mod and div by constants,
+disjunctions of equalities, disequalities, and Real variables beside the Int ones (QF_LIRA),
+at any depth of and/or/not. A planted point (rationals for the Reals) makes every assertion
+true by negating the ones it falsifies.
+
+    python3 tests/differential/unbounded_int.py VORN [--count N] [--seed S] [--z3 PATH] [--mixed]
 """
 
 import argparse
@@ -16,6 +21,7 @@ import shutil
 import subprocess
 import sys
 import time
+from fractions import Fraction
 
 
 def term(rng, names, even):
@@ -80,6 +86,83 @@ def problem(rng):
     return "\n".join(lines) + "\n", point is not None
 
 
+class Mixed:
+    """One QF_LIRA problem: every term and formula comes with its value at the point."""
+
+    def __init__(self, rng):
+        self.rng = rng
+        self.ints = ["x%d" % i for i in range(rng.randint(2, 5))]
+        self.reals = ["r%d" % i for i in range(rng.choice((0, 0, 1, 2)))]
+        self.point = {v: rng.randint(-20, 20) for v in self.ints}
+        self.point.update({v: Fraction(rng.randint(-40, 40), rng.choice((1, 2, 3))) for v in self.reals})
+
+    def linear(self, names, wrap=lambda v: v):
+        parts = [(self.rng.choice([-6, -4, -3, -2, -1, 1, 2, 3, 4, 6]), v)
+                 for v in self.rng.sample(names, self.rng.randint(1, min(3, len(names))))]
+        text = " ".join("(* %s %s)" % (num(c), wrap(v)) for c, v in parts)
+        return "(+ %s 0)" % text, sum(c * self.point[v] for c, v in parts)
+
+    def int_term(self, depth):
+        kind = self.rng.choice(["lin", "lin", "mod", "ite"] if depth > 0 else ["lin"])
+        if kind == "lin":
+            return self.linear(self.ints)
+        if kind == "ite":
+            (c, cv), (a, av), (b, bv) = self.formula(depth - 1), self.int_term(depth - 1), \
+                self.int_term(depth - 1)
+            return "(ite %s %s %s)" % (c, a, b), av if cv else bv
+        (t, v), d = self.int_term(depth - 1), self.rng.choice([-3, 2, 3, 4, 6])
+        q = v // d if d > 0 else -(v // -d)  # x = d·q + r with 0 <= r < |d|
+        op, value = self.rng.choice([("div", q), ("mod", v - d * q)])
+        return "(%s %s %s)" % (op, t, num(d)), value
+
+    def term(self, depth):
+        """An Int term, or a Real one over both sorts when there are Reals."""
+        if not self.reals or self.rng.random() < 0.5:
+            return self.int_term(depth)
+        (r, rv), (i, iv) = self.linear(self.reals), self.int_term(depth)
+        return "(+ %s (to_real %s))" % (r, i), rv + iv, True
+
+    def formula(self, depth):
+        rng = self.rng
+        kind = rng.choice(["cmp", "cmp", "eqs"] + (["and", "or", "not"] if depth > 0 else []))
+        if kind in ("and", "or"):
+            parts = [self.formula(depth - 1) for _ in range(rng.randint(2, 3))]
+            values = [v for _, v in parts]
+            return "(%s %s)" % (kind, " ".join(t for t, _ in parts)), \
+                all(values) if kind == "and" else any(values)
+        if kind == "not":
+            t, v = self.formula(depth - 1)
+            return "(not %s)" % t, not v
+        t, v, *real = self.term(depth)
+        if kind == "eqs":  # a disjunction of equalities
+            ks = [v + rng.randint(-4, 4) for _ in range(rng.randint(2, 3))]
+            return "(or %s)" % " ".join("(= %s %s)" % (t, lit(k)) for k in ks), v in ks
+        rel = rng.choice(["<=", ">=", "<", ">", "=", "distinct"])
+        k = v + rng.randint(-3, 3) if rng.random() < 0.8 else Fraction(rng.randint(-9, 9), 2)
+        holds = {"<=": v <= k, ">=": v >= k, "<": v < k, ">": v > k, "=": v == k,
+                 "distinct": v != k}[rel]
+        if Fraction(k).denominator != 1 and not real:
+            t = "(to_real %s)" % t
+        return "(%s %s %s)" % (rel, t, lit(k)), holds
+
+    def problem(self):
+        planted = self.rng.random() < 0.5
+        lines = ["(set-logic QF_LIRA)"] + ["(declare-fun %s () Int)" % v for v in self.ints]
+        lines += ["(declare-fun %s () Real)" % v for v in self.reals]
+        for _ in range(self.rng.randint(1, 4)):
+            t, v = self.formula(2)
+            lines.append("(assert %s)" % (t if v or not planted else "(not %s)" % t))
+        return "\n".join(lines + ["(check-sat)"]) + "\n", planted
+
+
+def lit(k):
+    """A constant: an integer, or a fraction (compared with a Real term only)."""
+    k = Fraction(k)
+    if k.denominator == 1:
+        return num(k.numerator)
+    return "(/ %s %d)" % (num(k.numerator), k.denominator)
+
+
 def run(cmd, text, timeout):
     start = time.monotonic()
     try:
@@ -100,12 +183,14 @@ def main():
     ap.add_argument("--z3", default=shutil.which("z3"))
     ap.add_argument("--timeout", type=float, default=10)
     ap.add_argument("--keep", help="directory for failing problems")
+    ap.add_argument("--mixed", action="store_true", help="Boolean structure, mod/div, Reals")
     args = ap.parse_args()
     failures = 0
     slow = 0
     for i in range(args.count):
         seed = args.seed * 1000003 + i
-        text, planted = problem(random.Random(seed))
+        rng = random.Random(seed)
+        text, planted = Mixed(rng).problem() if args.mixed else problem(rng)
         got, took = run([args.vorn, "check", "--verify", "--certificate", "-"], text, args.timeout)
         want = "sat" if planted else None
         if args.z3:
