@@ -29,11 +29,12 @@ struct TightRow {
     QNumber rhs, rhs_delta;  // the bound c + k·δ
 };
 
-// How the integer variables at a bound enter the system.
+// How the integer variables at a bound enter the system (fixed ones, lower = upper, are always
+// put in at their value).
 enum class AtBound {
-    Column,  // free columns: only their fixed (lower = upper) values are put in
-    Value,   // put in at their bound
-    Free,    // so are non-basic ones between their bounds, at their values
+    Column,  // free columns
+    Row,     // rows x = c after the tight rows: a refutation may combine them with the rows
+    Free,    // put in at their bound, and so are non-basic ones between bounds, at their values
 };
 
 // The tight system of the vertex with every rational column eliminated (a Real variable is
@@ -47,12 +48,16 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
     const BoundTrail& bounds = simplex.bounds();
     std::unordered_map<int, QNumber> fixed;
     std::unordered_map<int, char> integer;
+    std::unordered_map<int, QNumber> bound_rows;
     for (int x : integers) {
         integer.emplace(x, 1);
         const DeltaRational* at = bound_at(simplex, x);
         if (at != nullptr && is_integral(*at) &&
             (at_bound != AtBound::Column || bounds.is_fixed(x))) {
-            fixed.emplace(x, at->real());
+            if (at_bound != AtBound::Free && !bounds.is_fixed(x))
+                bound_rows.emplace(x, at->real());
+            else
+                fixed.emplace(x, at->real());
             continue;
         }
         const DeltaRational& v = simplex.delta_value(x);
@@ -88,6 +93,11 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
         for (const auto& e : simplex.slack_term(s))
             add_entry(rows.back(), e.var, e.coeff);
     }
+    for (std::size_t c = 0; c < var_of.size(); ++c)
+        if (auto b = bound_rows.find(var_of[c]); b != bound_rows.end()) {
+            rows.push_back({{}, b->second, QNumber()});
+            add_entry(rows.back(), var_of[c], QNumber(1));
+        }
     // A rational variable at a bound is a tight row of its own.
     for (std::size_t c = 0; c < var_of.size(); ++c)
         if (!integer.contains(var_of[c]))
@@ -169,17 +179,18 @@ bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers)
 }
 
 // The tight rows alone first, the integer variables at a single bound (often the last branches)
-// left free: their split is the cut that the rows imply, where putting the branches in would
-// give back a split on one variable and the vertex would dive along the rows. Then the bounds
-// as values (2x − 2y + z ≥ 1 with z = 0 gives x − y); the free variables' values only choose
-// where the vertex is.
+// left free: their split is the cut that the rows imply, where putting the branches in as values
+// would give back a split on one variable and the vertex would dive along the rows. Then the
+// bounds as rows of their own, which a refutation combines with the tight rows (putting them in
+// as values dove on small mixed problems that the rows answer in a few splits); fixed values go
+// in as values (2x − 2y + z ≥ 1 with z = 0 gives x − y). Last the free variables' values, which
+// only choose where the vertex is.
 std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<const int> integers,
                                           std::span<const int> slacks, std::size_t max_entries,
                                           bool free_as_fixed) {
     if (auto split = split_from(simplex, integers, slacks, max_entries, AtBound::Column))
         return split;
-    if (auto split = split_from(simplex, integers, slacks, max_entries, AtBound::Value))
-        return split;
+    if (auto split = split_from(simplex, integers, slacks, max_entries, AtBound::Row)) return split;
     if (!free_as_fixed) return std::nullopt;
     return split_from(simplex, integers, slacks, max_entries, AtBound::Free);
 }

@@ -2,6 +2,8 @@
 
 #include "vorn/lra/unit_cube.h"
 
+#include <algorithm>
+#include <map>
 #include <vector>
 
 #include "vorn/lra/integer_bounds.h"
@@ -13,6 +15,53 @@ namespace {
 // A reason that no caller's explanation sees: the levels it is used on are popped unread.
 constexpr Reason kCubeReason = 0;
 
+// The slack rows as maps over structural variables, a Real variable without bounds taken out
+// of every row but one equality that determines it (Gaussian elimination, equalities in order).
+// Such an equality is marked: it needs no room, since the variable follows it exactly when the
+// integers are rounded, and every other row changes by its coefficients over the integers.
+std::vector<std::map<int, QNumber>> rows_with_reals_absorbed(const Simplex& simplex,
+                                                             std::span<const char> is_integer,
+                                                             std::vector<char>& absorbing) {
+    const BoundTrail& bounds = simplex.bounds();
+    int n = simplex.num_variables();
+    std::vector<std::map<int, QNumber>> rows(static_cast<std::size_t>(n) + 1);
+    absorbing.assign(static_cast<std::size_t>(n) + 1, 0);
+    auto free_real = [&](int v) {
+        return (static_cast<std::size_t>(v) >= is_integer.size() || is_integer[v] == 0) &&
+               !simplex.is_slack(v) && !bounds.has_lower(v) && !bounds.has_upper(v);
+    };
+    std::size_t entries = 0;
+    for (int v = 1; v <= n; ++v)
+        if (simplex.is_slack(v))
+            for (const auto& e : simplex.slack_term(v)) {
+                rows[v][e.var] += e.coeff;
+                ++entries;
+            }
+    // Elimination fills rows in; past a few times the rows' size, the rest is left as it is.
+    const std::size_t max_entries = 4 * entries + 1000;
+    for (int eq = 1; eq <= n && entries <= max_entries; ++eq) {
+        if (!simplex.is_slack(eq) || !bounds.is_fixed(eq)) continue;
+        auto pivot = std::find_if(rows[eq].begin(), rows[eq].end(), [&](const auto& e) {
+            return free_real(e.first) && !e.second.is_zero();
+        });
+        if (pivot == rows[eq].end()) continue;
+        absorbing[eq] = 1;
+        int r = pivot->first;
+        QNumber a = pivot->second;
+        for (int v = 1; v <= n; ++v) {
+            auto at = v == eq ? rows[v].end() : rows[v].find(r);
+            if (at == rows[v].end()) continue;
+            QNumber factor = at->second / a;
+            entries -= rows[v].size();
+            for (const auto& [var, coeff] : rows[eq])
+                rows[v][var] -= factor * coeff;
+            rows[v].erase(r);
+            entries += rows[v].size();
+        }
+    }
+    return rows;
+}
+
 }  // namespace
 
 bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer) {
@@ -22,14 +71,17 @@ bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer) {
     };
     auto moves = [&](int v) { return integer(v) && !bounds.is_fixed(v); };
     int n = simplex.num_variables();
+    std::vector<char> absorbing;
+    std::vector<std::map<int, QNumber>> rows =
+        rows_with_reals_absorbed(simplex, is_integer, absorbing);
     std::size_t base = simplex.level();
     simplex.push();
     bool room = true;
     for (int v = 1; v <= n && room; ++v) {
-        if (!simplex.is_slack(v)) continue;
+        if (!simplex.is_slack(v) || absorbing[v]) continue;
         QNumber shrink;
-        for (const auto& e : simplex.slack_term(v))
-            if (moves(e.var)) shrink += e.coeff.sign() < 0 ? -e.coeff : e.coeff;
+        for (const auto& [var, coeff] : rows[v])
+            if (moves(var)) shrink += coeff.sign() < 0 ? -coeff : coeff;
         if (shrink.is_zero()) continue;
         shrink *= QNumber(1, 2);
         if (bounds.has_lower(v)) {

@@ -8,9 +8,13 @@
 // When the shrunk system is feasible, the integer variables are fixed at their rounded values
 // and the simplex checks again, which leaves it an integral assignment. Unbounded problems are
 // where it pays: wide unbounded polyhedra always hold such cubes, and branching there may never
-// end. Equalities over several integer variables leave no room, so the test fails on them.
+// end. Equalities over several integer variables leave no room, so the test fails on them; but
+// an equality with a Real variable that has no bounds determines that variable, which then
+// follows the rounding exactly: it is eliminated from the other rows first (their room counts
+// the integers' coefficients after the elimination), and the equality needs no room.
 //
-// Costs: a scan of the variables and two simplex checks, each under a push level of its own.
+// Costs: the elimination over the slack rows (its fill-in capped at a few times their size),
+// then two simplex checks, each under a push level of its own.
 
 #include <span>
 
