@@ -15,20 +15,33 @@ namespace {
 // A reason that no caller's explanation sees: the levels it is used on are popped unread.
 constexpr Reason kCubeReason = 0;
 
-// The slack rows as maps over structural variables, a Real variable without bounds taken out
-// of every row but one equality that determines it (Gaussian elimination, equalities in order).
-// Such an equality is marked: it needs no room, since the variable follows it exactly when the
-// integers are rounded, and every other row changes by its coefficients over the integers.
-std::vector<std::map<int, QNumber>> rows_with_reals_absorbed(const Simplex& simplex,
-                                                             std::span<const char> is_integer,
-                                                             std::vector<char>& absorbing) {
+// The slack rows as maps over structural variables, a variable without bounds taken out of
+// every row but one equality that determines it (Gaussian elimination, equalities in order): a
+// Real variable, or an integer one that the equality makes an integral combination of the other
+// integer variables (coefficients and constant multiples of its own). Such an equality is
+// marked: it needs no room, since the variable follows it exactly when the other integers are
+// rounded, and every other row changes by its coefficients over them. `absorbed` marks the
+// variables, which the rounding leaves to the simplex.
+std::vector<std::map<int, QNumber>> rows_with_free_absorbed(const Simplex& simplex,
+                                                            std::span<const char> is_integer,
+                                                            std::vector<char>& absorbing,
+                                                            std::vector<char>& absorbed) {
     const BoundTrail& bounds = simplex.bounds();
     int n = simplex.num_variables();
     std::vector<std::map<int, QNumber>> rows(static_cast<std::size_t>(n) + 1);
     absorbing.assign(static_cast<std::size_t>(n) + 1, 0);
-    auto free_real = [&](int v) {
-        return (static_cast<std::size_t>(v) >= is_integer.size() || is_integer[v] == 0) &&
-               !simplex.is_slack(v) && !bounds.has_lower(v) && !bounds.has_upper(v);
+    absorbed.assign(static_cast<std::size_t>(n) + 1, 0);
+    auto integer = [&](int v) {
+        return static_cast<std::size_t>(v) < is_integer.size() && is_integer[v] != 0;
+    };
+    auto can_absorb = [&](int eq, int v, const QNumber& a) {
+        if (simplex.is_slack(v) || bounds.has_lower(v) || bounds.has_upper(v) || a.is_zero())
+            return false;
+        if (!integer(v)) return true;
+        if (!(bounds.lower_value(eq).real() / a).is_integer()) return false;
+        return std::all_of(rows[eq].begin(), rows[eq].end(), [&](const auto& e) {
+            return e.second.is_zero() || (integer(e.first) && (e.second / a).is_integer());
+        });
     };
     std::size_t entries = 0;
     for (int v = 1; v <= n; ++v)
@@ -41,12 +54,12 @@ std::vector<std::map<int, QNumber>> rows_with_reals_absorbed(const Simplex& simp
     const std::size_t max_entries = 4 * entries + 1000;
     for (int eq = 1; eq <= n && entries <= max_entries; ++eq) {
         if (!simplex.is_slack(eq) || !bounds.is_fixed(eq)) continue;
-        auto pivot = std::find_if(rows[eq].begin(), rows[eq].end(), [&](const auto& e) {
-            return free_real(e.first) && !e.second.is_zero();
-        });
+        auto pivot = std::find_if(rows[eq].begin(), rows[eq].end(),
+                                  [&](const auto& e) { return can_absorb(eq, e.first, e.second); });
         if (pivot == rows[eq].end()) continue;
         absorbing[eq] = 1;
         int r = pivot->first;
+        absorbed[static_cast<std::size_t>(r)] = 1;
         QNumber a = pivot->second;
         for (int v = 1; v <= n; ++v) {
             auto at = v == eq ? rows[v].end() : rows[v].find(r);
@@ -64,16 +77,16 @@ std::vector<std::map<int, QNumber>> rows_with_reals_absorbed(const Simplex& simp
 
 }  // namespace
 
-bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer) {
+bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer, bool round_vertex) {
     const BoundTrail& bounds = simplex.bounds();
     auto integer = [&](int v) {
         return static_cast<std::size_t>(v) < is_integer.size() && is_integer[v] != 0;
     };
     auto moves = [&](int v) { return integer(v) && !bounds.is_fixed(v); };
     int n = simplex.num_variables();
-    std::vector<char> absorbing;
+    std::vector<char> absorbing, absorbed;
     std::vector<std::map<int, QNumber>> rows =
-        rows_with_reals_absorbed(simplex, is_integer, absorbing);
+        rows_with_free_absorbed(simplex, is_integer, absorbing, absorbed);
     std::size_t base = simplex.level();
     simplex.push();
     bool room = true;
@@ -96,16 +109,16 @@ bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer) {
         }
     }
     if (!room || simplex.check() != Result::Sat) {
+        // No cube: the caller's vertex itself, rounded, may still fit.
         simplex.pop(simplex.level() - base);
-        simplex.check();  // the caller's model again, readable
-        return false;
+        if (simplex.check() != Result::Sat || !round_vertex) return false;
     }
     std::vector<std::pair<int, QNumber>> rounded;
     for (int v = 1; v <= n; ++v)
-        if (integer(v))
+        if (integer(v) && !absorbed[static_cast<std::size_t>(v)])
             rounded.emplace_back(
                 v, floor_of(DeltaRational(simplex.delta_value(v).real() + QNumber(1, 2))));
-    simplex.pop(simplex.level() - base);
+    if (simplex.level() > base) simplex.pop(simplex.level() - base);
     simplex.push();
     bool fits = true;
     for (const auto& [v, x] : rounded)
@@ -116,6 +129,9 @@ bool unit_cube_point(Simplex& simplex, std::span<const char> is_integer) {
     // Popping only loosens bounds: this check keeps the integral assignment, pivots nothing, and
     // makes the model readable at the caller's level.
     Result again = simplex.check();
+    // The absorbed integer variables are integral through their equalities.
+    for (int v = 1; v <= n && fits; ++v)
+        fits = !integer(v) || simplex.value(v).is_integer();
     return fits && again == Result::Sat;
 }
 

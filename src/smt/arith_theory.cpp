@@ -319,7 +319,7 @@ bool ArithTheory::cube_model() {
     std::vector<char> is_integer(static_cast<std::size_t>(simplex_.num_variables()) + 1, 0);
     for (int s : integer_vars_)
         is_integer[static_cast<std::size_t>(s)] = 1;
-    if (!lra::unit_cube_point(simplex_, is_integer)) return false;
+    if (!lra::unit_cube_point(simplex_, is_integer, true)) return false;
     ++cube_models_;
     take_model();
     return true;

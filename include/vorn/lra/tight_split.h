@@ -9,6 +9,11 @@
 // the split T ≤ ⌊C⌋ | T ≥ ⌊C⌋ + 1 cuts it off on both sides, and the side that contradicts the
 // tight bounds is the gcd-tightening of their combination (a plain Farkas conflict once the
 // split's bound is asserted).
+// Mixed rows: the tight rows may hold Real variables (and a Real variable at a bound is a tight
+// row itself); they are eliminated first, since the integral combinations without them are what
+// the rows say about the integers (5n − k < −1/3 through x and y). Strict bounds are tight too:
+// a row left with a δ pins an integral term T to c + k·δ, and T ≤ ⌊c + k·δ⌋ splits there even
+// when c is an integer.
 //
 // Costs: a scan of the given variables, then a dense solve over the integers of the tight rows
 // (O(m·n·(m + n)) big-number operations); nothing when the rows exceed `max_entries`.
@@ -27,8 +32,10 @@ struct TermSplit {
     QNumber value;  // C, the term's value at the vertex
 };
 
-// `integers`: the structural integer variables (those at an integral bound are put in as
-// values); `slacks`: slacks whose terms are over integer variables only, the candidate rows.
+// `integers`: the structural integer variables (other structural variables are rational);
+// `slacks`: the candidate rows, over any variables. Tried in turn: the tight rows with the
+// integer variables at a single bound left free; then with those bounds as rows after them; then,
+// with `free_as_fixed`, every integer variable at a bound put in as a value.
 // With `free_as_fixed`, non-basic integer variables between their bounds (free ones, at an
 // integral value the simplex chose) are put in as values too: the vertex is then defined by the
 // non-basic variables alone, and a fractional vertex always yields a split. That is the split
