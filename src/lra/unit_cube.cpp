@@ -31,6 +31,11 @@ std::vector<std::map<int, QNumber>> rows_with_free_absorbed(const Simplex& simpl
     std::vector<std::map<int, QNumber>> rows(static_cast<std::size_t>(n) + 1);
     absorbing.assign(static_cast<std::size_t>(n) + 1, 0);
     absorbed.assign(static_cast<std::size_t>(n) + 1, 0);
+    // The equalities' constants, which the elimination changes with their terms.
+    std::vector<QNumber> constant(static_cast<std::size_t>(n) + 1);
+    for (int v = 1; v <= n; ++v)
+        if (simplex.is_slack(v) && bounds.is_fixed(v))
+            constant[static_cast<std::size_t>(v)] = bounds.lower_value(v).real();
     auto integer = [&](int v) {
         return static_cast<std::size_t>(v) < is_integer.size() && is_integer[v] != 0;
     };
@@ -38,7 +43,7 @@ std::vector<std::map<int, QNumber>> rows_with_free_absorbed(const Simplex& simpl
         if (simplex.is_slack(v) || bounds.has_lower(v) || bounds.has_upper(v) || a.is_zero())
             return false;
         if (!integer(v)) return true;
-        if (!(bounds.lower_value(eq).real() / a).is_integer()) return false;
+        if (!(constant[static_cast<std::size_t>(eq)] / a).is_integer()) return false;
         return std::all_of(rows[eq].begin(), rows[eq].end(), [&](const auto& e) {
             return e.second.is_zero() || (integer(e.first) && (e.second / a).is_integer());
         });
@@ -68,6 +73,8 @@ std::vector<std::map<int, QNumber>> rows_with_free_absorbed(const Simplex& simpl
             entries -= rows[v].size();
             for (const auto& [var, coeff] : rows[eq])
                 rows[v][var] -= factor * coeff;
+            constant[static_cast<std::size_t>(v)] -=
+                factor * constant[static_cast<std::size_t>(eq)];
             rows[v].erase(r);
             entries += rows[v].size();
         }
