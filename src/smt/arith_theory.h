@@ -179,7 +179,9 @@ class ArithTheory : public LinearTheory {
     std::vector<char> implied_now_;  // by SAT variable: implied in this propagate() call
     std::vector<sat::Lit> row_lits_;
     std::vector<QNumber> row_multipliers_;
-    std::vector<const lra::BoundRecord*> summand_bounds_;  // scratch of propagate_to_summands
+    // Scratch of propagate_to_summands: by summand, its bound; the summands it may bound.
+    std::vector<const lra::BoundRecord*> summand_bounds_;
+    std::vector<std::size_t> open_;
 
     std::uint64_t limit_ = 0;      // branches per check, 0: no limit
     std::uint64_t used_ = 0;       // branches in this check

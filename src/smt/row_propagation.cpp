@@ -99,7 +99,8 @@ const lra::BoundRecord* ArithTheory::literal_bound(int var, bool upper) const {
 
 // s = Σ aⱼ·xⱼ with s ≤ u (or ≥ l, `slack_upper` false) bounds each aₖ·xₖ by u − Σⱼ≠ₖ aⱼ·xⱼ's
 // least value; the atoms on xₖ that the bound implies are implied by the bounds' literals.
-// Rows with more than one summand lacking its bound give nothing and cost one pass.
+// Passes without arithmetic first: a row with two summands lacking their bounds, or without an
+// unassigned atom on a summand it could bound, gives nothing.
 void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
                                         std::vector<sat::Lit>& implied) {
     const lra::BoundRecord* sb = literal_bound(slack, slack_upper);
@@ -107,26 +108,32 @@ void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
     const auto& term = simplex_.slack_term(slack);
     summand_bounds_.assign(term.size(), nullptr);
     std::size_t missing = term.size();
-    lra::DeltaRational rest = sb->value;  // u − Σ of the bounded summands' least values
     for (std::size_t j = 0; j < term.size(); ++j) {
         const auto& e = term[j];
         summand_bounds_[j] = literal_bound(e.var, slack_upper != (e.coeff.sign() > 0));
-        if (summand_bounds_[j] == nullptr) {
-            if (missing != term.size()) return;
-            missing = j;
-            continue;
-        }
-        rest.add_product(-e.coeff, summand_bounds_[j]->value);
+        if (summand_bounds_[j] != nullptr) continue;
+        if (missing != term.size()) return;
+        missing = j;
     }
-    for (std::size_t k = 0; k < term.size(); ++k) {
-        if (missing != term.size() && k != missing) continue;
+    auto open = [&](std::size_t k) {
+        if (missing != term.size() && k != missing) return false;
+        if (static_cast<std::size_t>(term[k].var) >= atoms_on_.size()) return false;
+        const auto& on = atoms_on_[term[k].var];
+        return std::any_of(on.begin(), on.end(), [&](std::uint32_t o) {
+            return atom_data_[o].alive && value_[atoms_[o].var] == 0;
+        });
+    };
+    open_.clear();
+    for (std::size_t k = 0; k < term.size(); ++k)
+        if (open(k)) open_.push_back(k);
+    if (open_.empty()) return;
+    lra::DeltaRational rest = sb->value;  // u − Σ of the bounded summands' least values
+    for (std::size_t j = 0; j < term.size(); ++j)
+        if (summand_bounds_[j] != nullptr)
+            rest.add_product(-term[j].coeff, summand_bounds_[j]->value);
+    for (std::size_t k : open_) {
         const auto& ek = term[k];
-        if (static_cast<std::size_t>(ek.var) >= atoms_on_.size()) continue;
         const auto& on = atoms_on_[ek.var];
-        if (std::none_of(on.begin(), on.end(), [&](std::uint32_t o) {
-                return atom_data_[o].alive && value_[atoms_[o].var] == 0;
-            }))
-            continue;
         lra::DeltaRational bound = rest;
         if (summand_bounds_[k] != nullptr) bound.add_product(ek.coeff, summand_bounds_[k]->value);
         bound /= ek.coeff;
