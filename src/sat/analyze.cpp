@@ -1,5 +1,6 @@
 // Conflict analysis: the first-UIP clause, minimized, and learning it.
 
+#include <algorithm>
 #include <cassert>
 
 #include "vorn/sat/solver.h"
@@ -111,6 +112,8 @@ std::uint32_t Solver::lbd_of(std::span<const Lit> lits) {
 
 void Solver::learn() {
     ++stats_.learned;
+    stats_.learned_literals += learned_.size();
+    stats_.learned_max = std::max<std::uint64_t>(stats_.learned_max, learned_.size());
     record(ProofStep::Kind::Learned, learned_);
     if (learned_.size() == 1) {
         assert(level() == 0);

@@ -69,6 +69,7 @@ CRef Solver::propagate_with_theory() {
             if (value == LBool::True) continue;
             assigned = true;
             if (value == LBool::Undef) {
+                ++stats_.theory_propagations;
                 enqueue(lit, kTheoryReason);
                 if (level() == 0 && options_.record_proof) reason_of(lit.var());
                 continue;

@@ -170,10 +170,15 @@ void ArithTheory::assign(sat::Lit lit) {
     }
 }
 
-// Bound b implies reading r when both bound the variable from one side and b is as tight.
-static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
-                    const lra::DeltaRational& r) {
-    return upper == r_upper && (upper ? b <= r : b >= r);
+// Bound b implies reading r when both bound the variable from one side and b is as tight. The
+// δ parts count by sign only: a sum of strict bounds is strict, whatever multiple of δ it has.
+bool ArithTheory::implies(bool upper, const lra::DeltaRational& b, bool r_upper,
+                          const lra::DeltaRational& r) {
+    if (upper != r_upper) return false;
+    int order = b.real() < r.real()   ? -1
+                : r.real() < b.real() ? 1
+                                      : b.delta().sign() - r.delta().sign();
+    return upper ? order <= 0 : order >= 0;
 }
 
 void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
@@ -198,6 +203,7 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
             }
         }
         propagate_rows(a.term.var, b.upper, implied);
+        propagate_summands(a.term.var, b.upper, implied);
     }
     for (sat::Lit l : implied)
         implied_now_[l.var()] = 0;

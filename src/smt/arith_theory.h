@@ -13,7 +13,9 @@
 // through the definition of each slack s = Σ aⱼ·xⱼ it occurs in: once every xⱼ is bounded on
 // the side that bounds s, the atoms on s that bound follows from are implied, explained by
 // the bounds' literals with the multipliers |aⱼ| (a Farkas lemma, kept at propagation time
-// since later, tighter bounds must not explain an earlier implication).
+// since later, tighter bounds must not explain an earlier implication); and the other way round,
+// a bound on s with every xⱼ but xₖ bounded on the opposite side bounds xₖ, and implies the
+// atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|).
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
@@ -97,6 +99,8 @@ class ArithTheory : public LinearTheory {
     // The simplex bound of a level-0 fact that names no literal (see bound_reason).
     static constexpr lra::Reason kLevelZeroFact = -1;
 
+    static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
+                        const lra::DeltaRational& r);
     int simplex_var(int problem_var);
     lra::Reason bound_reason(sat::Lit lit) const;
     Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
@@ -137,6 +141,10 @@ class ArithTheory : public LinearTheory {
     // entry lacks the bound it needs. Fills row_lits_ and, with a proof recorded,
     // row_multipliers_.
     bool implied_bound(int slack, bool upper, lra::DeltaRational& bound);
+    // The other direction: bounds on a slack's summands from the slack's bound.
+    const lra::BoundRecord* literal_bound(int var, bool upper) const;
+    void propagate_to_summands(int slack, bool slack_upper, std::vector<sat::Lit>& implied);
+    void propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied);
 
     const Problem& problem_;
     sat::Solver& sat_;
@@ -173,6 +181,9 @@ class ArithTheory : public LinearTheory {
     std::vector<char> implied_now_;  // by SAT variable: implied in this propagate() call
     std::vector<sat::Lit> row_lits_;
     std::vector<QNumber> row_multipliers_;
+    // Scratch of propagate_to_summands: by summand, its bound; the summands it may bound.
+    std::vector<const lra::BoundRecord*> summand_bounds_;
+    std::vector<std::size_t> open_;
 
     std::uint64_t limit_ = 0;      // branches per check, 0: no limit
     std::uint64_t used_ = 0;       // branches in this check

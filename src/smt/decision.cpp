@@ -454,7 +454,7 @@ void apply_each(Stats& a, const Stats& b, Apply& apply, Counter Stats::*... coun
 
 // Every counter of DecideStats that adds up, each paired with the same counter of `b`: a counter
 // added to DecideStats, or to the engine stats it holds, is named here and nowhere else.
-// branch.max_depth is a maximum, not a sum, and stays out.
+// branch.max_depth and sat.learned_max are maxima, not sums, and stay out.
 template <typename Apply>
 void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
     using S = lra::SimplexStats;
@@ -466,8 +466,8 @@ void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
     apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::cube_models,
                &B::seconds);
     apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided);
-    apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::conflicts, &T::restarts,
-               &T::learned, &T::deleted);
+    apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::theory_propagations,
+               &T::conflicts, &T::restarts, &T::learned, &T::learned_literals, &T::deleted);
 }
 
 }  // namespace
@@ -475,6 +475,7 @@ void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
 DecideStats& DecideStats::operator+=(const DecideStats& o) {
     for_each_sum(*this, o, [](auto& x, const auto& y) { x += y; });
     branch.max_depth = std::max(branch.max_depth, o.branch.max_depth);
+    sat.learned_max = std::max(sat.learned_max, o.sat.learned_max);
     return *this;
 }
 

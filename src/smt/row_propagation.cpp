@@ -1,6 +1,7 @@
 // Bound propagation through the definitions of slacks: a sum whose every summand is bounded on
-// one side is bounded on that side, and the atoms on the sum that this bound implies need not
-// wait for a full simplex check or a decision.
+// one side is bounded on that side, and a summand is bounded by the sum's bound less the other
+// summands' opposite bounds; the atoms that such a bound implies need not wait for a full
+// simplex check or a decision.
 
 #include <algorithm>
 
@@ -73,9 +74,7 @@ void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& imp
             if (!o.alive || value_[ov] != 0) continue;
             for (int side = 0; side < 2; ++side) {
                 const Reading& r = o.reading[side];
-                if (r.upper != side_upper ||
-                    (side_upper ? !(bound <= r.value) : !(bound >= r.value)))
-                    continue;
+                if (!implies(side_upper, bound, r.upper, r.value)) continue;
                 if (implied_now_[ov]) break;
                 row_reason_of_[ov] = static_cast<std::int32_t>(row_reasons_.size());
                 row_reasons_.push_back({row_lits_, row_multipliers_});
@@ -84,6 +83,108 @@ void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& imp
                 break;
             }
         }
+    }
+}
+
+// The bound on one side of `var` when a true literal made it, else nullptr.
+const lra::BoundRecord* ArithTheory::literal_bound(int var, bool upper) const {
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    if (upper ? !bounds.has_upper(var) : !bounds.has_lower(var)) return nullptr;
+    const lra::BoundRecord& b = upper ? bounds.upper(var) : bounds.lower(var);
+    auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(b.reason));
+    if (lit.var() >= value_.size() || value_[lit.var()] != (lit.negative() ? -1 : 1))
+        return nullptr;
+    return &b;
+}
+
+// s = Σ aⱼ·xⱼ with s ≤ u (or ≥ l, `slack_upper` false) bounds each aₖ·xₖ by u − Σⱼ≠ₖ aⱼ·xⱼ's
+// least value; the atoms on xₖ that the bound implies are implied by the bounds' literals.
+// Passes without arithmetic first: a row with two summands lacking their bounds, or without an
+// unassigned atom on a summand it could bound, gives nothing.
+void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
+                                        std::vector<sat::Lit>& implied) {
+    const lra::BoundRecord* sb = literal_bound(slack, slack_upper);
+    if (sb == nullptr) return;
+    const auto& term = simplex_.slack_term(slack);
+    summand_bounds_.assign(term.size(), nullptr);
+    std::size_t missing = term.size();
+    for (std::size_t j = 0; j < term.size(); ++j) {
+        const auto& e = term[j];
+        summand_bounds_[j] = literal_bound(e.var, slack_upper != (e.coeff.sign() > 0));
+        if (summand_bounds_[j] != nullptr) continue;
+        if (missing != term.size()) return;
+        missing = j;
+    }
+    auto open = [&](std::size_t k) {
+        if (missing != term.size() && k != missing) return false;
+        if (static_cast<std::size_t>(term[k].var) >= atoms_on_.size()) return false;
+        const auto& on = atoms_on_[term[k].var];
+        return std::any_of(on.begin(), on.end(), [&](std::uint32_t o) {
+            return atom_data_[o].alive && value_[atoms_[o].var] == 0;
+        });
+    };
+    open_.clear();
+    for (std::size_t k = 0; k < term.size(); ++k)
+        if (open(k)) open_.push_back(k);
+    if (open_.empty()) return;
+    lra::DeltaRational rest = sb->value;  // u − Σ of the bounded summands' least values
+    for (std::size_t j = 0; j < term.size(); ++j)
+        if (summand_bounds_[j] != nullptr)
+            rest.add_product(-term[j].coeff, summand_bounds_[j]->value);
+    for (std::size_t k : open_) {
+        const auto& ek = term[k];
+        const auto& on = atoms_on_[ek.var];
+        lra::DeltaRational bound = rest;
+        if (summand_bounds_[k] != nullptr) bound.add_product(ek.coeff, summand_bounds_[k]->value);
+        bound /= ek.coeff;
+        bool upper = slack_upper == (ek.coeff.sign() > 0);
+        for (std::uint32_t other : on) {
+            const Atom& o = atom_data_[other];
+            sat::Var ov = atoms_[other].var;
+            if (!o.alive || value_[ov] != 0) continue;
+            for (int side = 0; side < 2; ++side) {
+                const Reading& r = o.reading[side];
+                if (!implies(upper, bound, r.upper, r.value)) continue;
+                if (implied_now_[ov]) break;
+                RowReason reason;
+                reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb->reason)));
+                QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
+                if (record_)
+                    reason.multipliers.push_back(QNumber(1) / (magnitude * sb->caller_scale));
+                for (std::size_t j = 0; j < term.size(); ++j) {
+                    if (j == k) continue;
+                    const lra::BoundRecord& b = *summand_bounds_[j];
+                    reason.lits.push_back(
+                        sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
+                    if (record_) {
+                        QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
+                        reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
+                    }
+                }
+                row_reason_of_[ov] = static_cast<std::int32_t>(row_reasons_.size());
+                row_reasons_.push_back(std::move(reason));
+                implied_now_[ov] = 1;
+                implied.push_back(sat::Lit(ov, side == 1));
+                break;
+            }
+        }
+    }
+}
+
+// A new bound on `var`: the summands of `var` itself when it is a slack, and of every slack
+// over it (on the side of the slack whose reverse reading uses the bound).
+void ArithTheory::propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied) {
+    if (simplex_.is_slack(var) && static_cast<std::size_t>(var) < slack_indexed_.size() &&
+        slack_indexed_[var])
+        propagate_to_summands(var, upper, implied);
+    if (static_cast<std::size_t>(var) >= slacks_of_.size()) return;
+    for (int slack : slacks_of_[var]) {
+        if (!simplex_.is_slack(slack)) continue;
+        const auto& term = simplex_.slack_term(slack);
+        auto at =
+            std::find_if(term.begin(), term.end(), [&](const auto& e) { return e.var == var; });
+        if (at == term.end()) continue;
+        propagate_to_summands(slack, upper != (at->coeff.sign() > 0), implied);
     }
 }
 

@@ -75,11 +75,14 @@ struct Options {
 
 struct Stats {
     std::uint64_t decisions = 0;
-    std::uint64_t propagations = 0;  // literals whose watches were visited
+    std::uint64_t propagations = 0;         // literals whose watches were visited
+    std::uint64_t theory_propagations = 0;  // literals assigned as the theory implied them
     std::uint64_t conflicts = 0;
     std::uint64_t restarts = 0;
-    std::uint64_t learned = 0;  // clauses, units included
-    std::uint64_t deleted = 0;  // learned clauses removed by reduction or pop
+    std::uint64_t learned = 0;           // clauses, units included
+    std::uint64_t learned_literals = 0;  // summed sizes of the learned clauses
+    std::uint64_t learned_max = 0;       // the longest learned clause (a maximum, not a sum)
+    std::uint64_t deleted = 0;           // learned clauses removed by reduction or pop
 };
 
 struct ProofStep {

@@ -96,9 +96,9 @@ struct DecideStats {
     // exactly, without a step of the exact simplex.
     std::uint64_t float_decided = 0;
 
-    // Sums counters and times (max_depth: the larger one).
+    // Sums counters and times (max_depth, learned_max: the larger one).
     DecideStats& operator+=(const DecideStats& other);
-    // The counts since `earlier`; max_depth stays this one's.
+    // The counts since `earlier`; max_depth and learned_max stay this one's.
     DecideStats operator-(const DecideStats& earlier) const;
 };
 

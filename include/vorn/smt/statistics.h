@@ -2,8 +2,9 @@
 
 // The counters of a solver's checks by name, as (get-info :all-statistics) and the embedding
 // API report them: "checks", "decisions", "conflicts" (of the Boolean search and the simplex),
-// "propagations", "pivots", "branch-nodes", "disequality-splits", and "time" (seconds spent
-// deciding). Counts are exact below 2^53.
+// "propagations" (Boolean), "theory-propagations", "restarts", "learned-clauses",
+// "learned-literals" (their summed sizes), "learned-max-size", "pivots", "branch-nodes",
+// "disequality-splits", and "time" (seconds spent deciding). Counts are exact below 2^53.
 
 #include <string_view>
 #include <vector>

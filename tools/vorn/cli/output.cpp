@@ -252,25 +252,24 @@ void print_optimization(std::ostream& out, const smt::Problem& problem,
 
 std::string check_stats(double read_ms, const smt::CheckStats& s) {
     const lra::SimplexStats& x = s.decide.simplex;
-    char line[512];
+    const sat::Stats& b = s.decide.sat;
+    auto n = [](std::uint64_t v) { return static_cast<unsigned long long>(v); };
+    double mean_learned =
+        b.learned == 0 ? 0
+                       : static_cast<double>(b.learned_literals) / static_cast<double>(b.learned);
+    char line[768];
     std::snprintf(line, sizeof line,
                   "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
                   "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
                   "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu SAT "
-                  "decisions, %llu SAT "
-                  "conflicts\n",
-                  read_ms, s.solve_seconds * 1000, static_cast<unsigned long long>(s.checks),
-                  static_cast<unsigned long long>(x.pivots),
-                  static_cast<unsigned long long>(x.bland_switches),
-                  static_cast<unsigned long long>(x.conflicts),
-                  static_cast<unsigned long long>(x.eliminated),
-                  static_cast<unsigned long long>(x.restored),
-                  static_cast<unsigned long long>(s.decide.splits),
-                  static_cast<unsigned long long>(s.decide.branch.nodes),
-                  static_cast<unsigned long long>(s.decide.cuts),
-                  static_cast<unsigned long long>(s.decide.lattice_splits),
-                  static_cast<unsigned long long>(s.decide.sat.decisions),
-                  static_cast<unsigned long long>(s.decide.sat.conflicts));
+                  "decisions, %llu SAT conflicts, %llu Boolean propagations, %llu theory "
+                  "propagations, %llu restarts, %llu learned clauses (mean %.1f, max %llu "
+                  "literals)\n",
+                  read_ms, s.solve_seconds * 1000, n(s.checks), n(x.pivots), n(x.bland_switches),
+                  n(x.conflicts), n(x.eliminated), n(x.restored), n(s.decide.splits),
+                  n(s.decide.branch.nodes), n(s.decide.cuts), n(s.decide.lattice_splits),
+                  n(b.decisions), n(b.conflicts), n(b.propagations), n(b.theory_propagations),
+                  n(b.restarts), n(b.learned), mean_learned, n(b.learned_max));
     return line;
 }
 
