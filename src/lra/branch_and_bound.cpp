@@ -72,6 +72,7 @@ Result BranchAndBound::check() {
     path_.clear();
     wants_term_split_ = false;
     visited_ = 0;
+    deepest_ = deepest_at_last_look_ = 0;
     std::size_t base = simplex_.level();
     Result result = search();
     if (simplex_.level() > base) simplex_.pop(simplex_.level() - base);
@@ -180,7 +181,8 @@ std::size_t BranchAndBound::descend() {
     (frame.in_high ? split.high : split.low) = child;
     // The bound at depth d (d splits above it) carries −(d + 1).
     auto reason = -static_cast<Reason>(path_.size());
-    stats_.max_depth = std::max<std::uint64_t>(stats_.max_depth, path_.size());
+    deepest_ = std::max<std::uint64_t>(deepest_, path_.size());
+    stats_.max_depth = std::max(stats_.max_depth, deepest_);
     simplex_.push();
     if (frame.in_high)
         simplex_.assert_lower(split.var, split.below + QNumber(1), false, reason);
@@ -226,10 +228,18 @@ bool BranchAndBound::tight_rows_refuted() {
     }
     // The Boolean search that splits on terms is dearer than these nodes on the problems they
     // end in a few thousand (crafted QF_LIA cut problems: 481 and 3 797 nodes here against
-    // minutes there), so it takes over only once they run long.
+    // seconds to minutes there), so it takes over only once they run long, or earlier when the
+    // search keeps going deeper along an unbounded direction: there the nodes walk off (the
+    // unbd-sage files: the deepest path grows by half between looks) where on the cut problems
+    // it stays put (27 and 28 deep at 512 and 1 024 nodes).
     constexpr std::uint64_t kTermSplitsAfter = 8192;
-    if (visited_ < kTermSplitsAfter) return false;
+    constexpr std::uint64_t kDeepeningAfter = 512;
+    bool deepening =
+        deepest_ >= deepest_at_last_look_ + std::max<std::uint64_t>(4, deepest_at_last_look_ / 4);
+    deepest_at_last_look_ = deepest_;
+    if (visited_ < kDeepeningAfter) return false;
     bool unbounded = fractional_unbounded(simplex_, integers);
+    if (visited_ < kTermSplitsAfter && !(deepening && unbounded)) return false;
     // Past the first nodes, a vertex that moves along an unbounded direction counts too.
     constexpr std::uint64_t kFreeAfter = 64;
     bool free_as_fixed = visited_ >= kFreeAfter && unbounded;

@@ -141,7 +141,9 @@ class BranchAndBound {
     BranchStats stats_;
     std::vector<Frame> path_;
     bool wants_term_split_ = false;
-    std::uint64_t visited_ = 0;  // nodes of this check
+    std::uint64_t visited_ = 0;               // nodes of this check
+    std::uint64_t deepest_ = 0;               // longest path of this check
+    std::uint64_t deepest_at_last_look_ = 0;  // deepest_ when the tight rows were last tried
 };
 
 }  // namespace vorn::lra
