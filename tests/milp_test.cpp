@@ -127,7 +127,7 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
     for (unsigned seed = base_seed; seed < base_seed + 300; ++seed) {
         std::mt19937 rng(seed);
         auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-        const int ints = pick(1, 3);
+        const int ints = pick(1, 4);
         const bool with_real = seed % 3 == 0;
         const int vars = ints + (with_real ? 1 : 0);
         std::vector<Row> rows;

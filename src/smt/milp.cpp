@@ -51,6 +51,10 @@ void MilpSearch::enter_atoms() {
             entries.push_back({simplex_var(e.var), e.coeff});
     // The objective's row exists before the first check, which a new row would undo.
     objective_var_ = simplex_.term_variable(entries);
+    problem_var_.assign(static_cast<std::size_t>(simplex_.num_variables()) + 1, 0);
+    for (std::size_t v = 1; v < var_of_.size(); ++v)
+        if (var_of_[v] != 0)
+            problem_var_[static_cast<std::size_t>(var_of_[v])] = static_cast<int>(v);
     integral_objective_ = std::all_of(entries.begin(), entries.end(),
                                       [&](const auto& e) { return rounding_.is_integer(e.var); });
     // The spacing of an integral objective's values: minus the largest of them below 0.
@@ -83,8 +87,12 @@ lra::Asserted MilpSearch::assert_cutoff() {
 }
 
 void MilpSearch::close_with_conflict(std::size_t node) {
+    close_with_conflict(node, simplex_.conflict());
+}
+
+void MilpSearch::close_with_conflict(std::size_t node, std::span<const lra::Explanation> conflict) {
     std::vector<FarkasEntry>& leaf = steps_[nodes_[node].step].farkas;
-    for (const lra::Explanation& x : simplex_.conflict()) {
+    for (const lra::Explanation& x : conflict) {
         FarkasEntry e{false, static_cast<std::size_t>(x.reason), x.upper, x.multiplier};
         if (x.reason > cutoff_reason_) {
             // A branch bound: the split above the node at that depth asserts it.
@@ -143,6 +151,7 @@ MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
     measure_by_strong_branching(value);
     QNumber x;
     int var = choose_branch_variable(x);
+    node = fix_by_reduced_cost(node, value);
     QNumber below;
     for (const Fractional& c : fractional_)
         if (c.var == var) below = lra::floor_of(c.value);
@@ -204,6 +213,7 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
     ++visited_;
     simplex_.pop(simplex_.level());
     simplex_.push();
+    cutoff_asserted_ = has_incumbent_;
     if (!assert_path(node) || (has_incumbent_ && assert_cutoff() != lra::Asserted::Ok)) {
         close_with_conflict(node);
         return Outcome::Closed;
@@ -227,6 +237,7 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
     approached_here_ = !best.value.delta().is_zero();
     last_value_ = value;
     learn_pseudo_cost(nodes_[node], value);
+    collect_fixings();
     return branch(node, value);
 }
 

@@ -2,7 +2,8 @@
 
 // The branch-and-bound search behind optimize_integer (milp.h, which describes it): one object
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
-// choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic.
+// choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
+// milp_fixing.cpp reduced-cost fixing.
 
 #include <cstddef>
 #include <cstdint>
@@ -88,6 +89,7 @@ class MilpSearch {
     bool assert_path(std::size_t node);
     lra::Asserted assert_cutoff();
     void close_with_conflict(std::size_t node);
+    void close_with_conflict(std::size_t node, std::span<const lra::Explanation> conflict);
     Outcome accept_incumbent(std::size_t node);
     Outcome branch(std::size_t node, const QNumber& value);
     struct Fractional {
@@ -98,6 +100,18 @@ class MilpSearch {
     void try_rounding(bool up);
     void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;
+    // Reduced-cost fixing (milp_fixing.cpp): a split whose far side the objective's row refutes
+    // under the incumbent's bound, its conflict but for the far bound itself.
+    struct Fixing {
+        int var;  // problem variable
+        QNumber below;
+        bool far_high;  // the far side is x ≥ below + 1 (else x ≤ below)
+        std::vector<lra::Explanation> conflict;
+        QNumber far_multiplier;
+    };
+    void collect_fixings();
+    std::size_t fix_by_reduced_cost(std::size_t node, const QNumber& value);
+    bool cutoff_asserted_ = false;  // at the node visited
     void learn_pseudo_cost(const Node& n, const QNumber& value);
     std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
                          const QNumber& value, const QNumber& distance);
@@ -125,6 +139,8 @@ class MilpSearch {
     std::vector<std::size_t> path_;  // of the node visited, root first
     std::vector<PseudoCost> pseudo_;
     std::vector<Fractional> fractional_;         // at the node being branched
+    std::vector<Fixing> fixings_;                // at the node being branched
+    std::vector<int> problem_var_;               // by simplex variable (0: none)
     std::size_t preferred_child_ = kNoMilpNode;  // of the last Branched visit
     QNumber last_value_;                         // the last relaxation optimum, minimizing
 

@@ -25,14 +25,20 @@
 // optimized under a push; at every node while there is no incumbent (the first thousand), then
 // at nodes numbered by powers of two. It found bell5's incumbent, which dives alone did not.
 //
+// Reduced-cost fixing (milp_fixing.cpp): at a node under an incumbent, each Int variable whose
+// reduced cost forbids moving it k units from its bound makes the node a split whose far side is
+// a leaf, its Farkas conflict read off the objective's row; lseu of MIPLIB 3 went from 62 300
+// nodes to 37 200, misc03 and bell5 got faster by a third or more.
+//
 // The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
 // "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
 // final one, whose bound is tighter. An integral node's own leaf is its relaxation with the new
 // incumbent's bound asserted: infeasible, as the relaxation's optimum is the incumbent.
 //
-// Costs: per node one check and one minimize of the simplex, plus re-asserting the path (its
-// depth in bounds), plus up to sixteen check-and-minimize rounds of strong branching while
-// variables are unmeasured; memory: one proof node and one search record per node.
+// Costs: per node one check and one minimize of the simplex, one pass over the objective's row,
+// plus re-asserting the path (its depth in bounds), plus up to sixteen check-and-minimize rounds of
+// strong branching while variables are unmeasured; memory: one proof node and one search record per
+// node.
 
 #include <cstdint>
 
