@@ -3,7 +3,7 @@
 // The branch-and-bound search behind optimize_integer (milp.h, which describes it): one object
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
 // choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
-// milp_fixing.cpp reduced-cost fixing.
+// milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root.
 
 #include <cstddef>
 #include <cstdint>
@@ -110,6 +110,24 @@ class MilpSearch {
         QNumber far_multiplier;
     };
     void collect_fixings();
+    // Root cuts (milp_cuts.cpp): a Gomory mixed-integer cut Σ cut ≥ cut_constant and its
+    // derivation, the split s ≤ split_constant with a Farkas leaf's bounds for each side.
+    struct RootCut {
+        LinearExpr::Entries cut, split;
+        QNumber cut_constant, split_constant, f0;
+        std::vector<FarkasEntry> low_side, high_side;  // s ≤ k, s ≥ k + 1: the row's bounds
+    };
+    static constexpr lra::Reason kCutReason = lra::Reason(1) << 40;  // + the cut's number
+    static constexpr std::size_t kCutsPerRound = 20;
+    static constexpr std::size_t kCutRowLimit = 200;  // non-basic entries of a row cut from
+    bool integral_simplex_var(int var) const;
+    void expand(int var, const QNumber& factor, std::vector<QNumber>& into) const;
+    FarkasEntry bound_entry(const lra::BoundRecord& b, const QNumber& multiplier) const;
+    bool gomory_cut(int basic, RootCut& out) const;
+    void add_root_cut(RootCut& c);
+    Outcome cut_root(lra::Optimum& best);
+    std::vector<std::size_t> cut_steps_;  // by cut: its cut split, chained above the root
+    std::size_t proof_root_ = 0;          // the first cut split, or the search's root
     std::size_t fix_by_reduced_cost(std::size_t node, const QNumber& value);
     bool cutoff_asserted_ = false;  // at the node visited
     void learn_pseudo_cost(const Node& n, const QNumber& value);
