@@ -107,6 +107,8 @@ def cut_side(cert, node, high):
     derives the cut and the high side uses it; over Int variables only a side counts rounded
     (check_farkas rounds strict bounds, rounded() the non-strict one here)."""
     rel, c, terms = node[3], Fraction(node[4]), parse_terms(node[5:])
+    if any(a == 0 for a in terms.values()):
+        raise ValueError("a cut split with a zero coefficient")
     if not high:
         rel = {"<=": ">", "<": ">=", ">=": "<", ">": "<="}[rel]
     upper = rel in ("<=", "<")

@@ -120,7 +120,9 @@ std::string ProofChecker::run() {
             }
             if (step.kind == Kind::SplitCut &&
                 (step.term.empty() || step.relation == Relation::Eq ||
-                 step.relation == Relation::Ne || step.relation == Relation::Distinct))
+                 step.relation == Relation::Ne || step.relation == Relation::Distinct ||
+                 std::any_of(step.term.begin(), step.term.end(),
+                             [](const Entry& e) { return e.var == 0 || e.coeff.is_zero(); })))
                 return "a cut split on no inequality";
             parent_[step.low] = parent_[step.high] = n;
             high_side_[step.high] = 1;

@@ -30,6 +30,12 @@
 // a leaf, its Farkas conflict read off the objective's row; lseu of MIPLIB 3 went from 62 300
 // nodes to 37 200, misc03 and bell5 got faster by a third or more.
 //
+// Root cuts (milp_cuts.cpp, DecideOptions::root_cut_rounds, off by default): rounds of Gomory
+// mixed-integer cuts from the root's tableau rows, asserted at level 0 so every node carries them;
+// each is a cut split above the search's root in the proof, its negated side its derivation.
+// They solve egout and vpm1 of MIPLIB 3 at the root's neighbourhood but slow lseu, gt2, misc03
+// and others (dense rows of large rationals in every node's relaxation).
+//
 // The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
 // "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
 // final one, whose bound is tighter. An integral node's own leaf is its relaxation with the new
