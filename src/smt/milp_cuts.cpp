@@ -155,8 +155,7 @@ bool MilpSearch::gomory_cut(int basic, RootCut& out) const {
     return true;
 }
 
-// The cut into the proof, at the bottom of the chain of cut splits above the search's root, and
-// into the simplex at level 0 (which the caller is at).
+// The cut into the proof, at the bottom of the chain of cut splits above the search's root.
 void MilpSearch::add_root_cut(RootCut& c) {
     std::size_t at = steps_.size();
     steps_.resize(at + 4);
@@ -186,15 +185,37 @@ void MilpSearch::add_root_cut(RootCut& c) {
         proof_root_ = at;
     else
         steps_[cut_steps_.back()].high = at;
-    auto reason = kCutReason + static_cast<lra::Reason>(cut_steps_.size());
     cut_steps_.push_back(at);
-    rounding_.assert_term(term_var(c.cut), Relation::Ge, c.cut_constant, reason);
 }
 
-// Rounds of cuts at the root, whose relaxation `best` is solved again after each: Branched to go
-// on with the search (best then the optimum with the cuts), or how the search ends.
-MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
+// The relaxation at the root (at push level 1) solved again after new cuts: Branched, or how the
+// search ends.
+MilpSearch::Outcome MilpSearch::resolve_root(lra::Optimum& best) {
     bool least = maximize_ == (objective_var_->scale.sign() < 0);
+    lra::Result feasible = simplex_.check();
+    if (feasible == lra::Result::Unknown) return Outcome::Stopped;
+    if (feasible == lra::Result::Unsat) {
+        close_with_conflict(0);
+        return Outcome::Closed;
+    }
+    best = simplex_.minimize(objective_var_->var, !least);
+    if (best.kind == lra::Optimum::Kind::Stopped) return Outcome::Stopped;
+    if (best.kind == lra::Optimum::Kind::Unbounded) return Outcome::Unbounded;
+    if (simplex_.check() != lra::Result::Sat) {
+        failure_ = "the optimal vertex does not check";
+        return Outcome::Failed;
+    }
+    return Outcome::Branched;
+}
+
+// Rounds of cuts at the root, whose relaxation `best` is solved again after each, while the bound
+// moves. The cuts are tried at the root's push level; those binding at the last optimum are then
+// made again at level 0, for every node, and the others leave the tableau (they would only make
+// every pivot dearer). None is kept when the bound did not move at all. Branched to go on with the
+// search (best then the optimum with the cuts kept), or how the search ends.
+MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
+    const lra::DeltaRational initial = best.value;
+    std::vector<lra::TermVar> made;  // by cut
     for (int round = 0; round < options_.root_cut_rounds; ++round) {
         std::vector<std::pair<QNumber, int>> candidates;
         for (std::size_t v = 1; v < var_of_.size(); ++v) {
@@ -215,27 +236,34 @@ MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
             if (gomory_cut(s, c)) cuts.push_back(std::move(c));
         }
         if (cuts.empty()) break;
-        simplex_.pop(simplex_.level());
-        for (RootCut& c : cuts)
+        for (RootCut& c : cuts) {
             add_root_cut(c);
-        simplex_.push();
-        lra::Result feasible = simplex_.check();
-        if (feasible == lra::Result::Unknown) return Outcome::Stopped;
-        if (feasible == lra::Result::Unsat) {
-            close_with_conflict(0);
-            return Outcome::Closed;
+            made.push_back(term_var(c.cut));
+            rounding_.assert_term(made.back(), Relation::Ge, c.cut_constant,
+                                  kCutReason + static_cast<lra::Reason>(made.size() - 1));
         }
         lra::DeltaRational before = best.value;
-        best = simplex_.minimize(objective_var_->var, !least);
-        if (best.kind == lra::Optimum::Kind::Stopped) return Outcome::Stopped;
-        if (best.kind == lra::Optimum::Kind::Unbounded) return Outcome::Unbounded;
-        if (simplex_.check() != lra::Result::Sat) {
-            failure_ = "the optimal vertex does not check";
-            return Outcome::Failed;
-        }
+        if (Outcome o = resolve_root(best); o != Outcome::Branched) return o;
         if (best.value == before) break;  // the bound does not move
     }
-    return Outcome::Branched;
+    if (made.empty()) return Outcome::Branched;
+    std::vector<std::size_t> kept;
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    for (std::size_t i = 0; i < made.size() && !(best.value == initial); ++i) {
+        int v = made[i].var;
+        const lra::DeltaRational& x = simplex_.delta_value(v);
+        if ((bounds.has_lower(v) && bounds.lower_value(v) == x) ||
+            (bounds.has_upper(v) && bounds.upper_value(v) == x))
+            kept.push_back(i);
+    }
+    simplex_.pop(simplex_.level());
+    for (std::size_t i : kept) {
+        const ProofStep& cut = steps_[cut_steps_[i]];
+        rounding_.assert_term(term_var(cut.term), Relation::Ge, cut.constant,
+                              kCutReason + static_cast<lra::Reason>(i));
+    }
+    simplex_.push();
+    return resolve_root(best);
 }
 
 }  // namespace vorn::smt

@@ -125,6 +125,7 @@ class MilpSearch {
     FarkasEntry bound_entry(const lra::BoundRecord& b, const QNumber& multiplier) const;
     bool gomory_cut(int basic, RootCut& out) const;
     void add_root_cut(RootCut& c);
+    Outcome resolve_root(lra::Optimum& best);
     Outcome cut_root(lra::Optimum& best);
     std::vector<std::size_t> cut_steps_;  // by cut: its cut split, chained above the root
     std::size_t proof_root_ = 0;          // the first cut split, or the search's root
