@@ -211,8 +211,9 @@ MilpSearch::Outcome MilpSearch::resolve_root(lra::Optimum& best) {
 // Rounds of cuts at the root, whose relaxation `best` is solved again after each, while the bound
 // moves. The cuts are tried at the root's push level; those binding at the last optimum are then
 // made again at level 0, for every node, and the others leave the tableau (they would only make
-// every pivot dearer). None is kept when the bound did not move at all. Branched to go on with the
-// search (best then the optimum with the cuts kept), or how the search ends.
+// every pivot dearer). None is kept when the bound moved by 1 % of itself or less (bell5: 0.8 %,
+// then 14 s instead of over 60 s with them). Branched to go on with the search (best then the
+// optimum with the cuts kept), or how the search ends.
 MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
     const lra::DeltaRational initial = best.value;
     std::vector<lra::TermVar> made;  // by cut
@@ -249,7 +250,12 @@ MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
     if (made.empty()) return Outcome::Branched;
     std::vector<std::size_t> kept;
     const lra::BoundTrail& bounds = simplex_.bounds();
-    for (std::size_t i = 0; i < made.size() && !(best.value == initial); ++i) {
+    // Kept only when the bound moved by more than kCutGainPercent of itself.
+    QNumber gain = best.value.real() - initial.real(), bound = initial.real();
+    if (gain.sign() < 0) gain = -gain;
+    if (bound.sign() < 0) bound = -bound;
+    bool moved = gain * QNumber(100) > bound * QNumber(kCutGainPercent);
+    for (std::size_t i = 0; i < made.size() && moved; ++i) {
         int v = made[i].var;
         const lra::DeltaRational& x = simplex_.delta_value(v);
         if ((bounds.has_lower(v) && bounds.lower_value(v) == x) ||

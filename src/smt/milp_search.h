@@ -119,6 +119,7 @@ class MilpSearch {
     };
     static constexpr lra::Reason kCutReason = lra::Reason(1) << 40;  // + the cut's number
     static constexpr std::size_t kCutsPerRound = 20;
+    static constexpr int kCutGainPercent = 1;         // of the root bound, for the cuts to be kept
     static constexpr std::size_t kCutRowLimit = 200;  // non-basic entries of a row cut from
     bool integral_simplex_var(int var) const;
     void expand(int var, const QNumber& factor, std::vector<QNumber>& into) const;
