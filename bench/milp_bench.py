@@ -80,7 +80,7 @@ def main():
                                 formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--vorn", default=str(ROOT / "build/release/tools/vorn"))
     p.add_argument("--timeout", type=float, default=60)
-    p.add_argument("--cut-rounds", type=int, default=0, help="vorn's rounds of root cuts")
+    p.add_argument("--cut-rounds", type=int, default=6, help="vorn's rounds of root cuts")
     p.add_argument("files", nargs="*")
     a = p.parse_args()
     files = a.files or sorted(str(f) for f in MIPLIB.glob("*.mps.bz2"))

@@ -71,8 +71,9 @@ struct DecideOptions {
     // on the benchmarks so far, cuts cost more time than the nodes they save.
     bool cuts = false;
     // optimize over Int variables: rounds of Gomory mixed-integer cuts at the root of branch and
-    // bound (0: none).
-    int root_cut_rounds = 0;
+    // bound (0: none). Six: on MIPLIB 3 they solve 11 of 12 problems instead of 10, in about the
+    // same total time; fewer rounds cost more than they gain (lseu, gt2).
+    int root_cut_rounds = 6;
     // Problems with Boolean structure: keep the clause proof of an Unsat answer
     // (Decision::clause_proof). It costs memory for every clause the search learns.
     bool certify = false;

@@ -30,12 +30,12 @@
 // a leaf, its Farkas conflict read off the objective's row; lseu of MIPLIB 3 went from 62 300
 // nodes to 37 200, misc03 and bell5 got faster by a third or more.
 //
-// Root cuts (milp_cuts.cpp, DecideOptions::root_cut_rounds, off by default): rounds of Gomory
+// Root cuts (milp_cuts.cpp, DecideOptions::root_cut_rounds, six rounds by default): Gomory
 // mixed-integer cuts from the root's tableau rows; those binding at the last root optimum are
 // asserted at level 0, so every node carries them. Each is a cut split above the search's root
-// in the proof, its negated side its derivation. On MIPLIB 3 they take egout from 6 s to 0.2 s
-// and solve vpm1 (0.7 s), but slow lseu, gt2, enigma, rgn and bell5 (dense rows of large
-// rationals in every node's relaxation, and a search that starts from another vertex).
+// in the proof, its negated side its derivation. On MIPLIB 3 they take egout from 6 s to 0.1 s,
+// lseu from 19 s to 14 s and solve vpm1 (0.4 s), but slow gt2, enigma and rgn (dense rows of
+// large rationals in every node's relaxation, and a search that starts from another vertex).
 //
 // The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
 // "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
