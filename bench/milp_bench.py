@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Times `vorn optimize` on mixed-integer problems beside CBC and glpsol, and compares optima.
 
-usage: milp_bench.py [--vorn BIN] [--timeout S] [FILE ...]
+usage: milp_bench.py [--vorn BIN] [--cut-rounds N] [--timeout S] [FILE ...]
 
 Default files: the MIPLIB 3 problems of ../shared/data/miplib3, whose README lists the catalogue
 optima (7 significant digits). Each solver runs once per file, one at a time, with a wall-clock
@@ -80,6 +80,7 @@ def main():
                                 formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--vorn", default=str(ROOT / "build/release/tools/vorn"))
     p.add_argument("--timeout", type=float, default=60)
+    p.add_argument("--cut-rounds", type=int, default=6, help="vorn's rounds of root cuts")
     p.add_argument("files", nargs="*")
     a = p.parse_args()
     files = a.files or sorted(str(f) for f in MIPLIB.glob("*.mps.bz2"))
@@ -99,7 +100,7 @@ def main():
         opener = bz2.open if f.endswith(".bz2") else open
         with opener(f, "rb") as src, open(plain, "wb") as dst:
             dst.write(src.read())
-        vs, out = run([a.vorn, "optimize", f], a.timeout)
+        vs, out = run([a.vorn, "optimize", "--cut-rounds", str(a.cut_rounds), f], a.timeout)
         exact = vorn_optimum(out)
         cs, cv = (None, None)
         if have_cbc:

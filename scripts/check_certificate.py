@@ -69,6 +69,8 @@ def parse(lines):
 def split_bound(cert, split, high):
     """The bound (terms, c, upper, strict) that split node `split` asserts on one side."""
     node = cert["nodes"][split]
+    if node[0] == "split-cut":
+        return cut_side(cert, node, high)
     if node[0] == "split-ne":
         rel, c, terms = cert["atoms"][node[1]]
         if rel != "!=":
@@ -90,6 +92,29 @@ def rounded(rel, c, terms):
     cs = c * s
     k = {"<=": math.floor(cs), "<": math.ceil(cs) - 1, ">=": math.ceil(cs), ">": math.floor(cs) + 1}
     return Fraction(k[rel]) / s
+
+
+def cut_children(node):
+    """A cut split (`split-cut LOW HIGH REL C N:A ...`): its children."""
+    if node[3] not in ("<=", "<", ">=", ">") or len(node) < 6:
+        raise ValueError("a cut split on no inequality")
+    return int(node[1]), int(node[2])
+
+
+def cut_side(cert, node, high):
+    """The bound (terms, c, upper, strict) on one side of a cut split: the inequality itself
+    (high) or its negation (low). Any point satisfies one of them, so the low side's subtree
+    derives the cut and the high side uses it; over Int variables only a side counts rounded
+    (check_farkas rounds strict bounds, rounded() the non-strict one here)."""
+    rel, c, terms = node[3], Fraction(node[4]), parse_terms(node[5:])
+    if any(a == 0 for a in terms.values()):
+        raise ValueError("a cut split with a zero coefficient")
+    if not high:
+        rel = {"<=": ">", "<": ">=", ">=": "<", ">": "<="}[rel]
+    upper = rel in ("<=", "<")
+    if rel in ("<=", ">=") and all(cert["vars"].get(v) == "Int" for v in terms):
+        c = rounded(rel, c, terms)
+    return terms, c, upper, rel in ("<", ">")
 
 
 def check_farkas(cert, words, path):
@@ -162,11 +187,12 @@ def check(cert):
             raise ValueError("node %d missing or reused" % index)
         seen.add(index)
         node = cert["nodes"][index]
-        if node[0] in ("split-ne", "split-int"):
+        if node[0] in ("split-ne", "split-int", "split-cut"):
             if node[0] == "split-int":
                 if cert["vars"].get(int(node[1])) != "Int" or Fraction(node[2]).denominator != 1:
                     raise ValueError("integer split on a non-integer")
-            low, high = int(node[-2]), int(node[-1])
+            low, high = (int(node[-2]), int(node[-1])) if node[0] != "split-cut" else \
+                cut_children(node)
             todo.append((low, {**path, index: False}))
             todo.append((high, {**path, index: True}))
         elif node[0] == "farkas":

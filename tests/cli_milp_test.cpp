@@ -63,11 +63,16 @@ TEST(CliMilp, IntegerOptimaWithCheckedTrees) {
          "infeasible\n"},
         {data + "p0033.mps.bz2", "optimal\nobjective 3089\nobjective ≈ 3089\n"},
         {data + "flugpl.mps.bz2", "optimal\nobjective 1201500\nobjective ≈ 1201500\n"},
+        // Root cuts: the certificate's first Farkas leaf derives a cut.
+        {data + "p0033.mps.bz2", "optimal\nobjective 3089\nobjective ≈ 3089\n"},
     };
-    for (const auto& [file, expected] : cases) {
-        auto run = run_tool("optimize --verify " + file);
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto& [file, expected] = cases[i];
+        // The last with root cuts: the certificate's first Farkas leaf then derives a cut.
+        std::string options = i + 1 == std::size(cases) ? "--cut-rounds 3 " : "";
+        auto run = run_tool("optimize --verify " + options + file);
         EXPECT_EQ(run.out, expected) << file << run.err;
-        auto certified = run_tool("optimize --model --certificate " + file);
+        auto certified = run_tool("optimize --model --certificate " + options + file);
         EXPECT_TRUE(checker_accepts(certified.out, "")) << file;
         EXPECT_TRUE(checker_accepts(certified.out, file)) << file;
         std::string bad = spoiled(certified.out);

@@ -123,11 +123,12 @@ Problem problem_of(const std::vector<Row>& rows, const std::vector<int>& c, int 
 
 TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
     const unsigned base_seed = 5100;
-    int kinds[4] = {0, 0, 0, 0}, spoiled_rejected = 0;
+    int kinds[4] = {0, 0, 0, 0}, spoiled_rejected = 0, cuts_spoiled = 0, cuts_rejected = 0;
+    using Kind = vorn::smt::ProofStep::Kind;
     for (unsigned seed = base_seed; seed < base_seed + 300; ++seed) {
         std::mt19937 rng(seed);
         auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-        const int ints = pick(1, 3);
+        const int ints = pick(1, 4);
         const bool with_real = seed % 3 == 0;
         const int vars = ints + (with_real ? 1 : 0);
         std::vector<Row> rows;
@@ -152,6 +153,7 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
             SCOPED_TRACE("seed " + std::to_string(seed) + (float_start ? " float" : " exact"));
             vorn::smt::DecideOptions options;
             options.float_start = float_start;
+            options.root_cut_rounds = float_start ? 0 : 3;  // the exact runs with root cuts
             Optimization answer = vorn::smt::optimize(p, objective, maximize, options);
             ASSERT_NE(answer.kind, Optimization::Kind::Unknown) << answer.reason_unknown;
             ASSERT_EQ(answer.kind == Optimization::Kind::Optimal, best.has_value());
@@ -179,8 +181,26 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
                     EXPECT_NE(check_optimization(p, objective, maximize, answer), "");
                     break;
                 }
+            // A cut's derivation spoiled: the split it is derived by on another term, or the
+            // cut's negation weighted wrongly in a leaf; both leave a variable.
+            for (std::size_t n = 0; n + 1 < answer.proof.size(); ++n) {
+                vorn::smt::ProofStep& cut = answer.proof[n];
+                if (cut.kind != Kind::SplitCut || answer.proof[cut.low].kind != Kind::SplitCut)
+                    continue;
+                ++cuts_spoiled;
+                vorn::smt::ProofStep& split = answer.proof[cut.low];
+                split.term[0].coeff += QNumber(1);
+                cuts_rejected += !check_optimization(p, objective, maximize, answer).empty();
+                split.term[0].coeff -= QNumber(1);
+                for (vorn::smt::FarkasEntry& e : answer.proof[split.low].farkas)
+                    if (e.from_split && e.index == n) e.multiplier *= QNumber(3);
+                cuts_rejected += !check_optimization(p, objective, maximize, answer).empty();
+                break;
+            }
         }
     }
+    EXPECT_GT(cuts_spoiled, 20);
+    EXPECT_EQ(cuts_rejected, 2 * cuts_spoiled);
     EXPECT_GT(kinds[0], 300);  // optimal
     EXPECT_GT(kinds[1], 60);   // infeasible
     EXPECT_EQ(kinds[2], 0);    // boxed: never unbounded

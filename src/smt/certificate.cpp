@@ -75,6 +75,7 @@ class ProofChecker {
     std::string lattice(const ProofStep& step);
     bool split_bound(std::size_t leaf, std::size_t split, Bound& b) const;
     bool atom_bound(std::size_t atom, Bound& b) const;
+    bool cut_side_bound(const ProofStep& split, bool high, Bound& b) const;
     // Whether every variable of the term is Int.
     bool integral(std::span<const LinearExpr::Entry> term) const {
         return std::all_of(term.begin(), term.end(), [&](const auto& e) {
@@ -101,7 +102,8 @@ std::string ProofChecker::run() {
         if (n >= proof_.size() || seen[n]) return "proof node " + std::to_string(n) + " reused";
         seen[n] = 1;
         const ProofStep& step = proof_[n];
-        if (step.kind == Kind::SplitNe || step.kind == Kind::SplitInt) {
+        if (step.kind == Kind::SplitNe || step.kind == Kind::SplitInt ||
+            step.kind == Kind::SplitCut) {
             if (step.low >= proof_.size() || step.high >= proof_.size())
                 return "a split without children";
             if (step.kind == Kind::SplitInt &&
@@ -116,6 +118,12 @@ std::string ProofChecker::run() {
                         stated[i].var == step.term[i].var && stated[i].coeff == step.term[i].coeff;
                 if (!same) return "a split on no disequality";
             }
+            if (step.kind == Kind::SplitCut &&
+                (step.term.empty() || step.relation == Relation::Eq ||
+                 step.relation == Relation::Ne || step.relation == Relation::Distinct ||
+                 std::any_of(step.term.begin(), step.term.end(),
+                             [](const Entry& e) { return e.var == 0 || e.coeff.is_zero(); })))
+                return "a cut split on no inequality";
             parent_[step.low] = parent_[step.high] = n;
             high_side_[step.high] = 1;
             todo.push_back(step.low);
@@ -166,6 +174,7 @@ bool ProofChecker::split_bound(std::size_t leaf, std::size_t split, Bound& b) co
     const ProofStep& s = proof_[split];
     b.upper = !high;
     b.lower = high;
+    if (s.kind == Kind::SplitCut) return cut_side_bound(s, high, b);
     if (s.kind == Kind::SplitNe) {
         b.term = s.term;
         b.c = s.constant;
@@ -180,6 +189,28 @@ bool ProofChecker::split_bound(std::size_t leaf, std::size_t split, Bound& b) co
     } else {
         b.term = {{s.var, QNumber(1)}};
         b.c = high ? s.below + QNumber(1) : s.below;
+    }
+    return true;
+}
+
+// A cut split's side: the cut itself (high) or its negation, counted rounded over Int variables
+// like an atom.
+bool ProofChecker::cut_side_bound(const ProofStep& s, bool high, Bound& b) const {
+    Relation r = s.relation;
+    if (!high)
+        r = r == Relation::Le   ? Relation::Gt
+            : r == Relation::Lt ? Relation::Ge
+            : r == Relation::Ge ? Relation::Lt
+                                : Relation::Le;
+    b.term = s.term;
+    b.c = s.constant;
+    b.upper = r == Relation::Le || r == Relation::Lt;
+    b.lower = !b.upper;
+    b.strict = r == Relation::Lt || r == Relation::Gt;
+    if (auto rounded =
+            integral(b.term) ? lra::round_integral_bound(b.term, r, b.c) : std::nullopt) {
+        b.c = rounded->constant;
+        b.strict = false;
     }
     return true;
 }
@@ -301,6 +332,11 @@ void print_certificate(std::ostream& out, const Problem& problem,
                 out << " lattice";
                 for (const FarkasEntry& e : step.farkas)
                     out << ' ' << e.index << ':' << e.multiplier.to_string();
+                break;
+            case Kind::SplitCut:
+                out << " split-cut " << step.low << ' ' << step.high << ' '
+                    << relation_word(step.relation) << ' ' << step.constant.to_string();
+                write_terms(out, step.term);
                 break;
             case Kind::Farkas:
                 out << " farkas";

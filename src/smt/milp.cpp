@@ -51,6 +51,10 @@ void MilpSearch::enter_atoms() {
             entries.push_back({simplex_var(e.var), e.coeff});
     // The objective's row exists before the first check, which a new row would undo.
     objective_var_ = simplex_.term_variable(entries);
+    problem_var_.assign(static_cast<std::size_t>(simplex_.num_variables()) + 1, 0);
+    for (std::size_t v = 1; v < var_of_.size(); ++v)
+        if (var_of_[v] != 0)
+            problem_var_[static_cast<std::size_t>(var_of_[v])] = static_cast<int>(v);
     integral_objective_ = std::all_of(entries.begin(), entries.end(),
                                       [&](const auto& e) { return rounding_.is_integer(e.var); });
     // The spacing of an integral objective's values: minus the largest of them below 0.
@@ -83,10 +87,17 @@ lra::Asserted MilpSearch::assert_cutoff() {
 }
 
 void MilpSearch::close_with_conflict(std::size_t node) {
+    close_with_conflict(node, simplex_.conflict());
+}
+
+void MilpSearch::close_with_conflict(std::size_t node, std::span<const lra::Explanation> conflict) {
     std::vector<FarkasEntry>& leaf = steps_[nodes_[node].step].farkas;
-    for (const lra::Explanation& x : simplex_.conflict()) {
+    for (const lra::Explanation& x : conflict) {
         FarkasEntry e{false, static_cast<std::size_t>(x.reason), x.upper, x.multiplier};
-        if (x.reason > cutoff_reason_) {
+        if (x.reason >= kCutReason) {  // a root cut: its split, above the search's root
+            e.from_split = true;
+            e.index = cut_steps_[static_cast<std::size_t>(x.reason - kCutReason)];
+        } else if (x.reason > cutoff_reason_) {
             // A branch bound: the split above the node at that depth asserts it.
             const Node& at = nodes_[path_[static_cast<std::size_t>(x.reason - cutoff_reason_ - 1)]];
             e.from_split = true;
@@ -143,6 +154,7 @@ MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
     measure_by_strong_branching(value);
     QNumber x;
     int var = choose_branch_variable(x);
+    node = fix_by_reduced_cost(node, value);
     QNumber below;
     for (const Fractional& c : fractional_)
         if (c.var == var) below = lra::floor_of(c.value);
@@ -204,6 +216,7 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
     ++visited_;
     simplex_.pop(simplex_.level());
     simplex_.push();
+    cutoff_asserted_ = has_incumbent_;
     if (!assert_path(node) || (has_incumbent_ && assert_cutoff() != lra::Asserted::Ok)) {
         close_with_conflict(node);
         return Outcome::Closed;
@@ -223,10 +236,13 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
         failure_ = "the optimal vertex does not check";
         return Outcome::Failed;
     }
+    if (node == 0 && options_.root_cut_rounds > 0)
+        if (Outcome o = cut_root(best); o != Outcome::Branched) return o;
     QNumber value = minimizing(best.value.real() * objective_var_->scale + objective_constant_);
     approached_here_ = !best.value.delta().is_zero();
     last_value_ = value;
     learn_pseudo_cost(nodes_[node], value);
+    collect_fixings();
     return branch(node, value);
 }
 
@@ -259,15 +275,16 @@ namespace {
 
 // The proof nodes reachable from the root, renumbered in that order: a split turned into a leaf
 // leaves its former children behind.
-std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps) {
+std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps, std::size_t root) {
     std::vector<std::size_t> renumbered(steps.size(), kNone);
-    std::vector<std::size_t> order, todo{0};
+    std::vector<std::size_t> order, todo{root};
     while (!todo.empty()) {
         std::size_t n = todo.back();
         todo.pop_back();
         renumbered[n] = order.size();
         order.push_back(n);
-        if (steps[n].kind == ProofStep::Kind::SplitInt) {
+        if (steps[n].kind == ProofStep::Kind::SplitInt ||
+            steps[n].kind == ProofStep::Kind::SplitCut) {
             todo.push_back(steps[n].high);
             todo.push_back(steps[n].low);
         }
@@ -276,7 +293,7 @@ std::vector<ProofStep> reachable_tree(std::vector<ProofStep>& steps) {
     out.reserve(order.size());
     for (std::size_t n : order) {
         ProofStep& step = out.emplace_back(std::move(steps[n]));
-        if (step.kind == ProofStep::Kind::SplitInt) {
+        if (step.kind == ProofStep::Kind::SplitInt || step.kind == ProofStep::Kind::SplitCut) {
             step.low = renumbered[step.low];
             step.high = renumbered[step.high];
         }
@@ -343,7 +360,7 @@ Optimization MilpSearch::finish(Outcome last) {
         if (bound) out.bound = minimizing(*bound);
         return out;
     }
-    out.proof = reachable_tree(steps_);
+    out.proof = reachable_tree(steps_, proof_root_);
     if (!has_incumbent_) {
         out.kind = Optimization::Kind::Infeasible;
         return out;

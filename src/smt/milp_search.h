@@ -2,7 +2,8 @@
 
 // The branch-and-bound search behind optimize_integer (milp.h, which describes it): one object
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
-// choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic.
+// choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
+// milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root.
 
 #include <cstddef>
 #include <cstdint>
@@ -88,6 +89,7 @@ class MilpSearch {
     bool assert_path(std::size_t node);
     lra::Asserted assert_cutoff();
     void close_with_conflict(std::size_t node);
+    void close_with_conflict(std::size_t node, std::span<const lra::Explanation> conflict);
     Outcome accept_incumbent(std::size_t node);
     Outcome branch(std::size_t node, const QNumber& value);
     struct Fractional {
@@ -98,6 +100,38 @@ class MilpSearch {
     void try_rounding(bool up);
     void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;
+    // Reduced-cost fixing (milp_fixing.cpp): a split whose far side the objective's row refutes
+    // under the incumbent's bound, its conflict but for the far bound itself.
+    struct Fixing {
+        int var;  // problem variable
+        QNumber below;
+        bool far_high;  // the far side is x ≥ below + 1 (else x ≤ below)
+        std::vector<lra::Explanation> conflict;
+        QNumber far_multiplier;
+    };
+    void collect_fixings();
+    // Root cuts (milp_cuts.cpp): a Gomory mixed-integer cut Σ cut ≥ cut_constant and its
+    // derivation, the split s ≤ split_constant with a Farkas leaf's bounds for each side.
+    struct RootCut {
+        LinearExpr::Entries cut, split;
+        QNumber cut_constant, split_constant, f0;
+        std::vector<FarkasEntry> low_side, high_side;  // s ≤ k, s ≥ k + 1: the row's bounds
+    };
+    static constexpr lra::Reason kCutReason = lra::Reason(1) << 40;  // + the cut's number
+    static constexpr std::size_t kCutsPerRound = 20;
+    static constexpr int kCutGainPercent = 1;         // of the root bound, for the cuts to be kept
+    static constexpr std::size_t kCutRowLimit = 200;  // non-basic entries of a row cut from
+    bool integral_simplex_var(int var) const;
+    void expand(int var, const QNumber& factor, std::vector<QNumber>& into) const;
+    FarkasEntry bound_entry(const lra::BoundRecord& b, const QNumber& multiplier) const;
+    bool gomory_cut(int basic, RootCut& out) const;
+    void add_root_cut(RootCut& c);
+    Outcome resolve_root(lra::Optimum& best);
+    Outcome cut_root(lra::Optimum& best);
+    std::vector<std::size_t> cut_steps_;  // by cut: its cut split, chained above the root
+    std::size_t proof_root_ = 0;          // the first cut split, or the search's root
+    std::size_t fix_by_reduced_cost(std::size_t node, const QNumber& value);
+    bool cutoff_asserted_ = false;  // at the node visited
     void learn_pseudo_cost(const Node& n, const QNumber& value);
     std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
                          const QNumber& value, const QNumber& distance);
@@ -125,6 +159,8 @@ class MilpSearch {
     std::vector<std::size_t> path_;  // of the node visited, root first
     std::vector<PseudoCost> pseudo_;
     std::vector<Fractional> fractional_;         // at the node being branched
+    std::vector<Fixing> fixings_;                // at the node being branched
+    std::vector<int> problem_var_;               // by simplex variable (0: none)
     std::size_t preferred_child_ = kNoMilpNode;  // of the last Branched visit
     QNumber last_value_;                         // the last relaxation optimum, minimizing
 

@@ -306,6 +306,9 @@ int run(int argc, char** argv) {
     optimize_cmd->add_flag("--verify", args.check.verify,
                            "re-check the model, the optimum and the proof exactly before printing; "
                            "a failure is an internal error (exit 3)");
+    optimize_cmd->add_option(
+        "--cut-rounds", args.check.decide.root_cut_rounds,
+        "Int columns: rounds of Gomory cuts at the root of branch and bound (0: none)");
     optimize_cmd->add_flag("--stats", args.stats, "print simplex statistics and times to stderr");
     optimize_cmd->add_flag("!--exact-only", args.check.decide.float_start,
                            "no floating-point start: the exact simplex from scratch (same answers, "

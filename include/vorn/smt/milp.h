@@ -25,14 +25,27 @@
 // optimized under a push; at every node while there is no incumbent (the first thousand), then
 // at nodes numbered by powers of two. It found bell5's incumbent, which dives alone did not.
 //
+// Reduced-cost fixing (milp_fixing.cpp): at a node under an incumbent, each Int variable whose
+// reduced cost forbids moving it k units from its bound makes the node a split whose far side is
+// a leaf, its Farkas conflict read off the objective's row; lseu of MIPLIB 3 went from 62 300
+// nodes to 37 200, misc03 and bell5 got faster by a third or more.
+//
+// Root cuts (milp_cuts.cpp, DecideOptions::root_cut_rounds, six rounds by default): Gomory
+// mixed-integer cuts from the root's tableau rows; those binding at the last root optimum are
+// asserted at level 0, so every node carries them. Each is a cut split above the search's root
+// in the proof, its negated side its derivation. On MIPLIB 3 they take egout from 6 s to 0.1 s,
+// lseu from 19 s to 14 s and solve vpm1 (0.4 s), but slow gt2, enigma and rgn (dense rows of
+// large rationals in every node's relaxation, and a search that starts from another vertex).
+//
 // The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
 // "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
 // final one, whose bound is tighter. An integral node's own leaf is its relaxation with the new
 // incumbent's bound asserted: infeasible, as the relaxation's optimum is the incumbent.
 //
-// Costs: per node one check and one minimize of the simplex, plus re-asserting the path (its
-// depth in bounds), plus up to sixteen check-and-minimize rounds of strong branching while
-// variables are unmeasured; memory: one proof node and one search record per node.
+// Costs: per node one check and one minimize of the simplex, one pass over the objective's row,
+// plus re-asserting the path (its depth in bounds), plus up to sixteen check-and-minimize rounds of
+// strong branching while variables are unmeasured; memory: one proof node and one search record per
+// node.
 
 #include <cstdint>
 
