@@ -939,6 +939,7 @@ def conjuncts(F, problem, ites=None, memo=None):
     """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds); all of
     them (None) when one is false: everything follows then."""
     out, memo = {0}, {} if memo is None else memo
+    ites = Lifted(F, memo) if ites is None else ites
     for e in problem.formulas if isinstance(problem, Problem) else problem.atoms:
         try:
             out.update(F.split(formula(F, e, memo, ites) if isinstance(problem, Problem)
@@ -1128,11 +1129,13 @@ class Lifted:
     (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
     equal branches decide is its branch (the tool folds it so), another is the variable that
     by_branches gives for its condition and branches; a quotient of a constant is a number,
-    another the variable of its quotient line (quotients, by dividend and divisor). Anything
-    else is an InputError: what the certificate cannot read."""
+    another the variable of its quotient line (quotients, by dividend and divisor). One that
+    the certificate does not define is a fresh variable, which no atom of the certificate
+    names (one for equal terms): the conjuncts without it count, whatever its value."""
 
     def __init__(self, F, memo, by_branches=None, quotients=None):
         self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
+        self.fresh = {}
 
     def __call__(self, e):
         F = self.F
@@ -1157,11 +1160,10 @@ class Lifted:
         return ({}, euclidean(c, d)) if not terms else self.variable(self.quotients,
                                                                      ((terms, c), d))
 
-    @staticmethod
-    def variable(table, key):
-        if not table or key not in table:
-            raise InputError("a lifted term that the certificate does not define")
-        return {table[key]: Fraction(1)}, Fraction(0)
+    def variable(self, table, key):
+        name = table[key] if table and key in table else \
+            self.fresh.setdefault(key, "?%d" % len(self.fresh))
+        return {name: Fraction(1)}, Fraction(0)
 
 
 def ite_definition(F, f):
@@ -1248,9 +1250,12 @@ def clause_meanings(lines, p, problem, names, sorts):
         rest = frozenset(l for l in clause if abs(l) not in selects)
         if all(-l in assumed for l in guards) and rest not in tseitin:
             inputs.append((clause, F.disj([lit(l) for l in rest])))
-    # Term ite variables: one definition each, a proper ite's before one of equal branches.
+    # Term ite variables: one definition each, a proper ite's before one of equal branches,
+    # from an input clause or a define line (which a proof that needs no definition clause
+    # still prints): any choice of one definition a variable gives it a value in a model.
+    candidates = [f for _, f in inputs] + [meaning[v] for v, _, _ in p["defines"]]
     definitions = [(d[1][0] is None, f, d) for f, d in ((f, ite_definition(F, f))
-                                                        for _, f in inputs) if d]
+                                                        for f in candidates) if d]
     defined, by_branches, accepted = {}, defaultdict(set), set()
     for _, f, (v, key) in sorted(definitions, key=lambda t: t[0]):
         if defined.setdefault(v, key) == key:
