@@ -1342,6 +1342,17 @@ def open_text(path):
     return {"bz2": bz2.open, "gz": gzip.open}.get(path.rsplit(".", 1)[-1], open)(path, "rt").read()
 
 
+def check_cnf_refutation(lines, clauses, unsat):
+    """A DIMACS file's refutation: a clause proof over its variables alone (nothing defined
+    or assumed) whose input clauses are clauses of the file."""
+    if not unsat or lines[:1] != ["format clauses"] or any(
+            not line.startswith(("input", "learned")) for line in lines[1:]):
+        raise ValueError("a DIMACS refutation holds input and learned clauses only, after unsat")
+    for line in lines[1:]:
+        if line.startswith("input") and frozenset(literals(line.split()[1:])) not in clauses:
+            raise ValueError("%s: no clause of the file" % line)
+
+
 def check_input(path, items, bound=None):
     """Pairs each certificate and model with the problem it is about and checks it."""
     text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
@@ -1349,8 +1360,8 @@ def check_input(path, items, bound=None):
     words, certs = [w for w in items if isinstance(w, str)], 0
     if ext == "cnf":
         clauses = read_dimacs(text)
-        if any(is_cert(item) for item in items):
-            raise ValueError("a certificate for a DIMACS file")
+        for block in (item[1] for item in items if is_cert(item)):
+            check_cnf_refutation(block, {frozenset(c) for c in clauses}, "unsat" in words)
         if "v" in words:
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
             if any(not any(l in true for l in c) for c in clauses):

@@ -76,3 +76,57 @@ TEST(CliCertificateInput, LiftedTermsCheckAndMutationsThatChangeTheAnswerAreCaug
         EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
     }
 }
+
+namespace {
+
+// n pigeons in n − 1 holes: variable (i, j), pigeon i in hole j, is i·(n − 1) + j + 1.
+std::string pigeonhole(int n) {
+    auto var = [&](int i, int j) { return std::to_string(i * (n - 1) + j + 1); };
+    std::string clauses;
+    int count = 0;
+    for (int i = 0; i < n; ++i, ++count) {
+        for (int j = 0; j < n - 1; ++j)
+            clauses += var(i, j) + " ";
+        clauses += "0\n";
+    }
+    for (int j = 0; j < n - 1; ++j)
+        for (int a = 0; a < n; ++a)
+            for (int b = a + 1; b < n; ++b, ++count)
+                clauses += "-" + var(a, j) + " -" + var(b, j) + " 0\n";
+    return "p cnf " + std::to_string(n * (n - 1)) + " " + std::to_string(count) + "\n" + clauses;
+}
+
+struct CnfCase {
+    const char* name;
+    std::string cnf;   // unsat
+    const char* from;  // a clause whose removal or change makes it sat
+    const char* to;
+};
+
+}  // namespace
+
+TEST(CliCertificateInput, DimacsRefutationsCheckAgainstTheirFile) {
+    const CnfCase cases[] = {
+        {"3 pigeons, 2 holes", pigeonhole(3), "-1 -3 0", "-1 3 0"},
+        {"4 pigeons, 3 holes", pigeonhole(4), "\n1 2 3 0", "\n1 2 3 -1 0"},
+        {"5 pigeons, 4 holes", pigeonhole(5), "-1 -5 0", "-1 5 0"},
+        {"units and a binary chain", "p cnf 3 4\n1 0\n-1 2 0\n-2 3 0\n-3 0\n", "-3 0", "3 0"},
+        {"an empty clause", "p cnf 2 2\n1 2 0\n0\n", "\n0\n", "\n1 0\n"},
+        {"a repeated literal", "p cnf 2 3\n1 1 2 0\n-1 0\n-2 -2 0\n", "-2 -2 0", "-1 -2 0"},
+    };
+    for (const CnfCase& c : cases) {
+        auto input = vorn::test::temp_file("refutation.cnf", c.cnf);
+        auto run = run_tool("check --verify --certificate " + input);
+        ASSERT_EQ(run.out.rfind("unsat\n(certificate\nformat clauses\n", 0), 0u)
+            << c.name << "\n"
+            << run.out << run.err;
+        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
+        std::string mutated = c.cnf;
+        std::size_t at = mutated.find(c.from);
+        ASSERT_NE(at, std::string::npos) << c.name;
+        mutated.replace(at, std::string(c.from).size(), c.to);
+        auto mutated_input = vorn::test::temp_file("refutation_mutated.cnf", mutated);
+        EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << c.name;
+        EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
+    }
+}
