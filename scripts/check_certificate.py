@@ -891,8 +891,7 @@ def quotient_lines(lines, names, F):
     keys, bounds, seen = defaultdict(set), set(), set()
     for words in (line.split() for line in lines if line.startswith("quotient ")):
         v, d, q = int(words[1]), Fraction(words[2]), names[int(words[1])]
-        terms = named_terms(words[3:], names)
-        c = sum((Fraction(w[2:]) for w in words[3:] if w.startswith("0:")), Fraction(0))
+        terms, c = named_terms(words[3:], names), parse_terms(words[3:]).get(0, Fraction(0))
         if q[0] != "#" or F.sorts.get(q) != "Int" or d == 0 or v in seen or \
                 any(x[0] == "#" and int(x[1:]) >= v for x in terms):
             raise ValueError("bad quotient line for variable %d" % v)
@@ -927,12 +926,17 @@ def aliased(read, names):
 
 
 def named_terms(words, names):
-    terms = {}
-    for w in words:
-        v, a = w.split(":")
-        if v != "0":
-            terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
-    return terms
+    """A certificate's term by the variables' names, summed where names coincide (aliased); its
+    constant (0:c) left out."""
+    return renamed(parse_terms(words), names)
+
+
+def renamed(terms, names):
+    out = {}
+    for v, a in terms.items():
+        if v:
+            out[names[v]] = out.get(names[v], 0) + a
+    return out
 
 
 def conjuncts(F, problem, ites=None, memo=None):
@@ -1224,7 +1228,7 @@ def clause_meanings(lines, p, problem, names, sorts):
             raise ValueError("variable %d has two meanings" % var)
         meaning[var] = f
     for v, (rel, c, terms) in p["atoms"].items():
-        mean(v, F.atom(rel, c, {names[x]: a for x, a in terms.items()}))
+        mean(v, F.atom(rel, c, renamed(terms, names)))
     for v, name in p["bools"].items():
         if problem.sorts.get(name) != "Bool":
             raise ValueError("%s is no Bool constant of the input" % name)
