@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1312 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1455 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -25,8 +25,10 @@ follows from the clauses before it by unit propagation; the last consists of neg
 With --input, a proof tree's atoms are top-level conjuncts of the assertions and assumptions
 active at its check-sat (or rows and bounds of an LP file); an optimum's extra atom is the file's
 objective against the optimum; a clause proof's input clauses are Tseitin clauses of its
-definitions or state conjuncts of the input (check_clause_input); models satisfy the input.
-Formulas are compared as normal forms built here (Formulas). Exit status 0 when every
+definitions or state conjuncts of the input (check_clause_input), the terms the tool lifts to
+variables (ite, div, mod, to_int, abs) read through the certificate's definitions (Lifted); a
+DIMACS refutation's input clauses are clauses of the file; models satisfy the input. Formulas
+are compared as normal forms built here (Formulas). Exit status 0 when every
 certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
 
@@ -1260,12 +1262,13 @@ def clause_meanings(lines, p, problem, names, sorts):
     candidates = [f for _, f in inputs] + [meaning[v] for v, _, _ in p["defines"]]
     definitions = [(d[1][0] is None, f, d) for f, d in ((f, ite_definition(F, f))
                                                         for f in candidates) if d]
-    defined, by_branches, accepted = {}, defaultdict(set), set()
+    quotients, bounds = quotient_lines(lines, names, F)
+    defined = {q: None for q in set().union(*quotients.values())}  # a quotient is no ite
+    by_branches, accepted = defaultdict(set), set()
     for _, f, (v, key) in sorted(definitions, key=lambda t: t[0]):
         if defined.setdefault(v, key) == key:
             by_branches[key].add(v)
             accepted.add(f)
-    quotients, bounds = quotient_lines(lines, names, F)
     memo = {}
     leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
     if leaves is not None:
