@@ -174,6 +174,8 @@ def main():
         for family, text, ext, args in cases:
             args = args + ["--certificate"]
             path, out = run(args, text, ext)
+            if not out:  # too hard for the time limits: no answer to check
+                continue
             if not accepted(path, out) or (family == "cnf" and "unsat" in out and
                                             "(certificate" not in out):
                 failures.append("seed %d %s: the original output does not check" % (seed, family))

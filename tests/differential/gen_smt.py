@@ -329,7 +329,7 @@ class Gen:
         rng = self.rng
         pool = self.visible(("Int",) if int_only else ("Int", "Real"))
         if not pool:
-            return ("c", gen_const(rng, int_only))
+            return ("c", gen_const(rng, int_only or self.logic == "QF_LIA"))
         monos = []
         for _ in range(rng.choice([1, 1, 2, 2, 3, 4])):
             v = ("v", rng.choice(pool))
