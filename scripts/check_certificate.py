@@ -5,7 +5,7 @@ states, as read here, with no code of vorn.
 
     check_certificate.py [--input FILE [--objective-bound 'REL V']] [OUTPUT]
 
-1312 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
+1455 lines, an afternoon's reading: the proof rules first, then the readers (SMT-LIB scripts,
 MPS, CPLEX LP, .lin, DIMACS), then the comparison of certificates with the input. Trusted: the
 readers here and exact arithmetic (fractions); docs/certificates.md describes the format.
 
@@ -25,8 +25,10 @@ follows from the clauses before it by unit propagation; the last consists of neg
 With --input, a proof tree's atoms are top-level conjuncts of the assertions and assumptions
 active at its check-sat (or rows and bounds of an LP file); an optimum's extra atom is the file's
 objective against the optimum; a clause proof's input clauses are Tseitin clauses of its
-definitions or state conjuncts of the input (check_clause_input); models satisfy the input.
-Formulas are compared as normal forms built here (Formulas). Exit status 0 when every
+definitions or state conjuncts of the input (check_clause_input), the terms the tool lifts to
+variables (ite, div, mod, to_int, abs) read through the certificate's definitions (Lifted); a
+DIMACS refutation's input clauses are clauses of the file; models satisfy the input. Formulas
+are compared as normal forms built here (Formulas). Exit status 0 when every
 certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
 
@@ -61,7 +63,7 @@ def parse(lines):
             cert["atoms"][words[1]] = (words[2], Fraction(words[3]), parse_terms(words[4:]))
         elif words[0] == "node":
             cert["nodes"][int(words[1])] = words[2:]
-        else:
+        elif words[0] != "quotient":  # checked against the input only
             raise ValueError("unknown line: " + line)
     return cert
 
@@ -312,6 +314,8 @@ def read_clauses(lines):
             p["bools"][int(words[1])] = unquote(line.split(maxsplit=2)[2])
         elif words[0] == "select":
             p["selects"].add(int(words[1]))
+        elif words[0] == "quotient":  # checked against the input only
+            continue
         elif words[0] == "assume":
             p["assume"] = literals(words[1:])
         elif words[0] in ("input", "learned", "lemma"):
@@ -488,6 +492,8 @@ class Script:
         d = self.lookup("defs", e[0]) if isinstance(e[0], str) else None
         if d is not None and d[0]:
             return self.expand(d[1], dict(zip(d[0], args)))
+        if e[0] == "abs" and len(args) == 1:  # the tool's reading: an ite on t >= 0
+            return ["ite", [">=", args[0], "0"], args[0], ["-", args[0]]]
         return [e[0]] + args
 
     def command(self, cmd):
@@ -530,15 +536,14 @@ class Script:
 
 def lin(e, sorts, ites=None):
     """A term as (terms, constant); an InputError when it is not linear in declared variables.
-    A term ite is what ites(e) gives (a branch, or the variable the tool introduced and the
-    certificate defines), when ites is given."""
+    A term ite, div, mod or to_int is what ites(e) gives (Lifted), when ites is given."""
     if isinstance(e, str):
         if number(e) is None and sorts.get(e) not in ("Int", "Real"):
             raise InputError("unknown term " + e)
         return ({}, number(e)) if number(e) is not None else ({e: Fraction(1)}, Fraction(0))
-    if e[0] == "ite":
+    if e[0] in ("ite", "div", "mod", "to_int"):
         if ites is None:
-            raise InputError("a term ite")
+            raise InputError("a term " + e[0])
         return ites(e)
     op, args = e[0], [lin(a, sorts, ites) for a in e[1:]]
     if op == "+" or op == "to_real":
@@ -569,8 +574,19 @@ ARITH_RELS = ("<=", "<", ">=", ">", "=", "distinct")
 def is_bool(e, sorts):
     if isinstance(e, str):
         return e in ("true", "false") or sorts.get(e) == "Bool"
-    return e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct") or \
-        (e[0] == "ite" and is_bool(e[2], sorts))
+    return e[0] in ("and", "or", "not", "=>", "xor", "=", "<=", "<", ">=", ">", "distinct",
+                    "is_int") or divisible(e) or (e[0] == "ite" and is_bool(e[2], sorts))
+
+
+def divisible(e):
+    """k when e is ((_ divisible k) t), else None."""
+    h = e[0] if isinstance(e, list) else None
+    return number(h[2]) if isinstance(h, list) and h[:2] == ["_", "divisible"] else None
+
+
+def euclidean(t, d):
+    """The Euclidean quotient q of t by d: 0 <= t - d·q < |d|."""
+    return Fraction(math.floor(t / d) if d > 0 else math.ceil(t / d))
 
 
 def atoms_of(e, sorts, ites=None):
@@ -590,7 +606,10 @@ EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not al
         "+": lambda v: sum(v, Fraction(0)), "to_real": lambda v: v[0],
         "-": lambda v: -v[0] if len(v) == 1 else v[0] - sum(v[1:], Fraction(0)),
         "*": lambda v: math.prod(v, start=Fraction(1)),
-        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1))}
+        "/": lambda v: v[0] / math.prod(v[1:], start=Fraction(1)),
+        "div": lambda v: functools.reduce(euclidean, v), "to_int": lambda v: euclidean(v[0], 1),
+        "mod": lambda v: v[0] - v[1] * euclidean(v[0], v[1]),
+        "is_int": lambda v: v[0].denominator == 1}
 EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, holds in (
     ("=", operator.eq), ("<=", operator.le), ("<", operator.lt), (">=", operator.ge),
     (">", operator.gt))})
@@ -605,7 +624,9 @@ def eval_smt(e, model):
         return model[e] if number(e) is None else number(e)
     if e[0] == "ite":
         return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
-    if e[0] not in EVAL:
+    if divisible(e):
+        return eval_smt(e[1], model) % divisible(e) == 0
+    if not isinstance(e[0], str) or e[0] not in EVAL:
         raise ValueError("cannot evaluate " + str(e[0]))
     return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
 
@@ -891,19 +912,66 @@ def cert_names(lines, problem):
     return names, sorts
 
 
+def quotient_lines(lines, names, F):
+    """By (dividend, divisor), the names of the variables that its quotient lines define, and
+    the bounds that define them all: 0 <= t - d·q < |d|. Each is an Int variable the tool
+    introduced, defined once, by a dividend over variables numbered below it (no cycle)."""
+    keys, bounds, seen = defaultdict(set), set(), set()
+    for words in (line.split() for line in lines if line.startswith("quotient ")):
+        v, d, q = int(words[1]), Fraction(words[2]), names[int(words[1])]
+        terms, c = named_terms(words[3:], names), parse_terms(words[3:]).get(0, Fraction(0))
+        if q[0] != "#" or F.sorts.get(q) != "Int" or d == 0 or v in seen or \
+                any(x[0] == "#" and int(x[1:]) >= v for x in terms):
+            raise ValueError("bad quotient line for variable %d" % v)
+        seen.add(v)
+        keys[affine(terms, c), d].add(q)
+        rest, k = scaled_sum([(1, (terms, c)), (-d, ({q: Fraction(1)}, Fraction(0)))])
+        bounds |= {F.atom(">=", -k, rest), F.atom("<", abs(d) - k, rest)}
+    return keys, bounds
+
+
+def number_of(name):
+    return int(name[1:])
+
+
+def lowest(groups):
+    """By key, the lowest-numbered of the names that the key defines alike."""
+    return {key: min(names, key=number_of) for key, names in groups.items()}
+
+
+def aliased(read, names):
+    """read(names) gives (result, groups of names that their definitions make equal); read
+    again with each group named by its lowest-numbered name, until no group merges more. In
+    a model every variable takes its definition's value, over variables numbered lower, so
+    variables with equal definitions are equal and one name serves them all."""
+    while True:
+        result, groups = read(names)
+        low = {n: min(g, key=number_of) for g in groups for n in g}
+        merged = {v: low.get(n, n) for v, n in names.items()}
+        if merged == names:
+            return result
+        names = merged
+
+
 def named_terms(words, names):
-    terms = {}
-    for w in words:
-        v, a = w.split(":")
-        if v != "0":
-            terms[names[int(v)]] = terms.get(names[int(v)], 0) + Fraction(a)
-    return terms
+    """A certificate's term by the variables' names, summed where names coincide (aliased); its
+    constant (0:c) left out."""
+    return renamed(parse_terms(words), names)
+
+
+def renamed(terms, names):
+    out = {}
+    for v, a in terms.items():
+        if v:
+            out[names[v]] = out.get(names[v], 0) + a
+    return out
 
 
 def conjuncts(F, problem, ites=None, memo=None):
     """The top-level conjuncts of the problem's formulas (an LP file's rows and bounds); all of
     them (None) when one is false: everything follows then."""
     out, memo = {0}, {} if memo is None else memo
+    ites = Lifted(F, memo) if ites is None else ites
     for e in problem.formulas if isinstance(problem, Problem) else problem.atoms:
         try:
             out.update(F.split(formula(F, e, memo, ites) if isinstance(problem, Problem)
@@ -927,8 +995,13 @@ def check_against(lines, problem, optimum=None):
         if relaxed:
             problem = problem.relaxed(relaxed)
     (names, sorts), seen = cert_names(body, problem), set()
-    F, memo = Formulas(sorts), {}
-    leaves = conjuncts(F, problem, decided_ites(F, memo), memo)
+
+    def read(names):
+        F, memo = Formulas(sorts), {}
+        quotients, bounds = quotient_lines(body, names, F)
+        leaves = conjuncts(F, problem, Lifted(F, memo, {}, lowest(quotients)), memo)
+        return (F, names, leaves if leaves is None else leaves | bounds), quotients.values()
+    F, names, leaves = aliased(read, names)
     for line in body:
         words = line.split()
         if words[0] != "atom":
@@ -1057,6 +1130,12 @@ def formula(F, e, memo, ites):
         r = {"true": 0, "false": 1}[e] if e in ("true", "false") else F.node(("bool", e))
     elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
         r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
+    elif e[0] == "is_int" or divisible(e):  # the tool's: t = k·(div t k), k 1 for is_int
+        if ites is None:
+            raise InputError("a quotient")
+        k, t = divisible(e) or Fraction(1), lin(e[1], F.sorts, ites)
+        terms, c = scaled_sum([(1, t), (-k, ites.quotient(t, k))])
+        r = F.atom("=", -c, terms)
     else:
         op, fs = e[0], [formula(F, a, memo, ites) for a in e[1:]]
         if op in ("=>", "or"):
@@ -1077,24 +1156,46 @@ def affine(terms, c):
     return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
 
 
-def ite_parts(F, e, memo, ites):
-    """A term ite's condition (a formula of F) and branches (terms, constant), and the branch it
-    is when the condition is constant or the branches are equal (the tool folds it so), else
-    None."""
-    c, then, other = formula(F, e[1], memo, ites), lin(e[2], F.sorts, ites), \
-        lin(e[3], F.sorts, ites)
-    decided = c < 2 or affine(*then) == affine(*other)
-    return c, then, other, (other if c == 1 else then) if decided else None
+class Lifted:
+    """The terms the tool lifts to variables of their own, read as the certificate defines them
+    (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
+    equal branches decide is its branch (the tool folds it so), another is the variable that
+    by_branches gives for its condition and branches; a quotient of a constant is a number,
+    another the variable of its quotient line (quotients, by dividend and divisor). One that
+    the certificate does not define is a fresh variable, which no atom of the certificate
+    names (one for equal terms): the conjuncts without it count, whatever its value."""
 
+    def __init__(self, F, memo, by_branches=None, quotients=None):
+        self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
+        self.fresh = {}
 
-def decided_ites(F, memo):
-    """ites for lin() where no variable stands for a term ite: a decided one is its branch."""
-    def ites(e):
-        branch = ite_parts(F, e, memo, ites)[3]
-        if not branch:
-            raise InputError("a term ite")
-        return branch
-    return ites
+    def __call__(self, e):
+        F = self.F
+        if e[0] == "ite":
+            c = formula(F, e[1], self.memo, self)
+            then, other = lin(e[2], F.sorts, self), lin(e[3], F.sorts, self)
+            t, u = affine(*then), affine(*other)
+            if c < 2 or t == u:
+                return other if c == 1 else then
+            return self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else (c, t, u))
+        args = [lin(a, F.sorts, self) for a in e[1:]] + [({}, Fraction(1))] * (e[0] == "to_int")
+        ds = [affine(*d) for d in args[1:]]
+        if any(terms or d == 0 for terms, d in ds) or (e[0] != "div" and len(ds) != 1):
+            raise InputError("a quotient by no nonzero constant")
+        t = args[0]
+        for _, d in ds:
+            t = self.quotient(t, d)
+        return scaled_sum([(1, args[0]), (-ds[0][1], t)]) if e[0] == "mod" else t
+
+    def quotient(self, t, d):
+        terms, c = affine(*t)
+        return ({}, euclidean(c, d)) if not terms else self.variable(self.quotients,
+                                                                     ((terms, c), d))
+
+    def variable(self, table, key):
+        name = table[key] if table and key in table else \
+            self.fresh.setdefault(key, "?%d" % len(self.fresh))
+        return {name: Fraction(1)}, Fraction(0)
 
 
 def ite_definition(F, f):
@@ -1121,10 +1222,28 @@ def ite_definition(F, f):
 def check_clause_input(lines, problem):
     """Every input clause of the proof follows from the problem: one of the Tseitin clauses
     of a definition; a clause that states a top-level conjunct of an active assertion or
-    assumption (or the definition of a term ite's variable); or a clause of a closed level, with
-    the negation of a selector that the proof does not assume. Every assumption is an open
-    level's selector, or a formula or conjunct of the problem."""
+    assumption (or the definition of a term ite's variable, or a bound of a quotient's); or a
+    clause of a closed level, with the negation of a selector that the proof does not assume.
+    Every assumption is an open level's selector, or a formula or conjunct of the problem."""
     p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
+    F, meaning, inputs, leaves = aliased(lambda names: clause_meanings(
+        lines, p, problem, names, sorts), names)
+    for clause, f in inputs:
+        if not F.follows(f, leaves):
+            raise ValueError("input clause %s follows from no active assertion" %
+                             " ".join(map(str, clause)))
+    for a in p["assume"]:
+        if not (a in p["selects"] or (-a not in p["selects"] and
+                                      F.follows(meaning[abs(a)] ^ (a < 0), leaves))):
+            raise ValueError("assumption %d is no open level nor assumed formula" % a)
+    return True
+
+
+def clause_meanings(lines, p, problem, names, sorts):
+    """The formulas of the proof's variables, the input clauses to check (those of closed
+    levels and definitions' Tseitin clauses set aside) and the leaves they may follow from:
+    the problem's conjuncts, the definitions of term ite variables, quotients' bounds. With
+    the groups of variables that equal definitions make equal (aliased)."""
     F, meaning, tseitin, selects = Formulas(sorts), {}, set(), p["selects"]
 
     def lit(l):
@@ -1137,7 +1256,7 @@ def check_clause_input(lines, problem):
             raise ValueError("variable %d has two meanings" % var)
         meaning[var] = f
     for v, (rel, c, terms) in p["atoms"].items():
-        mean(v, F.atom(rel, c, {names[x]: a for x, a in terms.items()}))
+        mean(v, F.atom(rel, c, renamed(terms, names)))
     for v, name in p["bools"].items():
         if problem.sorts.get(name) != "Bool":
             raise ValueError("%s is no Bool constant of the input" % name)
@@ -1163,34 +1282,25 @@ def check_clause_input(lines, problem):
         rest = frozenset(l for l in clause if abs(l) not in selects)
         if all(-l in assumed for l in guards) and rest not in tseitin:
             inputs.append((clause, F.disj([lit(l) for l in rest])))
-    defined, by_branches = {}, {}  # term ite variables: their definitions
-    for clause, f in inputs:
-        d = ite_definition(F, f)
-        if d and defined.setdefault(d[0], d[1]) != d[1]:
-            raise ValueError("%s is defined twice" % d[0])
-        if d:
-            by_branches[d[1]], by_branches[f] = d[0], True
-
+    # Term ite variables: one definition each, a proper ite's before one of equal branches,
+    # from an input clause or a define line (which a proof that needs no definition clause
+    # still prints): any choice of one definition a variable gives it a value in a model.
+    candidates = [f for _, f in inputs] + [meaning[v] for v, _, _ in p["defines"]]
+    definitions = [(d[1][0] is None, f, d) for f, d in ((f, ite_definition(F, f))
+                                                        for f in candidates) if d]
+    quotients, bounds = quotient_lines(lines, names, F)
+    defined = {q: None for q in set().union(*quotients.values())}  # a quotient is no ite
+    by_branches, accepted = defaultdict(set), set()
+    for _, f, (v, key) in sorted(definitions, key=lambda t: t[0]):
+        if defined.setdefault(v, key) == key:
+            by_branches[key].add(v)
+            accepted.add(f)
     memo = {}
-
-    def ites(e):  # a term ite of the input: its branch, or the variable of its definition
-        c, then, other, branch = ite_parts(F, e, memo, ites)
-        if branch:
-            return branch
-        t, u = affine(*then), affine(*other)
-        key = (c ^ 1, u, t) if c & 1 else (c, t, u)
-        if key not in by_branches:
-            raise InputError("a term ite that the certificate does not define")
-        return {by_branches[key]: Fraction(1)}, Fraction(0)
-    leaves = conjuncts(F, problem, ites, memo)
-    for clause, f in inputs:
-        if not F.follows(f, leaves) and f not in by_branches:
-            raise ValueError("input clause %s follows from no active assertion" %
-                             " ".join(map(str, clause)))
-    for a in p["assume"]:
-        if not (a in selects or (-a not in selects and F.follows(lit(a), leaves))):
-            raise ValueError("assumption %d is no open level nor assumed formula" % a)
-    return True
+    leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
+    if leaves is not None:
+        leaves |= bounds.union(*map(F.split, accepted))
+    return (F, meaning, inputs, leaves), list(by_branches.values()) + \
+        list(quotients.values())
 
 
 def same_term(terms, objective):
@@ -1265,6 +1375,17 @@ def open_text(path):
     return {"bz2": bz2.open, "gz": gzip.open}.get(path.rsplit(".", 1)[-1], open)(path, "rt").read()
 
 
+def check_cnf_refutation(lines, clauses, unsat):
+    """A DIMACS file's refutation: a clause proof over its variables alone (nothing defined
+    or assumed) whose input clauses are clauses of the file."""
+    if not unsat or lines[:1] != ["format clauses"] or any(
+            not line.startswith(("input", "learned")) for line in lines[1:]):
+        raise ValueError("a DIMACS refutation holds input and learned clauses only, after unsat")
+    for line in lines[1:]:
+        if line.startswith("input") and frozenset(literals(line.split()[1:])) not in clauses:
+            raise ValueError("%s: no clause of the file" % line)
+
+
 def check_input(path, items, bound=None):
     """Pairs each certificate and model with the problem it is about and checks it."""
     text, base = open_text(path), path.rsplit(".", 2 if path.endswith((".gz", ".bz2")) else 1)
@@ -1272,8 +1393,8 @@ def check_input(path, items, bound=None):
     words, certs = [w for w in items if isinstance(w, str)], 0
     if ext == "cnf":
         clauses = read_dimacs(text)
-        if any(is_cert(item) for item in items):
-            raise ValueError("a certificate for a DIMACS file")
+        for block in (item[1] for item in items if is_cert(item)):
+            check_cnf_refutation(block, {frozenset(c) for c in clauses}, "unsat" in words)
         if "v" in words:
             true = {int(w) for w in words[words.index("v") + 1 :] if w.lstrip("-").isdigit()}
             if any(not any(l in true for l in c) for c in clauses):

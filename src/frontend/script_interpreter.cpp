@@ -747,7 +747,8 @@ void ScriptInterpreter::print_answer(const smt::Decision& answer) {
             break;
         case lra::Result::Unsat:
             out_ << "unsat\n";
-            if (options_.certificate) smt::print_certificate(out_, engine_->problem(), answer);
+            if (options_.certificate)
+                smt::print_certificate(out_, engine_->problem(), answer, &engine_->dag());
             break;
         case lra::Result::Unknown:
             out_ << "unknown\n";

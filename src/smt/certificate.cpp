@@ -290,8 +290,38 @@ void write_atom_line(std::ostream& out, std::string_view id, Relation relation,
     out << "\n";
 }
 
+// The lifted quotient that `var` stands for, or null.
+const LiftedIte* quotient_of(const FormulaDag* dag, int var) {
+    std::int64_t i = dag == nullptr ? -1 : dag->lifted_index(var);
+    if (i < 0) return nullptr;
+    const LiftedIte& l = dag->lifted()[static_cast<std::size_t>(i)];
+    return l.kind == LiftedIte::Quotient ? &l : nullptr;
+}
+
+// A dividend names only variables numbered below its quotient's, so one pass from the highest
+// reaches them all.
+void add_quotient_variables(const Problem& problem, const FormulaDag* dag, std::set<int>& vars) {
+    for (auto v = vars.rbegin(); v != vars.rend(); ++v)
+        if (const LiftedIte* q = quotient_of(dag, *v))
+            for (const Entry& e : problem.term(q->then_term))
+                if (e.var != 0) vars.insert(e.var);
+}
+
+void write_quotient_lines(std::ostream& out, const Problem& problem, const FormulaDag* dag,
+                          const std::set<int>& vars) {
+    for (int v : vars)
+        if (const LiftedIte* q = quotient_of(dag, v)) {
+            QNumber divisor;
+            for (const Entry& e : problem.term(q->otherwise_term))
+                divisor = e.coeff;
+            out << "quotient " << v << ' ' << divisor.to_string();
+            write_terms(out, problem.term(q->then_term));
+            out << "\n";
+        }
+}
+
 void print_certificate(std::ostream& out, const Problem& problem,
-                       const std::vector<ProofStep>& proof) {
+                       const std::vector<ProofStep>& proof, const FormulaDag* dag) {
     std::set<std::size_t> atoms;
     std::set<int> vars;
     for (const ProofStep& step : proof) {
@@ -305,11 +335,13 @@ void print_certificate(std::ostream& out, const Problem& problem,
     for (std::size_t a : atoms)
         for (const Entry& e : problem.term(problem.atoms[a].first_term))
             if (e.var != 0) vars.insert(e.var);
+    add_quotient_variables(problem, dag, vars);
     out << "(certificate\n";
     for (int v : vars)
         write_var_line(out, problem.variables, v);
     for (std::size_t a : atoms)
         write_problem_atom(out, problem, a);
+    write_quotient_lines(out, problem, dag, vars);
     for (const ProofStep& step : proof)
         if (step.kind == Kind::SplitNe)
             write_atom_line(out, atom_id(step, problem), Relation::Ne, step.constant, step.term);

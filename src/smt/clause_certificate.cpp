@@ -310,23 +310,27 @@ std::string ClauseChecker::run() {
 
 }  // namespace
 
-void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat) {
+void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat,
+                       const FormulaDag* dag) {
     if (unsat.boolean_search)
-        print_certificate(out, problem, unsat.clause_proof);
+        print_certificate(out, problem, unsat.clause_proof, dag);
     else
-        print_certificate(out, problem, unsat.proof);
+        print_certificate(out, problem, unsat.proof, dag);
 }
 
-void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof) {
+void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof,
+                       const FormulaDag* dag) {
     std::set<int> vars;
     for (const ClauseProof::AtomDefinition& a : proof.atoms)
         for (const Entry& e : a.term)
             if (e.var >= 1 && e.var <= problem.variables.size()) vars.insert(e.var);
+    add_quotient_variables(problem, dag, vars);
     out << "(certificate\nformat clauses\n";
     for (int v : vars)
         write_var_line(out, problem.variables, v);
     for (const ClauseProof::AtomDefinition& a : proof.atoms)
         write_atom_line(out, std::to_string(a.var), a.relation, a.constant, a.term);
+    write_quotient_lines(out, problem, dag, vars);
     using DK = ClauseProof::Definition::Kind;
     for (const ClauseProof::Definition& d : proof.definitions) {
         if (d.kind == DK::Bool) {

@@ -101,7 +101,7 @@ struct Solver::Impl {
         return [this](const Decision& d) {
             if (d.result != lra::Result::Unsat) return;
             std::ostringstream out;
-            print_certificate(out, engine.problem(), d);
+            print_certificate(out, engine.problem(), d, &engine.dag());
             certificate_text = out.str();
         };
     }

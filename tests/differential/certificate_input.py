@@ -3,10 +3,14 @@
 scripts and MPS files every unsat and optimum certificate and every model must check against the
 input; then each input is mutated (a constant changed, a relation flipped, an assertion dropped
 or moved out of its push level, a named assertion renamed; for MPS and LP files a right-hand
-side changed, a row turned round, a bound dropped), the tool decides the mutated input, and
+side changed, a row turned round, a bound dropped; for random DIMACS files a variable changed,
+a literal negated, a clause dropped), the tool decides the mutated input, and
 wherever an answer that a certificate backed changes, the checker must reject the original
 output against the mutated input. Clause proofs are spoiled too, and must be rejected against
 their own input: a definition's connective changed, an input clause turned into its negation.
+
+Every other script is a wide one (gen_smt.generate): div, mod, abs, to_int, ites written
+twice, folding-prone atoms and operands.
 
 Usage: certificate_input.py VORN [SEEDS]; exit status 0 when every expectation holds."""
 
@@ -161,14 +165,19 @@ def main():
     failures, counts = [], {}
     for seed in range(seeds):
         rng = random.Random(seed)
-        cases = [("smt", gen_smt.render(gen_smt.generate(rng), seed), ".smt2", ["check"])]
+        script = gen_smt.generate(rng, wide=seed % 2 == 0)  # every other one wide
+        cases = [("smt", gen_smt.render(script, seed), ".smt2", ["check"])]
         for fmt in ("mps", "lp"):
             lp = gen_lp.generate(rng, fmt)
             cases.append((fmt, gen_lp.render(lp, True, True), "." + fmt, ["optimize", "--model"]))
+        cases.append(("cnf", random_cnf(rng), ".cnf", ["check", "--model"]))
         for family, text, ext, args in cases:
             args = args + ["--certificate"]
             path, out = run(args, text, ext)
-            if not accepted(path, out):
+            if not out:  # too hard for the time limits: no answer to check
+                continue
+            if not accepted(path, out) or (family == "cnf" and "unsat" in out and
+                                            "(certificate" not in out):
                 failures.append("seed %d %s: the original output does not check" % (seed, family))
                 continue
             before = backed(out)
@@ -180,8 +189,9 @@ def main():
                     failures.append("seed %d %s: a spoiled %s went unnoticed" % (seed, family,
                                                                                  kind))
             for kind in ("constant", "relation", "drop", "move", "rename"):
-                mutated = mutate(cmds, kind, rng) if family == "smt" else (
-                    mps_mutation(text, kind, rng) if family == "mps" else lp_mutation(text, kind, rng))
+                mutated = mutate(cmds, kind, rng) if family == "smt" else {
+                    "mps": mps_mutation, "lp": lp_mutation, "cnf": cnf_mutation}[family](
+                    text, kind, rng)
                 if mutated is None:
                     continue
                 mtext = mutated if family != "smt" else "\n".join(show(c) for c in mutated)
@@ -201,7 +211,7 @@ def main():
         print("%-20s %3d that change an answer or spoil a proof" % (key, counts[key]))
     for f in failures:
         print("FAIL", f)
-    print("%d passed, %d failed" % (sum(counts.values()) + 3 * seeds - len(failures),
+    print("%d passed, %d failed" % (sum(counts.values()) + 4 * seeds - len(failures),
                                     len(failures)))
     return 1 if failures else 0
 
@@ -234,6 +244,36 @@ def mps_mutation(text, kind, rng):
     elif kind == "relation":
         words[0] = "G" if words[0] == "L" else "L"
     lines[k] = " " + " ".join(words) if kind != "drop" else ""
+    return "\n".join(lines) + "\n"
+
+
+def random_cnf(rng):
+    """Random 3-CNF near the threshold (about half unsat), now and then a short clause."""
+    n = rng.randint(4, 14)
+    clauses = [[rng.choice([-1, 1]) * v for v in rng.sample(range(1, n + 1), min(n, rng.choice(
+        [3, 3, 3, 2])))] for _ in range(int(4.3 * n))]
+    return "p cnf %d %d\n" % (n, len(clauses)) + "".join(" ".join(map(str, c)) + " 0\n"
+                                                         for c in clauses)
+
+
+def cnf_mutation(text, kind, rng):
+    """A variable changed (constant), a literal negated (relation), a clause dropped."""
+    lines = text.splitlines()
+    if kind not in ("constant", "relation", "drop"):
+        return None
+    k = rng.randrange(1, len(lines))
+    words = lines[k].split()[:-1]
+    i = rng.randrange(len(words))
+    n = int(lines[0].split()[2])
+    if kind == "constant":
+        words[i] = str((abs(int(words[i])) % n + 1) * (1 if int(words[i]) > 0 else -1))
+    elif kind == "relation":
+        words[i] = str(-int(words[i]))
+    if kind == "drop":
+        del lines[k]
+        lines[0] = "p cnf %d %d" % (n, len(lines) - 1)
+    else:
+        lines[k] = " ".join(words + ["0"])
     return "\n".join(lines) + "\n"
 
 

@@ -2,7 +2,7 @@
 be shrunk, rendered, simulated and evaluated under a model with exact fractions.
 
 Terms: ('v', name) | ('c', Fraction) | ('+', [t]) | ('-', [t]) | ('*', [t]) with one non-constant
-factor | ('ite', f, t, t). Formulas: ('atom', rel, [t]) | ('not', f) | ('and', [f]) |
+factor | ('ite', f, t, t) | ('div', [t, c]) | ('mod', [t, c]) | ('abs', [t]) | ('to_int', [t]). Formulas: ('atom', rel, [t]) | ('not', f) | ('and', [f]) |
 ('or', [f]) | ('=>', f, f) | ('xor', [f]) | ('iff', [f]) (= between formulas) | ('fite', f, f, f)
 | ('b', name) (a Bool constant or a let-bound formula) | ('let', [(name, t)], f) |
 ('letf', [(name, f)], f).
@@ -79,6 +79,8 @@ def render_term(rng, t, as_int):
     if kind == "ite":
         return "(ite %s %s %s)" % (render_f(rng, t[1]), render_term(rng, t[2], as_int),
                                    render_term(rng, t[3], as_int))
+    if kind in ("div", "mod"):  # over Int terms only
+        as_int = True
     return "(%s %s)" % (kind, " ".join(render_term(rng, a, as_int) for a in t[1]))
 
 
@@ -169,7 +171,15 @@ def eval_term(t, env):
         return r
     if kind == "ite":
         return eval_term(t[2], env) if eval_f(t[1], env) else eval_term(t[3], env)
-    raise ValueError(kind)
+    vals = [eval_term(a, env) for a in t[1]]
+    if kind == "abs":
+        return abs(vals[0])
+    if kind == "to_int":
+        return Fraction(vals[0].numerator // vals[0].denominator)
+    d = vals[1]  # div and mod: the Euclidean quotient, 0 <= t - d·q < |d|
+    q = Fraction((vals[0] / d).numerator // (vals[0] / d).denominator) if d > 0 else \
+        -Fraction((-vals[0] / d).numerator // (-vals[0] / d).denominator)
+    return q if kind == "div" else vals[0] - d * q
 
 
 REL = {"<=": lambda a, b: a <= b, "<": lambda a, b: a < b, ">=": lambda a, b: a >= b,
@@ -221,7 +231,7 @@ def free_vars(x, bound=frozenset()):
     if kind in ("v", "b"):
         if x[1] not in bound:
             out.add(x[1])
-    elif kind in ("+", "-", "*", "and", "or", "xor", "iff"):
+    elif kind in ("+", "-", "*", "and", "or", "xor", "iff", "div", "mod", "abs", "to_int"):
         for a in x[1]:
             out |= free_vars(a, bound)
     elif kind == "atom":
@@ -278,8 +288,8 @@ def simulate(script):
 # -- generation ----------------------------------------------------------------------------
 
 class Gen:
-    def __init__(self, rng):
-        self.rng = rng
+    def __init__(self, rng, wide=False):
+        self.rng, self.wide, self.ites = rng, wide, []
         r = rng.random()
         self.logic = "QF_LRA" if r < 0.4 else "QF_LIA" if r < 0.75 else "QF_LIRA"
         self.boolean = rng.random() < 0.5  # Boolean structure beside conjunctions
@@ -315,11 +325,11 @@ class Gen:
     def visible(self, sorts=("Int", "Real")):
         return [n for fr in self.frames for n in fr if self.sorts[n] in sorts]
 
-    def term(self, int_only):
+    def term(self, int_only, nested=True):
         rng = self.rng
         pool = self.visible(("Int",) if int_only else ("Int", "Real"))
         if not pool:
-            return ("c", gen_const(rng, int_only))
+            return ("c", gen_const(rng, int_only or self.logic == "QF_LIA"))
         monos = []
         for _ in range(rng.choice([1, 1, 2, 2, 3, 4])):
             v = ("v", rng.choice(pool))
@@ -334,11 +344,29 @@ class Gen:
             monos.append(("c", gen_const(rng, int_only or self.logic == "QF_LIA")))
         if self.boolean and rng.random() < 0.1 and monos[0][0] == "v":
             monos.append(("ite", self.atom(), monos[0], ("-", [monos[0]])))  # same sort
+            self.ites.append(monos[-1])
+        if self.wide and nested and rng.random() < 0.3:
+            monos.append(self.lifted(int_only, monos[0]))
         if len(monos) == 1:
             return monos[0]
         if len(monos) == 2 and rng.random() < 0.25:
             return ("-", monos)
         return ("+", monos)
+
+    def lifted(self, int_only, mono):
+        """What the tool lifts or folds: an ite written again, div, mod, abs, to_int, v - v."""
+        rng, r = self.rng, self.rng.random()
+        ints = self.visible(("Int",))
+        if self.ites and r < 0.2:
+            return rng.choice(self.ites)
+        if mono[0] == "v" and r < 0.35:
+            return ("-", [mono, mono])
+        if r < 0.7 and ints:
+            d = ("c", Fraction(rng.choice([2, 3, -3, 5, 1])))
+            return (rng.choice(["div", "mod"]), [self.term(True, False), d])
+        if r < 0.85 or int_only:
+            return ("abs", [self.term(int_only, False)])
+        return ("to_int", [self.term(False, False)])
 
     def atom(self):
         rng = self.rng
@@ -350,6 +378,8 @@ class Gen:
         else:
             rhs = self.term(int_only)
         terms = [lhs, rhs]
+        if self.wide and rng.random() < 0.05:
+            terms = [("c", gen_const(rng, int_only)), ("c", gen_const(rng, int_only))]
         if rel == "distinct" and rng.random() < 0.3:
             terms.append(self.term(int_only))
         elif rel != "distinct" and rng.random() < 0.05:
@@ -364,6 +394,10 @@ class Gen:
             else self.atom
         if bools and choice < 0.2:
             return ("b", rng.choice(bools))
+        if self.wide and choice < 0.3:  # repeated and complementary operands fold
+            f = sub()
+            return rng.choice([("and", [f, f]), ("or", [f, ("not", f)]), ("xor", [f, f, sub()]),
+                               ("iff", [f, f])])
         if choice < 0.4:
             return ("or", [sub(), sub()])
         if choice < 0.5:
@@ -418,7 +452,8 @@ class Gen:
             self.cmds.append({"k": "raw", "text": "(set-option :produce-unsat-cores true)"})
         if rng.random() < 0.3:
             self.cmds.append({"k": "raw", "text": "(set-option :produce-models true)"})
-        logic = "ALL" if self.logic == "QF_LIRA" and rng.random() < 0.5 else self.logic
+        logic = "ALL" if self.wide or (self.logic == "QF_LIRA" and rng.random() < 0.5) \
+            else self.logic
         self.cmds.append({"k": "raw", "text": "(set-logic %s)" % logic})
         for _ in range(rng.randint(2, 6)):
             self.declare()
@@ -458,8 +493,10 @@ class Gen:
         return {"logic": logic, "arith": self.logic, "boolean": self.boolean, "cmds": self.cmds}
 
 
-def generate(rng):
-    return Gen(rng).script()
+def generate(rng, wide=False):
+    """A script; `wide` adds what the tool lifts or folds while reading (div, mod, abs, to_int,
+    ites written twice, v - v, constant atoms, repeated operands)."""
+    return Gen(rng, wide).script()
 
 
 def core_script(script, state, core, assumptions, seed):

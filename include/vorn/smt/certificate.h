@@ -11,13 +11,15 @@
 
 #include "vorn/smt/clause_proof.h"
 #include "vorn/smt/decision.h"
+#include "vorn/smt/formula_dag.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
 
-// "(certificate", the variables and atoms the proof uses, one line per proof node, ")".
+// "(certificate", the variables and atoms the proof uses, what each lifted quotient of `dag`
+// among those variables divides (when a dag is given), one line per proof node, ")".
 void print_certificate(std::ostream& out, const Problem& problem,
-                       const std::vector<ProofStep>& proof);
+                       const std::vector<ProofStep>& proof, const FormulaDag* dag = nullptr);
 
 // Empty when the proof shows that the problem's atoms have no (integral) solution: every node is
 // reached once from the root, splits cover their cases (a disequality of an atom; an Int
@@ -34,12 +36,16 @@ void print_ray_certificate(std::ostream& out, const Problem& problem, std::uint3
                            const std::vector<QNumber>& ray);
 
 // The certificate of an unsat answer on a problem with Boolean structure: "(certificate", the
-// variables the atoms use, the atom definitions, the assumptions, one line per proof step, ")".
-void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof);
+// variables the atoms use, the atom definitions, the lifted quotients as above, the assumptions,
+// one line per proof step, ")".
+void print_certificate(std::ostream& out, const Problem& problem, const ClauseProof& proof,
+                       const FormulaDag* dag = nullptr);
 
 // The certificate of an Unsat decision over `problem` (as it stood when the check answered): its
-// clause proof when the Boolean search answered, its proof tree otherwise.
-void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat);
+// clause proof when the Boolean search answered, its proof tree otherwise; `dag` holds the
+// formulas the problem was read into (for its lifted quotients).
+void print_certificate(std::ostream& out, const Problem& problem, const Decision& unsat,
+                       const FormulaDag* dag = nullptr);
 
 // Empty when the clause proof refutes its input clauses under its assumptions: every lemma's
 // Farkas combination is a contradiction, every learned clause follows by unit propagation from

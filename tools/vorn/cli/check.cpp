@@ -13,6 +13,7 @@
 #include "vorn/io/parse_error.h"
 #include "vorn/io/real_literal.h"
 #include "vorn/sat/solver.h"
+#include "vorn/smt/certificate.h"
 #include "vorn/smt/model_check.h"
 #include "vorn/smt/stopwatch.h"
 
@@ -78,9 +79,27 @@ std::string check_problem(smt::Problem& problem, const CheckRequest& request, st
     return d.reason_unknown;
 }
 
+// The SAT engine's refutation of a DIMACS file as a clause proof: its input clauses as the file
+// states them and the learned clauses, down to the empty one.
+smt::ClauseProof cnf_refutation(const sat::Solver& solver) {
+    smt::ClauseProof proof;
+    for (const sat::ProofStep& step : solver.proof()) {
+        smt::ClauseProof::Step s{step.kind == sat::ProofStep::Kind::Input
+                                     ? smt::ClauseProof::Kind::Input
+                                     : smt::ClauseProof::Kind::Learned,
+                                 {},
+                                 {}};
+        for (sat::Lit l : step.clause)
+            s.clause.push_back((static_cast<std::int64_t>(l.var()) + 1) * (l.negative() ? -1 : 1));
+        proof.steps.push_back(std::move(s));
+    }
+    return proof;
+}
+
 // A DIMACS file: the SAT engine alone. The model, under --model, is one "v" line of DIMACS
-// literals ending in 0, as SAT solvers print it. The limits apply as smt::Context applies them:
-// the stop started for the one check, the conflict limit, std::bad_alloc answered as memout.
+// literals ending in 0, as SAT solvers print it; under --certificate an unsat answer has its
+// refutation (a clause proof), which --verify checks. The limits apply as smt::Context applies
+// them: the stop started for the one check, the conflict limit, std::bad_alloc answered as memout.
 std::string check_cnf(const io::SourceText& source, const CheckRequest& request, std::ostream& out,
                       smt::CheckStats& stats) {
     const smt::DecideOptions& limits = request.options.decide;
@@ -94,7 +113,9 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
         throw;
     }
     auto start = smt::Clock::now();
-    sat::Solver solver;
+    sat::Options options;
+    options.record_proof = request.options.certificate || request.options.verify;
+    sat::Solver solver(options);
     solver.set_stop(&stop);
     if (limits.conflict_limit > 0)
         solver.set_conflict_limit(static_cast<std::int64_t>(std::min<std::uint64_t>(
@@ -146,7 +167,15 @@ std::string check_cnf(const io::SourceText& source, const CheckRequest& request,
     if (r == sat::Result::Sat && request.options.model)
         for (int v = 1; v <= cnf.variables; ++v)
             model.push_back(solver.value(sat::Lit(static_cast<sat::Var>(v - 1), false)) ? v : -v);
+    smt::ClauseProof refutation;
+    if (r == sat::Result::Unsat && options.record_proof) refutation = cnf_refutation(solver);
+    const smt::Problem no_atoms(smt::NameSyntax::Plain);
+    if (r == sat::Result::Unsat && request.options.verify)
+        if (std::string bad = smt::check_proof(no_atoms, refutation); !bad.empty())
+            throw smt::VerificationFailure("the refutation does not check: " + bad);
     print_cnf_answer(out, r, request.options.model ? &model : nullptr);
+    if (r == sat::Result::Unsat && request.options.certificate)
+        smt::print_certificate(out, no_atoms, refutation);
     out.flush();
     return reason;
 }

@@ -1,0 +1,135 @@
+// Certificates checked against their inputs by the independent checker (check_certificate.py
+// --input) where the tool lifts terms to variables of its own (div, mod, to_int, is_int,
+// divisible, abs, the same ite twice): every certificate checks, and a mutation of the input
+// that makes it satisfiable makes the checker reject the original certificate.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/cli_run.h"
+
+using vorn::test::run_tool;
+
+namespace {
+
+bool checks_against(const std::string& input, const std::string& out) {
+    auto path = vorn::test::temp_file("certificate_input.out", out);
+    return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py --input " +
+                        input + " " + path + " >/dev/null")
+                           .c_str()) == 0;
+}
+
+struct LiftedCase {
+    const char* name;
+    const char* commands;  // over Int x y, Real r, Bool b; one check-sat, unsat
+    const char* from;      // a mutation that makes the problem sat
+    const char* to;
+};
+
+const LiftedCase kLifted[] = {
+    {"div by a negative constant", "(assert (= (div x (- 3)) 4))(assert (> x (- 10)))",
+     "(> x (- 10))", "(> x (- 11))"},
+    {"mod of a sum twice", "(assert (= (mod (+ x 1) 5) 3))(assert (= (mod (+ x 1) 5) 4))", "5) 4)",
+     "5) 3)"},
+    {"is_int of a real", "(assert (is_int (+ r (/ 1 2))))(assert (> r 0))(assert (< r (/ 1 2)))",
+     "(< r (/ 1 2))", "(< r 1)"},
+    {"divisible", "(assert ((_ divisible 4) (+ (* 2 x) 1)))", "(* 2 x) 1)", "(* 2 x) 2)"},
+    {"to_int under a disjunction", "(assert (= (to_int r) 2))(assert (or (< r 1.5) (>= r 3)))",
+     "1.5", "2.5"},
+    {"abs under a disjunction",
+     "(assert (or b (> (abs x) 4)))(assert (< (abs x) 2))(assert (not b))", "(< (abs x) 2)",
+     "(< (abs x) 6)"},
+    {"quotients of ites and ites of quotients",
+     "(assert (> (div (ite (> y 0) x (+ x 5)) 2) (ite (> y 0) (div x 2) 1)))"
+     "(assert (< x 3))(assert (> x (- 3)))(assert (> y 0))",
+     "(> y 0))", "(< y 0))"},
+    {"abs in assumptions", "(push 1)(check-sat-assuming ((> (abs x) 3) (< (abs x) 2)))",
+     "(< (abs x) 2)", "(< (abs x) 5)"},
+    {"the same ite twice", "(assert (> (ite b x y) 2))(assert (< (ite b x y) 1))",
+     "(< (ite b x y) 1)", "(< (ite b x y) 4)"},
+    {"the same ite twice in one atom",
+     "(assert (or b (< (- (ite (> y 0) x y) (ite (> y 0) x y)) 0)))(assert (not b))",
+     "(ite (> y 0) x y)) 0)", "(ite (> y 0) x y)) 1)"},
+    {"a nested quotient and mod",
+     "(assert (= (to_int (/ x 2)) 3))(assert (= (mod x 2) 1))(assert (< (abs (- x 5)) 1))",
+     "(/ x 2)) 3)", "(/ x 2)) 2)"},
+};
+
+}  // namespace
+
+TEST(CliCertificateInput, LiftedTermsCheckAndMutationsThatChangeTheAnswerAreCaught) {
+    for (const LiftedCase& c : kLifted) {
+        std::string script = std::string(
+                                 "(set-logic ALL)(declare-const x Int)(declare-const y Int)"
+                                 "(declare-const r Real)(declare-const b Bool)") +
+                             c.commands;
+        if (script.find("check-sat") == std::string::npos) script += "(check-sat)";
+        auto input = vorn::test::temp_file("certificate_input.smt2", script);
+        auto run = run_tool("check --verify --certificate " + input);
+        ASSERT_EQ(run.out.rfind("unsat\n(certificate", 0), 0u) << c.name << "\n" << run.out;
+        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
+        std::size_t at = script.find(c.from);
+        ASSERT_NE(at, std::string::npos) << c.name;
+        std::string mutated = script;
+        mutated.replace(at, std::string(c.from).size(), c.to);
+        auto mutated_input = vorn::test::temp_file("certificate_mutated.smt2", mutated);
+        EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << c.name;
+        EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
+    }
+}
+
+namespace {
+
+// n pigeons in n − 1 holes: variable (i, j), pigeon i in hole j, is i·(n − 1) + j + 1.
+std::string pigeonhole(int n) {
+    auto var = [&](int i, int j) { return std::to_string(i * (n - 1) + j + 1); };
+    std::string clauses;
+    int count = 0;
+    for (int i = 0; i < n; ++i, ++count) {
+        for (int j = 0; j < n - 1; ++j)
+            clauses += var(i, j) + " ";
+        clauses += "0\n";
+    }
+    for (int j = 0; j < n - 1; ++j)
+        for (int a = 0; a < n; ++a)
+            for (int b = a + 1; b < n; ++b, ++count)
+                clauses += "-" + var(a, j) + " -" + var(b, j) + " 0\n";
+    return "p cnf " + std::to_string(n * (n - 1)) + " " + std::to_string(count) + "\n" + clauses;
+}
+
+struct CnfCase {
+    const char* name;
+    std::string cnf;   // unsat
+    const char* from;  // a clause whose removal or change makes it sat
+    const char* to;
+};
+
+}  // namespace
+
+TEST(CliCertificateInput, DimacsRefutationsCheckAgainstTheirFile) {
+    const CnfCase cases[] = {
+        {"3 pigeons, 2 holes", pigeonhole(3), "-1 -3 0", "-1 3 0"},
+        {"4 pigeons, 3 holes", pigeonhole(4), "\n1 2 3 0", "\n1 2 3 -1 0"},
+        {"5 pigeons, 4 holes", pigeonhole(5), "-1 -5 0", "-1 5 0"},
+        {"units and a binary chain", "p cnf 3 4\n1 0\n-1 2 0\n-2 3 0\n-3 0\n", "-3 0", "3 0"},
+        {"an empty clause", "p cnf 2 2\n1 2 0\n0\n", "\n0\n", "\n1 0\n"},
+        {"a repeated literal", "p cnf 2 3\n1 1 2 0\n-1 0\n-2 -2 0\n", "-2 -2 0", "-1 -2 0"},
+    };
+    for (const CnfCase& c : cases) {
+        auto input = vorn::test::temp_file("refutation.cnf", c.cnf);
+        auto run = run_tool("check --verify --certificate " + input);
+        ASSERT_EQ(run.out.rfind("unsat\n(certificate\nformat clauses\n", 0), 0u)
+            << c.name << "\n"
+            << run.out << run.err;
+        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
+        std::string mutated = c.cnf;
+        std::size_t at = mutated.find(c.from);
+        ASSERT_NE(at, std::string::npos) << c.name;
+        mutated.replace(at, std::string(c.from).size(), c.to);
+        auto mutated_input = vorn::test::temp_file("refutation_mutated.cnf", mutated);
+        EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << c.name;
+        EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
+    }
+}
