@@ -2,6 +2,8 @@
 
 #include "vorn/lra/integer_bounds.h"
 
+#include "../numbers/gmp_holder.h"
+
 #include <gmp.h>
 
 namespace vorn::lra {
@@ -28,12 +30,9 @@ struct Integer {
     ~Integer() { mpz_clear(z); }
 
     QNumber to_qnumber() const {
-        mpq_t q;
-        mpq_init(q);
-        mpq_set_z(q, z);
-        QNumber out(q);
-        mpq_clear(q);
-        return out;
+        detail::LocalMpq q;
+        mpq_set_z(q.get(), z);
+        return QNumber(q.get());
     }
 };
 

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "../numbers/gmp_holder.h"
+
 namespace vorn::lra {
 
 namespace {
@@ -25,12 +27,9 @@ class Int {
     mpz_srcptr get() const { return z_; }
     int sign() const { return mpz_sgn(z_); }
     QNumber to_qnumber() const {
-        mpq_t q;
-        mpq_init(q);
-        mpq_set_z(q, z_);
-        QNumber out(q);
-        mpq_clear(q);
-        return out;
+        detail::LocalMpq q;
+        mpq_set_z(q.get(), z_);
+        return QNumber(q.get());
     }
 
   private:
@@ -48,15 +47,13 @@ QNumber dot(const std::vector<QNumber>& a, const std::vector<QNumber>& b) {
 
 // The integer nearest to q (halves up).
 QNumber nearest(const QNumber& q) {
-    mpq_t r;
-    mpq_init(r);
-    q.get_mpq(r);
+    detail::LocalMpq r;
+    q.get_mpq(r.get());
     Int twice_num, den;
-    mpz_mul_2exp(twice_num.get(), mpq_numref(r), 1);
-    mpz_add(twice_num.get(), twice_num.get(), mpq_denref(r));
-    mpz_mul_2exp(den.get(), mpq_denref(r), 1);
+    mpz_mul_2exp(twice_num.get(), mpq_numref(r.get()), 1);
+    mpz_add(twice_num.get(), twice_num.get(), mpq_denref(r.get()));
+    mpz_mul_2exp(den.get(), mpq_denref(r.get()), 1);
     mpz_fdiv_q(twice_num.get(), twice_num.get(), den.get());
-    mpq_clear(r);
     return twice_num.to_qnumber();
 }
 
@@ -178,8 +175,8 @@ class Solver {
 void Solver::scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std::size_t i) {
     Int lcm;
     mpz_set_ui(lcm.get(), 1);
-    mpq_t q;
-    mpq_init(q);
+    detail::LocalMpq scratch;
+    mpq_ptr q = scratch.get();
     auto each = [&](const QNumber& v, auto&& f) {
         v.get_mpq(q);
         f();
@@ -194,7 +191,6 @@ void Solver::scale_row(const std::vector<QNumber>& row, const QNumber& rhs, std:
             mpz_mul(out.get(), out.get(), mpq_numref(q));
         });
     }
-    mpq_clear(q);
     scale_[i] = lcm.to_qnumber();
 }
 
@@ -268,19 +264,17 @@ std::vector<QNumber> Solver::multipliers(std::vector<QNumber> target, std::size_
     for (std::size_t t = 0; t < target.size(); ++t)
         y[pivot_rows_[t]] = yp[t];
     if (extra_row < m_) y[extra_row] = QNumber(1);
-    mpq_t q;
-    mpq_init(q);
+    detail::LocalMpq q;
     Int whole;
     for (std::size_t i = 0; i < m_; ++i) {
         if (modulo_one) {
-            y[i].get_mpq(q);
-            mpz_fdiv_q(whole.get(), mpq_numref(q), mpq_denref(q));
+            y[i].get_mpq(q.get());
+            mpz_fdiv_q(whole.get(), mpq_numref(q.get()), mpq_denref(q.get()));
             y[i] -= whole.to_qnumber();
         }
         // Back to the rows as given: row i was scaled by scale_[i].
         y[i] *= scale_[i];
     }
-    mpq_clear(q);
     return y;
 }
 

@@ -6,6 +6,8 @@
 
 #include "vorn/smt/model_check.h"
 
+#include "../numbers/gmp_holder.h"
+
 namespace vorn::smt {
 
 namespace {
@@ -410,18 +412,14 @@ int AssertionEncoder::holds(FormulaRef ref) {
 
 QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {
     QNumber ratio = dividend / divisor;
-    mpq_t q;
-    mpz_t z;
-    mpq_init(q);
-    mpz_init(z);
-    ratio.get_mpq(q);
-    // The remainder dividend − divisor·quotient lies in [0, |divisor|).
-    (divisor.sign() > 0 ? mpz_fdiv_q : mpz_cdiv_q)(z, mpq_numref(q), mpq_denref(q));
-    mpq_set_z(q, z);
-    QNumber out(q);
-    mpz_clear(z);
-    mpq_clear(q);
-    return out;
+    detail::LocalMpq q;
+    ratio.get_mpq(q.get());
+    // The remainder dividend − divisor·quotient lies in [0, |divisor|): the quotient rounds the
+    // ratio down for a positive divisor, up for a negative one.
+    mpz_ptr num = mpq_numref(q.get());
+    (divisor.sign() > 0 ? mpz_fdiv_q : mpz_cdiv_q)(num, num, mpq_denref(q.get()));
+    mpz_set_ui(mpq_denref(q.get()), 1);
+    return QNumber(q.get());
 }
 
 }  // namespace vorn::smt

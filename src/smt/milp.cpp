@@ -7,6 +7,7 @@
 #include "vorn/lra/integer_bounds.h"
 #include "vorn/smt/model_check.h"
 
+#include "../numbers/gmp_holder.h"
 #include "decider.h"
 #include "milp_search.h"
 #include "optimum_atoms.h"
@@ -19,15 +20,11 @@ using Entry = LinearExpr::Entry;
 constexpr std::size_t kNone = kNoMilpNode;
 
 QNumber denominator(const QNumber& q) {
-    mpq_t x, d;
-    mpq_init(x);
-    mpq_init(d);
-    q.get_mpq(x);
-    mpq_set_z(d, mpq_denref(x));
-    QNumber out(d);
-    mpq_clear(x);
-    mpq_clear(d);
-    return out;
+    detail::LocalMpq x;
+    q.get_mpq(x.get());
+    mpz_set(mpq_numref(x.get()), mpq_denref(x.get()));
+    mpz_set_ui(mpq_denref(x.get()), 1);
+    return QNumber(x.get());
 }
 
 }  // namespace
