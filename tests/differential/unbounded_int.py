@@ -7,7 +7,8 @@ built around a planted integer point, so that they are sat; the others are left 
 z3 (run as a black box) says what they are. Every vorn answer runs with --verify (the model or
 the certificate checked); `unknown` counts as a failure.
 
---mixed: Boolean structure over Int terms instead: ite terms, mod and div by constants,
+--mixed: Boolean structure over Int terms instead: ite terms, mod and div by constants, to_int
+and is_int of terms mixing the sorts,
 disjunctions of equalities, disequalities, and Real variables beside the Int ones (QF_LIRA),
 at any depth of and/or/not. A planted point (rationals for the Reals) makes every assertion
 true by negating the ones it falsifies.
@@ -16,6 +17,7 @@ true by negating the ones it falsifies.
 """
 
 import argparse
+import math
 import random
 import shutil
 import subprocess
@@ -103,9 +105,13 @@ class Mixed:
         return "(+ %s 0)" % text, sum(c * self.point[v] for c, v in parts)
 
     def int_term(self, depth):
-        kind = self.rng.choice(["lin", "lin", "mod", "ite"] if depth > 0 else ["lin"])
+        kinds = ["lin", "lin", "mod", "ite"] + (["to_int"] if self.reals else [])
+        kind = self.rng.choice(kinds if depth > 0 else ["lin"])
         if kind == "lin":
             return self.linear(self.ints)
+        if kind == "to_int":
+            t, v, *_ = self.real_term(depth - 1)
+            return "(to_int %s)" % t, math.floor(v)
         if kind == "ite":
             (c, cv), (a, av), (b, bv) = self.formula(depth - 1), self.int_term(depth - 1), \
                 self.int_term(depth - 1)
@@ -119,12 +125,19 @@ class Mixed:
         """An Int term, or a Real one over both sorts when there are Reals."""
         if not self.reals or self.rng.random() < 0.5:
             return self.int_term(depth)
+        return self.real_term(depth)
+
+    def real_term(self, depth):
         (r, rv), (i, iv) = self.linear(self.reals), self.int_term(depth)
         return "(+ %s (to_real %s))" % (r, i), rv + iv, True
 
     def formula(self, depth):
         rng = self.rng
-        kind = rng.choice(["cmp", "cmp", "eqs"] + (["and", "or", "not"] if depth > 0 else []))
+        kind = rng.choice(["cmp", "cmp", "eqs"] + (["and", "or", "not"] if depth > 0 else [])
+                          + (["is_int"] if self.reals else []))
+        if kind == "is_int":
+            t, v, _ = self.real_term(depth)
+            return "(is_int %s)" % t, Fraction(v).denominator == 1
         if kind in ("and", "or"):
             parts = [self.formula(depth - 1) for _ in range(rng.randint(2, 3))]
             values = [v for _, v in parts]
