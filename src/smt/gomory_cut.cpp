@@ -17,17 +17,10 @@
 #include <cassert>
 
 #include "arith_theory.h"
+#include "gomory_rounding.h"
 #include "vorn/lra/integer_bounds.h"
 
 namespace vorn::smt {
-
-namespace {
-
-QNumber floor_q(const QNumber& q) {
-    return lra::floor_of(lra::DeltaRational(q));
-}
-
-}  // namespace
 
 // Whether `var` takes integer values only: an Int variable, or a slack whose term has integer
 // coefficients over Int variables.
@@ -126,24 +119,15 @@ bool ArithTheory::cut_row(int basic) {
     std::size_t used = 0;  // entries with a non-zero gⱼ, moved to the front
     for (Entry& en : entries) {
         int sigma = en.sigma;
-        if (en.integral) {
-            QNumber r = floor_q(en.a);
-            en.g = en.a - r;
-            if (en.g > f0) {
-                r += QNumber(1);
-                en.g -= QNumber(1);
-            }
-            // s = x_b − Σ rⱼ·σⱼ·(xⱼ − βⱼ)
-            if (!r.is_zero()) {
-                QNumber rs = sigma > 0 ? -r : r;
-                expand(en.var, rs, split_coeffs_);
-                split_constant += rs * en.beta;
-            }
-        } else {
-            en.g = en.a;
+        GomoryTerm t = gomory_term(en.a, en.integral, f0, f1);
+        if (!t.r.is_zero()) {  // s = x_b − Σ rⱼ·σⱼ·(xⱼ − βⱼ)
+            QNumber rs = sigma > 0 ? -t.r : t.r;
+            expand(en.var, rs, split_coeffs_);
+            split_constant += rs * en.beta;
         }
+        en.g = std::move(t.g);
+        en.c = std::move(t.c);
         if (en.g.is_zero()) continue;
-        en.c = en.g.sign() > 0 ? en.g / f1 : -en.g / f0;
         QNumber cs = sigma > 0 ? en.c : -en.c;
         expand(en.var, cs, cut_coeffs_);
         cut_constant += cs * en.beta;

@@ -21,17 +21,10 @@
 
 #include "vorn/lra/integer_bounds.h"
 
+#include "gomory_rounding.h"
 #include "milp_search.h"
 
 namespace vorn::smt {
-
-namespace {
-
-QNumber floor_q(const QNumber& q) {
-    return lra::floor_of(lra::DeltaRational(q));
-}
-
-}  // namespace
 
 bool MilpSearch::integral_simplex_var(int var) const {
     auto integral_structural = [&](int s) {
@@ -109,23 +102,15 @@ bool MilpSearch::gomory_cut(int basic, RootCut& out) const {
     QNumber split_constant = k, cut_constant(1);
     for (Entry& en : entries) {
         const QNumber& beta = en.bound->value.real();
-        if (en.integral) {
-            QNumber r = floor_q(en.a);
-            en.g = en.a - r;
-            if (en.g > f0) {
-                r += QNumber(1);
-                en.g -= QNumber(1);
-            }
-            if (!r.is_zero()) {  // s = x_b − Σ rⱼ·σⱼ·(xⱼ − βⱼ)
-                QNumber rs = en.sigma > 0 ? -r : r;
-                expand(en.var, rs, split);
-                split_constant += rs * beta;
-            }
-        } else {
-            en.g = en.a;
+        GomoryTerm t = gomory_term(en.a, en.integral, f0, f1);
+        if (!t.r.is_zero()) {  // s = x_b − Σ rⱼ·σⱼ·(xⱼ − βⱼ)
+            QNumber rs = en.sigma > 0 ? -t.r : t.r;
+            expand(en.var, rs, split);
+            split_constant += rs * beta;
         }
+        en.g = std::move(t.g);
+        en.c = std::move(t.c);
         if (en.g.is_zero()) continue;
-        en.c = en.g.sign() > 0 ? en.g / f1 : -en.g / f0;
         QNumber cs = en.sigma > 0 ? en.c : -en.c;
         expand(en.var, cs, cut);
         cut_constant += cs * beta;

@@ -1,0 +1,40 @@
+#pragma once
+
+// The arithmetic of one Gomory mixed-integer cut, shared by the cuts of the CDCL search
+// (gomory_cut.cpp) and those at the root of MILP branch and bound (milp_cuts.cpp); what each
+// makes of the result (lemmas or proof-tree splits) differs. Exact; a few QNumber operations per
+// row entry.
+
+#include "vorn/lra/integer_bounds.h"
+
+namespace vorn::smt {
+
+inline QNumber floor_q(const QNumber& q) {
+    return lra::floor_of(lra::DeltaRational(q));
+}
+
+// One entry tⱼ of the row x_b = x* + Σ a'ⱼ·tⱼ, with f₀ = x* − ⌊x*⌋ and f₁ = 1 − f₀. `r` is the
+// integer part moved into the split term (zero unless tⱼ is integral: ⌊a'ⱼ⌋, or ⌈a'ⱼ⌉ when
+// frac(a'ⱼ) > f₀), `g` = a'ⱼ − r what stays, `c` = max(g/f₁, −g/f₀) the cut's coefficient.
+struct GomoryTerm {
+    QNumber r, g, c;
+};
+
+inline GomoryTerm gomory_term(const QNumber& a, bool integral, const QNumber& f0,
+                              const QNumber& f1) {
+    GomoryTerm t;
+    if (integral) {
+        t.r = floor_q(a);
+        t.g = a - t.r;
+        if (t.g > f0) {
+            t.r += QNumber(1);
+            t.g -= QNumber(1);
+        }
+    } else {
+        t.g = a;
+    }
+    if (!t.g.is_zero()) t.c = t.g.sign() > 0 ? t.g / f1 : -t.g / f0;
+    return t;
+}
+
+}  // namespace vorn::smt
