@@ -81,12 +81,7 @@ bool ArithTheory::cut_row(int basic) {
         if (e.var == basic) continue;
         // A non-basic variable strictly inside its bounds, or bounded by no true literal,
         // leaves no cut to certify from this row.
-        const lra::DeltaRational& v = simplex_.delta_value(e.var);
-        int sigma = 0;
-        if (bounds.has_lower(e.var) && bounds.lower_value(e.var) == v)
-            sigma = 1;
-        else if (bounds.has_upper(e.var) && bounds.upper_value(e.var) == v)
-            sigma = -1;
+        int sigma = bound_side(simplex_, e.var);
         if (sigma == 0) return false;
         const lra::BoundRecord& b = sigma > 0 ? bounds.lower(e.var) : bounds.upper(e.var);
         auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(b.reason));

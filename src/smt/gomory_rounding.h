@@ -6,11 +6,22 @@
 // row entry.
 
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/simplex.h"
 
 namespace vorn::smt {
 
 inline QNumber floor_q(const QNumber& q) {
     return lra::floor_of(lra::DeltaRational(q));
+}
+
+// σⱼ of a non-basic variable: 1 at its lower bound, −1 at its upper one, 0 strictly between
+// (then the row gives no cut).
+inline int bound_side(const lra::Simplex& simplex, int var) {
+    const lra::DeltaRational& v = simplex.delta_value(var);
+    const lra::BoundTrail& bounds = simplex.bounds();
+    if (bounds.has_lower(var) && bounds.lower_value(var) == v) return 1;
+    if (bounds.has_upper(var) && bounds.upper_value(var) == v) return -1;
+    return 0;
 }
 
 // One entry tⱼ of the row x_b = x* + Σ a'ⱼ·tⱼ, with f₀ = x* − ⌊x*⌋ and f₁ = 1 − f₀. `r` is the

@@ -74,12 +74,7 @@ bool MilpSearch::gomory_cut(int basic, RootCut& out) const {
     std::vector<Entry> entries;
     for (const auto& e : row.entries()) {
         if (e.var == basic) continue;
-        const lra::DeltaRational& v = simplex_.delta_value(e.var);
-        int sigma = 0;
-        if (bounds.has_lower(e.var) && bounds.lower_value(e.var) == v)
-            sigma = 1;
-        else if (bounds.has_upper(e.var) && bounds.upper_value(e.var) == v)
-            sigma = -1;
+        int sigma = bound_side(simplex_, e.var);
         if (sigma == 0) return false;
         const lra::BoundRecord& b = sigma > 0 ? bounds.lower(e.var) : bounds.upper(e.var);
         bool from_atom = b.reason < static_cast<lra::Reason>(p_.atoms.size());
@@ -234,19 +229,13 @@ MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
     }
     if (made.empty()) return Outcome::Branched;
     std::vector<std::size_t> kept;
-    const lra::BoundTrail& bounds = simplex_.bounds();
     // Kept only when the bound moved by more than kCutGainPercent of itself.
     QNumber gain = best.value.real() - initial.real(), bound = initial.real();
     if (gain.sign() < 0) gain = -gain;
     if (bound.sign() < 0) bound = -bound;
     bool moved = gain * QNumber(100) > bound * QNumber(kCutGainPercent);
-    for (std::size_t i = 0; i < made.size() && moved; ++i) {
-        int v = made[i].var;
-        const lra::DeltaRational& x = simplex_.delta_value(v);
-        if ((bounds.has_lower(v) && bounds.lower_value(v) == x) ||
-            (bounds.has_upper(v) && bounds.upper_value(v) == x))
-            kept.push_back(i);
-    }
+    for (std::size_t i = 0; i < made.size() && moved; ++i)
+        if (bound_side(simplex_, made[i].var) != 0) kept.push_back(i);  // binding
     simplex_.pop(simplex_.level());
     for (std::size_t i : kept) {
         const ProofStep& cut = steps_[cut_steps_[i]];
