@@ -27,8 +27,8 @@ def main():
     ap.add_argument("--z3", default=shutil.which("z3"))
     args = ap.parse_args()
     rows = defaultdict(lambda: defaultdict(float))
-    for spec in args.files:
-        family, path = spec.split("=", 1)
+    for entry in args.files:
+        family, path = entry.split("=", 1)
         row = rows[family]
         took, out = run([args.vorn, "check", "--verify", path], args.timeout)
         got = answer(out) if took is not None else "timeout"

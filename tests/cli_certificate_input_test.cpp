@@ -21,6 +21,24 @@ bool checks_against(const std::string& input, const std::string& out) {
                            .c_str()) == 0;
 }
 
+// The tool's unsat certificate for `text` (written to a file named `file`) checks against it, and
+// no longer once `from` is replaced by `to`, which the tool then answers sat.
+void expect_certified_and_mutation_caught(const char* name, const std::string& text,
+                                          const char* file, const std::string& header,
+                                          const char* from, const char* to) {
+    auto input = vorn::test::temp_file(file, text);
+    auto run = run_tool("check --verify --certificate " + input);
+    ASSERT_EQ(run.out.rfind(header, 0), 0u) << name << "\n" << run.out << run.err;
+    EXPECT_TRUE(checks_against(input, run.out)) << name << "\n" << run.out;
+    std::string mutated = text;
+    std::size_t at = mutated.find(from);
+    ASSERT_NE(at, std::string::npos) << name;
+    mutated.replace(at, std::string(from).size(), to);
+    auto mutated_input = vorn::test::temp_file(std::string("mutated_") + file, mutated);
+    EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << name;
+    EXPECT_FALSE(checks_against(mutated_input, run.out)) << name << "\n" << run.out;
+}
+
 struct LiftedCase {
     const char* name;
     const char* commands;  // over Int x y, Real r, Bool b; one check-sat, unsat
@@ -66,17 +84,8 @@ TEST(CliCertificateInput, LiftedTermsCheckAndMutationsThatChangeTheAnswerAreCaug
                                  "(declare-const r Real)(declare-const b Bool)") +
                              c.commands;
         if (script.find("check-sat") == std::string::npos) script += "(check-sat)";
-        auto input = vorn::test::temp_file("certificate_input.smt2", script);
-        auto run = run_tool("check --verify --certificate " + input);
-        ASSERT_EQ(run.out.rfind("unsat\n(certificate", 0), 0u) << c.name << "\n" << run.out;
-        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
-        std::size_t at = script.find(c.from);
-        ASSERT_NE(at, std::string::npos) << c.name;
-        std::string mutated = script;
-        mutated.replace(at, std::string(c.from).size(), c.to);
-        auto mutated_input = vorn::test::temp_file("certificate_mutated.smt2", mutated);
-        EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << c.name;
-        EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
+        expect_certified_and_mutation_caught(c.name, script, "certificate_input.smt2",
+                                             "unsat\n(certificate", c.from, c.to);
     }
 }
 
@@ -117,19 +126,7 @@ TEST(CliCertificateInput, DimacsRefutationsCheckAgainstTheirFile) {
         {"an empty clause", "p cnf 2 2\n1 2 0\n0\n", "\n0\n", "\n1 0\n"},
         {"a repeated literal", "p cnf 2 3\n1 1 2 0\n-1 0\n-2 -2 0\n", "-2 -2 0", "-1 -2 0"},
     };
-    for (const CnfCase& c : cases) {
-        auto input = vorn::test::temp_file("refutation.cnf", c.cnf);
-        auto run = run_tool("check --verify --certificate " + input);
-        ASSERT_EQ(run.out.rfind("unsat\n(certificate\nformat clauses\n", 0), 0u)
-            << c.name << "\n"
-            << run.out << run.err;
-        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
-        std::string mutated = c.cnf;
-        std::size_t at = mutated.find(c.from);
-        ASSERT_NE(at, std::string::npos) << c.name;
-        mutated.replace(at, std::string(c.from).size(), c.to);
-        auto mutated_input = vorn::test::temp_file("refutation_mutated.cnf", mutated);
-        EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << c.name;
-        EXPECT_FALSE(checks_against(mutated_input, run.out)) << c.name << "\n" << run.out;
-    }
+    for (const CnfCase& c : cases)
+        expect_certified_and_mutation_caught(c.name, c.cnf, "refutation.cnf",
+                                             "unsat\n(certificate\nformat clauses\n", c.from, c.to);
 }
