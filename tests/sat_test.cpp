@@ -71,21 +71,24 @@ struct CnfShape {
     int vars, clauses;
     bool mixed;
     RestartPolicy restarts;
+    int chronological = 0;  // Options::chronological_distance; 1: after every longer backjump
 };
 
 TEST(SatSolver, AnswersAndModelsMatchBruteForce) {
-    const CnfShape shapes[] = {{5, 21, false, RestartPolicy::Luby},
-                               {10, 43, false, RestartPolicy::Glucose},
-                               {12, 51, false, RestartPolicy::Luby},
-                               {12, 30, true, RestartPolicy::Glucose},
-                               {8, 40, true, RestartPolicy::Luby}};
+    const CnfShape shapes[] = {
+        {5, 21, false, RestartPolicy::Luby},      {10, 43, false, RestartPolicy::Glucose},
+        {12, 51, false, RestartPolicy::Luby},     {12, 30, true, RestartPolicy::Glucose},
+        {8, 40, true, RestartPolicy::Luby},       {12, 51, false, RestartPolicy::Luby, 1},
+        {12, 30, true, RestartPolicy::Glucose, 1}};
     for (const CnfShape& shape : shapes) {
         for (unsigned seed = 0; seed < seeds(150); ++seed) {
             SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
             std::mt19937 rng(seed);
             Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
-            Solver s =
-                make_solver(shape.vars, cnf, {.restarts = shape.restarts, .reduce_interval = 5});
+            Solver s = make_solver(shape.vars, cnf,
+                                   {.restarts = shape.restarts,
+                                    .reduce_interval = 5,
+                                    .chronological_distance = shape.chronological});
             Result r = s.solve();
             ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
             EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
@@ -256,9 +259,10 @@ class AtMostK : public Theory {
 };
 
 TEST(SatSolver, ToyTheoryMatchesBruteForce) {
-    for (bool propagates : {false, true}) {
+    for (int mode = 0; mode < 3; ++mode) {
+        bool propagates = mode > 0;
         for (unsigned seed = 0; seed < seeds(300); ++seed) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + (propagates ? ", propagating" : ""));
+            SCOPED_TRACE("seed " + std::to_string(seed) + ", mode " + std::to_string(mode));
             std::mt19937 rng(seed);
             const int vars = 10;
             Cnf cnf = random_cnf(rng, vars, 12 + static_cast<int>(rng() % 20), true);
@@ -267,7 +271,7 @@ TEST(SatSolver, ToyTheoryMatchesBruteForce) {
                 if (rng() % 2) members.push_back(v);
             int k = static_cast<int>(rng() % 4);
             AtMostK theory(members, k, propagates);
-            Solver s({.reduce_interval = 4});
+            Solver s({.reduce_interval = 4, .chronological_distance = mode == 2 ? 1 : 0});
             for (int i = 0; i < vars; ++i)
                 s.new_var();
             s.set_theory(&theory);
@@ -330,7 +334,10 @@ TEST(SatSolver, RecordedLearnedClausesFollowByUnitPropagation) {
         int vars = seed == 0 ? holes_vars : 12;
         Cnf cnf =
             seed == 0 ? holes : random_cnf(rng, vars, 50 + static_cast<int>(rng() % 15), false);
-        Solver s = make_solver(vars, cnf, {.reduce_interval = 6, .record_proof = true});
+        Solver s = make_solver(vars, cnf,
+                               {.reduce_interval = 6,
+                                .chronological_distance = static_cast<int>(seed % 2),
+                                .record_proof = true});
         Result r = s.solve();
         Cnf known;
         for (const ProofStep& step : s.proof()) {

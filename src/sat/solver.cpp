@@ -148,7 +148,10 @@ void Solver::resolve(CRef conflict) {
         return;
     }
     analyze(conflict);
-    backtrack(backjump_level_);
+    int distance = options_.chronological_distance;
+    bool chronological =
+        learned_.size() > 1 && distance > 0 && level() - backjump_level_ > distance;
+    backtrack(chronological ? level() - 1 : backjump_level_);
     learn();
     decay_activities();
     restarts_.on_conflict(learned_lbd_);
