@@ -38,6 +38,7 @@ import math
 import operator
 import re
 import sys
+import threading
 from collections import defaultdict, namedtuple
 from fractions import Fraction
 
@@ -1477,5 +1478,17 @@ def main():
     return 0 if blocks else 1
 
 
+def main_with_deep_stack():
+    # Generated scripts nest terms thousands deep (let chains) and the readers recurse, so
+    # they run on a thread whose stack holds that depth.
+    sys.setrecursionlimit(1_000_000)
+    threading.stack_size(1 << 30)
+    status = []
+    reader = threading.Thread(target=lambda: status.append(main()))
+    reader.start()
+    reader.join()
+    return status[0] if status else 1
+
+
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main_with_deep_stack())
