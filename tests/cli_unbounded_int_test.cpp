@@ -119,6 +119,43 @@ TEST(UnboundedInt, MixedRowsDecided) {
     }
 }
 
+// An incremental script of the wide certificate generator (seed 587): its fourth check alone
+// needs a few nodes, but after the third (over a div term) it made hundreds of tight-row splits,
+// each compounding the last, with coefficients growing past 10³ near a vertex at 10²¹.
+TEST(UnboundedInt, IncrementalChecksEndInFewNodes) {
+    const char* const script = R"((set-logic ALL)
+(declare-const x.1 Real)
+(declare-const v2 Int)
+(declare-const |s 3| Real)
+(declare-fun |s 4| () Int)
+(declare-fun x.5 () Int)
+(declare-fun |s 6| () Int)
+(check-sat)
+(assert (and (<= (+ v2 (* 3 |s 3|) (- 10.0)) (+ (* 0.25 |s 6|) |s 4|)) (>= (+ x.1 (* (/ 2 3) |s 3|) (* 2 x.1)) (- (* (- 3.0) x.5) (* 4.0 x.5))) (let ((l7 (+ (* (- 0.75) v2) (* |s 4| (- 3.0)) (* (- 1) |s 4|) 14 (div (+ (* 4 |s 6|) |s 6| (* (- 7) v2) |s 6| (- 13)) 3)))) (<= l7 (- 1000000000000000000001.0)))))
+(declare-fun x.8 () Int)
+(assert (>= v2 (- 1.8)))
+(declare-const y9 Real)
+(assert (< (+ (* (/ 1 7) x.1) v2 (* (- 0.5) y9) (* 5 |s 6|)) (- 4)))
+(assert (distinct (+ (* 10.0 x.1) (* 0.5 |s 6|) (* (/ (- 1) 3) |s 6|) (* |s 4| (- 3)) (- 16)) (+ (* (- 1) v2) (to_int y9))))
+(push)
+(declare-fun |s 10| () Int)
+(push 1)
+(declare-fun |s 11| () Int)
+(assert (= (+ (* v2 5) (* |s 6| 5) (* 4 x.1) (to_int (+ (* (- 2.0) |s 6|) (* 3 x.8) (- 10.0)))) (+ (* (/ (- 1) 7) |s 11|) (* 10 x.8))))
+(assert (and (<= (+ (* 5.0 y9) (- 4.0) (to_int (+ (* (- 1.0) y9) (/ 2 5)))) 12.0)))
+(assert (<= (+ (* |s 6| (- 7)) y9) (- 9)))
+(check-sat)
+(check-sat-assuming ((< (+ (* y9 2.0) (* x.5 (- 7)) (div (+ (* 4 |s 4|) (* (- 7) |s 10|) (* |s 11| (- 7)) (* 2 x.8)) 5)) (+ (* (/ 5 7) |s 10|) (* 3.0 v2) 14))))
+(check-sat-assuming ((not (< (+ (* 5.0 x.1) x.5 (* (- 1.0) |s 11|) (- |s 4|) 5) 14))))
+(check-sat)
+)";
+    std::string path = temp_dir() + "incremental.smt2";
+    std::ofstream(path) << script;
+    auto run = run_tool("check --verify --bb-limit 20 " + path);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "sat\nsat\nsat\nsat\nsat\n");
+}
+
 namespace {
 
 // A random atom Σ aᵢxᵢ ⋈ k with mostly even coefficients; with a point, one that holds there.

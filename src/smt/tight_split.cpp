@@ -10,6 +10,8 @@
 #include "vorn/lra/tight_split.h"
 #include "arith_theory.h"
 
+#include <algorithm>
+
 namespace vorn::smt {
 
 bool ArithTheory::tight_split() {
@@ -19,7 +21,16 @@ bool ArithTheory::tight_split() {
             slacks.push_back(static_cast<int>(v));
     auto split = lra::tight_term_split(simplex_, integer_vars_, slacks, kMaxLatticeEntries,
                                        lra::fractional_unbounded(simplex_, integer_vars_));
-    if (!split) return false;
+    // Only short splits: each split's term becomes a tight row of the next vertex, so a run of
+    // splits compounds their terms. On incremental scripts (the wide certificate generator) such
+    // runs made hundreds of splits with coefficients growing to 10³–10⁵, over vertices near 10²⁰
+    // to 10³⁵, each pivot dearer, without an end; past this bound the search branches instead
+    // (the cube test and the single-variable branches found those points at once).
+    constexpr long kMaxCoefficient = 100;
+    if (!split || std::any_of(split->term.begin(), split->term.end(), [&](const auto& e) {
+            return QNumber(kMaxCoefficient) < e.coeff || e.coeff < QNumber(-kMaxCoefficient);
+        }))
+        return false;
     if (limit_ != 0 && used_ >= limit_) {
         gave_up_ = true;
         return false;
