@@ -104,3 +104,20 @@ TEST(CliFolding, FoldedScriptsAnswerWithCheckedModelsAndCertificates) {
         EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
     }
 }
+
+TEST(CliFolding, DeepLetChainsAreReadAndCheckedAtDepth) {
+    // Fuzzer output nests thousands of lets; both the reader and the checker must take it.
+    const int depth = 2000;
+    std::string lets, term = "x";
+    for (int level = 0; level < depth; ++level) {
+        std::string name = "l" + std::to_string(level);
+        lets += "(let ((" + name + " (+ " + term + " 1))) ";
+        term = name;
+    }
+    auto input = vorn::test::temp_file(
+        "deep.smt2", "(set-logic QF_LRA)(declare-const x Real)(assert " + lets + "(< " + term +
+                         " x)" + std::string(depth, ')') + ")(check-sat)");
+    auto run = run_tool("check --certificate " + input);
+    EXPECT_EQ(answers(run.out), "unsat") << run.err;
+    EXPECT_TRUE(checks_against(input, run.out));
+}
