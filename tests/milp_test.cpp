@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <random>
 
@@ -181,26 +182,33 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
                     EXPECT_NE(check_optimization(p, objective, maximize, answer), "");
                     break;
                 }
-            // A cut's derivation spoiled: the split it is derived by on another term, or the
-            // cut's negation weighted wrongly in a leaf; both leave a variable.
+            // Each cut (Gomory or MIR) spoiled in turn: the cut itself or the split it is
+            // derived by on another term, or the cut's negation weighted wrongly in a leaf; each
+            // leaves a variable.
             for (std::size_t n = 0; n + 1 < answer.proof.size(); ++n) {
                 vorn::smt::ProofStep& cut = answer.proof[n];
                 if (cut.kind != Kind::SplitCut || answer.proof[cut.low].kind != Kind::SplitCut)
                     continue;
                 ++cuts_spoiled;
                 vorn::smt::ProofStep& split = answer.proof[cut.low];
-                split.term[0].coeff += QNumber(1);
+                for (auto* term : {&cut.term, &split.term}) {
+                    (*term)[0].coeff += QNumber(1);
+                    cuts_rejected += !check_optimization(p, objective, maximize, answer).empty();
+                    (*term)[0].coeff -= QNumber(1);
+                }
+                auto& leaf = answer.proof[split.low].farkas;
+                auto negation = std::find_if(leaf.begin(), leaf.end(), [&](const auto& e) {
+                    return e.from_split && e.index == n;
+                });
+                ASSERT_NE(negation, leaf.end());
+                negation->multiplier *= QNumber(3);
                 cuts_rejected += !check_optimization(p, objective, maximize, answer).empty();
-                split.term[0].coeff -= QNumber(1);
-                for (vorn::smt::FarkasEntry& e : answer.proof[split.low].farkas)
-                    if (e.from_split && e.index == n) e.multiplier *= QNumber(3);
-                cuts_rejected += !check_optimization(p, objective, maximize, answer).empty();
-                break;
+                negation->multiplier /= QNumber(3);
             }
         }
     }
     EXPECT_GT(cuts_spoiled, 20);
-    EXPECT_EQ(cuts_rejected, 2 * cuts_spoiled);
+    EXPECT_EQ(cuts_rejected, 3 * cuts_spoiled);
     EXPECT_GT(kinds[0], 300);  // optimal
     EXPECT_GT(kinds[1], 60);   // infeasible
     EXPECT_EQ(kinds[2], 0);    // boxed: never unbounded

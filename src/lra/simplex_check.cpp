@@ -78,6 +78,8 @@ bool Simplex::can_move(int var, bool up) const {
 }
 
 int Simplex::choose_entering(int basic, bool increase) const {
+    if (guide_ != 0 && !bland_ && guide_ != basic && tableau_->rows().contains(guide_))
+        return choose_entering_dual(basic, increase);
     int best = 0;
     std::size_t best_column = std::numeric_limits<std::size_t>::max();
     for (const auto& e : tableau_->rows().at(basic)->entries()) {
@@ -91,6 +93,35 @@ int Simplex::choose_entering(int basic, bool increase) const {
             best = e.var;
             best_column = column;
         }
+    }
+    return best;
+}
+
+// The dual simplex's ratio test: the least |g|/|a| over the candidates, g a candidate's
+// coefficient in the guide's row (0 when absent), a its coefficient in the repaired row. Both
+// rows are sorted by variable, so one merged pass reads g.
+int Simplex::choose_entering_dual(int basic, bool increase) const {
+    const auto& guide = tableau_->rows().at(guide_)->entries();
+    auto g = guide.begin();
+    int best = 0;
+    QNumber best_g, best_a;
+    std::size_t best_column = 0;
+    for (const auto& e : tableau_->rows().at(basic)->entries()) {
+        if (e.var == basic || !can_move(e.var, increase == (e.coeff.sign() > 0))) continue;
+        while (g != guide.end() && g->var < e.var)
+            ++g;
+        QNumber gj = g != guide.end() && g->var == e.var ? g->coeff : QNumber();
+        if (gj.sign() < 0) gj = -gj;
+        QNumber aj = e.coeff.sign() < 0 ? -e.coeff : e.coeff;
+        std::size_t column = tableau_->cols().find(e.var)->value.second.size();
+        if (best != 0) {
+            QNumber left = gj * best_a, right = best_g * aj;
+            if (right < left || (left == right && column >= best_column)) continue;
+        }
+        best = e.var;
+        best_g = std::move(gj);
+        best_a = std::move(aj);
+        best_column = column;
     }
     return best;
 }

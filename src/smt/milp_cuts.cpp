@@ -125,7 +125,8 @@ bool MilpSearch::gomory_cut(int basic, RootCut& out) const {
     out.split_constant = std::move(split_constant);
     out.cut_constant = std::move(cut_constant);
     // Both sides: s ≤ k with 1/f₀ and (cⱼ + gⱼ/f₀)·tⱼ; s ≥ k + 1 with 1/f₀ and (cⱼ − gⱼ/f₁)·tⱼ.
-    out.f0 = f0;
+    out.split_low = QNumber(1) / f0;
+    out.split_high = QNumber(1) / f1;
     for (const Entry& en : entries) {
         if (en.g.is_zero() && en.c.is_zero()) continue;
         QNumber low = en.c + en.g / f0, high = en.c - en.g / f1;
@@ -146,26 +147,25 @@ void MilpSearch::add_root_cut(RootCut& c) {
     cut.constant = c.cut_constant;
     cut.low = at + 1;
     cut.high = 0;  // the search's root
-    ProofStep& split = steps_[at + 1];
-    split.kind = ProofStep::Kind::SplitCut;
-    split.relation = Relation::Le;
-    split.term = c.split;
-    split.constant = c.split_constant;
-    split.low = at + 2;   // s > k, rounded to s ≥ k + 1
-    split.high = at + 3;  // s ≤ k
-    QNumber f1 = QNumber(1) - c.f0;
-    FarkasEntry negated{true, at, true, QNumber(1)};  // the cut's negation: term < constant
-    steps_[at + 2].farkas = std::move(c.high_side);
-    steps_[at + 2].farkas.push_back(negated);
-    steps_[at + 2].farkas.push_back({true, at + 1, false, QNumber(1) / f1});
-    steps_[at + 3].farkas = std::move(c.low_side);
-    steps_[at + 3].farkas.push_back(negated);
-    steps_[at + 3].farkas.push_back({true, at + 1, true, QNumber(1) / c.f0});
     if (cut_steps_.empty())
         proof_root_ = at;
     else
         steps_[cut_steps_.back()].high = at;
     cut_steps_.push_back(at);
+    ProofStep& split = steps_[at + 1];
+    split.kind = ProofStep::Kind::SplitCut;
+    split.relation = Relation::Le;
+    split.term = c.split;
+    split.constant = c.split_constant;
+    split.low = at + 2;                               // s > k, rounded to s ≥ k + 1
+    split.high = at + 3;                              // s ≤ k
+    FarkasEntry negated{true, at, true, c.negation};  // the cut's negation: term < constant
+    steps_[at + 2].farkas = std::move(c.high_side);
+    steps_[at + 2].farkas.push_back(negated);
+    steps_[at + 2].farkas.push_back({true, at + 1, false, c.split_high});
+    steps_[at + 3].farkas = std::move(c.low_side);
+    steps_[at + 3].farkas.push_back(negated);
+    steps_[at + 3].farkas.push_back({true, at + 1, true, c.split_low});
 }
 
 // The relaxation at the root (at push level 1) solved again after new cuts: Branched, or how the
@@ -211,6 +211,7 @@ MilpSearch::Outcome MilpSearch::cut_root(lra::Optimum& best) {
         std::sort(candidates.begin(), candidates.end(),
                   [](const auto& a, const auto& b) { return a.first < b.first; });
         std::vector<RootCut> cuts;
+        mir_cuts(cuts);
         for (const auto& [distance, s] : candidates) {
             if (cuts.size() >= kCutsPerRound) break;
             RootCut c;

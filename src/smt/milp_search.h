@@ -55,6 +55,11 @@ class MilpSearch {
         QNumber value;         // its own relaxation optimum, minimizing, once branched
         bool branched = false;
         bool closed = false;  // a split turned into a leaf: every node below it is moot
+        // The basis of its relaxation's optimum, once branched, until both children start from
+        // it: the basic variables, and the bound each non-basic one was at (bound_side).
+        std::vector<int> basis;
+        std::vector<signed char> sides;
+        int basis_uses = 0;
     };
     struct Open {
         QNumber key;  // the parent's relaxation optimum, minimizing: a bound on the node
@@ -83,6 +88,8 @@ class MilpSearch {
         return maximize_ ? -objective_value : objective_value;
     }
     Outcome visit(std::size_t node);
+    void save_basis(Node& n) const;
+    void restore_basis(std::size_t from, bool child);
     bool cannot_beat_incumbent(const QNumber& value) const;
     bool below_closed_node(std::size_t node) const;
     bool close_by_bound(std::size_t node);
@@ -110,13 +117,17 @@ class MilpSearch {
         QNumber far_multiplier;
     };
     void collect_fixings();
-    // Root cuts (milp_cuts.cpp): a Gomory mixed-integer cut Σ cut ≥ cut_constant and its
-    // derivation, the split s ≤ split_constant with a Farkas leaf's bounds for each side.
+    // Root cuts (milp_cuts.cpp, milp_mir.cpp): Σ cut ≥ cut_constant and its derivation, a split
+    // s ≤ split_constant with a Farkas leaf on each side: low_side (s ≤ k) or high_side
+    // (s ≥ k + 1), the split's bound weighted split_low or split_high and the cut's negation
+    // weighted `negation`.
     struct RootCut {
         LinearExpr::Entries cut, split;
-        QNumber cut_constant, split_constant, f0;
-        std::vector<FarkasEntry> low_side, high_side;  // s ≤ k, s ≥ k + 1: the row's bounds
+        QNumber cut_constant, split_constant, split_low, split_high, negation{1};
+        std::vector<FarkasEntry> low_side, high_side;
     };
+    bool mir_cut(std::size_t atom, bool upper, RootCut& out) const;
+    void mir_cuts(std::vector<RootCut>& into) const;
     static constexpr lra::Reason kCutReason = lra::Reason(1) << 40;  // + the cut's number
     static constexpr std::size_t kCutsPerRound = 20;
     static constexpr int kCutGainPercent = 1;         // of the root bound, for the cuts to be kept
@@ -132,6 +143,7 @@ class MilpSearch {
     std::size_t proof_root_ = 0;          // the first cut split, or the search's root
     std::size_t fix_by_reduced_cost(std::size_t node, const QNumber& value);
     bool cutoff_asserted_ = false;  // at the node visited
+    bool dual_ = false;             // the dual guide and each node from its parent's basis
     void learn_pseudo_cost(const Node& n, const QNumber& value);
     std::size_t add_node(std::size_t parent, int var, const QNumber& below, bool high,
                          const QNumber& value, const QNumber& distance);

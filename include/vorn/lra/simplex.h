@@ -195,6 +195,13 @@ class Simplex {
     // basis found elsewhere (a floating-point solver) that is nearly feasible or optimal. A
     // stop (SimplexOptions::stop) ends the pivots early.
     void warm_start(std::span<const int> basic, std::span<const std::pair<int, bool>> at_bound);
+    // While `var` (a basic variable with its row, e.g. an objective's; 0: none) guides it,
+    // check() repairs as the dual simplex does: of the variables that can repair a row, the one
+    // whose ratio of coefficients in var's row and in the repaired row is least enters (fewest
+    // entries on ties). Started from a basis where var is least (or greatest), with bounds
+    // tightened since, check() then ends at such a basis, in few pivots when few bounds moved
+    // (branch and bound's child nodes). Costs one pass over var's row per pivot.
+    void set_dual_guide(int var) { guide_ = var; }
     // After Unsat (or a false assert): the bounds of the conflict, with Farkas multipliers.
     const std::vector<Explanation>& conflict() const { return conflict_; }
     // After a Sat check(): pivots to a vertex where `var` (structural or slack) is least (or
@@ -282,6 +289,7 @@ class Simplex {
     void rank_for_bland();
     void reset_priorities();
     int choose_entering(int basic, bool increase) const;
+    int choose_entering_dual(int basic, bool increase) const;
     bool can_move(int var, bool up) const;
     void pivot_and_update(int leaving, int entering, const DeltaRational& target);
     void note_leaving(int var);
@@ -318,6 +326,7 @@ class Simplex {
     std::vector<unsigned> leaves_;
     std::vector<int> left_;
     bool bland_ = false;
+    int guide_ = 0;  // set_dual_guide
 
     std::vector<Explanation> conflict_;
     std::vector<ConflictBound> conflict_bounds_;
