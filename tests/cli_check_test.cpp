@@ -9,6 +9,7 @@
 #include <string>
 #include <tuple>
 
+#include "support/certificate_check.h"
 #include "support/cli_run.h"
 #include "vorn/frontend/problem_reader.h"
 #include "vorn/frontend/script_interpreter.h"
@@ -17,15 +18,11 @@
 
 using namespace vorn::smt;
 using namespace vorn::io;
+using vorn::test::certificate_checks;
 using vorn::test::run_tool;
+using vorn::test::ScriptCase;
 
 namespace {
-
-struct ScriptCase {
-    const char* name;
-    const char* script;
-    const char* expected;
-};
 
 const ScriptCase kScripts[] = {
     {"strict bounds", R"((declare-const x Real)(declare-const y Real)
@@ -169,15 +166,7 @@ const ScriptCase kScripts[] = {
 }  // namespace
 
 TEST(CliCheck, ScriptsAnswerExactly) {
-    for (const ScriptCase& c : kScripts) {
-        auto path = vorn::test::temp_file("s.smt2", c.script);
-        auto run = run_tool("check --verify " + path);
-        std::string out = run.out;
-        for (std::size_t at; (at = out.find(vorn::test::temp_dir())) != std::string::npos;)
-            out.erase(at, vorn::test::temp_dir().size());
-        EXPECT_EQ(out, c.expected) << c.name << "\n" << run.err;
-        EXPECT_EQ(run.status, 0) << c.name;
-    }
+    vorn::test::expect_scripts_answer(kScripts);
 }
 
 TEST(CliCheck, DimacsGoesToTheSatEngine) {
@@ -250,16 +239,10 @@ TEST(CliOptimize, ExactOptimaAndOutcomes) {
         EXPECT_EQ(run.out, expected) << file << run.err;
         auto certified = run_tool("optimize --certificate " + file);
         if (certified.out.find("(certificate") == std::string::npos) continue;
-        auto checks = [](const std::string& out) {
-            auto path = vorn::test::temp_file("optimum.out", out);
-            return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
-                                " >/dev/null")
-                                   .c_str()) == 0;
-        };
-        EXPECT_TRUE(checks(certified.out)) << file;
+        EXPECT_TRUE(certificate_checks(certified.out)) << file;
         // A ray turned round leaves its constraint.
         if (std::size_t at = certified.out.find("ray 2:1"); at != std::string::npos) {
-            EXPECT_FALSE(checks(certified.out.replace(at, 7, "ray 2:-1")));
+            EXPECT_FALSE(certificate_checks(certified.out.replace(at, 7, "ray 2:-1")));
         }
     }
 }
@@ -316,12 +299,6 @@ TEST(CliOptimize, SharedNetlibOptimaAndBoundedChecks) {
 }
 
 TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
-    auto checks = [](const std::string& out) {
-        auto path = vorn::test::temp_file("core.out", out);
-        return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py " + path +
-                            " >/dev/null")
-                               .c_str()) == 0;
-    };
     // Off the lattice: (3x + 2y = 1) + (x + 2y = 0) over 4 is x + y = 1/4.
     std::string lattice = vorn::test::temp_file(
         "lattice.smt2",
@@ -335,11 +312,11 @@ TEST(CliCheck, CertificateCheckerRejectsATamperedProof) {
     };
     for (const auto& [file, from, to] : cases) {
         auto run = run_tool("check --certificate " + file);
-        ASSERT_TRUE(checks(run.out)) << run.out;
+        ASSERT_TRUE(certificate_checks(run.out)) << run.out;
         std::string tampered = run.out;
         ASSERT_NE(tampered.find(from), std::string::npos) << run.out;
         tampered.replace(tampered.find(from), std::string(from).size(), to);
-        EXPECT_FALSE(checks(tampered)) << from;
+        EXPECT_FALSE(certificate_checks(tampered)) << from;
     }
 }
 
