@@ -73,26 +73,6 @@ struct CnfShape {
     RestartPolicy restarts;
 };
 
-TEST(SatSolver, AnswersAndModelsMatchBruteForce) {
-    const CnfShape shapes[] = {{5, 21, false, RestartPolicy::Luby},
-                               {10, 43, false, RestartPolicy::Glucose},
-                               {12, 51, false, RestartPolicy::Luby},
-                               {12, 30, true, RestartPolicy::Glucose},
-                               {8, 40, true, RestartPolicy::Luby}};
-    for (const CnfShape& shape : shapes) {
-        for (unsigned seed = 0; seed < seeds(150); ++seed) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
-            std::mt19937 rng(seed);
-            Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
-            Solver s =
-                make_solver(shape.vars, cnf, {.restarts = shape.restarts, .reduce_interval = 5});
-            Result r = s.solve();
-            ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
-            EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
-        }
-    }
-}
-
 // n+1 pigeons in n holes.
 Cnf pigeonhole(int holes, int& vars) {
     vars = (holes + 1) * holes;
@@ -321,27 +301,47 @@ bool rup(const Cnf& clauses, const Clause& clause, int vars) {
     return false;
 }
 
-TEST(SatSolver, RecordedLearnedClausesFollowByUnitPropagation) {
-    int holes_vars = 0;
-    Cnf holes = pigeonhole(4, holes_vars);
-    for (unsigned seed = 0; seed < seeds(120); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        int vars = seed == 0 ? holes_vars : 12;
-        Cnf cnf =
-            seed == 0 ? holes : random_cnf(rng, vars, 50 + static_cast<int>(rng() % 15), false);
-        Solver s = make_solver(vars, cnf, {.reduce_interval = 6, .record_proof = true});
-        Result r = s.solve();
-        Cnf known;
-        for (const ProofStep& step : s.proof()) {
-            ASSERT_NE(step.kind, ProofStep::Kind::Lemma);
-            if (step.kind == ProofStep::Kind::Learned) {
-                ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size();
-            }
-            known.push_back(step.clause);
+// Every learned clause of the recorded proof follows by unit propagation from the clauses before
+// it, and an unsat answer ends the proof in the empty clause.
+void expect_proof_follows(const Solver& s, Result r, int vars) {
+    Cnf known;
+    for (const ProofStep& step : s.proof()) {
+        ASSERT_NE(step.kind, ProofStep::Kind::Lemma);
+        if (step.kind == ProofStep::Kind::Learned) {
+            ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size();
         }
-        EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());
+        known.push_back(step.clause);
     }
+    EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());
+}
+
+// Random CNF of several shapes, every other one with its proof recorded (which keeps reasons
+// that the solver otherwise drops), and a pigeonhole, whose proof outlives clause reductions.
+TEST(SatSolver, AnswersModelsAndProofsMatchBruteForce) {
+    const CnfShape shapes[] = {{5, 21, false, RestartPolicy::Luby},
+                               {10, 43, false, RestartPolicy::Glucose},
+                               {12, 51, false, RestartPolicy::Luby},
+                               {12, 30, true, RestartPolicy::Glucose},
+                               {8, 40, true, RestartPolicy::Luby}};
+    for (const CnfShape& shape : shapes) {
+        for (unsigned seed = 0; seed < seeds(150); ++seed) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
+            std::mt19937 rng(seed);
+            Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
+            bool proof = seed % 2 == 1;
+            Solver s = make_solver(
+                shape.vars, cnf,
+                {.restarts = shape.restarts, .reduce_interval = 5, .record_proof = proof});
+            Result r = s.solve();
+            ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
+            EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
+            if (proof) expect_proof_follows(s, r, shape.vars);
+        }
+    }
+    int vars = 0;
+    Cnf holes = pigeonhole(4, vars);
+    Solver s = make_solver(vars, holes, {.reduce_interval = 6, .record_proof = true});
+    expect_proof_follows(s, s.solve(), vars);
 }
 
 struct DimacsCase {
