@@ -1,4 +1,4 @@
-// vorn check and optimize: scripts with their exact responses, DIMACS, Netlib optima and
+// vorn check and optimize: scripts with their exact responses, Netlib optima and
 // feasibility around them, and certificates that the checkers reject once spoiled.
 
 #include <gtest/gtest.h>
@@ -167,23 +167,6 @@ const ScriptCase kScripts[] = {
 
 TEST(CliCheck, ScriptsAnswerExactly) {
     vorn::test::expect_scripts_answer(kScripts);
-}
-
-TEST(CliCheck, DimacsGoesToTheSatEngine) {
-    struct Case {
-        const char* cnf;
-        const char* expected;
-        int status;
-    } cases[] = {
-        {"c x\np cnf 3 2\n1 -2 0\n2 3 0\n", "sat\nv -1 -2 3 0\n", 0},
-        {"p cnf 3 4\n1 2 0\n-1 2 0\n-2 3 0\n-3 -2 0\n", "unsat\n", 0},
-        {"p cnf 2 1\n1 3 0\n", "", 2},
-    };
-    for (const Case& c : cases) {
-        auto run = run_tool("check --model --verify " + vorn::test::temp_file("a.cnf", c.cnf));
-        EXPECT_EQ(run.out, c.expected) << c.cnf << run.err;
-        EXPECT_EQ(run.status, c.status) << c.cnf;
-    }
 }
 
 TEST(CliCheck, UnreadableScriptStopsWithOneLine) {
