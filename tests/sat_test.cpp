@@ -100,76 +100,67 @@ TEST(SatSolver, ConflictLimitGivesUnknownThenSolvingGoesOn) {
     EXPECT_EQ(unlimited.solve(), Result::Unsat);
 }
 
+// Random clauses, pushes, pops and solves under random assumptions against brute force over the
+// clauses of the open levels. A level may make variables of its own: its pop gives them back with
+// every clause over them, and the solver is back to its size at the push.
 TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
     for (unsigned seed = 0; seed < seeds(200); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 rng(seed);
-        const int vars = 9;
         Solver s({.reduce_interval = 3});
-        for (int i = 0; i < vars; ++i)
-            s.new_var();
-        std::vector<Cnf> levels(1);  // the clauses added at each push level
+        std::vector<Var> vars;  // the brute force's variable i is the solver's vars[i]
+        for (int i = 0; i < 7; ++i)
+            vars.push_back(s.new_var());
+        struct Level {
+            Cnf clauses;                    // over the brute force's variables
+            std::size_t vars, solver_vars;  // at the push
+        };
+        std::vector<Level> levels(1);
+        auto in_solver = [&](Clause c) {
+            for (Lit& l : c)
+                l = Lit(vars[l.var()], l.negative());
+            return c;
+        };
         for (int step = 0; step < 60; ++step) {
             unsigned op = rng() % 10;
+            int n = static_cast<int>(vars.size());
             if (op < 5) {
-                Clause c = random_cnf(rng, vars, 1, true)[0];
-                s.add_clause(c);
-                levels.back().push_back(c);
+                Clause c = random_cnf(rng, n, 1, true)[0];
+                s.add_clause(in_solver(c));
+                levels.back().clauses.push_back(c);
             } else if (op == 5) {
-                s.push();
-                levels.emplace_back();
+                levels.push_back({{}, vars.size(), s.num_vars()});
+                s.push();  // its activation variable comes first: the level's own ones follow
+                for (unsigned k = n < 11 ? rng() % 3 : 0; k > 0; --k)
+                    vars.push_back(s.new_var());
             } else if (op == 6 && levels.size() > 1) {
                 s.pop();
+                ASSERT_EQ(s.num_vars(), levels.back().solver_vars) << "step " << step;
+                vars.resize(levels.back().vars);
                 levels.pop_back();
             } else {
                 Cnf all;
-                for (const Cnf& l : levels)
-                    all.insert(all.end(), l.begin(), l.end());
-                Clause assumptions = op >= 8 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
-                Result r = s.solve(assumptions);
-                ASSERT_EQ(r == Result::Sat, brute_force(vars, all, assumptions)) << "step " << step;
+                for (const Level& l : levels)
+                    all.insert(all.end(), l.clauses.begin(), l.clauses.end());
+                Clause assumptions = op >= 8 ? random_cnf(rng, n, 1, true)[0] : Clause{};
+                Clause given = in_solver(assumptions);
+                Result r = s.solve(given);
+                ASSERT_EQ(r == Result::Sat, brute_force(n, all, assumptions)) << "step " << step;
                 if (r == Result::Sat) {
-                    EXPECT_TRUE(satisfies(model_of(s), all));
-                    for (Lit a : assumptions)
-                        EXPECT_TRUE(s.value(a));
+                    Assignment value = [&](Lit l) { return s.value(in_solver({l})[0]); };
+                    EXPECT_TRUE(satisfies(value, all) &&
+                                std::all_of(assumptions.begin(), assumptions.end(), value));
                     continue;
                 }
                 // The failed assumptions: some of the given ones, unsat with the clauses alone.
-                for (Lit f : s.failed_assumptions())
-                    EXPECT_NE(std::find(assumptions.begin(), assumptions.end(), f),
-                              assumptions.end());
-                EXPECT_FALSE(brute_force(vars, all, s.failed_assumptions()));
+                Clause failed;
+                for (Lit f : s.failed_assumptions()) {
+                    auto at = std::find(given.begin(), given.end(), f);
+                    ASSERT_NE(at, given.end());
+                    failed.push_back(assumptions[static_cast<std::size_t>(at - given.begin())]);
+                }
+                EXPECT_FALSE(brute_force(n, all, failed));
             }
-        }
-    }
-}
-
-// Variables made inside a push level go with its pop, with every clause over them: the solver
-// is back to its size at the push, round after round, and answers as brute force does.
-TEST(SatSolver, PopGivesBackTheVariablesOfTheLevel) {
-    for (unsigned seed = 0; seed < seeds(100); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        const int base = 5, added = 4;
-        Cnf cnf = random_cnf(rng, base, 6, true);
-        Solver s = make_solver(base, cnf, {.reduce_interval = 3});
-        for (int round = 0; round < 20; ++round) {
-            s.push();  // its activation variable comes first: the level's own ones follow
-            std::vector<Var> made;
-            for (int i = 0; i < added; ++i)
-                made.push_back(s.new_var());
-            Cnf all = cnf, level = random_cnf(rng, base + added, 12, true);
-            for (Clause c : level) {
-                for (Lit& l : c)
-                    if (l.var() >= static_cast<Var>(base))
-                        l = Lit(made[l.var() - static_cast<Var>(base)], l.negative());
-                s.add_clause(c);
-            }
-            all.insert(all.end(), level.begin(), level.end());
-            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base + added, all)) << round;
-            s.pop();
-            ASSERT_EQ(s.num_vars(), static_cast<std::size_t>(base)) << round;
-            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base, cnf)) << round;
         }
     }
 }
