@@ -5,21 +5,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
+#include "support/certificate_check.h"
 #include "support/cli_run.h"
+#include "support/pigeonhole.h"
 
+using vorn::test::certificate_checks;
+using vorn::test::pigeonhole;
 using vorn::test::run_tool;
 
 namespace {
-
-bool checks_against(const std::string& input, const std::string& out) {
-    auto path = vorn::test::temp_file("certificate_input.out", out);
-    return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py --input " +
-                        input + " " + path + " >/dev/null")
-                           .c_str()) == 0;
-}
 
 // The tool's unsat certificate for `text` (written to a file named `file`) checks against it, and
 // no longer once `from` is replaced by `to`, which the tool then answers sat.
@@ -29,14 +25,14 @@ void expect_certified_and_mutation_caught(const char* name, const std::string& t
     auto input = vorn::test::temp_file(file, text);
     auto run = run_tool("check --verify --certificate " + input);
     ASSERT_EQ(run.out.rfind(header, 0), 0u) << name << "\n" << run.out << run.err;
-    EXPECT_TRUE(checks_against(input, run.out)) << name << "\n" << run.out;
+    EXPECT_TRUE(certificate_checks(run.out, input)) << name << "\n" << run.out;
     std::string mutated = text;
     std::size_t at = mutated.find(from);
     ASSERT_NE(at, std::string::npos) << name;
     mutated.replace(at, std::string(from).size(), to);
     auto mutated_input = vorn::test::temp_file(std::string("mutated_") + file, mutated);
     EXPECT_EQ(run_tool("check " + mutated_input).out, "sat\n") << name;
-    EXPECT_FALSE(checks_against(mutated_input, run.out)) << name << "\n" << run.out;
+    EXPECT_FALSE(certificate_checks(run.out, mutated_input)) << name << "\n" << run.out;
 }
 
 struct LiftedCase {
@@ -89,39 +85,16 @@ TEST(CliCertificateInput, LiftedTermsCheckAndMutationsThatChangeTheAnswerAreCaug
     }
 }
 
-namespace {
-
-// n pigeons in n − 1 holes: variable (i, j), pigeon i in hole j, is i·(n − 1) + j + 1.
-std::string pigeonhole(int n) {
-    auto var = [&](int i, int j) { return std::to_string(i * (n - 1) + j + 1); };
-    std::string clauses;
-    int count = 0;
-    for (int i = 0; i < n; ++i, ++count) {
-        for (int j = 0; j < n - 1; ++j)
-            clauses += var(i, j) + " ";
-        clauses += "0\n";
-    }
-    for (int j = 0; j < n - 1; ++j)
-        for (int a = 0; a < n; ++a)
-            for (int b = a + 1; b < n; ++b, ++count)
-                clauses += "-" + var(a, j) + " -" + var(b, j) + " 0\n";
-    return "p cnf " + std::to_string(n * (n - 1)) + " " + std::to_string(count) + "\n" + clauses;
-}
-
-struct CnfCase {
-    const char* name;
-    std::string cnf;   // unsat
-    const char* from;  // a clause whose removal or change makes it sat
-    const char* to;
-};
-
-}  // namespace
-
 TEST(CliCertificateInput, DimacsRefutationsCheckAgainstTheirFile) {
-    const CnfCase cases[] = {
-        {"3 pigeons, 2 holes", pigeonhole(3), "-1 -3 0", "-1 3 0"},
-        {"4 pigeons, 3 holes", pigeonhole(4), "\n1 2 3 0", "\n1 2 3 -1 0"},
-        {"5 pigeons, 4 holes", pigeonhole(5), "-1 -5 0", "-1 5 0"},
+    struct CnfCase {
+        const char* name;
+        std::string cnf;   // unsat
+        const char* from;  // a clause whose removal or change makes it sat
+        const char* to;
+    } cases[] = {
+        {"3 pigeons, 2 holes", pigeonhole(3, 2, true), "-1 -3 0", "-1 3 0"},
+        {"4 pigeons, 3 holes", pigeonhole(4, 3, true), "\n1 2 3 0", "\n1 2 3 -1 0"},
+        {"5 pigeons, 4 holes", pigeonhole(5, 4, true), "-1 -5 0", "-1 5 0"},
         {"units and a binary chain", "p cnf 3 4\n1 0\n-1 2 0\n-2 3 0\n-3 0\n", "-3 0", "3 0"},
         {"an empty clause", "p cnf 2 2\n1 2 0\n0\n", "\n0\n", "\n1 0\n"},
         {"a repeated literal", "p cnf 2 3\n1 1 2 0\n-1 0\n-2 -2 0\n", "-2 -2 0", "-1 -2 0"},

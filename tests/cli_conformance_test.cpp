@@ -11,14 +11,9 @@
 #include "support/cli_run.h"
 
 using vorn::test::run_tool;
+using vorn::test::ScriptCase;
 
 namespace {
-
-struct ScriptCase {
-    const char* name;
-    const char* script;
-    const char* expected;
-};
 
 const ScriptCase kScripts[] = {
     {":named terms are definitions wherever they stand, forgotten by their pop",
@@ -134,12 +129,6 @@ const ScriptCase kScripts[] = {
      "sat\n(((+ |x y| 1) 16.0) (p false))\nunsat\n\"a \"\"b\"\" c\"\nsat\n"},
 };
 
-std::string strip_temp_dir(std::string out) {
-    for (std::size_t at; (at = out.find(vorn::test::temp_dir())) != std::string::npos;)
-        out.erase(at, vorn::test::temp_dir().size());
-    return out;
-}
-
 std::string smt_int(long v) {
     return v < 0 ? "(- " + std::to_string(-v) + ")" : std::to_string(v);
 }
@@ -147,11 +136,7 @@ std::string smt_int(long v) {
 }  // namespace
 
 TEST(CliConformance, ScriptsAnswerAsZ3Does) {
-    for (const ScriptCase& c : kScripts) {
-        auto run = run_tool("check --verify " + vorn::test::temp_file("s.smt2", c.script));
-        EXPECT_EQ(strip_temp_dir(run.out), c.expected) << c.name << "\n" << run.err;
-        EXPECT_EQ(run.status, 0) << c.name;
-    }
+    vorn::test::expect_scripts_answer(kScripts);
 }
 
 // Quotients of random Int values by random nonzero constants, as the solver finds them through

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
+#include "support/certificate_check.h"
 #include "support/cli_run.h"
 
 using vorn::test::run_tool;
@@ -79,13 +79,6 @@ std::string answers(const std::string& out) {
     return found;
 }
 
-bool checks_against(const std::string& input, const std::string& out) {
-    auto path = vorn::test::temp_file("folding.out", out);
-    return std::system(("python3 " VORN_SOURCE_DIR "/scripts/check_certificate.py --input " +
-                        input + " " + path + " >/dev/null")
-                           .c_str()) == 0;
-}
-
 }  // namespace
 
 TEST(CliFolding, FoldedScriptsAnswerWithCheckedModelsAndCertificates) {
@@ -101,7 +94,7 @@ TEST(CliFolding, FoldedScriptsAnswerWithCheckedModelsAndCertificates) {
         auto run = run_tool("check --verify --certificate " + input);
         EXPECT_EQ(run.status, 0) << c.name << "\n" << run.err;
         EXPECT_EQ(answers(run.out), expected) << c.name << "\n" << run.out;
-        EXPECT_TRUE(checks_against(input, run.out)) << c.name << "\n" << run.out;
+        EXPECT_TRUE(vorn::test::certificate_checks(run.out, input)) << c.name << "\n" << run.out;
     }
 }
 
@@ -119,5 +112,5 @@ TEST(CliFolding, DeepLetChainsAreReadAndCheckedAtDepth) {
                          " x)" + std::string(depth, ')') + ")(check-sat)");
     auto run = run_tool("check --certificate " + input);
     EXPECT_EQ(answers(run.out), "unsat") << run.err;
-    EXPECT_TRUE(checks_against(input, run.out));
+    EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
 }

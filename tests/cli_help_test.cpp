@@ -44,7 +44,7 @@ const Claim kClaims[] = {
     {"or when an assertion lies outside linear arithmetic", "nonlinear.smt2",
      "(declare-const x Real)(assert (> (* x x) 1))(check-sat)", "check", "unknown\n"},
     {"sends a DIMACS .cnf file to the SAT engine", "two.cnf", "p cnf 2 2\n1 2 0\n-1 0\n",
-     "check --model", "sat\nv -1 2 0\n"},
+     "check --model --verify", "sat\nv -1 2 0\n"},
     {"optimize finds the exact optimum of the objective of an LP file", "min.lp",
      "minimize\n obj: x + y\nsubject to\n c: 3 x + y >= 1\n d: x + 3 y >= 1\nend\n",
      "optimize --verify", "optimal\nobjective 1/2\nobjective ≈ 0.5\n"},

@@ -106,6 +106,7 @@ TEST(CliHostile, EveryBadInputIsOnePositionedLine) {
          "1:1005: parentheses nested deeper than the limit of 1000"},
         {"a.smt2", squaring_lets(20), "solve",
          "17:19: number larger than the limit of 100000 bits"},
+        {"a.cnf", "p cnf 2 1\n1 3 0\n", "check", "2:3: literal 3 names a variable beyond 2"},
         {"a.txt", "x = 1\n", "solve",
          "1:1: unknown input format: expected a .lin, .smt2, .mps or .lp file, or --format-in"},
     };

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "support/cli_run.h"
+#include "support/pigeonhole.h"
 
 using vorn::test::temp_file;
 
@@ -61,33 +62,8 @@ Child run_check(std::vector<std::string> args, int signal = 0, const std::string
     return child;
 }
 
-// Pigeon i in hole j is variable v = i·holes + j + 1; in DIMACS, or as (define-fun php ...) over
-// linear atoms, v true when p_v > 0. Refuted only by exponentially many conflicts.
-std::string pigeonhole(int pigeons, int holes, bool cnf) {
-    std::vector<std::vector<int>> clauses(static_cast<std::size_t>(pigeons));
-    for (int i = 0; i < pigeons; ++i)
-        for (int j = 0; j < holes; ++j) {
-            clauses[static_cast<std::size_t>(i)].push_back(i * holes + j + 1);
-            for (int k = i + 1; k < pigeons; ++k)
-                clauses.push_back({-(i * holes + j + 1), -(k * holes + j + 1)});
-        }
-    std::string s =
-        "p cnf " + std::to_string(pigeons * holes) + " " + std::to_string(clauses.size()) + "\n";
-    if (!cnf) s = "(define-fun php () Bool (and";
-    for (int v = 1; !cnf && v <= pigeons * holes; ++v)
-        s = "(declare-const p" + std::to_string(v) + " Real)" + s;
-    for (const auto& c : clauses) {
-        s += cnf ? "" : " (or";
-        for (int lit : c)
-            s += cnf ? std::to_string(lit) + " "
-                     : (lit > 0 ? " (> p" : " (<= p") + std::to_string(std::abs(lit)) + " 0)";
-        s += cnf ? "0\n" : ")";
-    }
-    return cnf ? s : s + "))\n";
-}
-
 // An easy answer, right after it a hard one, then easy ones on the state that stayed.
-const std::string kHardBetweenEasy = pigeonhole(12, 11, false) +
+const std::string kHardBetweenEasy = vorn::test::pigeonhole(12, 11, false) +
                                      "(declare-const y Real)(assert (> y 1))(check-sat)"
                                      "(check-sat-assuming (php))(get-info :reason-unknown)"
                                      "(assert (< y 3))(check-sat)(assert (< y 1))(check-sat)";
@@ -119,8 +95,8 @@ TEST(CliLimits, StoppedCheckAnswersUnknownAndTheNextOneRight) {
 }
 
 TEST(CliLimits, DimacsTakesTheSameLimitsAndNamesTheReasonOnStderr) {
-    auto easy = temp_file("php76.cnf", pigeonhole(7, 6, true)),
-         hard = temp_file("php1211.cnf", pigeonhole(12, 11, true));
+    auto easy = temp_file("php76.cnf", vorn::test::pigeonhole(7, 6, true)),
+         hard = temp_file("php1211.cnf", vorn::test::pigeonhole(12, 11, true));
     struct {
         std::string args;
         const char *out, *err;

@@ -74,28 +74,6 @@ struct CnfShape {
     int chronological = 0;  // Options::chronological_distance; 1: after every longer backjump
 };
 
-TEST(SatSolver, AnswersAndModelsMatchBruteForce) {
-    const CnfShape shapes[] = {
-        {5, 21, false, RestartPolicy::Luby},      {10, 43, false, RestartPolicy::Glucose},
-        {12, 51, false, RestartPolicy::Luby},     {12, 30, true, RestartPolicy::Glucose},
-        {8, 40, true, RestartPolicy::Luby},       {12, 51, false, RestartPolicy::Luby, 1},
-        {12, 30, true, RestartPolicy::Glucose, 1}};
-    for (const CnfShape& shape : shapes) {
-        for (unsigned seed = 0; seed < seeds(150); ++seed) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
-            std::mt19937 rng(seed);
-            Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
-            Solver s = make_solver(shape.vars, cnf,
-                                   {.restarts = shape.restarts,
-                                    .reduce_interval = 5,
-                                    .chronological_distance = shape.chronological});
-            Result r = s.solve();
-            ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
-            EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
-        }
-    }
-}
-
 // n+1 pigeons in n holes.
 Cnf pigeonhole(int holes, int& vars) {
     vars = (holes + 1) * holes;
@@ -123,76 +101,67 @@ TEST(SatSolver, ConflictLimitGivesUnknownThenSolvingGoesOn) {
     EXPECT_EQ(unlimited.solve(), Result::Unsat);
 }
 
+// Random clauses, pushes, pops and solves under random assumptions against brute force over the
+// clauses of the open levels. A level may make variables of its own: its pop gives them back with
+// every clause over them, and the solver is back to its size at the push.
 TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
     for (unsigned seed = 0; seed < seeds(200); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 rng(seed);
-        const int vars = 9;
         Solver s({.reduce_interval = 3});
-        for (int i = 0; i < vars; ++i)
-            s.new_var();
-        std::vector<Cnf> levels(1);  // the clauses added at each push level
+        std::vector<Var> vars;  // the brute force's variable i is the solver's vars[i]
+        for (int i = 0; i < 7; ++i)
+            vars.push_back(s.new_var());
+        struct Level {
+            Cnf clauses;                    // over the brute force's variables
+            std::size_t vars, solver_vars;  // at the push
+        };
+        std::vector<Level> levels(1);
+        auto in_solver = [&](Clause c) {
+            for (Lit& l : c)
+                l = Lit(vars[l.var()], l.negative());
+            return c;
+        };
         for (int step = 0; step < 60; ++step) {
             unsigned op = rng() % 10;
+            int n = static_cast<int>(vars.size());
             if (op < 5) {
-                Clause c = random_cnf(rng, vars, 1, true)[0];
-                s.add_clause(c);
-                levels.back().push_back(c);
+                Clause c = random_cnf(rng, n, 1, true)[0];
+                s.add_clause(in_solver(c));
+                levels.back().clauses.push_back(c);
             } else if (op == 5) {
-                s.push();
-                levels.emplace_back();
+                levels.push_back({{}, vars.size(), s.num_vars()});
+                s.push();  // its activation variable comes first: the level's own ones follow
+                for (unsigned k = n < 11 ? rng() % 3 : 0; k > 0; --k)
+                    vars.push_back(s.new_var());
             } else if (op == 6 && levels.size() > 1) {
                 s.pop();
+                ASSERT_EQ(s.num_vars(), levels.back().solver_vars) << "step " << step;
+                vars.resize(levels.back().vars);
                 levels.pop_back();
             } else {
                 Cnf all;
-                for (const Cnf& l : levels)
-                    all.insert(all.end(), l.begin(), l.end());
-                Clause assumptions = op >= 8 ? random_cnf(rng, vars, 1, true)[0] : Clause{};
-                Result r = s.solve(assumptions);
-                ASSERT_EQ(r == Result::Sat, brute_force(vars, all, assumptions)) << "step " << step;
+                for (const Level& l : levels)
+                    all.insert(all.end(), l.clauses.begin(), l.clauses.end());
+                Clause assumptions = op >= 8 ? random_cnf(rng, n, 1, true)[0] : Clause{};
+                Clause given = in_solver(assumptions);
+                Result r = s.solve(given);
+                ASSERT_EQ(r == Result::Sat, brute_force(n, all, assumptions)) << "step " << step;
                 if (r == Result::Sat) {
-                    EXPECT_TRUE(satisfies(model_of(s), all));
-                    for (Lit a : assumptions)
-                        EXPECT_TRUE(s.value(a));
+                    Assignment value = [&](Lit l) { return s.value(in_solver({l})[0]); };
+                    EXPECT_TRUE(satisfies(value, all) &&
+                                std::all_of(assumptions.begin(), assumptions.end(), value));
                     continue;
                 }
                 // The failed assumptions: some of the given ones, unsat with the clauses alone.
-                for (Lit f : s.failed_assumptions())
-                    EXPECT_NE(std::find(assumptions.begin(), assumptions.end(), f),
-                              assumptions.end());
-                EXPECT_FALSE(brute_force(vars, all, s.failed_assumptions()));
+                Clause failed;
+                for (Lit f : s.failed_assumptions()) {
+                    auto at = std::find(given.begin(), given.end(), f);
+                    ASSERT_NE(at, given.end());
+                    failed.push_back(assumptions[static_cast<std::size_t>(at - given.begin())]);
+                }
+                EXPECT_FALSE(brute_force(n, all, failed));
             }
-        }
-    }
-}
-
-// Variables made inside a push level go with its pop, with every clause over them: the solver
-// is back to its size at the push, round after round, and answers as brute force does.
-TEST(SatSolver, PopGivesBackTheVariablesOfTheLevel) {
-    for (unsigned seed = 0; seed < seeds(100); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        const int base = 5, added = 4;
-        Cnf cnf = random_cnf(rng, base, 6, true);
-        Solver s = make_solver(base, cnf, {.reduce_interval = 3});
-        for (int round = 0; round < 20; ++round) {
-            s.push();  // its activation variable comes first: the level's own ones follow
-            std::vector<Var> made;
-            for (int i = 0; i < added; ++i)
-                made.push_back(s.new_var());
-            Cnf all = cnf, level = random_cnf(rng, base + added, 12, true);
-            for (Clause c : level) {
-                for (Lit& l : c)
-                    if (l.var() >= static_cast<Var>(base))
-                        l = Lit(made[l.var() - static_cast<Var>(base)], l.negative());
-                s.add_clause(c);
-            }
-            all.insert(all.end(), level.begin(), level.end());
-            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base + added, all)) << round;
-            s.pop();
-            ASSERT_EQ(s.num_vars(), static_cast<std::size_t>(base)) << round;
-            ASSERT_EQ(s.solve() == Result::Sat, brute_force(base, cnf)) << round;
         }
     }
 }
@@ -325,30 +294,49 @@ bool rup(const Cnf& clauses, const Clause& clause, int vars) {
     return false;
 }
 
-TEST(SatSolver, RecordedLearnedClausesFollowByUnitPropagation) {
-    int holes_vars = 0;
-    Cnf holes = pigeonhole(4, holes_vars);
-    for (unsigned seed = 0; seed < seeds(120); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 rng(seed);
-        int vars = seed == 0 ? holes_vars : 12;
-        Cnf cnf =
-            seed == 0 ? holes : random_cnf(rng, vars, 50 + static_cast<int>(rng() % 15), false);
-        Solver s = make_solver(vars, cnf,
-                               {.reduce_interval = 6,
-                                .chronological_distance = static_cast<int>(seed % 2),
-                                .record_proof = true});
-        Result r = s.solve();
-        Cnf known;
-        for (const ProofStep& step : s.proof()) {
-            ASSERT_NE(step.kind, ProofStep::Kind::Lemma);
-            if (step.kind == ProofStep::Kind::Learned) {
-                ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size();
-            }
-            known.push_back(step.clause);
+// Every learned clause of the recorded proof follows by unit propagation from the clauses before
+// it, and an unsat answer ends the proof in the empty clause.
+void expect_proof_follows(const Solver& s, Result r, int vars) {
+    Cnf known;
+    for (const ProofStep& step : s.proof()) {
+        ASSERT_NE(step.kind, ProofStep::Kind::Lemma);
+        if (step.kind == ProofStep::Kind::Learned) {
+            ASSERT_TRUE(rup(known, step.clause, vars)) << "step " << known.size();
         }
-        EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());
+        known.push_back(step.clause);
     }
+    EXPECT_EQ(r == Result::Unsat, !s.proof().empty() && s.proof().back().clause.empty());
+}
+
+// Random CNF of several shapes, every other one with its proof recorded (which keeps reasons
+// that the solver otherwise drops), and a pigeonhole, whose proof outlives clause reductions.
+TEST(SatSolver, AnswersModelsAndProofsMatchBruteForce) {
+    const CnfShape shapes[] = {
+        {5, 21, false, RestartPolicy::Luby},      {10, 43, false, RestartPolicy::Glucose},
+        {12, 51, false, RestartPolicy::Luby},     {12, 30, true, RestartPolicy::Glucose},
+        {8, 40, true, RestartPolicy::Luby},       {12, 51, false, RestartPolicy::Luby, 1},
+        {12, 30, true, RestartPolicy::Glucose, 1}};
+    for (const CnfShape& shape : shapes) {
+        for (unsigned seed = 0; seed < seeds(150); ++seed) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
+            std::mt19937 rng(seed);
+            Cnf cnf = random_cnf(rng, shape.vars, shape.clauses, shape.mixed);
+            bool proof = seed % 2 == 1;
+            Solver s = make_solver(shape.vars, cnf,
+                                   {.restarts = shape.restarts,
+                                    .reduce_interval = 5,
+                                    .chronological_distance = shape.chronological,
+                                    .record_proof = proof});
+            Result r = s.solve();
+            ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
+            EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
+            if (proof) expect_proof_follows(s, r, shape.vars);
+        }
+    }
+    int vars = 0;
+    Cnf holes = pigeonhole(4, vars);
+    Solver s = make_solver(vars, holes, {.reduce_interval = 6, .record_proof = true});
+    expect_proof_follows(s, s.solve(), vars);
 }
 
 struct DimacsCase {

@@ -2,8 +2,8 @@
 // for every k up to the check's total. Each run must end in the right answer or in Unknown with
 // reason "memout", the check after it must be right, and nothing may leak.
 //
-// Only operator new is replaced (its memory comes from malloc), so this binary also runs under
-// AddressSanitizer, whose leak checker then looks too.
+// Only operator new is replaced (support/failing_new.cpp, its memory from malloc), so this binary
+// also runs under AddressSanitizer, whose leak checker then looks too.
 
 #include <gtest/gtest.h>
 
@@ -13,54 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_new.h"
 #include "vorn/smt/solver.h"
-
-namespace {
-
-long g_fail_new_in = -1;  // the n-th next operator new throws (0: the next)
-long g_live = 0;          // blocks from operator new not yet deleted
-
-}  // namespace
-
-void* operator new(std::size_t n) {
-    if (g_fail_new_in >= 0 && g_fail_new_in-- == 0) throw std::bad_alloc();
-    void* p = std::malloc(n == 0 ? 1 : n);
-    if (p == nullptr) throw std::bad_alloc();
-    ++g_live;
-    return p;
-}
-void* operator new[](std::size_t n) {
-    return operator new(n);
-}
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-    try {
-        return operator new(n);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new[](std::size_t n, const std::nothrow_t& tag) noexcept {
-    return operator new(n, tag);
-}
-void operator delete(void* p) noexcept {
-    if (p != nullptr) --g_live;
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    operator delete(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    operator delete(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    operator delete(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    operator delete(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    operator delete(p);
-}
 
 using vorn::smt::Formula;
 using vorn::smt::Result;
@@ -135,22 +89,21 @@ TEST(SolverMemout, EveryFailingAllocationOfACheckEndsRightOrInMemout) {
         long points = 0;
         for (long k = 0;; ++k) {
             SCOPED_TRACE(std::string(name) + ", allocation " + std::to_string(k) + " fails");
-            long live = g_live;
+            long live = vorn::test::live_new_blocks();
             bool reached;
             {
                 Solver s;
                 Built b = scenario(s);
-                g_fail_new_in = k;
+                vorn::test::fail_new_in(k);
                 Result r = s.check(b.assumed);
-                reached = g_fail_new_in < 0;
-                g_fail_new_in = -1;
+                reached = vorn::test::fail_new_in(-1) < 0;
                 if (r == Result::Unknown && expected != Result::Unknown)
                     EXPECT_EQ(s.reason_unknown(), "memout");
                 else
                     EXPECT_TRUE(right(s, r, expected, b));
                 EXPECT_TRUE(right(s, s.check(b.assumed), expected, b)) << "the check after";
             }
-            EXPECT_EQ(g_live, live) << "leak";
+            EXPECT_EQ(vorn::test::live_new_blocks(), live) << "leak";
             if (!reached) break;
             ++points;
         }

@@ -431,6 +431,14 @@ struct RandomAtom {
     int constant, relation;
 };
 
+Formula compare(const Term& t, int relation) {
+    const std::function<Formula(const Term&)> relations[] = {
+        [](const Term& u) { return u <= 0; }, [](const Term& u) { return u < 0; },
+        [](const Term& u) { return u >= 0; }, [](const Term& u) { return u > 0; },
+        [](const Term& u) { return u == 0; }, [](const Term& u) { return u != 0; }};
+    return relations[relation](t);
+}
+
 // Feasibility by Fourier–Motzkin, each disequality tried as < and as >.
 bool reference(const std::vector<RandomAtom>& atoms) {
     auto ne = std::count_if(atoms.begin(), atoms.end(), [](auto& a) { return a.relation == 5; });
@@ -475,19 +483,9 @@ TEST(SolverTest, RandomConjunctionsAgainstFourierMotzkin) {
                 a.coeffs.push_back(pick(3) == 0 ? 0 : pick(7) - 3);
                 t += a.coeffs.back() * x;
             }
-            Formula f = a.relation == 0   ? t <= 0
-                        : a.relation == 1 ? t < 0
-                        : a.relation == 2 ? t >= 0
-                        : a.relation == 3 ? t > 0
-                        : a.relation == 4 ? t == 0
-                                          : t != 0;
-            if (pick(3) == 0)
-                f = !(a.relation == 0   ? t > 0  // the same atom, negated twice
-                      : a.relation == 1 ? t >= 0
-                      : a.relation == 2 ? t < 0
-                      : a.relation == 3 ? t <= 0
-                      : a.relation == 4 ? t != 0
-                                        : t == 0);
+            // At times the same atom as the negation of its complement.
+            int complement = a.relation < 4 ? 3 - a.relation : 9 - a.relation;
+            Formula f = pick(3) == 0 ? !compare(t, complement) : compare(t, a.relation);
             atoms.push_back(a);
             (pick(2) ? added : assumed).push_back(f);
         }

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <span>
 #include <sstream>
 #include <string>
 
@@ -44,11 +45,22 @@ inline ToolRun run_tool(const std::string& args) {
     return run_command(std::string(VORN_TOOL) + " " + args);
 }
 
-// Writes `bytes` to a file of the test's temporary directory; returns its path.
-inline std::string temp_file(const std::string& name, const std::string& bytes) {
-    std::string path = temp_dir() + name;
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
+// A script and the exact output of `vorn check --verify` on it, read from a file s.smt2 whose
+// directory the expected text leaves out.
+struct ScriptCase {
+    const char* name;
+    const char* script;
+    const char* expected;
+};
+
+inline void expect_scripts_answer(std::span<const ScriptCase> cases) {
+    for (const ScriptCase& c : cases) {
+        auto run = run_tool("check --verify " + temp_file("s.smt2", c.script));
+        for (std::size_t at; (at = run.out.find(temp_dir())) != std::string::npos;)
+            run.out.erase(at, temp_dir().size());
+        EXPECT_EQ(run.out, c.expected) << c.name << "\n" << run.err;
+        EXPECT_EQ(run.status, 0) << c.name;
+    }
 }
 
 }  // namespace vorn::test

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace vorn::test {
@@ -26,6 +27,13 @@ inline const std::string& temp_dir() {
         return d;
     }();
     return *dir;
+}
+
+// Writes `bytes` to a file of the test's temporary directory; returns its path.
+inline std::string temp_file(const std::string& name, const std::string& bytes) {
+    std::string path = temp_dir() + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
 }
 
 }  // namespace vorn::test
