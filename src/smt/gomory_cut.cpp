@@ -74,29 +74,26 @@ bool ArithTheory::cut_row(int basic) {
         QNumber g, c;
     };
     const la::Equation& row = *simplex_.tableau().rows().at(basic);
-    const lra::BoundTrail& bounds = simplex_.bounds();
     QNumber basic_coeff = *row.coeff_of(basic);
     std::vector<Entry> entries;
     for (const auto& e : row.entries()) {
         if (e.var == basic) continue;
         // A non-basic variable strictly inside its bounds, or bounded by no true literal,
         // leaves no cut to certify from this row.
-        int sigma = bound_side(simplex_, e.var);
-        if (sigma == 0) return false;
-        const lra::BoundRecord& b = sigma > 0 ? bounds.lower(e.var) : bounds.upper(e.var);
+        EntryAtBound at = entry_at_bound(simplex_, e.var, e.coeff, basic_coeff);
+        if (at.sigma == 0) return false;
+        const lra::BoundRecord& b = *at.bound;
         auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(b.reason));
         if (lit.var() >= value_.size() || value_[lit.var()] != (lit.negative() ? -1 : 1))
             return false;
-        QNumber a = -e.coeff / basic_coeff;
-        if (sigma < 0) a = -a;
         bool integral = b.value.delta().is_zero() && b.value.real().is_integer();
         entries.push_back({lit,
                            b.caller_scale,
                            e.var,
-                           sigma,
+                           at.sigma,
                            b.value.real(),
                            integral && integral_var(e.var),
-                           std::move(a),
+                           std::move(at.a),
                            {},
                            {}});
     }

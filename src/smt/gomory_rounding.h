@@ -24,6 +24,26 @@ inline int bound_side(const lra::Simplex& simplex, int var) {
     return 0;
 }
 
+// A non-basic entry of the row of x_b (coefficient `coeff`, x_b's own `basic_coeff`) as a cut
+// reads it: the bound it sits at and a = σⱼ·a'ⱼ, its coefficient in x_b = x* + Σ a'ⱼ·tⱼ over the
+// distances tⱼ from that bound. `sigma` 0 (no bound) when the variable is strictly inside.
+struct EntryAtBound {
+    int sigma = 0;
+    const lra::BoundRecord* bound = nullptr;
+    QNumber a;
+};
+
+inline EntryAtBound entry_at_bound(const lra::Simplex& simplex, int var, const QNumber& coeff,
+                                   const QNumber& basic_coeff) {
+    EntryAtBound at;
+    at.sigma = bound_side(simplex, var);
+    if (at.sigma == 0) return at;
+    const lra::BoundTrail& bounds = simplex.bounds();
+    at.bound = at.sigma > 0 ? &bounds.lower(var) : &bounds.upper(var);
+    at.a = at.sigma > 0 ? -coeff / basic_coeff : coeff / basic_coeff;
+    return at;
+}
+
 // One entry tⱼ of the row x_b = x* + Σ a'ⱼ·tⱼ, with f₀ = x* − ⌊x*⌋ and f₁ = 1 − f₀. `r` is the
 // integer part moved into the split term (zero unless tⱼ is integral: ⌊a'ⱼ⌋, or ⌈a'ⱼ⌉ when
 // frac(a'ⱼ) > f₀), `g` = a'ⱼ − r what stays, `c` = max(g/f₁, −g/f₀) the cut's coefficient.

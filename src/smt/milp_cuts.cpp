@@ -69,23 +69,20 @@ bool MilpSearch::gomory_cut(int basic, RootCut& out) const {
         QNumber a, g, c;
     };
     const la::Equation& row = *simplex_.tableau().rows().at(basic);
-    const lra::BoundTrail& bounds = simplex_.bounds();
     QNumber basic_coeff = *row.coeff_of(basic);
     std::vector<Entry> entries;
     for (const auto& e : row.entries()) {
         if (e.var == basic) continue;
-        int sigma = bound_side(simplex_, e.var);
-        if (sigma == 0) return false;
-        const lra::BoundRecord& b = sigma > 0 ? bounds.lower(e.var) : bounds.upper(e.var);
+        EntryAtBound at = entry_at_bound(simplex_, e.var, e.coeff, basic_coeff);
+        if (at.sigma == 0) return false;
+        const lra::BoundRecord& b = *at.bound;
         bool from_atom = b.reason < static_cast<lra::Reason>(p_.atoms.size());
         if ((!from_atom && b.reason < kCutReason) || !b.value.delta().is_zero() ||
             (!simplex_.is_slack(e.var) && (static_cast<std::size_t>(e.var) >= problem_var_.size() ||
                                            problem_var_[static_cast<std::size_t>(e.var)] == 0)))
             return false;
-        QNumber a = -e.coeff / basic_coeff;
-        if (sigma < 0) a = -a;
         bool integral = b.value.real().is_integer() && integral_simplex_var(e.var);
-        entries.push_back({&b, e.var, sigma, integral, std::move(a), {}, {}});
+        entries.push_back({&b, e.var, at.sigma, integral, std::move(at.a), {}, {}});
     }
     if (entries.size() > kCutRowLimit) return false;
     const QNumber& x = simplex_.delta_value(basic).real();
