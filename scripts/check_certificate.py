@@ -21,13 +21,16 @@ variables, with multipliers of any sign, into integer coefficients and a non-int
 objective improves. "format clauses" (CDCL(T)): a lemma's Farkas multipliers combine the bounds
 that the negations of its literals state into a contradiction (the same rule); a learned clause
 follows from the clauses before it by unit propagation; the last consists of negated assumptions.
+"format optimum" (a script objective, after sat): its refutation is a block of one of these kinds.
 
 With --input, a proof tree's atoms are top-level conjuncts of the assertions and assumptions
 active at its check-sat (or rows and bounds of an LP file); an optimum's extra atom is the file's
 objective against the optimum; a clause proof's input clauses are Tseitin clauses of its
 definitions or state conjuncts of the input (check_clause_input), the terms the tool lifts to
 variables (ite, div, mod, to_int, abs) read through the certificate's definitions (Lifted); a
-DIMACS refutation's input clauses are clauses of the file; models satisfy the input. Formulas
+DIMACS refutation's input clauses are clauses of the file; models satisfy the input; a script
+objective's optimum is refuted under the input and the earlier optima, and its model attains it
+(check_optima). Formulas
 are compared as normal forms built here (Formulas). Exit status 0 when every
 certificate checks (and, without --input, there is at least one), 1 otherwise.
 """
@@ -460,7 +463,7 @@ class Script:
         self.reset()
 
     def reset(self):
-        self.levels = [{"sorts": {}, "defs": {}, "asserts": []}]
+        self.levels = [{"sorts": {}, "defs": {}, "asserts": [], "objectives": []}]
 
     def lookup(self, key, name):
         return next((level[key][name] for level in reversed(self.levels) if name in level[key]),
@@ -513,7 +516,7 @@ class Script:
             top["asserts"].append(self.expand(cmd[1], {}))
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
-                self.levels.append({"sorts": {}, "defs": {}, "asserts": []})
+                self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "objectives": []})
         elif head == "pop":  # popping every level is an error: nothing changes
             k = int(cmd[1]) if len(cmd) > 1 else 1
             if k < len(self.levels):
@@ -523,6 +526,9 @@ class Script:
         elif head == "reset-assertions":
             self.levels = [self.levels[0]]
             self.levels[0]["asserts"] = []
+            self.levels[0]["objectives"] = []
+        elif head in ("minimize", "maximize"):
+            top["objectives"].append((head[:3], self.expand(cmd[1], {})))
         elif head == "check-sat" and len(cmd) == 1:
             return ("check", [])
         elif head == "check-sat-assuming" and len(cmd) == 2:
@@ -532,7 +538,8 @@ class Script:
     def problem(self, assumptions):
         """Sorts of popped declarations stay: a proof's closed levels may name them."""
         return Problem(dict(self.ever_declared),
-                       [f for level in self.levels for f in level["asserts"]] + assumptions)
+                       [f for level in self.levels for f in level["asserts"]] + assumptions,
+                       [o for level in self.levels for o in level["objectives"]])
 
 
 def lin(e, sorts, ites=None):
@@ -599,7 +606,7 @@ def atoms_of(e, sorts, ites=None):
     return [("!=" if op == "distinct" else op, -c, terms) for terms, c in sums]
 
 
-Problem = namedtuple("Problem", "sorts formulas")  # what a check-sat asks
+Problem = namedtuple("Problem", "sorts formulas objectives", defaults=[()])  # what a check-sat asks
 
 
 EVAL = {"and": all, "or": any, "not": lambda v: not v[0], "=>": lambda v: not all(v[:-1]) or v[-1],
@@ -1376,6 +1383,73 @@ def open_text(path):
     return {"bz2": bz2.open, "gz": gzip.open}.get(path.rsplit(".", 1)[-1], open)(path, "rt").read()
 
 
+def optimum_parts(lines):
+    """A `format optimum` block as ((objective, sense, optimum or None when unbounded, whether
+    approached), its model {name: value}, the lines of its refutation)."""
+    words = lines[1].split() if len(lines) > 1 else []
+    if lines[0] != "format optimum" or words[:1] != ["optimum"] or len(words) not in (4, 5) or \
+            words[2] not in ("min", "max") or words[4:] not in ([], ["epsilon"]) or \
+            (words[3] == "unbounded" and len(words) == 5):
+        raise ValueError("bad optimum line")
+    model, k = {}, 2
+    while k < len(lines) and lines[k].startswith("value "):
+        _, v, name = lines[k].split(maxsplit=2)
+        model[unquote(name)] = v == "true" if v in ("true", "false") else Fraction(v)
+        k += 1
+    optimum = None if words[3] == "unbounded" else Fraction(words[3])
+    return (int(words[1]), words[2], optimum, len(words) == 5), model, lines[k:]
+
+
+def check_block(lines):
+    """A certificate by its format line; an optimum's refutation by its own."""
+    if lines and lines[0] == "format optimum":
+        (_, _, optimum, _), _, proof = optimum_parts(lines)
+        if (optimum is None) != (not proof):
+            raise ValueError("an optimum needs a refutation, an unbounded objective has none")
+        if proof:
+            check_block(proof)
+    elif lines and lines[0] == "format clauses":
+        check_clauses(lines[1:])
+    elif lines and lines[0] == "format ray":
+        check_ray(lines[1:])
+    else:
+        check(parse(lines))
+
+
+def smt_number(q):
+    return str(q) if q >= 0 else ["-", str(-q)]
+
+
+def check_optima(blocks, problem):
+    """The optimum blocks after one sat: objectives 0, 1, ... in order, all of them unless one
+    is unbounded or approached, which ends the order. Each block's model satisfies the problem,
+    holds the earlier objectives at their optima and attains its own; its refutation is of a
+    better value ("term < optimum", ">" when maximizing; "<=", ">=" when approached) under the
+    problem and those earlier optima, against the input like any certificate."""
+    fixed, ended = [], False
+    for k, lines in enumerate(blocks):
+        (index, sense, optimum, approached), model, proof = optimum_parts(lines)
+        if ended or index != k or k >= len(problem.objectives) or \
+                sense != problem.objectives[k][0]:
+            raise ValueError("optimum %d: not the next objective of the input" % index)
+        term = problem.objectives[k][1]
+        for name, sort in problem.sorts.items():
+            model.setdefault(name, False if sort == "Bool" else Fraction(0))
+        if any(eval_smt(f, model) is not True for f in problem.formulas + fixed):
+            raise ValueError("the model of optimum %d falsifies an assertion" % k)
+        if optimum is not None and not approached and eval_smt(term, model) != optimum:
+            raise ValueError("the model does not attain optimum %d" % k)
+        if optimum is not None:
+            better = [{"min": "<", "max": ">"}[sense] + "=" * approached, term,
+                      smt_number(optimum)]
+            check_against(proof, problem._replace(formulas=problem.formulas + fixed + [better]))
+            fixed.append(["=", term, smt_number(optimum)])
+        ended = optimum is None or approached
+    if blocks and not ended and len(blocks) != len(problem.objectives):
+        raise ValueError("%d optimum steps for %d objectives" % (len(blocks),
+                                                                 len(problem.objectives)))
+
+
 def check_cnf_refutation(lines, clauses, unsat):
     """A DIMACS file's refutation: a clause proof over its variables alone (nothing defined
     or assumed) whose input clauses are clauses of the file."""
@@ -1422,10 +1496,21 @@ def check_input(path, items, bound=None):
     answers = [i for i in items if i in ("sat", "unsat", "unknown")]
     if len(answers) != len(problems):
         raise ValueError("%d answers for %d check-sat commands" % (len(answers), len(problems)))
-    current = -1
-    for item in items:
+    current, optima = -1, []
+    for item in items + [None]:
+        if (item is None or item in ("sat", "unsat", "unknown")) and optima:
+            try:
+                check_optima(optima, problems[current])
+            except ValueError as e:
+                raise ValueError("optima of check-sat %d: %s" % (current + 1, e))
+            optima = []
         if item in ("sat", "unsat", "unknown"):
             current += 1
+        elif is_cert(item) and item[1][:1] == ["format optimum"]:
+            if current < 0 or answers[current] != "sat":
+                raise ValueError("an optimum after no sat")
+            certs += 1
+            optima.append(item[1])
         elif is_cert(item):
             if current < 0 or answers[current] != "unsat":
                 raise ValueError("a certificate after no unsat")
@@ -1457,12 +1542,7 @@ def main():
     blocks = [item[1] for item in items if is_cert(item)]
     for number, lines in enumerate(blocks, 1):
         try:
-            if lines and lines[0] == "format clauses":
-                check_clauses(lines[1:])
-            elif lines and lines[0] == "format ray":
-                check_ray(lines[1:])
-            else:
-                check(parse(lines))
+            check_block(lines)
         except (ValueError, KeyError, IndexError, ZeroDivisionError) as e:
             print("certificate %d: invalid: %s" % (number, e))
             return 1

@@ -159,6 +159,12 @@ void Engine::verify(std::span<const FormulaRef> assumed) {
             check(n.formula);
         for (FormulaRef f : assumed)
             check(f);
+        // The model is the certificates' witness: it attains every optimum that is attained.
+        for (std::size_t k = 0; k < objective_values_.size() && problem.empty(); ++k) {
+            const ObjectiveValue& v = objective_values_[k];
+            if (!v.unbounded && v.epsilon == 0 && value(objectives_[k].expr) != v.optimum)
+                problem = "the model misses the optimum of objective " + std::to_string(k);
+        }
     } else if (last_.result == lra::Result::Unsat) {
         problem = last_.boolean_search ? check_proof(*problem_, last_.clause_proof)
                                        : check_proof(*problem_, last_.proof);

@@ -1,5 +1,8 @@
 // Engine: objectives, optimized lexicographically after a Sat check.
 
+#include <sstream>
+
+#include "vorn/smt/certificate.h"
 #include "vorn/smt/context.h"
 #include "vorn/smt/engine.h"
 #include "vorn/smt/optimize.h"
@@ -42,19 +45,25 @@ void Engine::optimize(bool conjunctive) {
                 throw VerificationFailure(bad);
         }
         if (answer.kind == Optimization::Kind::Unbounded) {
-            objective_values_.push_back({true, {}});
+            objective_values_.push_back({true, {}, 0, {}});
             last_.model = std::move(answer.model);
             break;
         }
         if (answer.approached) {
-            objective_values_.push_back({false, answer.optimum, o.maximize ? -1 : 1});
+            objective_values_.push_back({false, answer.optimum, o.maximize ? -1 : 1, {}});
+            if (options_.decide.certify) certify_conjunction(o, objective_values_.back());
             break;
         }
         if (answer.kind != Optimization::Kind::Optimal) {
             objectives_unknown_ = answer.reason_unknown;
             break;
         }
-        objective_values_.push_back({false, answer.optimum});
+        objective_values_.push_back({false, answer.optimum, 0, {}});
+        if (options_.decide.certify) {
+            std::ostringstream text;
+            print_certificate(text, answer.bounded, answer.proof, &dag_);
+            objective_values_.back().certificate = text.str();
+        }
         last_.model = std::move(answer.model);
         fixed.clear();
         fixed.add(o.expr, QNumber(1));
@@ -86,6 +95,58 @@ void Engine::optimize_by_search() {
     context_->pop(1);
     last_.model = std::move(model);
     model_evaluated_ = false;
+}
+
+namespace {
+
+// "objective better than `value`": beyond it, or reaching it when it is only approached.
+void append_better(Problem& problem, const LinearExpr& objective, bool maximize,
+                   const ObjectiveValue& value) {
+    LinearExpr bound;
+    bound.add(objective, QNumber(1));
+    bound.add_entry(0, -value.optimum);
+    Relation better = value.epsilon != 0 ? (maximize ? Relation::Ge : Relation::Le)
+                                         : (maximize ? Relation::Gt : Relation::Lt);
+    problem.atoms.push_back({better, problem.add_term(bound), 1, {}});
+}
+
+}  // namespace
+
+// An approached optimum has no proof from the optimizer: the atoms with "objective reaching it"
+// are decided on their own, a conjunction whose proof tree is the refutation.
+void Engine::certify_conjunction(const Objective& o, ObjectiveValue& value) {
+    Problem bounded(problem_->variables.syntax());
+    copy_atoms(*problem_, bounded, false);
+    append_better(bounded, o.expr, o.maximize, value);
+    Decision refuted = smt::decide(bounded, options_.decide);
+    if (refuted.result != lra::Result::Unsat) return;
+    if (options_.verify) {
+        if (std::string bad = check_proof(bounded, refuted.proof); !bad.empty())
+            throw VerificationFailure(bad);
+    }
+    std::ostringstream text;
+    print_certificate(text, bounded, refuted.proof, &dag_);
+    value.certificate = text.str();
+}
+
+// The rounds leave each earlier, weaker bound on the objective in the problem; the certificate
+// refutes the final one alone, so it is checked once more on a level of its own.
+void Engine::certify_search_step(const Objective& o, ObjectiveValue& value) {
+    context_->pop(1);
+    context_->push();
+    append_better(*problem_, o.expr, o.maximize, value);
+    Decision refuted = context_->check(assumptions_);
+    ++stats_->checks;
+    stats_->decide += refuted.stats;
+    if (refuted.result != lra::Result::Unsat) return;
+    if (options_.verify) {
+        std::string bad = refuted.boolean_search ? check_proof(*problem_, refuted.clause_proof)
+                                                 : check_proof(*problem_, refuted.proof);
+        if (!bad.empty()) throw VerificationFailure(bad);
+    }
+    std::ostringstream text;
+    print_certificate(text, *problem_, refuted, &dag_);
+    value.certificate = text.str();
 }
 
 namespace {
@@ -134,7 +195,7 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
                     model[static_cast<std::size_t>(v)] = answer.model[static_cast<std::size_t>(v)];
         };
         if (answer.kind == Optimization::Kind::Unbounded) {
-            best = ObjectiveValue{true, {}};
+            best = ObjectiveValue{true, {}, 0, {}};
             take_model();
             break;
         }
@@ -143,7 +204,8 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
             best.reset();
             break;
         }
-        best = ObjectiveValue{false, answer.optimum, answer.approached ? (o.maximize ? -1 : 1) : 0};
+        best = ObjectiveValue{
+            false, answer.optimum, answer.approached ? (o.maximize ? -1 : 1) : 0, {}};
         if (!answer.approached) take_model();
         // Better: beyond the optimum, or reaching it where this conjunction only approaches it.
         bound.clear();
@@ -174,7 +236,10 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
             lower = half;
             ++failed_probes;
         }
-        if (next.result == lra::Result::Unsat) break;
+        if (next.result == lra::Result::Unsat) {
+            if (options_.decide.certify) certify_search_step(o, *best);
+            break;
+        }
         if (next.result != lra::Result::Sat) {
             objectives_unknown_ = next.reason_unknown;
             best.reset();

@@ -4,6 +4,7 @@ Real variables in a box, atoms guarded by Bool literals or not, a clause over th
 to minimize or maximize) `vorn check --verify` must print the optimum that the best of the
 conjunctions gives: one script per assignment of the Bools that keeps their clause, holding the
 atoms its literals switch on, each optimized by the conjunctive optimizer; unsat when none is sat.
+Every optimum's certificate (and unsat's) must pass check_certificate.py, alone and --input.
 
 Usage: omt_enumeration.py VORN [SEEDS]; exit status 0 when every answer agrees."""
 
@@ -36,9 +37,15 @@ def optimum(text):
     path = os.path.join(TMP, "case.smt2")
     with open(path, "w") as f:
         f.write(text)
-    out = subprocess.run([VORN, "check", "--verify", path], capture_output=True,
-                         text=True, timeout=120).stdout
-    items = checker.sexprs(checker.tokenize(out))
+    out = subprocess.run([VORN, "check", "--verify", "--certificate", path],
+                         capture_output=True, text=True, timeout=120).stdout
+    try:  # the optimum's (or the unsat answer's) certificate, alone and against the script
+        for item in filter(checker.is_cert, checker.output_items(out)):
+            checker.check_block(item[1])
+        checker.check_input(path, checker.output_items(out))
+    except (ValueError, KeyError, IndexError, ZeroDivisionError) as e:
+        return None, "certificate: %s\n%s" % (e, out)
+    items = [i for i in checker.output_items(out) if not checker.is_cert(i)]
     if items[:1] == ["unsat"]:
         return "unsat", None
     if items[:1] == ["sat"] and len(items) > 1 and items[1][:1] == ["objectives"]:

@@ -86,6 +86,11 @@ struct ObjectiveValue {
     // Strict bounds: the optimum is optimum + epsilon·ε, approached but not attained (−1: a
     // supremum, 1: an infimum), as z3 writes it.
     int epsilon = 0;
+    // With DecideOptions::certify, when bounded: the certificate block (smt/certificate.h) that
+    // refutes a better value, "objective < optimum" (">" when maximizing; "<=" and ">=" when
+    // approached), under the assertions, the assumptions and the earlier objectives held at
+    // their optima. Rendered at the step, while the problem holds what it refutes.
+    std::string certificate;
 };
 
 class Engine {
@@ -196,6 +201,10 @@ class Engine {
     void optimize_by_search();
     // One objective from the model of the last check; false when it ends the lexicographic order.
     bool search_objective(std::size_t k, std::vector<QNumber>& model);
+    // ObjectiveValue::certificate: for an optimum approached on a conjunction, and for the
+    // last step of a search (on the search's level, which it replaces).
+    void certify_conjunction(const Objective& o, ObjectiveValue& value);
+    void certify_search_step(const Objective& o, ObjectiveValue& value);
 
     EngineOptions options_;
     CheckStats own_stats_;
