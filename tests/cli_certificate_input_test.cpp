@@ -133,6 +133,10 @@ TEST(CliCertificateInput, OptimaOfObjectivesCheckAndSpoiledOnesAreRejected) {
         {"a strict optimum over a disjunction",
          "(assert (or (< r 3) (> r 7)))(assert (< r 9))(maximize r)", "max 9 epsilon",
          "max 8 epsilon"},
+        {"an objective over term ites",
+         "(assert (or b (> x 3)))(assert (<= x 5))"
+         "(maximize (+ (ite b 10 0) (ite (> x 4) x 0)))",
+         "max 15", "max 16"},
         {"under an assumption, a model off the assertions",
          "(assert (=> b (> r 2)))(assert (or b (>= s 3)))(assert (<= r 10))(assert (>= s (- r)))"
          "(minimize (+ r s))(check-sat-assuming (b))",

@@ -795,6 +795,8 @@ void ScriptInterpreter::add_objective(bool maximize) {
     FormulaRef ref = 0;
     const smt::LinearExpr* expr = terms_->evaluate_term(tree_, items_[1], &formula, &real, &ref);
     if (expr == nullptr || formula) fail(item(1).pos, "expected a linear term to optimize");
+    // The term ites it lifted stay defined: the engine asserts their definitions.
+    keep_formulas_ = true;
     Objective& o = objectives_.emplace_back(Objective{{}, maximize, real});
     append_sexpr(o.text, tree_, items_[1], symbols_);
     engine_->add_objective(*expr, maximize);

@@ -297,13 +297,24 @@ void AssertionEncoder::need_definitions(const Atom& atom) {
     if (dag_.lifted().empty()) return;
     grow();
     for (std::uint32_t t = atom.first_term; t < atom.first_term + atom.terms; ++t)
-        for (const auto& e : problem_.term(t)) {
-            std::int64_t i = e.var == 0 ? -1 : dag_.lifted_index(e.var);
-            if (i < 0 || side_done_[static_cast<std::size_t>(i)]) continue;
-            side_done_[static_cast<std::size_t>(i)] = 1;
-            sides_.push_back(static_cast<std::uint32_t>(i));
-            pending_sides_.push_back(static_cast<std::uint32_t>(i));
-        }
+        for (const auto& e : problem_.term(t))
+            need_definition(e.var);
+}
+
+void AssertionEncoder::need_definition(int var) {
+    std::int64_t i = var == 0 ? -1 : dag_.lifted_index(var);
+    if (i < 0 || side_done_[static_cast<std::size_t>(i)]) return;
+    side_done_[static_cast<std::size_t>(i)] = 1;
+    sides_.push_back(static_cast<std::uint32_t>(i));
+    pending_sides_.push_back(static_cast<std::uint32_t>(i));
+}
+
+void AssertionEncoder::define_lifted(const LinearExpr& term) {
+    if (dag_.lifted().empty()) return;
+    grow();
+    for (const auto& e : term.entries())
+        need_definition(e.var);
+    assert_definitions();
 }
 
 // A definition is asserted on the level where an atom first needed it; what it reaches outside

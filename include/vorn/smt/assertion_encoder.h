@@ -60,6 +60,9 @@ class AssertionEncoder {
     // The literal of `ref`, encoded with what it needs; the constructs outside the fragment
     // that it reaches go to `reached`.
     Literal literal(FormulaRef ref, std::vector<Unsupported>& reached);
+    // Asserts the definitions of the lifted variables in `term` (an objective's, which no
+    // assertion may mention), once per level like an atom's.
+    void define_lifted(const LinearExpr& term);
 
     // The formulas that assert_formula encoded, on the levels not popped.
     std::span<const FormulaRef> encoded_roots() const { return roots_; }
@@ -102,6 +105,7 @@ class AssertionEncoder {
     Literal lit(FormulaRef ref) const { return ref & 1 ? ~lit_[ref / 2] : lit_[ref / 2]; }
     // Schedules the definitions of the lifted variables in `atom`.
     void need_definitions(const Atom& atom);
+    void need_definition(int var);
     void assert_definitions();
     void commit_literal(FormulaRef ref);
     void grow();
