@@ -1,14 +1,19 @@
 #!/usr/bin/env python3
-"""Times objectives over Boolean structure: `vorn check` beside z3's optimizer on job-shop
-makespan minimisation (gen_jobshop.py --minimize), and compares the optima.
+"""Times objectives over Boolean structure: `vorn check` beside z3's optimizer, and compares the
+optima, on two families:
 
-usage: omt_bench.py [--vorn BIN] [--timeout S] [--sizes 6,8,10] [--seeds 1,2,3] [--confirm]
+- jobshop: makespan minimisation (gen_jobshop.py --minimize), N jobs on N machines, Int
+  (QF_IDL) and Real (QF_RDL) start times;
+- selection: weighted job selection on one machine (gen_selection.py), N optional jobs, the
+  objective a sum of term ites over the choices, Int (QF_LIA) and Real (QF_LRA) start times.
 
-For each size N (N jobs on N machines), seed and sort (Int: QF_IDL, Real: QF_RDL) the script
-`(minimize (- end origin))` then `(get-objectives)` runs once under each solver, one at a time,
-with a wall-clock limit (default 300 s). With --confirm each optimum T that vorn prints is
-checked on the decision scripts of gen_jobshop.py by z3 (`check-sat` at T sat, at T − 1 unsat),
-so that a disagreement shows who is wrong. Prints a Markdown table and the totals.
+usage: omt_bench.py [--vorn BIN] [--timeout S] [--family jobshop|selection|all]
+                    [--sizes 6,8,10] [--selection-sizes 20,30,40] [--seeds 1,2,3] [--confirm]
+
+Each script runs once under each solver, one at a time, with a wall-clock limit (default 300 s).
+With --confirm each job-shop optimum T that vorn prints is checked on the decision scripts of
+gen_jobshop.py by z3 (`check-sat` at T sat, at T − 1 unsat), so that a disagreement shows who
+is wrong. Prints a Markdown table and the totals per family.
 """
 import argparse
 import os
@@ -23,15 +28,34 @@ ROOT = HERE.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(HERE))
 import gen_jobshop  # noqa: E402
+import gen_selection  # noqa: E402
 from timed_run import run  # noqa: E402
 
 
 def optimum(out):
-    """The objective's value as printed: a number, or the text of an epsilon/oo answer."""
-    m = re.search(r"\(objectives\s*\(\(- end origin\) (.*)\)\s*\)", out, re.S)
-    if not m:
+    """The first objective's value as printed: a number, or the text of an epsilon/oo answer."""
+    at = out.find("(objectives")
+    if at < 0:
         return None
-    text = m.group(1).strip()
+    tokens = re.findall(r"\(|\)|[^\s()]+", out[at:])
+    depth, entry, values = 0, [], []
+    for t in tokens[2:]:  # after "(objectives"
+        depth += (t == "(") - (t == ")")
+        if depth < 0:
+            break
+        entry.append(t)
+        if depth == 0:  # one (term value) entry: the value is what follows the term
+            values.append(entry)
+            entry = []
+    if not values:
+        return None
+    inner, depth, k = values[0][1:-1], 0, 0
+    while True:  # skip the term
+        depth += (inner[k] == "(") - (inner[k] == ")")
+        k += 1
+        if depth == 0:
+            break
+    text = " ".join(inner[k:]).replace("( ", "(").replace(" )", ")")
     try:
         return Fraction(text)
     except ValueError:
@@ -44,12 +68,46 @@ def write(path, text):
     return path
 
 
+def instances(a):
+    """(family, name, sort, script, shop or None) in the order they run."""
+    if a.family in ("jobshop", "all"):
+        for n in map(int, a.sizes.split(",")):
+            for seed in map(int, a.seeds.split(",")):
+                shop = gen_jobshop.instance(n, n, seed, 99)
+                for sort in ("Int", "Real"):
+                    yield ("jobshop", "js%dx%d s%d" % (n, n, seed), sort,
+                           gen_jobshop.script(shop, None, sort, minimize=True), shop)
+    if a.family in ("selection", "all"):
+        for n in map(int, a.selection_sizes.split(",")):
+            for seed in map(int, a.seeds.split(",")):
+                jobs = gen_selection.instance(n, seed)
+                for sort in ("Int", "Real"):
+                    yield ("selection", "sel%d s%d" % (n, seed), sort,
+                           gen_selection.script(jobs, sort), None)
+
+
+def confirmed(a, tmp, shop, sort, v):
+    """Whether z3 finds the job shop schedulable by vorn's optimum T and not by T − 1."""
+    if not isinstance(v, Fraction) or v.denominator != 1:
+        return "–"
+    t = int(v)
+    sat = write(os.path.join(tmp, "sat.smt2"), gen_jobshop.script(shop, t, sort))
+    unsat = write(os.path.join(tmp, "unsat.smt2"), gen_jobshop.script(shop, t - 1, sort))
+    _, s_out = run(["z3", sat], a.timeout)
+    _, u_out = run(["z3", unsat], a.timeout)
+    if s_out.startswith("sat") and u_out.startswith("unsat"):
+        return "yes"
+    return "**NO**" if s_out.startswith("unsat") or u_out.startswith("sat") else "–"
+
+
 def main():
     p = argparse.ArgumentParser(description=__doc__,
                                 formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--vorn", default=str(ROOT / "build/release/tools/vorn"))
     p.add_argument("--timeout", type=float, default=300)
+    p.add_argument("--family", choices=("jobshop", "selection", "all"), default="all")
     p.add_argument("--sizes", default="6,8,10")
+    p.add_argument("--selection-sizes", default="20,30,40")
     p.add_argument("--seeds", default="1,2,3")
     p.add_argument("--confirm", action="store_true")
     a = p.parse_args()
@@ -58,45 +116,27 @@ def main():
     print("| instance | sort | vorn s | z3 s | vorn optimum | z3 optimum | agree |" +
           (" z3 confirms vorn |" if a.confirm else ""))
     print("|---|---|---:|---:|---:|---:|:-:|" + (":-:|" if a.confirm else ""))
-    totals = [0.0, 0.0, 0, 0]
-    for n in map(int, a.sizes.split(",")):
-        for seed in map(int, a.seeds.split(",")):
-            shop = gen_jobshop.instance(n, n, seed, 99)
-            for sort in ("Int", "Real"):
-                path = write(os.path.join(tmp, "js.smt2"),
-                             gen_jobshop.script(shop, None, sort, minimize=True))
-                vs, vout = run([a.vorn, "check", path], a.timeout)
-                zs, zout = run(["z3", path], a.timeout)
-                v, z = optimum(vout), optimum(zout)
-                if v is None:
-                    vs = None
-                if z is None:
-                    zs = None
-                if vs is not None and zs is not None:
-                    totals[0] += vs
-                    totals[1] += zs
-                    totals[2] += 1
-                    totals[3] += vs < zs
-                row = "| js%dx%d s%d | %s | %s | %s | %s | %s | %s |" % (
-                    n, n, seed, sort, fmt(vs), fmt(zs), v if v is not None else "–",
-                    z if z is not None else "–",
-                    "–" if v is None or z is None else "yes" if v == z else "**NO**")
-                if a.confirm:
-                    ok = "–"
-                    if isinstance(v, Fraction) and v.denominator == 1:
-                        t = int(v)
-                        sat = write(os.path.join(tmp, "sat.smt2"), gen_jobshop.script(shop, t, sort))
-                        unsat = write(os.path.join(tmp, "unsat.smt2"),
-                                      gen_jobshop.script(shop, t - 1, sort))
-                        _, s_out = run(["z3", sat], a.timeout)
-                        _, u_out = run(["z3", unsat], a.timeout)
-                        ok = "yes" if s_out.startswith("sat") and u_out.startswith("unsat") else (
-                            "**NO**" if s_out.startswith("unsat") or u_out.startswith("sat") else "–")
-                    row += " %s |" % ok
-                print(row)
-                sys.stdout.flush()
-    print("\nBoth answered %d; vorn %.2f s, z3 %.2f s in total; vorn faster on %d of them." %
-          (totals[2], totals[0], totals[1], totals[3]))
+    totals = {}  # by family: vorn s, z3 s, both answered, vorn faster
+    for family, name, sort, text, shop in instances(a):
+        path = write(os.path.join(tmp, "omt.smt2"), text)
+        vs, vout = run([a.vorn, "check", path], a.timeout)
+        zs, zout = run(["z3", path], a.timeout)
+        v, z = optimum(vout), optimum(zout)
+        vs, zs = (vs if v is not None else None), (zs if z is not None else None)
+        t = totals.setdefault(family, [0.0, 0.0, 0, 0])
+        if vs is not None and zs is not None:
+            t[0], t[1], t[2], t[3] = t[0] + vs, t[1] + zs, t[2] + 1, t[3] + (vs < zs)
+        row = "| %s | %s | %s | %s | %s | %s | %s |" % (
+            name, sort, fmt(vs), fmt(zs), v if v is not None else "–",
+            z if z is not None else "–",
+            "–" if v is None or z is None else "yes" if v == z else "**NO**")
+        if a.confirm:
+            row += " %s |" % (confirmed(a, tmp, shop, sort, v) if shop else "–")
+        print(row)
+        sys.stdout.flush()
+    for family, t in totals.items():
+        print("\n%s: both answered %d; vorn %.2f s, z3 %.2f s in total; vorn faster on %d of "
+              "them." % (family, t[2], t[0], t[1], t[3]))
 
 
 if __name__ == "__main__":

@@ -14,6 +14,8 @@
 namespace vorn::smt {
 
 void Engine::add_objective(const LinearExpr& expr, bool maximize) {
+    // A term ite or quotient of the objective is a variable only its definition pins down.
+    encoder_.define_lifted(expr);
     Objective& o = objectives_.emplace_back(Objective{{}, maximize});
     o.expr.add(expr, QNumber(1));
 }
@@ -152,14 +154,39 @@ void Engine::certify_search_step(const Objective& o, ObjectiveValue& value) {
 
 namespace {
 
-// A bound on the objective from the atoms that must hold, the Boolean structure left out: no
-// model does better. Nothing when that relaxation is unbounded or undecided.
-std::optional<QNumber> relaxation_bound(const Problem& problem, const LinearExpr& objective,
-                                        bool maximize, const DecideOptions& options) {
+// The constant of a term without variables.
+std::optional<QNumber> constant_term(std::span<const LinearExpr::Entry> term) {
+    QNumber c;
+    for (const LinearExpr::Entry& e : term) {
+        if (e.var != 0) return std::nullopt;
+        c += e.coeff;
+    }
+    return c;
+}
+
+// A bound on the objective from the atoms that must hold, the Boolean structure left out, and
+// the range of each term ite between constants (a weighted choice): no model does better.
+// Nothing when that relaxation is unbounded or undecided.
+std::optional<QNumber> relaxation_bound(const Problem& problem, const FormulaDag& dag,
+                                        const LinearExpr& objective, bool maximize,
+                                        const DecideOptions& options) {
     Problem atoms(problem.variables.syntax());
     copy_atoms(problem, atoms, false);
     for (Atom& a : atoms.atoms)
         if (a.relation == Relation::Ne || a.relation == Relation::Distinct) return std::nullopt;
+    LinearExpr range;
+    for (const LiftedIte& l : dag.lifted()) {
+        std::optional<QNumber> a = constant_term(problem.term(l.then_term));
+        std::optional<QNumber> b = constant_term(problem.term(l.otherwise_term));
+        if (l.kind != LiftedIte::Ite || !a || !b || l.var > problem.variables.size()) continue;
+        for (bool upper : {false, true}) {
+            range.clear();
+            range.add_entry(l.var, QNumber(1));
+            range.add_entry(0, -(upper == (*a < *b) ? *b : *a));
+            atoms.atoms.push_back(
+                {upper ? Relation::Le : Relation::Ge, atoms.add_term(range), 1, {}});
+        }
+    }
     Optimization answer = smt::optimize(atoms, atoms.add_term(objective), maximize, options);
     if (answer.kind != Optimization::Kind::Optimal && !answer.approached) return std::nullopt;
     return answer.optimum;
@@ -199,7 +226,8 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
     // after the first probe that fails, which also end the search on the rationals: a failed
     // probe says the optimum is near, and each probe below it costs a refutation as hard as
     // the last step's (js10x10 s3: six failed probes 7.6 s, one 4.5 s, docs/performance.md).
-    std::optional<QNumber> lower = relaxation_bound(*problem_, o.expr, o.maximize, options_.decide);
+    std::optional<QNumber> lower =
+        relaxation_bound(*problem_, dag_, o.expr, o.maximize, options_.decide);
     bool integral = integral_values(*problem_, o.expr);
     if (lower && integral) lower = o.maximize ? floor_q(*lower) : -floor_q(-*lower);
     int failed_probes = 0;
