@@ -19,6 +19,7 @@ import argparse
 import os
 import pathlib
 import re
+import resource
 import sys
 import tempfile
 from fractions import Fraction
@@ -60,6 +61,16 @@ def optimum(out):
         return Fraction(text)
     except ValueError:
         return text
+
+
+def timed(cmd, timeout):
+    """(wall seconds or None on timeout, CPU seconds, stdout): the CPU time is the child's own,
+    which a busy machine inflates less than the wall clock."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    seconds, out = run(cmd, timeout)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+    return seconds, cpu, out
 
 
 def write(path, text):
@@ -113,21 +124,21 @@ def main():
     a = p.parse_args()
     tmp = tempfile.mkdtemp()
     fmt = lambda s: "%.2f" % s if s is not None else "> %g" % a.timeout
-    print("| instance | sort | vorn s | z3 s | vorn optimum | z3 optimum | agree |" +
-          (" z3 confirms vorn |" if a.confirm else ""))
-    print("|---|---|---:|---:|---:|---:|:-:|" + (":-:|" if a.confirm else ""))
-    totals = {}  # by family: vorn s, z3 s, both answered, vorn faster
+    print("| instance | sort | vorn s | z3 s | vorn CPU s | z3 CPU s | vorn optimum | z3 optimum "
+          "| agree |" + (" z3 confirms vorn |" if a.confirm else ""))
+    print("|---|---|---:|---:|---:|---:|---:|---:|:-:|" + (":-:|" if a.confirm else ""))
+    totals = {}  # by family: vorn s, z3 s, both answered, vorn faster (CPU), vorn CPU, z3 CPU
     for family, name, sort, text, shop in instances(a):
         path = write(os.path.join(tmp, "omt.smt2"), text)
-        vs, vout = run([a.vorn, "check", path], a.timeout)
-        zs, zout = run(["z3", path], a.timeout)
+        vs, vc, vout = timed([a.vorn, "check", path], a.timeout)
+        zs, zc, zout = timed(["z3", path], a.timeout)
         v, z = optimum(vout), optimum(zout)
         vs, zs = (vs if v is not None else None), (zs if z is not None else None)
-        t = totals.setdefault(family, [0.0, 0.0, 0, 0])
+        t = totals.setdefault(family, [0.0, 0.0, 0, 0, 0.0, 0.0])
         if vs is not None and zs is not None:
-            t[0], t[1], t[2], t[3] = t[0] + vs, t[1] + zs, t[2] + 1, t[3] + (vs < zs)
-        row = "| %s | %s | %s | %s | %s | %s | %s |" % (
-            name, sort, fmt(vs), fmt(zs), v if v is not None else "–",
+            t[:] = [t[0] + vs, t[1] + zs, t[2] + 1, t[3] + (vc < zc), t[4] + vc, t[5] + zc]
+        row = "| %s | %s | %s | %s | %.2f | %.2f | %s | %s | %s |" % (
+            name, sort, fmt(vs), fmt(zs), vc, zc, v if v is not None else "–",
             z if z is not None else "–",
             "–" if v is None or z is None else "yes" if v == z else "**NO**")
         if a.confirm:
@@ -135,8 +146,9 @@ def main():
         print(row)
         sys.stdout.flush()
     for family, t in totals.items():
-        print("\n%s: both answered %d; vorn %.2f s, z3 %.2f s in total; vorn faster on %d of "
-              "them." % (family, t[2], t[0], t[1], t[3]))
+        print("\n%s: both answered %d; vorn %.2f s, z3 %.2f s in total (CPU: %.2f s, %.2f s); "
+              "vorn faster in CPU time on %d of them." % (family, t[2], t[0], t[1], t[4], t[5],
+                                                         t[3]))
 
 
 if __name__ == "__main__":
