@@ -149,6 +149,18 @@ void DifferenceTheory::backtrack(int level) {
     conflict_ = false;
 }
 
+// An atom is decided the way the potential has it: its edge true when π satisfies it.
+bool DifferenceTheory::phase(sat::Var v, bool saved) {
+    if (!theory_phase_ || !is_atom(v)) return saved;
+    const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[v])];
+    if (!a.alive) return saved;
+    const Edge& e = a.edge[0];
+    Weight slack = pi_[static_cast<std::size_t>(e.from)];
+    slack += e.weight;
+    slack -= pi_[static_cast<std::size_t>(e.to)];
+    return slack < Weight();
+}
+
 void DifferenceTheory::assign(sat::Lit lit) {
     sat::Var v = lit.var();
     if (!is_atom(v)) return;

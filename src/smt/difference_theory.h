@@ -14,7 +14,7 @@
 // edges. The model is x = π(x) − π(zero), δ made small enough for every strict edge.
 //
 // Propagation: like the simplex theory, an edge implies or refutes the other atoms on the same
-// pair of variables.
+// pair of variables. Phase: an atom is decided true exactly when π satisfies its edge.
 
 #include <cstdint>
 #include <span>
@@ -46,6 +46,7 @@ class DifferenceTheory : public LinearTheory {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }
     void begin_check(std::uint64_t) override {}
+    void set_theory_phase(bool on) override { theory_phase_ = on; }
     DecideStats stats() const override;
 
     void new_level() override;
@@ -54,6 +55,7 @@ class DifferenceTheory : public LinearTheory {
     void propagate(std::vector<sat::Lit>& implied) override;
     void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
     bool check(bool full, std::vector<sat::Lit>& conflict) override;
+    bool phase(sat::Var v, bool saved) override;
 
   private:
     using Weight = lra::DeltaRational;
@@ -110,6 +112,7 @@ class DifferenceTheory : public LinearTheory {
     std::vector<int> touched_;
     std::uint64_t relaxations_ = 0;
     std::uint64_t conflicts_ = 0;
+    bool theory_phase_ = true;  // decisions take the potential's sign
 };
 
 }  // namespace vorn::smt
