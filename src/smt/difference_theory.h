@@ -14,7 +14,9 @@
 // edges. The model is x = π(x) − π(zero), δ made small enough for every strict edge.
 //
 // Propagation: like the simplex theory, an edge implies or refutes the other atoms on the same
-// pair of variables. Phase: an atom is decided true exactly when π satisfies its edge.
+// pair of variables. A conflict's edge gives way to an earlier true atom's weaker edge between
+// the same nodes when the cycle stays negative (explain_cycle). Phase: an atom is decided true
+// exactly when π satisfies its edge.
 
 #include <cstdint>
 #include <span>
@@ -47,6 +49,7 @@ class DifferenceTheory : public LinearTheory {
     }
     void begin_check(std::uint64_t) override {}
     void set_theory_phase(bool on) override { theory_phase_ = on; }
+    void set_relax_explanations(bool on) override { relax_ = on; }
     DecideStats stats() const override;
 
     void new_level() override;
@@ -84,6 +87,7 @@ class DifferenceTheory : public LinearTheory {
     Edge read(std::span<const LinearExpr::Entry> term, Relation relation, const QNumber& c,
               bool integral);
     bool add_edge(sat::Lit lit, const Edge& e);
+    void explain_cycle();
     void take_model();
 
     const Problem& problem_;
@@ -113,6 +117,10 @@ class DifferenceTheory : public LinearTheory {
     std::uint64_t relaxations_ = 0;
     std::uint64_t conflicts_ = 0;
     bool theory_phase_ = true;  // decisions take the potential's sign
+    bool relax_ = true;         // conflicts over earlier atoms (explain_cycle)
+    std::uint64_t relaxed_ = 0;
+    std::vector<int> cycle_;               // scratch of explain_cycle
+    std::vector<std::uint32_t> position_;  // by SAT variable: its index in active_ when true
 };
 
 }  // namespace vorn::smt
