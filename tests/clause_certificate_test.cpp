@@ -2,7 +2,7 @@
 // check_proof and scripts/check_certificate.py must both judge as expected, a long proof, and
 // random formulas whose every unsat certificate both checkers accept and whose definitions are
 // the ones the encoding's clauses state; random integer problems decided with and without Gomory
-// cuts against enumeration.
+// cuts, relaxed explanations and the theory's phase and without, against enumeration.
 
 #include <gtest/gtest.h>
 
@@ -211,6 +211,7 @@ struct RandomFormula {
 // empty clause. The test counts such proofs and skips at the end, after checking the others.
 TEST(ClauseCertificate, RandomUnsatAnswersCheck) {
     int unsat = 0, checked = 0;
+    std::uint64_t relaxed = 0;
     std::string all;
     const unsigned seeds = std::getenv("VORN_QUICK") != nullptr ? 300 : 1000;
     for (unsigned seed = 1; seed <= seeds; ++seed) {
@@ -226,6 +227,7 @@ TEST(ClauseCertificate, RandomUnsatAnswersCheck) {
         Context context(p, DecideOptions{.bb_limit = 200, .certify = true});
         auto check = [&](std::vector<Literal> assumptions) {
             Decision d = context.check(assumptions);
+            relaxed += d.stats.relaxed_literals;
             if (d.result != vorn::lra::Result::Unsat) return;
             ++unsat;
             ClauseProof& proof = d.clause_proof;
@@ -261,14 +263,17 @@ TEST(ClauseCertificate, RandomUnsatAnswersCheck) {
             check({});
         }
     }
-    std::printf("%d unsat answers, %d certificates checked\n", unsat, checked);
+    std::printf("%d unsat answers, %d certificates checked, %llu relaxed literals\n", unsat,
+                checked, static_cast<unsigned long long>(relaxed));
     EXPECT_GT(checked, 50);
+    EXPECT_GT(relaxed, 0u);
     EXPECT_TRUE(certificate_checks(all));
 }
 
 // Boxed Int x1..x3 under clauses of one or two atoms with coefficients up to 6, whose vertices
 // are fractional, so that the search cuts; the answer must be enumeration's with cuts on and
-// off, a model must satisfy every clause, and every refutation (cut lemmas included) must check.
+// off, and with relaxed explanations and the theory's phase or without, a model must satisfy
+// every clause, and every refutation (cut lemmas included) must check.
 TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
     struct Atom {
         int a[3];
@@ -307,8 +312,12 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
             expected = satisfied([&](int v) {
                 return QNumber((point / (v == 0 ? 1 : v == 1 ? 9 : 81)) % 9 - kBox);
             });
-        for (bool with_cuts : {true, false}) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + (with_cuts ? ", cuts" : ", no cuts"));
+        struct Config {
+            bool cuts, relax, phase;
+        };
+        for (Config c : {Config{true, true, false}, {false, true, true}, {false, false, false}}) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + (c.cuts ? ", cuts" : ", no cuts") +
+                         (c.relax ? ", relaxed" : "") + (c.phase ? ", theory phase" : ""));
             Problem p(NameSyntax::SmtLib);
             for (const char* name : {"x1", "x2", "x3"})
                 p.variables.add(name, Sort::Int, {});
@@ -331,7 +340,11 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
                     lits.push_back(literal(t));
                 e.assert_true(e.disjunction(lits));
             }
-            Context context(p, DecideOptions{.bb_limit = 0, .cuts = with_cuts, .certify = true});
+            Context context(p, DecideOptions{.bb_limit = 0,
+                                             .cuts = c.cuts,
+                                             .relax_explanations = c.relax,
+                                             .theory_phase = c.phase,
+                                             .certify = true});
             Decision d = context.check({});
             cuts += d.stats.cuts;
             ASSERT_EQ(d.result, expected ? vorn::lra::Result::Sat : vorn::lra::Result::Unsat);

@@ -24,7 +24,8 @@ void Solver::bump(Var v) {
 Lit Solver::pick_branch() {
     while (!heap_.empty()) {
         Var v = heap_.pop();
-        if (value_of(pos(v)) == LBool::Undef) return Lit(v, phase_[v]);
+        if (value_of(pos(v)) == LBool::Undef)
+            return Lit(v, theory_ != nullptr ? theory_->phase(v, phase_[v]) : phase_[v]);
     }
     return Lit();
 }

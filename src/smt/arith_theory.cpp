@@ -76,6 +76,7 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     if (atom_of_.size() <= var) {
         atom_of_.resize(var + 1, -1);
         value_.resize(var + 1, 0);
+        position_.resize(var + 1, 0);
         implied_by_.resize(var + 1);
         row_reason_of_.resize(var + 1, -1);
         implied_now_.resize(var + 1, 0);
@@ -106,6 +107,7 @@ void ArithTheory::truncate(sat::Var first) {
     propagated_ = std::min(propagated_, assigned_.size());
     atom_of_.resize(first);
     value_.resize(first);
+    position_.resize(first);
     implied_by_.resize(first);
     row_reason_of_.resize(first);
     implied_now_.resize(first);
@@ -159,6 +161,7 @@ void ArithTheory::assign(sat::Lit lit) {
     Atom& a = atom_data_[atom_of_[v]];
     if (!a.alive) return;
     value_[v] = lit.negative() ? -1 : 1;
+    position_[v] = static_cast<std::uint32_t>(assigned_.size());
     assigned_.push_back(lit);
     if (conflict_) return;
     const Reading& r = a.reading[lit.negative() ? 1 : 0];
@@ -211,7 +214,8 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
 
 void ArithTheory::explain(sat::Lit lit, std::vector<sat::Lit>& clause) {
     if (std::int32_t r = row_reason_of_[lit.var()]; r >= 0) {
-        const RowReason& reason = row_reasons_[static_cast<std::size_t>(r)];
+        RowReason& reason = row_reasons_[static_cast<std::size_t>(r)];
+        if (relax_) relax_row_reason(lit, reason);
         clause.assign(1, lit);
         for (sat::Lit l : reason.lits)
             clause.push_back(~l);
@@ -261,11 +265,40 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
 
 void ArithTheory::conflict_from_simplex(std::vector<sat::Lit>& clause) {
     pending_multipliers_.clear();
+    conflict_lits_.clear();
+    weights_.clear();
+    bool complete = true;  // every bound has a literal, so the excess is known
     for (const lra::Explanation& e : simplex_.conflict()) {
-        if (e.reason == kLevelZeroFact) continue;
-        clause.push_back(~sat::Lit::from_code(static_cast<std::uint32_t>(e.reason)));
+        if (e.reason == kLevelZeroFact) {
+            complete = false;
+            continue;
+        }
+        auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(e.reason));
+        conflict_lits_.push_back(lit);
+        weights_.push_back(e.multiplier / atom_data_[atom_of_[lit.var()]].unit);
         pending_multipliers_.push_back(e.multiplier);
     }
+    if (complete && relax_) {
+        lra::DeltaRational excess;
+        for (std::size_t i = 0; i < conflict_lits_.size(); ++i)
+            excess += excess_of(conflict_lits_[i], weights_[i]);
+        relax_explanation(conflict_lits_, weights_, std::move(excess),
+                          record_ ? &pending_multipliers_ : nullptr);
+    }
+    for (sat::Lit lit : conflict_lits_)
+        clause.push_back(~lit);
+}
+
+// An input atom is decided the way the simplex's current assignment has it, so that a decision
+// conflicts with the bounds asserted so far only when the simplex would have to move.
+bool ArithTheory::phase(sat::Var v, bool saved) {
+    if (!theory_phase_ || !is_atom(v)) return saved;
+    const Atom& a = atom_data_[atom_of_[v]];
+    if (!a.alive || a.search) return saved;
+    const lra::DeltaRational& x = simplex_.delta_value(a.term.var);
+    const Reading& r = a.reading[0];
+    bool holds = r.upper ? x <= r.value : r.value <= x;
+    return !holds;
 }
 
 DecideStats ArithTheory::stats() const {
@@ -274,6 +307,7 @@ DecideStats ArithTheory::stats() const {
     s.branch.nodes = branches_;
     s.cuts = cuts_made_;
     s.lattice_splits = lattice_splits_;
+    s.relaxed_literals = relaxed_;
     return s;
 }
 
@@ -309,6 +343,7 @@ sat::Var ArithTheory::new_search_atom(std::span<const LinearExpr::Entry> term, R
     sat::Var var = sat_.new_var();
     add_atom(var, term, relation, c);
     auto index = static_cast<std::uint32_t>(atom_of_[var]);
+    atom_data_[index].search = true;
     if (!level_start_.empty() && atoms_[index].term.size() > 1) transient_.push_back(index);
     return var;
 }

@@ -16,6 +16,10 @@
 // since later, tighter bounds must not explain an earlier implication); and the other way round,
 // a bound on s with every xⱼ but xₖ bounded on the opposite side bounds xₖ, and implies the
 // atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|).
+// Explanations (explanation_relaxation.cpp): a conflict's or a row propagation's bound literal
+// gives way to an earlier true atom on the same variable whose weaker bound the Farkas sum's
+// excess still covers, so that learned clauses reach back to lower levels.
+// Phase: an input atom is decided the way the simplex's current assignment has it.
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
@@ -70,6 +74,8 @@ class ArithTheory : public LinearTheory {
     bool gave_up() const override { return gave_up_; }
     void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
     void set_cuts(bool on) override { cuts_ = on; }
+    void set_relax_explanations(bool on) override { relax_ = on; }
+    void set_theory_phase(bool on) override { theory_phase_ = on; }
     DecideStats stats() const override;
 
     // sat::Theory
@@ -79,6 +85,7 @@ class ArithTheory : public LinearTheory {
     void propagate(std::vector<sat::Lit>& implied) override;
     void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
     bool check(bool full, std::vector<sat::Lit>& conflict) override;
+    bool phase(sat::Var v, bool saved) override;
 
   private:
     // One reading of an atom: the bound asserted for the literal, in the caller's terms, and
@@ -94,6 +101,15 @@ class ArithTheory : public LinearTheory {
         Reading reading[2];  // by literal sign: [0] the atom, [1] its negation
         QNumber unit;        // 1/|scale|: the multiplier that makes the variable cancel
         bool alive = true;
+        bool search = false;  // made by the search (a branch, cut or split): it sets the phase
+    };
+
+    // A row propagation's explanation.
+    struct RowReason {
+        std::vector<sat::Lit> lits;  // the bounds' literals, true when it was made
+        std::vector<QNumber> multipliers;
+        int slack = 0;     // whose row
+        int summand = -1;  // the index of the bounded summand, −1: the slack is bounded
     };
 
     // The simplex bound of a level-0 fact that names no literal (see bound_reason).
@@ -145,6 +161,11 @@ class ArithTheory : public LinearTheory {
     const lra::BoundRecord* literal_bound(int var, bool upper) const;
     void propagate_to_summands(int slack, bool slack_upper, std::vector<sat::Lit>& implied);
     void propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied);
+    // explanation_relaxation.cpp
+    lra::DeltaRational excess_of(sat::Lit lit, const QNumber& weight) const;
+    void relax_explanation(std::span<sat::Lit> lits, std::span<const QNumber> weights,
+                           lra::DeltaRational excess, std::vector<QNumber>* multipliers);
+    void relax_row_reason(sat::Lit lit, RowReason& reason);
 
     const Problem& problem_;
     sat::Solver& sat_;
@@ -160,19 +181,16 @@ class ArithTheory : public LinearTheory {
 
     std::vector<sat::Lit> assigned_;  // atom literals in assignment order
     std::vector<std::size_t> level_start_;
-    std::vector<signed char> value_;    // by SAT variable: 1 true, −1 false, 0 unassigned
-    std::size_t propagated_ = 0;        // assigned_ entries whose implications were looked at
-    std::vector<sat::Lit> implied_by_;  // by SAT variable: the literal that implied it
-    bool conflict_ = false;             // a bound contradicted the simplex's bounds
-    std::vector<sat::Lit> pending_;     // that conflict's clause
+    std::vector<signed char> value_;       // by SAT variable: 1 true, −1 false, 0 unassigned
+    std::size_t propagated_ = 0;           // assigned_ entries whose implications were looked at
+    std::vector<sat::Lit> implied_by_;     // by SAT variable: the literal that implied it
+    bool conflict_ = false;                // a bound contradicted the simplex's bounds
+    std::vector<sat::Lit> pending_;        // that conflict's clause
+    std::vector<std::uint32_t> position_;  // by SAT variable: its index in assigned_ when true
     std::vector<QNumber> pending_multipliers_;
 
     // Row propagation: by structural variable, the slacks with atoms whose terms hold it; by
     // SAT variable, the index of its explanation in row_reasons_ (−1: none).
-    struct RowReason {
-        std::vector<sat::Lit> lits;  // the bounds' literals, true when it was made
-        std::vector<QNumber> multipliers;
-    };
     std::vector<std::vector<int>> slacks_of_;
     std::vector<char> slack_indexed_;
     std::vector<std::int32_t> row_reason_of_;
@@ -184,6 +202,13 @@ class ArithTheory : public LinearTheory {
     // Scratch of propagate_to_summands: by summand, its bound; the summands it may bound.
     std::vector<const lra::BoundRecord*> summand_bounds_;
     std::vector<std::size_t> open_;
+    // Explanation relaxation: on (relax_), the literals replaced so far, scratch.
+    bool relax_ = true;
+    bool theory_phase_ = true;  // decisions on input atoms take the simplex's sign
+    std::uint64_t relaxed_ = 0;
+    std::vector<sat::Lit> conflict_lits_;
+    std::vector<QNumber> weights_;
+    std::vector<std::size_t> order_;
 
     std::uint64_t limit_ = 0;      // branches per check, 0: no limit
     std::uint64_t used_ = 0;       // branches in this check

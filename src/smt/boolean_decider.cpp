@@ -31,6 +31,8 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
     else
         theory_ = std::make_unique<ArithTheory>(problem, sat_, options.certify, options.stop);
     theory_->set_cuts(options.cuts);
+    theory_->set_relax_explanations(options.relax_explanations);
+    theory_->set_theory_phase(options.theory_phase);
     sat_.set_theory(theory_.get());
 }
 
@@ -41,6 +43,8 @@ void BooleanDecider::set_options(const DecideOptions& options) {
     sat_.set_stop(o.stop);
     theory_->set_stop(options.stop);
     theory_->set_cuts(options.cuts);
+    theory_->set_relax_explanations(options.relax_explanations);
+    theory_->set_theory_phase(options.theory_phase);
 }
 
 sat::Lit BooleanDecider::constant_literal(bool value) {

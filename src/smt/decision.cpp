@@ -465,7 +465,8 @@ void for_each_sum(DecideStats& a, const DecideStats& b, Apply apply) {
                &S::conflicts, &S::eliminated, &S::restored, &S::check_seconds);
     apply_each(a.branch, b.branch, apply, &B::nodes, &B::gcd_conflicts, &B::cube_models,
                &B::seconds);
-    apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided);
+    apply_each(a, b, apply, &D::splits, &D::cuts, &D::lattice_splits, &D::float_decided,
+               &D::relaxed_literals);
     apply_each(a.sat, b.sat, apply, &T::decisions, &T::propagations, &T::theory_propagations,
                &T::conflicts, &T::restarts, &T::learned, &T::learned_literals, &T::deleted);
 }

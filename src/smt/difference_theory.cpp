@@ -1,6 +1,7 @@
 #include "difference_theory.h"
 
 #include <algorithm>
+#include <functional>
 #include <queue>
 
 #include "vorn/lra/integer_bounds.h"
@@ -82,6 +83,7 @@ void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry>
     if (atom_of_.size() <= var) {
         atom_of_.resize(var + 1, -1);
         value_.resize(var + 1, 0);
+        position_.resize(var + 1, 0);
         implied_by_.resize(var + 1);
     }
     atom_of_[var] = static_cast<int>(atom_data_.size());
@@ -102,6 +104,7 @@ void DifferenceTheory::truncate(sat::Var first) {
         if (a.lit != kFact && a.lit.var() >= first) a.lit = kFact;
     atom_of_.resize(first);
     value_.resize(first);
+    position_.resize(first);
     implied_by_.resize(first);
 }
 
@@ -127,6 +130,7 @@ DecideStats DifferenceTheory::stats() const {
     DecideStats s;
     s.simplex.conflicts = conflicts_;
     s.simplex.pivots = relaxations_;
+    s.relaxed_literals = relaxed_;
     return s;
 }
 
@@ -149,12 +153,25 @@ void DifferenceTheory::backtrack(int level) {
     conflict_ = false;
 }
 
+// An atom is decided the way the potential has it: its edge true when π satisfies it.
+bool DifferenceTheory::phase(sat::Var v, bool saved) {
+    if (!theory_phase_ || !is_atom(v)) return saved;
+    const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[v])];
+    if (!a.alive) return saved;
+    const Edge& e = a.edge[0];
+    Weight slack = pi_[static_cast<std::size_t>(e.from)];
+    slack += e.weight;
+    slack -= pi_[static_cast<std::size_t>(e.to)];
+    return slack < Weight();
+}
+
 void DifferenceTheory::assign(sat::Lit lit) {
     sat::Var v = lit.var();
     if (!is_atom(v)) return;
     const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[v])];
     if (!a.alive) return;
     value_[v] = lit.negative() ? -1 : 1;
+    position_[v] = static_cast<std::uint32_t>(active_.size());
     const Edge& e = a.edge[lit.negative() ? 1 : 0];
     active_.push_back({lit, e});
     out_[static_cast<std::size_t>(e.from)].push_back(
@@ -213,23 +230,15 @@ bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
         }
     }
     if (cycle) {
-        pending_.clear();
-        pending_multipliers_.clear();
-        auto add = [&](int j) {
-            sat::Lit l = active_[static_cast<std::size_t>(j)].lit;
-            if (l == kFact) return;
-            pending_.push_back(~l);
-            pending_multipliers_.push_back(
-                atom_data_[static_cast<std::size_t>(atom_of_[l.var()])].unit);
-        };
-        add(closing);
+        cycle_.assign(1, closing);
         for (int j = via_[static_cast<std::size_t>(
                  active_[static_cast<std::size_t>(closing)].edge.from)];
              j != newest;) {
-            add(j);
+            cycle_.push_back(j);
             j = via_[static_cast<std::size_t>(active_[static_cast<std::size_t>(j)].edge.from)];
         }
-        add(newest);
+        cycle_.push_back(newest);
+        explain_cycle();
     } else {
         for (int n : touched_)
             pi_[static_cast<std::size_t>(n)] += drop_[static_cast<std::size_t>(n)];
@@ -237,6 +246,45 @@ bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
     for (int n : touched_)
         via_[static_cast<std::size_t>(n)] = -1;
     return !cycle;
+}
+
+// The conflict of the negative cycle in cycle_ (indices into active_). With relax_, an edge's
+// literal gives way to the earliest true atom with the same edge direction whose weight, larger
+// by less than the cycle's excess (−its weight), keeps the cycle negative: newest edges first.
+void DifferenceTheory::explain_cycle() {
+    pending_.clear();
+    pending_multipliers_.clear();
+    Weight excess, loss;
+    for (int j : cycle_)
+        excess -= active_[static_cast<std::size_t>(j)].edge.weight;
+    std::sort(cycle_.begin(), cycle_.end(), std::greater<>());
+    for (int j : cycle_) {
+        const Active& a = active_[static_cast<std::size_t>(j)];
+        if (a.lit == kFact) continue;
+        sat::Lit best = a.lit;
+        Weight best_loss;
+        const Atom& atom = atom_data_[static_cast<std::size_t>(atom_of_[a.lit.var()])];
+        for (std::uint32_t other : pairs_[static_cast<std::size_t>(atom.pair)]) {
+            if (!relax_) break;
+            const Atom& o = atom_data_[other];
+            sat::Var ov = atoms_[other].var;
+            if (!o.alive || value_[ov] == 0 || position_[ov] >= position_[best.var()]) continue;
+            const Edge& e = o.edge[value_[ov] < 0 ? 1 : 0];
+            if (e.from != a.edge.from || e.to != a.edge.to) continue;
+            loss = e.weight;
+            loss -= a.edge.weight;
+            if (!(loss < excess)) continue;
+            best = sat::Lit(ov, value_[ov] < 0);
+            best_loss = loss;
+        }
+        if (best != a.lit) {
+            excess -= best_loss;
+            ++relaxed_;
+        }
+        pending_.push_back(~best);
+        pending_multipliers_.push_back(
+            atom_data_[static_cast<std::size_t>(atom_of_[best.var()])].unit);
+    }
 }
 
 void DifferenceTheory::propagate(std::vector<sat::Lit>& implied) {

@@ -14,7 +14,9 @@
 // edges. The model is x = π(x) − π(zero), δ made small enough for every strict edge.
 //
 // Propagation: like the simplex theory, an edge implies or refutes the other atoms on the same
-// pair of variables.
+// pair of variables. A conflict's edge gives way to an earlier true atom's weaker edge between
+// the same nodes when the cycle stays negative (explain_cycle). Phase: an atom is decided true
+// exactly when π satisfies its edge.
 
 #include <cstdint>
 #include <span>
@@ -46,6 +48,8 @@ class DifferenceTheory : public LinearTheory {
         return var < atom_of_.size() && atom_of_[var] >= 0;
     }
     void begin_check(std::uint64_t) override {}
+    void set_theory_phase(bool on) override { theory_phase_ = on; }
+    void set_relax_explanations(bool on) override { relax_ = on; }
     DecideStats stats() const override;
 
     void new_level() override;
@@ -54,6 +58,7 @@ class DifferenceTheory : public LinearTheory {
     void propagate(std::vector<sat::Lit>& implied) override;
     void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
     bool check(bool full, std::vector<sat::Lit>& conflict) override;
+    bool phase(sat::Var v, bool saved) override;
 
   private:
     using Weight = lra::DeltaRational;
@@ -82,6 +87,7 @@ class DifferenceTheory : public LinearTheory {
     Edge read(std::span<const LinearExpr::Entry> term, Relation relation, const QNumber& c,
               bool integral);
     bool add_edge(sat::Lit lit, const Edge& e);
+    void explain_cycle();
     void take_model();
 
     const Problem& problem_;
@@ -110,6 +116,11 @@ class DifferenceTheory : public LinearTheory {
     std::vector<int> touched_;
     std::uint64_t relaxations_ = 0;
     std::uint64_t conflicts_ = 0;
+    bool theory_phase_ = true;  // decisions take the potential's sign
+    bool relax_ = true;         // conflicts over earlier atoms (explain_cycle)
+    std::uint64_t relaxed_ = 0;
+    std::vector<int> cycle_;               // scratch of explain_cycle
+    std::vector<std::uint32_t> position_;  // by SAT variable: its index in active_ when true
 };
 
 }  // namespace vorn::smt

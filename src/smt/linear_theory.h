@@ -57,6 +57,8 @@ class LinearTheory : public sat::Theory {
     virtual void set_stop(util::Stop* /*stop*/) {}
     // DecideOptions::cuts, for a theory that can cut.
     virtual void set_cuts(bool /*on*/) {}
+    virtual void set_relax_explanations(bool /*on*/) {}
+    virtual void set_theory_phase(bool /*on*/) {}
     virtual DecideStats stats() const = 0;
 
     // The model of the last consistent full check, by problem variable (0 for variables the

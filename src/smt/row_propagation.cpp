@@ -77,7 +77,7 @@ void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& imp
                 if (!implies(side_upper, bound, r.upper, r.value)) continue;
                 if (implied_now_[ov]) break;
                 row_reason_of_[ov] = static_cast<std::int32_t>(row_reasons_.size());
-                row_reasons_.push_back({row_lits_, row_multipliers_});
+                row_reasons_.push_back({row_lits_, row_multipliers_, slack, -1});
                 implied_now_[ov] = 1;
                 implied.push_back(sat::Lit(ov, side == 1));
                 break;
@@ -147,6 +147,8 @@ void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
                 if (!implies(upper, bound, r.upper, r.value)) continue;
                 if (implied_now_[ov]) break;
                 RowReason reason;
+                reason.slack = slack;
+                reason.summand = static_cast<int>(k);
                 reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb->reason)));
                 QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
                 if (record_)

@@ -270,6 +270,11 @@ int run(int argc, char** argv) {
     check_cmd->add_flag("--cuts", args.check.decide.cuts,
                         "integer problems with Boolean structure: Gomory cuts before branching "
                         "(shallow in the search, a hundred per check at most)");
+    check_cmd->add_flag("!--no-relax-explanations", args.check.decide.relax_explanations,
+                        "keep the newest bound literals in Farkas explanations (for comparison)");
+    check_cmd->add_flag("!--no-theory-phase", args.check.decide.theory_phase,
+                        "decide atoms by their saved phase, not by the theory's current "
+                        "assignment (for comparison)");
     check_cmd->add_flag("--certificate", args.check.certificate,
                         "print a checkable certificate after every unsat (docs/certificates.md)");
     check_cmd->add_flag("--verify", args.check.verify,

@@ -16,6 +16,8 @@
 //   current assignment) when the assignments are inconsistent in the theory. With full, every
 //   variable is assigned and true means the assignment is a model of the theory.
 //
+// - Phase. phase(v, saved) gives the sign the solver decides v with (true: negative); the
+//   default keeps the saved phase, a theory may answer by its current model instead.
 // - Lemmas. During check(full) the theory may also make new variables and hand the solver
 //   lemmas over them (Solver::add_lemma), which the search then goes on to decide.
 //
@@ -38,6 +40,8 @@ class Theory {
     virtual void propagate(std::vector<Lit>& implied) = 0;
     virtual void explain(Lit lit, std::vector<Lit>& clause) = 0;
     virtual bool check(bool full, std::vector<Lit>& conflict) = 0;
+    // The sign to decide `v` with, given the saved one (true: negative).
+    virtual bool phase(Var /*v*/, bool saved) { return saved; }
 };
 
 }  // namespace vorn::sat

@@ -70,6 +70,13 @@ struct DecideOptions {
     // with a Gomory mixed-integer cut from its tableau row; false: branch only. Off by default:
     // on the benchmarks so far, cuts cost more time than the nodes they save.
     bool cuts = false;
+    // The Boolean search replaces a bound literal of a Farkas explanation (a conflict, a row
+    // propagation's reason) by an earlier true atom on the same variable that still suffices.
+    bool relax_explanations = true;
+    // The Boolean search decides an atom by the theory's current assignment (the simplex's, or
+    // the difference graph's potential) instead of its saved phase; atoms the search made itself
+    // (branches, cuts, splits) keep the phase they were given.
+    bool theory_phase = true;
     // optimize over Int variables: rounds of Gomory mixed-integer cuts at the root of branch and
     // bound (0: none). Six: on MIPLIB 3 they solve 11 of 12 problems instead of 10, in about the
     // same total time; fewer rounds cost more than they gain (lseu, gt2).
@@ -100,6 +107,8 @@ struct DecideStats {
     // Splits of the Boolean search on integral terms from the equalities it has fixed: one that
     // refutes them, or one on a parameter of their integer solutions
     std::uint64_t lattice_splits = 0;
+    // Literals of Farkas explanations replaced by earlier, weaker ones
+    std::uint64_t relaxed_literals = 0;
     // Conjunctions decided by a floating-point basis (DecideOptions::float_start), checked
     // exactly, without a step of the exact simplex.
     std::uint64_t float_decided = 0;
