@@ -81,6 +81,7 @@ TEST(UnboundedInt, MixedRowsDecided) {
         const char* name;
         const char* body;
         const char* expected;
+        const char* options = "";
     };
     const std::string declarations =
         "(set-logic QF_LIRA)(declare-const p Bool)(declare-const q Bool)(declare-const n Int)"
@@ -111,11 +112,24 @@ TEST(UnboundedInt, MixedRowsDecided) {
          "9) 2)) (+ (* (- 6) x0) (* 2 x1) (* 3 x2) 0) (+ (* 6 x0) 0)) (div (+ (* 4 x1) 0) 2)) (- 2"
          "0)))(check-sat)",
          "sat"},
+        // Long splits on the problem's own rows (coefficients past 100, from the Real columns'
+        // elimination): limiting every split's length left both at the node budget.
+        {"a long split of the own rows, from is_int over Reals",
+         "(assert (or (or (= (* (- 6) r1) 122) (= (* 3 r0) 125)) (and (or (= (* (- 1) r1) (/ 433 3"
+         ")) (= (+ (* (- 1) r1) (to_real (* (- 4) x0))) (/ 430 3))) (is_int (+ (* 6 r1) (* 4 r0))) "
+         "(or (= (+ (+ (* 3 r0) (* (- 3) r1)) (to_real (+ (* 2 x2) (* (- 6) x1)))) 19) (= (to_real "
+         "(* 2 x3)) 16)))))(check-sat)",
+         "sat", "--bb-limit 50"},
+        {"a long split of the own rows, from to_int and ite",
+         "(assert (not (>= (to_real (ite (is_int (+ (* 3 r0) (* 2 r1))) (* (- 6) x0) (* (- 1) x1))"
+         ") 16)))(assert (or (is_int (+ (+ (* (- 2) r0) (* (- 1) r1)) (to_real (* 6 x3)))) (is_int"
+         " (+ (* 6 r1) (to_real (to_int (* (- 3) r0)))))))(check-sat)",
+         "sat", "--bb-limit 50"},
     };
     // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(answer(declarations + c.body), c.expected);
+        EXPECT_EQ(answer(declarations + c.body, c.options), c.expected);
     }
 }
 

@@ -27,7 +27,13 @@ const DeltaRational* bound_at(const Simplex& simplex, int var) {
 struct TightRow {
     std::vector<QNumber> coeffs;
     QNumber rhs, rhs_delta;  // the bound c + k·δ
+    std::vector<int> from;   // the candidate slacks combined into it
 };
+
+void add_sources(std::vector<int>& to, const std::vector<int>& from) {
+    for (int s : from)
+        if (std::find(to.begin(), to.end(), s) == to.end()) to.push_back(s);
+}
 
 // How the integer variables at a bound enter the system (fixed ones, lower = upper, are always
 // put in at their value).
@@ -89,20 +95,20 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
     };
     for (int s : tight) {
         const DeltaRational& at = *bound_at(simplex, s);
-        rows.push_back({{}, at.real(), at.delta()});
+        rows.push_back({{}, at.real(), at.delta(), {s}});
         for (const auto& e : simplex.slack_term(s))
             add_entry(rows.back(), e.var, e.coeff);
     }
     for (std::size_t c = 0; c < var_of.size(); ++c)
         if (auto b = bound_rows.find(var_of[c]); b != bound_rows.end()) {
-            rows.push_back({{}, b->second, QNumber()});
+            rows.push_back({{}, b->second, QNumber(), {}});
             add_entry(rows.back(), var_of[c], QNumber(1));
         }
     // A rational variable at a bound is a tight row of its own.
     for (std::size_t c = 0; c < var_of.size(); ++c)
         if (!integer.contains(var_of[c]))
             if (const DeltaRational* at = bound_at(simplex, var_of[c])) {
-                rows.push_back({{}, at->real(), at->delta()});
+                rows.push_back({{}, at->real(), at->delta(), {}});
                 add_entry(rows.back(), var_of[c], QNumber(1));
             }
     for (TightRow& row : rows)
@@ -124,6 +130,7 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
                 if (!p.coeffs[j].is_zero()) r.coeffs[j].add_product(-factor, p.coeffs[j]);
             r.rhs.add_product(-factor, p.rhs);
             r.rhs_delta.add_product(-factor, p.rhs_delta);
+            add_sources(r.from, p.from);
         }
     }
     // A row left with a δ pins an integral term to c + k·δ, which no integer point meets.
@@ -137,11 +144,13 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
         for (auto& e : split.term)
             e.coeff *= *scale;
         split.value = r.rhs * *scale;
+        split.sources = r.from;
         split.below = floor_of(DeltaRational(split.value, r.rhs_delta * *scale));
         return split;
     }
     SparseRows sparse;
     std::vector<QNumber> rhs;
+    std::vector<const TightRow*> row_of;
     for (const TightRow& r : rows) {
         sparse.emplace_back();
         for (std::size_t j = 0; j < var_of.size(); ++j)
@@ -151,6 +160,7 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
             continue;
         }
         rhs.push_back(r.rhs);
+        row_of.push_back(&r);
     }
     if (sparse.empty()) return std::nullopt;
     LatticeOptions options;
@@ -161,6 +171,8 @@ std::optional<TermSplit> split_from(const Simplex& simplex, std::span<const int>
     const std::vector<QNumber>& t = answer.refuting_term;
     TermSplit split;
     split.value = answer.refuting_constant;
+    for (std::size_t i = 0; i < answer.multipliers.size(); ++i)
+        if (!answer.multipliers[i].is_zero()) add_sources(split.sources, row_of[i]->from);
     for (std::size_t col = 0; col < t.size(); ++col)
         if (!t[col].is_zero()) split.term.push_back({var_of[col], t[col]});
     if (split.term.empty()) return std::nullopt;  // not even a rational solution

@@ -101,6 +101,7 @@ void ArithTheory::truncate(sat::Var first) {
         std::erase_if(atoms_on_[static_cast<std::size_t>(atom_data_[i].term.var)],
                       [&](std::uint32_t index) { return index >= kept; });
     atom_data_.resize(kept);
+    if (split_atom_.size() > kept) split_atom_.resize(kept);
     atoms_.resize(kept);
     std::erase_if(transient_, [&](std::uint32_t index) { return index >= kept; });
     std::erase_if(assigned_, [&](sat::Lit l) { return l.var() >= first; });

@@ -142,6 +142,8 @@ class ArithTheory : public LinearTheory {
     bool over_integers_given_fixed(int slack) const;
     // tight_split.cpp
     bool tight_split();
+    // Whether only tight-row splits have made the slack's row.
+    bool is_split_row(int slack) const;
     // gomory_cut.cpp
     bool cut();
     bool cut_row(int basic);
@@ -228,6 +230,11 @@ class ArithTheory : public LinearTheory {
     std::vector<std::vector<QNumber>> lattice_coordinates_, lattice_kernel_;
     std::size_t next_parameter_ = 0;
     std::uint64_t lattice_splits_ = 0;
+    // By atom index: 1 for the atoms of tight-row splits (tight_split.cpp), absent or 0 for the
+    // others.
+    std::vector<char> split_atom_;
+    // The longest split on splits' rows taken (tight_split.cpp), by its largest coefficient.
+    static constexpr long kMaxCompoundCoefficient = 100;
 
     // Cuts: at most kCutsPerCheck in one check, each at a full assignment no deeper than
     // kCutLevels decision levels (deeper ones branch); a cut with a coefficient or constant that

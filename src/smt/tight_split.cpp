@@ -4,8 +4,9 @@
 // both sides. Any split on an integral term is sound, so it needs no proof of its own, as for
 // lattice splits: the side that contradicts the tight bounds closes by a Farkas lemma. When a
 // fractional Int variable is unbounded on a side, the free non-basic variables count as fixed
-// too, so that the split follows the vertex instead of a single variable. Counted as a branch,
-// within the budget.
+// too, so that the split follows the vertex instead of a single variable. A split that combines
+// earlier splits' rows is taken only when short (below). Counted as a branch, within the
+// budget.
 
 #include "vorn/lra/tight_split.h"
 #include "arith_theory.h"
@@ -14,6 +15,24 @@
 
 namespace vorn::smt {
 
+namespace {
+
+bool longer_than(const lra::TermSplit& split, long bound) {
+    return std::any_of(split.term.begin(), split.term.end(), [&](const auto& e) {
+        return QNumber(bound) < e.coeff || e.coeff < QNumber(-bound);
+    });
+}
+
+}  // namespace
+
+// No atom of the problem, nor of another step, is on the slack.
+bool ArithTheory::is_split_row(int slack) const {
+    const auto& on = atoms_on_[static_cast<std::size_t>(slack)];
+    return !on.empty() && std::all_of(on.begin(), on.end(), [&](std::uint32_t index) {
+        return index < split_atom_.size() && split_atom_[index] != 0;
+    });
+}
+
 bool ArithTheory::tight_split() {
     std::vector<int> slacks;
     for (std::size_t v = 1; v < atoms_on_.size(); ++v)
@@ -21,16 +40,18 @@ bool ArithTheory::tight_split() {
             slacks.push_back(static_cast<int>(v));
     auto split = lra::tight_term_split(simplex_, integer_vars_, slacks, kMaxLatticeEntries,
                                        lra::fractional_unbounded(simplex_, integer_vars_));
-    // Only short splits: each split's term becomes a tight row of the next vertex, so a run of
-    // splits compounds their terms. On incremental scripts (the wide certificate generator) such
-    // runs made hundreds of splits with coefficients growing to 10³–10⁵, over vertices near 10²⁰
-    // to 10³⁵, each pivot dearer, without an end; past this bound the search branches instead
-    // (the cube test and the single-variable branches found those points at once).
-    constexpr long kMaxCoefficient = 100;
-    if (!split || std::any_of(split->term.begin(), split->term.end(), [&](const auto& e) {
-            return QNumber(kMaxCoefficient) < e.coeff || e.coeff < QNumber(-kMaxCoefficient);
-        }))
+    // A split on the problem's own rows is always taken; one that combines earlier splits' rows
+    // only when it is short, else the search branches on a variable. Each split's term is a
+    // tight row of the next vertex, so splits on splits compound their terms: on incremental
+    // scripts (the wide certificate generator) runs of them made hundreds of splits with
+    // coefficients growing to 10³–10⁵, over vertices near 10²⁰ to 10³⁵, each pivot dearer,
+    // without an end. The own rows' splits need no bound: their multipliers lie in [0, 1), so
+    // their coefficients are bounded by the rows' (docs/integers.md, "Termination").
+    if (split && longer_than(*split, kMaxCompoundCoefficient) &&
+        std::any_of(split->sources.begin(), split->sources.end(),
+                    [&](int s) { return is_split_row(s); }))
         return false;
+    if (!split) return false;
     if (limit_ != 0 && used_ >= limit_) {
         gave_up_ = true;
         return false;
@@ -42,6 +63,9 @@ bool ArithTheory::tight_split() {
     for (const auto& e : split->term)
         term.push_back({problem_var_[static_cast<std::size_t>(e.var)], e.coeff});
     sat::Var p = new_search_atom(term, Relation::Le, split->below);
+    auto index = static_cast<std::size_t>(atom_of_[p]);
+    if (split_atom_.size() <= index) split_atom_.resize(index + 1);
+    split_atom_[index] = 1;
     sat_.set_phase(p, split->value - split->below > QNumber(1, 2));
     return true;
 }

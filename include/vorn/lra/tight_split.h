@@ -28,8 +28,9 @@ namespace vorn::lra {
 
 struct TermSplit {
     std::vector<la::Equation::VarCoeff> term;  // over structural simplex variables, integral
-    QNumber below;  // ⌊C⌋: the sides are term ≤ below, ≥ below + 1
-    QNumber value;  // C, the term's value at the vertex
+    QNumber below;             // ⌊C⌋: the sides are term ≤ below, ≥ below + 1
+    QNumber value;             // C, the term's value at the vertex
+    std::vector<int> sources;  // the slacks (of those given) whose rows the term combines
 };
 
 // `integers`: the structural integer variables (other structural variables are rational);
