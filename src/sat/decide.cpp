@@ -1,4 +1,5 @@
-// Decisions: the most active unassigned variable (VSIDS), in the phase it last had.
+// Decisions: the most active unassigned variable (VSIDS), in the phase it last had unless the
+// theory chooses the sign.
 
 #include "vorn/sat/solver.h"
 
@@ -24,7 +25,8 @@ void Solver::bump(Var v) {
 Lit Solver::pick_branch() {
     while (!heap_.empty()) {
         Var v = heap_.pop();
-        if (value_of(pos(v)) == LBool::Undef) return Lit(v, phase_[v]);
+        if (value_of(pos(v)) != LBool::Undef) continue;
+        return Lit(v, theory_ ? theory_->decision_negative(v, phase_[v]) : phase_[v]);
     }
     return Lit();
 }

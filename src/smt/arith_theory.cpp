@@ -87,6 +87,19 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     index_slack(t.var);
 }
 
+// The side of the atom that the simplex's current values satisfy: asserting it needs no pivot.
+bool ArithTheory::decision_negative(sat::Var var, bool saved) {
+    if (!is_atom(var) || !atom_data_[atom_of_[var]].phase_from_model) return saved;
+    return !holds_now(sat::Lit(var, false));
+}
+
+bool ArithTheory::holds_now(sat::Lit lit) const {
+    const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[lit.var()])];
+    const Reading& r = a.reading[lit.negative() ? 1 : 0];
+    const lra::DeltaRational& value = simplex_.delta_value(a.term.var);
+    return r.upper ? !(r.value < value) : !(value < r.value);
+}
+
 void ArithTheory::retire(sat::Var var) {
     if (is_atom(var)) atom_data_[atom_of_[var]].alive = false;
 }

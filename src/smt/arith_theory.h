@@ -70,6 +70,9 @@ class ArithTheory : public LinearTheory {
     bool gave_up() const override { return gave_up_; }
     void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
     void set_cuts(bool on) override { cuts_ = on; }
+    void prefer_model_phase(sat::Var var) override {
+        if (is_atom(var)) atom_data_[atom_of_[var]].phase_from_model = true;
+    }
     DecideStats stats() const override;
 
     // sat::Theory
@@ -79,6 +82,7 @@ class ArithTheory : public LinearTheory {
     void propagate(std::vector<sat::Lit>& implied) override;
     void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
     bool check(bool full, std::vector<sat::Lit>& conflict) override;
+    bool decision_negative(sat::Var var, bool saved) override;
 
   private:
     // One reading of an atom: the bound asserted for the literal, in the caller's terms, and
@@ -94,6 +98,7 @@ class ArithTheory : public LinearTheory {
         Reading reading[2];  // by literal sign: [0] the atom, [1] its negation
         QNumber unit;        // 1/|scale|: the multiplier that makes the variable cancel
         bool alive = true;
+        bool phase_from_model = false;
     };
 
     // The simplex bound of a level-0 fact that names no literal (see bound_reason).
@@ -102,6 +107,8 @@ class ArithTheory : public LinearTheory {
     static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
                         const lra::DeltaRational& r);
     int simplex_var(int problem_var);
+    // Whether the simplex's current values satisfy the atom literal `lit`.
+    bool holds_now(sat::Lit lit) const;
     lra::Reason bound_reason(sat::Lit lit) const;
     Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
                  const QNumber& c, bool integral) const;

@@ -18,6 +18,7 @@
 //
 // - Lemmas. During check(full) the theory may also make new variables and hand the solver
 //   lemmas over them (Solver::add_lemma), which the search then goes on to decide.
+// - Decisions. decision_negative() may choose the sign of a decision (by default the saved phase).
 //
 // Clauses the theory returns are theory lemmas: valid in the theory, kept by the solver like
 // learned clauses (and removed by the same reduction).
@@ -38,6 +39,9 @@ class Theory {
     virtual void propagate(std::vector<Lit>& implied) = 0;
     virtual void explain(Lit lit, std::vector<Lit>& clause) = 0;
     virtual bool check(bool full, std::vector<Lit>& conflict) = 0;
+    // The sign of a decision on `var`: whether to try it negative first; `saved` is the phase
+    // the search saved for it.
+    virtual bool decision_negative(Var /*var*/, bool saved) { return saved; }
 };
 
 }  // namespace vorn::sat
