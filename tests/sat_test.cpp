@@ -252,6 +252,8 @@ TEST(SatSolver, ToyTheoryMatchesBruteForce) {
             for (int i = 0; i < vars; ++i)
                 s.new_var();
             s.set_theory(&theory);
+            for (Var m : members)
+                if (mode == 3 && m % 2 == 0) s.decide_first(m);
             for (const Clause& c : cnf)
                 s.add_clause(c);
             auto at_most_k = [&](unsigned bits) {

@@ -87,6 +87,14 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     index_slack(t.var);
 }
 
+// Deciding such atoms first, each on the side the current values satisfy, lets the simplex's
+// model lead the search: the Boolean structure over them mostly follows by propagation.
+void ArithTheory::prefer_model_phase(sat::Var var) {
+    if (!is_atom(var)) return;
+    atom_data_[atom_of_[var]].phase_from_model = true;
+    sat_.decide_first(var);
+}
+
 // The side of the atom that the simplex's current values satisfy: asserting it needs no pivot.
 bool ArithTheory::decision_negative(sat::Var var, bool saved) {
     if (!is_atom(var) || !atom_data_[atom_of_[var]].phase_from_model) return saved;

@@ -70,9 +70,7 @@ class ArithTheory : public LinearTheory {
     bool gave_up() const override { return gave_up_; }
     void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
     void set_cuts(bool on) override { cuts_ = on; }
-    void prefer_model_phase(sat::Var var) override {
-        if (is_atom(var)) atom_data_[atom_of_[var]].phase_from_model = true;
-    }
+    void prefer_model_phase(sat::Var var) override;
     DecideStats stats() const override;
 
     // sat::Theory
