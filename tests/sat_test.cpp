@@ -169,8 +169,11 @@ TEST(SatSolver, PushPopMatchesBruteForceOfTheCurrentClauses) {
 // At most k of `members` are true, naively, and checking the solver's side of the protocol.
 class AtMostK : public Theory {
   public:
-    AtMostK(std::vector<Var> members, int k, bool propagates)
-        : members_(std::move(members)), k_(k), propagates_(propagates) {}
+    AtMostK(std::vector<Var> members, int k, bool propagates, bool members_true_first = false)
+        : members_(std::move(members)),
+          k_(k),
+          propagates_(propagates),
+          members_true_first_(members_true_first) {}
 
     void new_level() override { ++level_; }
     void backtrack(int level) override {
@@ -193,6 +196,10 @@ class AtMostK : public Theory {
         clause.assign(1, lit);
         for (Lit t : true_members())
             if (clause.size() <= static_cast<std::size_t>(k_)) clause.push_back(~t);
+    }
+    bool phase(Var v, bool saved) override {
+        bool member = std::find(members_.begin(), members_.end(), v) != members_.end();
+        return members_true_first_ ? !member : saved;
     }
     bool check(bool full, std::vector<Lit>& conflict) override {
         std::vector<Lit> t = true_members();
@@ -223,12 +230,13 @@ class AtMostK : public Theory {
     std::vector<Var> members_;
     int k_;
     bool propagates_;
+    bool members_true_first_;  // decisions: members true, the others false
     int level_ = 0;
     std::vector<std::pair<Lit, int>> assigned_;
 };
 
 TEST(SatSolver, ToyTheoryMatchesBruteForce) {
-    for (int mode = 0; mode < 3; ++mode) {
+    for (int mode = 0; mode < 4; ++mode) {
         bool propagates = mode > 0;
         for (unsigned seed = 0; seed < seeds(300); ++seed) {
             SCOPED_TRACE("seed " + std::to_string(seed) + ", mode " + std::to_string(mode));
@@ -239,11 +247,13 @@ TEST(SatSolver, ToyTheoryMatchesBruteForce) {
             for (Var v = 0; v < vars; ++v)
                 if (rng() % 2) members.push_back(v);
             int k = static_cast<int>(rng() % 4);
-            AtMostK theory(members, k, propagates);
+            AtMostK theory(members, k, propagates, mode == 3);
             Solver s({.reduce_interval = 4, .chronological_distance = mode == 2 ? 1 : 0});
             for (int i = 0; i < vars; ++i)
                 s.new_var();
             s.set_theory(&theory);
+            for (Var m : members)
+                if (mode == 3 && m % 2 == 0) s.decide_first(m);
             for (const Clause& c : cnf)
                 s.add_clause(c);
             auto at_most_k = [&](unsigned bits) {

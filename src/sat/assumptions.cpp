@@ -98,12 +98,14 @@ void Solver::truncate_vars(Var first) {
     reason_.resize(first);
     activity_.resize(first);
     phase_.resize(first);
+    first_.resize(first);
     seen_.resize(first);
     level_stamp_.resize(std::size_t{first} + 1);
     model_.resize(first);
     values_.resize(2 * std::size_t{first});
     watches_.resize(2 * std::size_t{first});
     heap_.truncate(first);
+    first_heap_.truncate(first);
 }
 
 std::size_t Solver::num_clauses() const {

@@ -1,4 +1,5 @@
-// Decisions: the most active unassigned variable (VSIDS), in the phase it last had.
+// Decisions: the most active unassigned variable (VSIDS), those marked decide_first before the
+// others, in the phase it last had unless the theory chooses the sign.
 
 #include "vorn/sat/solver.h"
 
@@ -18,15 +19,21 @@ void Solver::bump(Var v) {
             a /= kRescaleAbove;
         var_inc_ /= kRescaleAbove;
     }
-    if (heap_.contains(v)) heap_.increased(v);
+    if (heap_of(v).contains(v)) heap_of(v).increased(v);
+}
+
+void Solver::decide_first(Var v) {
+    first_[v] = true;
+    if (value_of(pos(v)) == LBool::Undef) first_heap_.insert(v);
 }
 
 Lit Solver::pick_branch() {
-    while (!heap_.empty()) {
-        Var v = heap_.pop();
-        if (value_of(pos(v)) == LBool::Undef)
+    for (VarHeap* heap : {&first_heap_, &heap_})
+        while (!heap->empty()) {
+            Var v = heap->pop();
+            if (value_of(pos(v)) != LBool::Undef || (heap == &heap_ && first_[v])) continue;
             return Lit(v, theory_ != nullptr ? theory_->phase(v, phase_[v]) : phase_[v]);
-    }
+        }
     return Lit();
 }
 

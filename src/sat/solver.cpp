@@ -17,6 +17,7 @@ Var Solver::new_var() {
     reason_.push_back(kNoClause);
     activity_.push_back(0);
     phase_.push_back(true);
+    first_.push_back(false);
     seen_.push_back(0);
     level_stamp_.push_back(0);
     if (level_stamp_.size() == 1) level_stamp_.push_back(0);
@@ -180,7 +181,7 @@ void Solver::backtrack(int target) {
         values_[(~lit).code()] = LBool::Undef;
         reason_[lit.var()] = kNoClause;
         phase_[lit.var()] = lit.negative();
-        heap_.insert(lit.var());
+        heap_of(lit.var()).insert(lit.var());
     }
     trail_.resize(keep);
     trail_lim_.resize(target);

@@ -88,6 +88,12 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     index_slack(t.var);
 }
 
+// Deciding such atoms first, each on the side the current values satisfy (phase), lets the
+// simplex's model lead the search: the Boolean structure over them mostly follows by propagation.
+void ArithTheory::prefer_model_phase(sat::Var var) {
+    if (is_atom(var)) sat_.decide_first(var);
+}
+
 void ArithTheory::retire(sat::Var var) {
     if (is_atom(var)) atom_data_[atom_of_[var]].alive = false;
 }

@@ -76,6 +76,7 @@ class ArithTheory : public LinearTheory {
     void set_cuts(bool on) override { cuts_ = on; }
     void set_relax_explanations(bool on) override { relax_ = on; }
     void set_theory_phase(bool on) override { theory_phase_ = on; }
+    void prefer_model_phase(sat::Var var) override;
     DecideStats stats() const override;
 
     // sat::Theory
@@ -118,6 +119,8 @@ class ArithTheory : public LinearTheory {
     static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
                         const lra::DeltaRational& r);
     int simplex_var(int problem_var);
+    // Whether the simplex's current values satisfy the atom literal `lit`.
+    bool holds_now(sat::Lit lit) const;
     lra::Reason bound_reason(sat::Lit lit) const;
     Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
                  const QNumber& c, bool integral) const;

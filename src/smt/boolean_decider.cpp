@@ -130,6 +130,8 @@ void BooleanDecider::enter(std::size_t atoms, std::uint32_t props, std::size_t c
             sat_.add_clause({sat::Lit(v, false), ~lit});
             lit = sat::Lit(v, false);
         }
+        if (prop.kind == Proposition::Kind::Atom && prop.phase_from_model)
+            theory_->prefer_model_phase(lit.var());
         prop_var_.push_back(lit.var());
         if (prop_of_.size() <= lit.var()) prop_of_.resize(lit.var() + 1, 0);
         prop_of_[lit.var()] = p + 1;

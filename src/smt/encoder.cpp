@@ -97,6 +97,9 @@ Literal Encoder::bound(Relation relation, std::uint32_t term) {
     p.kind = Proposition::Kind::Atom;
     p.relation = relation;
     p.term = term;
+    if (dag_)
+        for (const auto& e : normal_)
+            p.phase_from_model = p.phase_from_model || dag_->lifted_index(e.var) >= 0;
     std::uint32_t prop = problem_.boolean.add(p);
     bounds_[index].push_back({shared, std::move(value), prop});
     bound_log_.push_back(static_cast<std::uint32_t>(index));

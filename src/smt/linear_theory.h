@@ -44,6 +44,9 @@ class LinearTheory : public sat::Theory {
     // The atom stops counting (its proposition was popped); its variable is left to the search.
     virtual void retire(sat::Var var) = 0;
     virtual bool is_atom(sat::Var var) const = 0;
+    // Decisions on the atom `var` take the side the current model satisfies, before other
+    // variables.
+    virtual void prefer_model_phase(sat::Var /*var*/) {}
     // The SAT solver gave back the variables from `first` on (a pop): their atoms go. A theory
     // that cannot forget atoms has the solver keep popped variables (sat::Options).
     virtual void truncate(sat::Var /*first*/) {}

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Formulas that fold while they are read, against the unfolded input. Seeded fuzzer-like scripts
 over two variables (Real, or Int): atoms whose sides cancel or are multiplied by 0, term ites
-that a constant condition or equal branches decide, formula ites, xor, =>, distinct, repeated and
+that a constant condition or equal branches decide or that stay (a lifted variable, whose atoms
+the search decides by the current model), formula ites, xor, =>, distinct, repeated and
 complementary operands, and bounds that state the same in other words. vorn must answer sat or unsat with --verify; its
 models and certificates must check against the input (check_certificate.py --input, which reads
 the script itself); where z3 is on the PATH, its answer must be the same.
@@ -27,6 +28,7 @@ def term(rng, vs, depth):
     return rng.choice([
         "(+ %s %s)" % (a, b), "(- %s %s)" % (a, b), "(- %s %s)" % (a, a), "(* 0 %s)" % a,
         "(* 3 %s)" % a, "(ite %s %s %s)" % (constant_condition(rng, vs), a, b),
+        "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, b),
         "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, a)])
 
 

@@ -12,8 +12,9 @@
 //
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
-// phase saving; Luby or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon
-// 2009). Between solve() calls the solver is at decision level 0.
+// phase saving (a theory may choose the sign, and variables marked decide_first come first); Luby
+// or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon 2009). Between solve()
+// calls the solver is at decision level 0.
 //
 // Backjumps. A conflict undoes the levels above its learned clause's second-highest level, but
 // one that would undo more than Options::chronological_distance levels undoes the conflict's
@@ -140,6 +141,8 @@ class Solver {
     const std::vector<Lit>& activation_literals() const { return activation_; }
     // The sign the next decision on `var` takes, until the search saves another.
     void set_phase(Var var, bool negative) { phase_[var] = negative; }
+    // Decisions take `var` before every variable not so marked (by activity among themselves).
+    void decide_first(Var var);
 
     // Not owned; nullptr detaches. Attach before the first solve(). The theory may create
     // variables (new_var) during check(); the search then goes on to decide them.
@@ -183,7 +186,7 @@ class Solver {
     std::uint32_t abstract_level(Var v) const { return 1u << (level_[v] & 31); }
     void learn();
 
-    // decide.cpp: VSIDS with phase saving.
+    // decide.cpp: VSIDS with phase saving, variables decided first before the others.
     void bump(Var v);
     void decay_activities() { var_inc_ /= kVarDecay; }
     Lit pick_branch();
@@ -217,6 +220,11 @@ class Solver {
     std::vector<double> activity_;
     double var_inc_ = 1;
     VarHeap heap_{activity_};
+    // The variables decided first (decide_first) wait in a heap of their own; heap_ may still
+    // hold one made so after it entered, which pick_branch passes over.
+    VarHeap first_heap_{activity_};
+    std::vector<bool> first_;
+    VarHeap& heap_of(Var v) { return first_[v] ? first_heap_ : heap_; }
     std::vector<bool> phase_;  // saved phase: the sign the variable last had
 
     Restarts restarts_;

@@ -48,7 +48,7 @@ class NotAccepted : public std::runtime_error {
 class AssertionEncoder {
   public:
     AssertionEncoder(Problem& problem, const FormulaDag& dag, bool lenient)
-        : problem_(problem), dag_(dag), encoder_(problem), lenient_(lenient) {}
+        : problem_(problem), dag_(dag), encoder_(problem, &dag), lenient_(lenient) {}
 
     // Asserts `root`. True when part of it was encoded: the DAG must then keep it, as a root
     // that models are checked against.

@@ -17,7 +17,8 @@
 // x − y > 3 is its negation. The proposition keeps the term it was made with. A lookup costs the
 // term's length, a hash and a scan of the bounds already made on that term. A gate over the same
 // operands (and, xor, ite) is made once too, so formulas that are equal once their atoms share
-// literals share their definitions.
+// literals share their definitions. A bound over a term ite's variable is marked for the search
+// to decide by the theory's model.
 //
 // The callers walk their own formula DAGs (the script reader's, the embedding API's) and call
 // the encoder bottom-up; assert_true() makes a literal a fact.
@@ -29,13 +30,16 @@
 #include <vector>
 
 #include "vorn/lra/term_table.h"
+#include "vorn/smt/formula_dag.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
 
 class Encoder {
   public:
-    explicit Encoder(Problem& problem) : problem_(problem) {}
+    // Bounds over the variables `dag` lifts are marked Proposition::phase_from_model.
+    explicit Encoder(Problem& problem, const FormulaDag* dag = nullptr)
+        : problem_(problem), dag_(dag) {}
 
     // The literal of a constant: a proposition fixed true by a unit clause, made once.
     Literal constant(bool value);
@@ -85,6 +89,7 @@ class Encoder {
     };
 
     Problem& problem_;
+    const FormulaDag* dag_;
     std::optional<std::uint32_t> true_;  // the proposition of constant(true)
     std::unordered_map<int, std::uint32_t> variables_;
     std::vector<Literal> scratch_;
