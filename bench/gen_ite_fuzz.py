@@ -15,7 +15,8 @@ other (name the file with z3's answer to have it checked). Without -o the script
 """
 import argparse
 import random
-import sys
+
+from script_output import write_script
 
 
 def generate(vars_, lets, conjuncts, seed, sort):
@@ -79,11 +80,7 @@ def main():
     p.add_argument("-o", "--output")
     a = p.parse_args()
     text = generate(a.vars, a.lets, a.conjuncts, a.seed, a.sort)
-    if a.output:
-        with open(a.output, "w") as f:
-            f.write(text)
-    else:
-        sys.stdout.write(text)
+    write_script(text, a.output)
 
 
 if __name__ == "__main__":

@@ -20,7 +20,8 @@ bound T only when --makespan is given). Without -o the script goes to stdout.
 """
 import argparse
 import random
-import sys
+
+from script_output import write_script
 
 
 def instance(jobs, machines, seed, max_duration):
@@ -111,11 +112,7 @@ def main():
               + f"--sort {a.sort} --max-duration {a.max_duration}"
               + (" --minimize" if a.minimize else ""))
     text = script(shop, makespan, a.sort, a.status, header, a.minimize)
-    if a.output:
-        with open(a.output, "w") as f:
-            f.write(text)
-    else:
-        sys.stdout.write(text)
+    write_script(text, a.output)
 
 
 if __name__ == "__main__":

@@ -15,7 +15,8 @@ Without -o the script goes to stdout.
 """
 import argparse
 import random
-import sys
+
+from script_output import write_script
 
 
 def generate(vars_, atoms, clauses, seed, sort, coef, bound):
@@ -66,11 +67,7 @@ def main():
     lines += generate(a.vars, a.atoms, clauses, a.seed, a.sort, a.coef, a.bound)
     lines += ["(check-sat)", "(exit)"]
     text = "\n".join(lines) + "\n"
-    if a.output:
-        with open(a.output, "w") as f:
-            f.write(text)
-    else:
-        sys.stdout.write(text)
+    write_script(text, a.output)
 
 
 if __name__ == "__main__":

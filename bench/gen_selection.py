@@ -14,7 +14,8 @@ Without -o the script goes to stdout.
 """
 import argparse
 import random
-import sys
+
+from script_output import write_script
 
 
 def instance(jobs, seed):
@@ -57,11 +58,7 @@ def main():
     p.add_argument("-o", "--output")
     a = p.parse_args()
     text = script(instance(a.jobs, a.seed), a.sort)
-    if a.output:
-        with open(a.output, "w") as f:
-            f.write(text)
-    else:
-        sys.stdout.write(text)
+    write_script(text, a.output)
 
 
 if __name__ == "__main__":

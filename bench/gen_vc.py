@@ -16,7 +16,8 @@ bench/smt_bench.py check it. Without -o the script goes to stdout.
 """
 import argparse
 import random
-import sys
+
+from script_output import write_script
 
 
 def generate(locations, vars_, steps, seed, sort):
@@ -109,11 +110,7 @@ def main():
     ap.add_argument("-o", "--output")
     a = ap.parse_args()
     text = generate(a.locations, a.vars, a.steps, a.seed, a.sort)
-    if a.output:
-        with open(a.output, "w") as f:
-            f.write(text)
-    else:
-        sys.stdout.write(text)
+    write_script(text, a.output)
 
 
 if __name__ == "__main__":
