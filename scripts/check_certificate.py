@@ -1167,14 +1167,16 @@ def affine(terms, c):
 class Lifted:
     """The terms the tool lifts to variables of their own, read as the certificate defines them
     (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
-    equal branches decide is its branch (the tool folds it so), another is the variable that
+    equal branches decide is its branch (the tool folds it so; with keep_defined, the variable
+    that the certificate defines as that branch, if any), another is the variable that
     by_branches gives for its condition and branches; a quotient of a constant is a number,
     another the variable of its quotient line (quotients, by dividend and divisor). One that
     the certificate does not define is a fresh variable, which no atom of the certificate
     names (one for equal terms): the conjuncts without it count, whatever its value."""
 
-    def __init__(self, F, memo, by_branches=None, quotients=None):
+    def __init__(self, F, memo, by_branches=None, quotients=None, keep_defined=False):
         self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
+        self.keep_defined = keep_defined
         self.fresh = {}
 
     def __call__(self, e):
@@ -1184,6 +1186,11 @@ class Lifted:
             then, other = lin(e[2], F.sorts, self), lin(e[3], F.sorts, self)
             t, u = affine(*then), affine(*other)
             if c < 2 or t == u:
+                # The tool may lift an ite whose condition is constant only once its atoms are
+                # canonical ((=> a a) over two spellings of a), defined as v = branch.
+                b = u if c == 1 else t
+                if self.keep_defined and self.by_branches and (None, b, b) in self.by_branches:
+                    return self.variable(self.by_branches, (None, b, b))
                 return other if c == 1 else then
             return self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else (c, t, u))
         args = [lin(a, F.sorts, self) for a in e[1:]] + [({}, Fraction(1))] * (e[0] == "to_int")
@@ -1234,22 +1241,38 @@ def check_clause_input(lines, problem):
     clause of a closed level, with the negation of a selector that the proof does not assume.
     Every assumption is an open level's selector, or a formula or conjunct of the problem."""
     p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
-    F, meaning, inputs, leaves = aliased(lambda names: clause_meanings(
+    F, meaning, inputs, read_leaves = aliased(lambda names: clause_meanings(
         lines, p, problem, names, sorts), names)
+    # A folded ite read as its branch, else (only if needed: it costs a second reading) as
+    # the variable defined as that branch; both follow from the problem and the definitions.
+    readings = iter((False, True))
+    leaves = read_leaves(next(readings))
+
+    def follows(f):
+        nonlocal leaves
+        while not F.follows(f, leaves):
+            keep_defined = next(readings, None)
+            if keep_defined is None:
+                return False
+            more = read_leaves(keep_defined)
+            leaves = None if more is None else leaves | more
+        return True
+
     for clause, f in inputs:
-        if not F.follows(f, leaves):
+        if not follows(f):
             raise ValueError("input clause %s follows from no active assertion" %
                              " ".join(map(str, clause)))
     for a in p["assume"]:
         if not (a in p["selects"] or (-a not in p["selects"] and
-                                      F.follows(meaning[abs(a)] ^ (a < 0), leaves))):
+                                      follows(meaning[abs(a)] ^ (a < 0)))):
             raise ValueError("assumption %d is no open level nor assumed formula" % a)
     return True
 
 
 def clause_meanings(lines, p, problem, names, sorts):
     """The formulas of the proof's variables, the input clauses to check (those of closed
-    levels and definitions' Tseitin clauses set aside) and the leaves they may follow from:
+    levels and definitions' Tseitin clauses set aside) and a reader of the leaves they may
+    follow from (by how it reads a folded ite, Lifted's keep_defined):
     the problem's conjuncts, the definitions of term ite variables, quotients' bounds. With
     the groups of variables that equal definitions make equal (aliased)."""
     F, meaning, tseitin, selects = Formulas(sorts), {}, set(), p["selects"]
@@ -1303,10 +1326,13 @@ def clause_meanings(lines, p, problem, names, sorts):
         if defined.setdefault(v, key) == key:
             by_branches[key].add(v)
             accepted.add(f)
-    memo = {}
-    leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
-    if leaves is not None:
-        leaves |= bounds.union(*map(F.split, accepted))
+
+    def leaves(keep_defined):
+        memo = {}
+        lifted = Lifted(F, memo, lowest(by_branches), lowest(quotients), keep_defined)
+        found = conjuncts(F, problem, lifted, memo)
+        return found if found is None else found | bounds.union(*map(F.split, accepted))
+
     return (F, meaning, inputs, leaves), list(by_branches.values()) + \
         list(quotients.values())
 

@@ -52,6 +52,8 @@ const FoldCase kCases[] = {
      "unsat"},
     {"distinct of equal terms is false", "(assert (or (distinct x (+ x 0) y) b))(assert (not b))",
      "unsat"},
+    {"a condition constant only once its atoms are one literal",
+     "(assert (= (ite (=> (< x (+ y x)) (< 0 y)) 1 (* 4 i)) (* 2 i)))", "unsat"},
     {"an ite over formulas with equal branches", "(assert (ite c (> x 1) (> x 1)))(assert (< x 0))",
      "unsat"},
     {"Int bounds with other normal forms stay apart",
