@@ -116,3 +116,12 @@ TEST(CliFolding, DeepLetChainsAreReadAndCheckedAtDepth) {
     EXPECT_EQ(answers(run.out), "unsat") << run.err;
     EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
 }
+
+TEST(CliFolding, ConjunctionsOverLiftedItesAreCertifiedWithTheirDefinitions) {
+    // Refuted by integer equalities alone, before any search: a proof tree could not define
+    // the ites its atoms name.
+    const std::string input = VORN_DATA_DIR "/smt/lifted_ite_lattice.smt2";
+    auto run = run_tool("check --verify --certificate " + input);
+    EXPECT_EQ(answers(run.out), "unsat") << run.err;
+    EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
+}

@@ -204,14 +204,15 @@ Decision Context::State::check(std::span<const Literal> assumptions) {
     // Difference constraints get their own theory; the first other term moves the problem to
     // the simplex for good.
     if (difference) difference = still_difference();
-    bool has_structure = !problem.boolean.empty() || !assumptions.empty();
+    bool clause_proof = options.certify && options.clause_proof;
+    bool has_structure = !problem.boolean.empty() || !assumptions.empty() || clause_proof;
     if ((!boolean && has_structure) || (boolean && uses_difference && !difference))
         to_boolean(difference);
     lattice_answered = false;
-    if (boolean && problem.atoms.size() != lattice_checked) {
+    if (boolean && !clause_proof && problem.atoms.size() != lattice_checked) {
         // The asserted atoms hold in every model, Boolean structure or not: equalities among
-        // them off their integer lattice refute the problem before any search. Once per new
-        // atom list (a pop or new atoms change its size).
+        // them off their integer lattice refute the problem before any search (in a proof
+        // tree). Once per new atom list (a pop or new atoms change its size).
         lattice_checked = problem.atoms.size();
         IntegerSystem sys = solve_integer_equalities(problem, problem.atoms.size(), false);
         if (sys.refuted()) {

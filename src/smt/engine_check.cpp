@@ -61,7 +61,15 @@ void Engine::check_conjunction(std::span<const FormulaRef> assumed, const Answer
 
 void Engine::decide(std::span<const Literal> assumptions, std::span<const FormulaRef> assumed,
                     const AnswerHook& answered) {
-    bool boolean = !problem_->boolean.empty() || !assumptions.empty() ||
+    bool clause_proof =
+        options_.decide.certify && std::ranges::any_of(dag_.lifted(), [](const LiftedIte& l) {
+            return l.kind == LiftedIte::Ite;
+        });
+    if (clause_proof != options_.decide.clause_proof) {
+        options_.decide.clause_proof = clause_proof;
+        if (context_) context_->set_options(options_.decide);
+    }
+    bool boolean = !problem_->boolean.empty() || !assumptions.empty() || clause_proof ||
                    (context_boolean_ && !options_.fresh_solver_per_check);
     context_boolean_ = context_boolean_ || (boolean && !options_.fresh_solver_per_check);
     auto start = Clock::now();

@@ -84,6 +84,9 @@ struct DecideOptions {
     // Problems with Boolean structure: keep the clause proof of an Unsat answer
     // (Decision::clause_proof). It costs memory for every clause the search learns.
     bool certify = false;
+    // With certify: decide a conjunction by the Boolean search too, so that its proof is a clause
+    // proof. A proof tree cannot define a lifted term ite; a clause proof's definitions do.
+    bool clause_proof = false;
     // Per check, measured from its start (zero: none): the check answers Unknown, reason
     // "timeout", soon after.
     std::chrono::milliseconds time_limit{0};
