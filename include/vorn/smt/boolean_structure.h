@@ -52,8 +52,9 @@ struct Proposition {
     Relation relation = Relation::Le;  // Atom: Le or Ge
     int variable = 0;                  // Variable: a problem variable of sort Bool
     std::uint32_t term = 0;            // Atom: `term ⋈ 0`, a problem term (constant included)
-    // Atom over a lifted variable (a term ite's or a quotient's): decided on the side the theory's current model takes, so
-    // that the bounds of an ite's unselected branch cost no pivot and no conflict.
+    // Atom over a lifted variable (a term ite's or a quotient's): decided before the others, on
+    // the side the theory's current model takes, so that the bounds of an ite's unselected
+    // branch cost no pivot and no conflict.
     bool phase_from_model = false;
 };
 
