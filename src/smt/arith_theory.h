@@ -119,8 +119,6 @@ class ArithTheory : public LinearTheory {
     static bool implies(bool upper, const lra::DeltaRational& b, bool r_upper,
                         const lra::DeltaRational& r);
     int simplex_var(int problem_var);
-    // Whether the simplex's current values satisfy the atom literal `lit`.
-    bool holds_now(sat::Lit lit) const;
     lra::Reason bound_reason(sat::Lit lit) const;
     Reading read(const lra::TermVar& t, std::span<const LinearExpr::Entry> term, Relation relation,
                  const QNumber& c, bool integral) const;
