@@ -125,6 +125,18 @@ TEST(UnboundedInt, MixedRowsDecided) {
          ") 16)))(assert (or (is_int (+ (+ (* (- 2) r0) (* (- 1) r1)) (to_real (* 6 x3)))) (is_int"
          " (+ (* 6 r1) (to_real (to_int (* (- 3) r0)))))))(check-sat)",
          "sat", "--bb-limit 50"},
+        {"own-row splits up to 144, splits on them past 100 (--mixed problem 31001149)",
+         "(assert (is_int (+ (+ (* (- 6) r0) (* 6 r1) 0) (to_real (+ (* 4 x1) (* (- 3) x3) 0)))))("
+         "assert (or (or (= (+ (+ (* 4 r0) (* (- 4) r1) 0) (to_real (to_int (+ (+ (* 1 r1) (* 3 r0"
+         ") 0) (to_real (+ (* (- 4) x2) 0)))))) (- 42)) (= (+ (+ (* 4 r0) (* (- 4) r1) 0) (to_real"
+         " (to_int (+ (+ (* 1 r1) (* 3 r0) 0) (to_real (+ (* (- 4) x2) 0)))))) (- 46))) (<= (ite ("
+         "is_int (+ (+ (* 1 r0) (* 6 r1) 0) (to_real (+ (* (- 4) x1) 0)))) (+ (* (- 4) x3) (* 2 x1"
+         ") (* (- 2) x0) 0) (+ (* 3 x3) 0)) (- 64))))(assert (or (= (+ (+ (* (- 3) r0) (* (- 6) r1"
+         ") 0) (to_real (+ (* 1 x1) (* 4 x0) 0))) (- 71)) (and (<= (+ (* (- 3) x2) (* 6 x1) 0) (- "
+         "76)) (is_int (+ (+ (* (- 2) r0) (* (- 6) r1) 0) (to_real (+ (* 1 x0) (* 6 x1) (* 3 x2) 0"
+         "))))) (< (to_int (+ (+ (* 2 r1) 0) (to_real (+ (* 2 x3) (* (- 1) x0) (* 6 x2) 0)))) 112)"
+         "))(check-sat)",
+         "sat", "--bb-limit 50"},
     };
     // clang-format on
     for (const Case& c : cases) {

@@ -297,9 +297,12 @@ void ArithTheory::conflict_from_simplex(std::vector<sat::Lit>& clause) {
 }
 
 // An input atom is decided the way the simplex's current assignment has it, so that a decision
-// conflicts with the bounds asserted so far only when the simplex would have to move.
+// conflicts with the bounds asserted so far only when the simplex would have to move. Not once
+// the integer search has split in this check: the vertex is then where the splits pushed it,
+// often far along an unbounded direction, and the Boolean choices would follow that walk (four
+// checks of the wide incremental scripts that z3 answers at once ran to the time limit).
 bool ArithTheory::phase(sat::Var v, bool saved) {
-    if (!theory_phase_ || !is_atom(v)) return saved;
+    if (!theory_phase_ || used_ != 0 || !is_atom(v)) return saved;
     const Atom& a = atom_data_[atom_of_[v]];
     if (!a.alive || a.search) return saved;
     const lra::DeltaRational& x = simplex_.delta_value(a.term.var);
