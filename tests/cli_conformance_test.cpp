@@ -125,8 +125,11 @@ const ScriptCase kScripts[] = {
 (assert (let ((a 1)) (let ((b (+ a 1))) (let ((a (* 2 3 b))) (> (+ |x y|) a 0.0)))))
 (assert (= |x y| (ite p (- 15) 15)))(assert (< (/ 1 3) (* 2 3 |x y|)))(push 0)(pop 0)
 (check-sat)(get-value ((+ |x y| 1) p))(assert (=> p p false))(assert (distinct p (not p) p))
-(check-sat)(echo "a ""b"" c")(reset)(declare-fun p () Int)(check-sat)(exit)(check-sat))",
-     "sat\n(((+ |x y| 1) 16.0) (p false))\nunsat\n\"a \"\"b\"\" c\"\nsat\n"},
+(check-sat)(echo "a ""b"" c")(reset)(set-logic QF_LIA)(declare-fun p () Int)(set-logic QF_LIA)
+(check-sat)(exit)(check-sat))",
+     "sat\n(((+ |x y| 1) 16.0) (p false))\nunsat\n\"a \"\"b\"\" c\"\n(error \"s.smt2:6:78: "
+     "set-logic is allowed once, before any command but set-option, set-info, get-option, get-info "
+     "and echo\")\nsat\n"},
 };
 
 std::string smt_int(long v) {

@@ -137,6 +137,10 @@ class ScriptInterpreter {
     using Id = SExprTree::Id;
 
     const SNode& item(std::size_t k) const { return tree_[items_[k]]; }
+    static bool keeps_start(Known k) {
+        return k == Known::SetOption || k == Known::SetInfo || k == Known::GetOption ||
+               k == Known::GetInfo || k == Known::Echo;
+    }
     bool is_check(Id id) const {
         if (!tree_[id].is_list() || tree_[id].size == 0) return false;
         const SNode& head = tree_[tree_.first(id)];
@@ -237,6 +241,8 @@ class ScriptInterpreter {
     bool print_success_ = false;
     bool produce_cores_ = false;
     bool has_last_ = false;
+    // No command since the start or the last reset but those that keep set-logic allowed.
+    bool starting_ = true;
     bool interrupted_ = false;  // a check-sat answered unknown for an interrupt
     std::string last_unknown_;
 };
@@ -266,8 +272,14 @@ bool ScriptInterpreter::command(Id id) {
     const SNode& head = item(0);
     Known k = is_known(head.symbol) ? known(head.symbol) : Known::Count;
     if (reading_ && skipped_in_reading(cmd, k)) return true;
+    bool was_starting = starting_;
+    starting_ = starting_ && keeps_start(k);
     switch (k) {
         case Known::SetLogic:
+            if (!was_starting)
+                fail(head.pos,
+                     "set-logic is allowed once, before any command but set-option, "
+                     "set-info, get-option, get-info and echo");
             expect_arity(cmd, 2);
             return success(), true;
         case Known::SetInfo:
@@ -947,6 +959,7 @@ void ScriptInterpreter::reset() {
     assertion_texts_.clear();
     has_last_ = false;
     produce_cores_ = false;
+    starting_ = true;
 }
 
 }  // namespace
