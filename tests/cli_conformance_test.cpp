@@ -92,6 +92,12 @@ const ScriptCase kScripts[] = {
      "sat\n((x 9) (((_ divisible 6) x) false) (((_ divisible 4) 8) true))\nunsat\nunknown\n"
      "(:reason-unknown \"s.smt2:4:52: the indexed or qualified identifier is outside the linear "
      "fragment\")\nunsat\n"},
+    {"div, mod and / by zero are unspecified functions of their argument",
+     R"((declare-const x Int)(declare-const y Int)(declare-const r Real)(assert (= (div x 0) 3))
+(assert (= x y 1))(assert (= (mod y 0) 5 (/ r 0)))(check-sat)(get-value ((div y 0) (div 1 0)))
+(push 1)(assert (distinct (div y 0) (div (+ x 0) 0) 7))(check-sat)(pop 1)(assert (= r 0))
+(assert (distinct (/ r 0) (/ (* 2 r) 0)))(check-sat))",
+     "sat\n(((div y 0) 3) ((div 1 0) 3))\nunsat\nunsat\n"},
     {"quotient definitions are atoms: a conjunction stays one, off its lattice",
      R"((declare-const x Int)(declare-const y Int)(assert (= (div x 3) (/ x 3)))
 (assert (< (+ (* (- 3) y) x) 0))(assert (is_int (/ (+ x y) 2)))(check-sat)(get-value (x y)))",

@@ -3,6 +3,7 @@
 // whose definition follows every atom that mentions it (formula_dag.h).
 
 #include <string>
+#include <vector>
 
 #include "vorn/io/numbers.h"
 #include "vorn/io/parse_error.h"
@@ -42,6 +43,37 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     result.expr.set_variable(q);
 }
 
+void TermEvaluator::by_zero(Value& result, Known op, bool real, smt::SourcePos pos) {
+    std::erase_if(by_zero_, [&](const ByZero& e) {
+        return e.value > problem_.variables.size() || problem_.variables.name(e.value) != e.name ||
+               (e.lifted && dag_.lifted_index(e.value) < 0);
+    });
+    Value value;
+    value.expr.set_variable(problem_.variables.add("by0@" + std::to_string(++lifted_names_),
+                                                   real ? smt::Sort::Real : smt::Sort::Int, pos));
+    for (auto e = by_zero_.rbegin(); e != by_zero_.rend(); ++e) {
+        if (e->op != op) continue;
+        negated_.clear();
+        negated_.add(result.expr, QNumber(1));
+        negated_.add(e->argument, QNumber(-1));
+        smt::LinearExpr earlier = smt::LinearExpr::variable(e->value);
+        if (negated_.is_constant()) {
+            if (!negated_.constant_value().is_zero()) continue;
+            result.expr.swap(earlier);  // the same argument: that application's value
+            return;
+        }
+        FormulaId same = new_atom(smt::Relation::Eq, problem_.add_term(negated_), 1, pos);
+        smt::LinearExpr otherwise = value.expr;
+        lift_ite(value, same, earlier, otherwise, real, pos);
+    }
+    if (!value.expr.is_constant() && value.expr.entries().size() == 1) {
+        int v = value.expr.entries().front().var;
+        by_zero_.push_back({op, result.expr, v, std::string(problem_.variables.name(v)),
+                            dag_.lifted_index(v) >= 0});
+    }
+    result.expr.swap(value.expr);
+}
+
 // ((_ divisible k) t) for a numeral k; any other indexed or qualified head (bit-vectors, arrays)
 // is outside the fragment, so that the assertion stays and check-sat answers unknown.
 void TermEvaluator::start_indexed(Id id) {
@@ -70,17 +102,26 @@ void TermEvaluator::finish_integer_op(const Frame& f) {
     for (std::size_t i = f.base + 1; i < top_; ++i) {
         if (!values_[i].expr.is_constant())
             return outside(result, op + " by a non-constant term", arg_pos(f, i - f.base));
-        if (values_[i].expr.constant_value().is_zero())
-            return outside(result, op + " by zero", arg_pos(f, i - f.base));
     }
     switch (f.head) {
         case Known::Div:
-            for (std::size_t i = f.base + 1; i < top_; ++i)
-                quotient(result, result.expr, values_[i].expr.constant_value(), pos);
+            for (std::size_t i = f.base + 1; i < top_; ++i) {
+                const QNumber& divisor = values_[i].expr.constant_value();
+                if (divisor.is_zero()) {
+                    by_zero(result, Known::Div, false, pos);
+                } else {
+                    quotient(result, result.expr, divisor, pos);
+                }
+            }
             result.real = false;
             break;
         case Known::Mod: {  // t − d·(div t d)
             QNumber divisor = values_[f.base + 1].expr.constant_value();
+            if (divisor.is_zero()) {
+                by_zero(result, Known::Mod, false, pos);
+                result.real = false;
+                break;
+            }
             negated_.clear();
             negated_.add(result.expr, QNumber(1));
             quotient(result, negated_, divisor, pos);

@@ -421,8 +421,13 @@ void TermEvaluator::finish_arith(const Frame& f) {
             for (std::size_t i = 1; i < n; ++i) {
                 if (!arg(i).is_constant())
                     return outside(result, "division by a non-constant term", arg_pos(f, i));
-                if (arg(i).constant_value().is_zero())
-                    return outside(result, "division by zero", arg_pos(f, i));
+                if (arg(i).constant_value().is_zero()) {
+                    if (!lenient_) return outside(result, "division by zero", arg_pos(f, i));
+                    result.expr.scale(QNumber(1) / divisor);
+                    by_zero(result, Known::Divide, true, node(f.node).pos);
+                    divisor = QNumber(1);
+                    continue;
+                }
                 divisor *= arg(i).constant_value();
                 check_number_size(divisor, arg_pos(f, i));
             }

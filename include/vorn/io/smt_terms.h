@@ -212,6 +212,10 @@ class TermEvaluator {
     // Int variable with its definition (formula_dag.h).
     void quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
                   smt::SourcePos pos);
+    // (div t 0), (mod t 0), (/ t 0) into `result`: the standard leaves them unspecified, so
+    // each is a function of t alone, a fresh variable equal to the value of every earlier
+    // application of `op` whose argument equals t (nested ites; O(earlier applications)).
+    void by_zero(Value& result, Known op, bool real, smt::SourcePos pos);
     // (ite c then otherwise) between terms: a fresh variable, into `result`.
     void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                   const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
@@ -268,6 +272,16 @@ class TermEvaluator {
     std::uint32_t lifted_names_ = 0;
     std::vector<std::uint32_t> new_names_;  // see take_names
     smt::LinearExpr negated_;               // abs: scratch for −t
+    // Applications by zero as by_zero made them; one whose variable a pop took, or whose ite
+    // definition its command dropped, is stale.
+    struct ByZero {
+        Known op;
+        smt::LinearExpr argument;
+        int value;
+        std::string name;
+        bool lifted;
+    };
+    std::vector<ByZero> by_zero_;
 };
 
 }  // namespace vorn::io
