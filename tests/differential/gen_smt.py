@@ -5,7 +5,8 @@ Terms: ('v', name) | ('c', Fraction) | ('+', [t]) | ('-', [t]) | ('*', [t]) with
 factor | ('ite', f, t, t) | ('div', [t, c]) | ('mod', [t, c]) | ('abs', [t]) | ('to_int', [t]). Formulas: ('atom', rel, [t]) | ('not', f) | ('and', [f]) |
 ('or', [f]) | ('=>', f, f) | ('xor', [f]) | ('iff', [f]) (= between formulas) | ('fite', f, f, f)
 | ('b', name) (a Bool constant or a let-bound formula) | ('let', [(name, t)], f) |
-('letf', [(name, f)], f).
+('letf', [(name, f)], f) | ('named', name, f) (the name of an active named assertion f, as a
+check-sat-assuming literal).
 """
 
 import re
@@ -100,7 +101,7 @@ def render_f(rng, f):
         return "(let (%s) %s)" % (binds, render_f(rng, f[2]))
     if kind == "=>":
         return "(=> %s %s)" % (render_f(rng, f[1]), render_f(rng, f[2]))
-    if kind == "b":
+    if kind in ("b", "named"):
         return sym(f[1])
     if kind == "let":
         as_int = f[2][0] == "atom" and len(f[2]) > 3 and f[2][3]
@@ -222,6 +223,8 @@ def eval_f(f, env):
         return eval_f(f[2], inner)
     if kind == "const":
         return f[1]
+    if kind == "named":
+        return eval_f(f[2], env)
     raise ValueError(kind)
 
 
@@ -237,8 +240,8 @@ def free_vars(x, bound=frozenset()):
     elif kind == "atom":
         for a in x[2]:
             out |= free_vars(a, bound)
-    elif kind == "not":
-        out |= free_vars(x[1], bound)
+    elif kind in ("not", "named"):
+        out |= free_vars(x[-1], bound)
     elif kind == "=>":
         out |= free_vars(x[1], bound) | free_vars(x[2], bound)
     elif kind in ("ite", "fite"):
@@ -248,6 +251,19 @@ def free_vars(x, bound=frozenset()):
             out |= free_vars(t, bound)
         out |= free_vars(x[2], bound | {n for n, _ in x[1]})
     return out
+
+
+def named_refs(lit):
+    """The names of named assertions a check-sat-assuming literal refers to."""
+    inner = lit[1] if lit[0] == "not" else lit
+    return {inner[1]} if inner[0] == "named" else set()
+
+
+def unnamed(lit):
+    """The literal with the named assertion it refers to written out."""
+    if lit[0] == "not" and lit[1][0] == "named":
+        return ("not", lit[1][2])
+    return lit[2] if lit[0] == "named" else lit
 
 
 def simulate(script):
@@ -278,7 +294,8 @@ def simulate(script):
             if ok:
                 del frames[len(frames) - c["n"]:]
         elif k == "assuming":
-            ok = all(free_vars(f) <= set(decls) for f in c["lits"])
+            active = {n for _, n in asserts if n}
+            ok = all(free_vars(f) <= set(decls) and named_refs(f) <= active for f in c["lits"])
         elif k == "get-value":
             ok = all(free_vars(t) <= set(decls) for t in c["terms"])
         states.append({"decls": decls, "asserts": asserts, "ok": ok})
@@ -296,6 +313,7 @@ class Gen:
         self.cores = rng.random() < 0.6
         self.counter = 0
         self.frames = [[]]  # names declared per scope
+        self.named = [[]]  # (name, formula) of the named assertions per scope
         self.sorts = {}
         self.popped = []  # names whose declarations a pop removed, for redeclaring
         self.cmds = []
@@ -461,15 +479,20 @@ class Gen:
             r = rng.random()
             if r < 0.45:
                 name = self.fresh("n") if self.cores and rng.random() < 0.7 else None
-                self.cmds.append({"k": "assert", "f": self.formula(), "name": name})
+                f = self.formula()
+                if name:
+                    self.named[-1].append((name, f))
+                self.cmds.append({"k": "assert", "f": f, "name": name})
             elif r < 0.55:
                 n = rng.choice([1, 1, 1, 2])
                 self.frames.extend([] for _ in range(n))
+                self.named.extend([] for _ in range(n))
                 self.cmds.append({"k": "push", "n": n})
             elif r < 0.65 and len(self.frames) > 1:
                 n = rng.randint(1, min(2, len(self.frames) - 1))
                 for _ in range(n):
                     self.popped.extend(self.frames.pop())
+                    self.named.pop()
                 self.cmds.append({"k": "pop", "n": n})
             elif r < 0.72:
                 self.declare()
@@ -483,6 +506,9 @@ class Gen:
                     negate = rng.random() < 0.3 and (self.boolean or len(a[2]) == 2)
                     if self.boolean and rng.random() < 0.3:
                         a = self.boolean_formula(1)
+                    named = [nf for fr in self.named for nf in fr]
+                    if named and rng.random() < 0.25:  # an assertion's name, maybe negated
+                        a, negate = ("named",) + rng.choice(named), rng.random() < 0.5
                     lits.append(("not", a) if negate else a)
                 self.cmds.append({"k": "assuming", "lits": lits})
                 self.after_check()
@@ -509,6 +535,6 @@ def core_script(script, state, core, assumptions, seed):
         if name is None or name in core:
             cmds.append({"k": "assert", "f": f, "name": None})
     for f in assumptions:
-        cmds.append({"k": "assert", "f": f, "name": None})
+        cmds.append({"k": "assert", "f": unnamed(f), "name": None})
     cmds.append({"k": "check"})
     return render({"logic": script["logic"], "arith": script.get("arith"), "cmds": cmds}, seed)
