@@ -1137,7 +1137,12 @@ def formula(F, e, memo, ites):
             raise InputError("unknown formula " + e)
         r = {"true": 0, "false": 1}[e] if e in ("true", "false") else F.node(("bool", e))
     elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
-        r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
+        atoms = atoms_of(e, F.sorts, ites)
+        # The tool's reading: a term ite with constant leaves equals a constant by its conditions.
+        table = ites.values((atoms[0][2], -atoms[0][1])) if ites and e[0] == "=" and \
+            len(e) == 3 else None
+        r = table.get(0, 1) if table is not None else \
+            F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms])
     elif e[0] == "is_int" or divisible(e):  # the tool's: t = k·(div t k), k 1 for is_int
         if ites is None:
             raise InputError("a quotient")
@@ -1164,6 +1169,9 @@ def affine(terms, c):
     return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
 
 
+MAX_ITE_VALUES = 256  # the tool's IteValues::kMaxValues
+
+
 class Lifted:
     """The terms the tool lifts to variables of their own, read as the certificate defines them
     (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
@@ -1177,9 +1185,15 @@ class Lifted:
     def __init__(self, F, memo, by_branches=None, quotients=None, keep_defined=False):
         self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
         self.keep_defined = keep_defined
-        self.fresh = {}
+        self.fresh, self.ites, self.tables, self.terms = {}, {}, {}, {}
 
     def __call__(self, e):
+        """Each term once: a let-shared ite chain would be read once per path otherwise."""
+        if id(e) not in self.terms:
+            self.terms[id(e)] = self.read(e)
+        return self.terms[id(e)]
+
+    def read(self, e):
         F = self.F
         if e[0] == "ite":
             c = formula(F, e[1], self.memo, self)
@@ -1190,9 +1204,11 @@ class Lifted:
                 # canonical ((=> a a) over two spellings of a), defined as v = branch.
                 b = u if c == 1 else t
                 if self.keep_defined and self.by_branches and (None, b, b) in self.by_branches:
-                    return self.variable(self.by_branches, (None, b, b))
+                    return self.lifted(self.variable(self.by_branches, (None, b, b)), c, then,
+                                       other)
                 return other if c == 1 else then
-            return self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else (c, t, u))
+            return self.lifted(self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else
+                                             (c, t, u)), c, then, other)
         args = [lin(a, F.sorts, self) for a in e[1:]] + [({}, Fraction(1))] * (e[0] == "to_int")
         ds = [affine(*d) for d in args[1:]]
         if any(terms or d == 0 for terms, d in ds) or (e[0] != "div" and len(ds) != 1):
@@ -1201,6 +1217,27 @@ class Lifted:
         for _, d in ds:
             t = self.quotient(t, d)
         return scaled_sum([(1, args[0]), (-ds[0][1], t)]) if e[0] == "mod" else t
+
+    def lifted(self, v, c, then, other):
+        self.ites.setdefault(next(iter(v[0])), (c, then, other))
+        return v
+
+    def values(self, t):
+        """{k: the formula t = k} when the term t, (terms, constant), is a constant or a·v + b
+        for a term ite v whose leaves are constants, at most MAX_ITE_VALUES of them, else None:
+        the tool's smt/ite_values.h, (= (ite c a b) k) as (ite c (= a k) (= b k))."""
+        terms, c = affine(*t)
+        if not terms or len(terms) > 1 or terms[0][0] not in self.ites:
+            return None if terms else {c: 0}
+        (v, a), = terms
+        if v not in self.tables:
+            cond, then, other = self.ites[v]
+            tv, ov = self.values(then), self.values(other)
+            keys = set(tv or ()) | set(ov or ())
+            self.tables[v] = None if tv is None or ov is None or len(keys) > MAX_ITE_VALUES else \
+                {k: self.F.ite(cond, tv.get(k, 1), ov.get(k, 1)) for k in keys}
+        return None if self.tables[v] is None else \
+            {a * k + c: f for k, f in self.tables[v].items()}
 
     def quotient(self, t, d):
         terms, c = affine(*t)

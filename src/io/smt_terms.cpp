@@ -128,6 +128,7 @@ FormulaRef TermEvaluator::formula(const SExprTree& tree, Id id) {
 void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
     tree_ = &tree;
     root_tree_ = &tree;
+    ite_values_.new_evaluation();
     frames_.clear();  // an error may have left a walk behind
     barrier_ = 0;
     body_nodes_ = 0;
@@ -472,6 +473,14 @@ void TermEvaluator::finish_relation(const Frame& f) {
         scratch_ids_.clear();
         if (n == 2) {  // the common atom: lhs − rhs in place
             result.expr.add(values_[f.base + 1].expr, QNumber(-1));
+            if (relation == smt::Relation::Eq) {
+                if (auto folded =
+                        ite_values_.equality(dag_, result.expr.entries(), node(f.node).pos)) {
+                    result.formula = *folded;
+                    result.is_formula = true;
+                    return;
+                }
+            }
             result.formula =
                 new_atom(relation, problem_.add_term(result.expr), 1, node(f.node).pos);
             result.is_formula = true;
@@ -572,7 +581,9 @@ void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::Line
         branches[i] = new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, pos);
     }
     FormulaId args[] = {condition, branches[0], branches[1]};
-    dag_.lift({v, condition, then_term, otherwise_term, new_node(FormulaNode::Ite, args, pos)});
+    FormulaId definition = new_node(FormulaNode::Ite, args, pos);
+    dag_.lift({v, condition, then_term, otherwise_term, definition});
+    ite_values_.lifted(v, definition, condition, then, otherwise);
     result.expr.set_variable(v);
 }
 

@@ -39,6 +39,7 @@
 #include "vorn/io/smt_symbols.h"
 #include "vorn/smt/formula_dag.h"
 #include "vorn/smt/formula_folding.h"
+#include "vorn/smt/ite_values.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
@@ -266,6 +267,8 @@ class TermEvaluator {
     std::vector<FormulaId> folded_;  // new_connective's scratch
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;
+    // Equalities between a term ite with constant leaves and a constant fold to Boolean structure.
+    smt::IteValues ite_values_;
     std::vector<std::uint32_t> new_names_;  // see take_names
     smt::LinearExpr negated_;               // abs: scratch for −t
 };
