@@ -513,7 +513,15 @@ class Script:
             body = self.expand(cmd[4], {p: p for p in params})
             top["defs"][cmd[1]] = (params, body)
         elif head == "assert":
-            top["asserts"].append(self.expand(cmd[1], {}))
+            f = self.expand(cmd[1], {})
+            top["asserts"].append(f)
+            # The tool's reading of (= x t), x a declared Int or Real constant that t does not
+            # mention: x stands for t in later terms, while the assertion holds.
+            if isinstance(cmd[1], list) and len(cmd[1]) == 3 and cmd[1][0] == "=" and \
+                    isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
+                    self.lookup("sorts", cmd[1][1]) in ("Int", "Real") and \
+                    not mentions(f[2], cmd[1][1]) and values_of(f[2]) is not None:
+                top["defs"][cmd[1][1]] = ([], f[2])
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
                 self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "objectives": []})
@@ -540,6 +548,49 @@ class Script:
         return Problem(dict(self.ever_declared),
                        [f for level in self.levels for f in level["asserts"]] + assumptions,
                        [o for level in self.levels for o in level["objectives"]])
+
+
+def values_of(e, memo=None):
+    """The values of a constant, or of a term over one term ite whose leaves are constants (at
+    most MAX_ITE_VALUES), read from its text; None for another term."""
+    memo = {} if memo is None else memo
+    if not isinstance(e, str) and id(e) not in memo:
+        memo[id(e)] = term_values(e, memo)
+    return memo[id(e)] if not isinstance(e, str) else None if number(e) is None else {number(e)}
+
+
+def term_values(e, memo):
+    if isinstance(e, str):
+        return None if number(e) is None else {number(e)}
+    if e[0] == "ite":
+        a, b = values_of(e[2], memo), values_of(e[3], memo)
+        return None if a is None or b is None or len(a | b) > MAX_ITE_VALUES else a | b
+    parts = [values_of(a, memo) for a in e[1:]]
+    if e[0] not in ("+", "-", "*", "to_real") or None in parts or \
+            sum(len(p) > 1 for p in parts) > 1:
+        return None
+    sets = [p for p in parts if len(p) > 1] or [parts[0]]
+    k = sum(next(iter(p)) for p in parts if p is not sets[0]) if e[0] == "+" else None
+    if e[0] in ("+", "to_real"):
+        return {x + (k or 0) for x in sets[0]}
+    if e[0] == "*":
+        f = math.prod(next(iter(p)) for p in parts if p is not sets[0])
+        return {x * f for x in sets[0]}
+    if len(parts) == 1:
+        return {-x for x in parts[0]}
+    rest = sum(next(iter(p)) for p in parts[1:] if p is not sets[0])
+    sign = 1 if parts[0] is sets[0] else -1
+    first = 0 if parts[0] is sets[0] else next(iter(parts[0]))
+    return {sign * x + first - rest for x in sets[0]}
+
+
+def mentions(e, name, seen=None):
+    """Whether the symbol name occurs in e; each shared subterm visited once."""
+    seen = set() if seen is None else seen
+    if isinstance(e, str) or id(e) in seen:
+        return e == name
+    seen.add(id(e))
+    return any(mentions(a, name, seen) for a in e)
 
 
 def lin(e, sorts, ites=None):
@@ -623,20 +674,26 @@ EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, hold
     (">", operator.gt))})
 
 
-def eval_smt(e, model):
+def eval_smt(e, model, memo=None):
+    """The value of e; each shared subterm once (memo, by identity)."""
     if isinstance(e, str):
         if e in ("true", "false"):
             return e == "true"
         if number(e) is None and e not in model:
             raise ValueError("the model has no value for " + e)
         return model[e] if number(e) is None else number(e)
-    if e[0] == "ite":
-        return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
-    if divisible(e):
-        return eval_smt(e[1], model) % divisible(e) == 0
-    if not isinstance(e[0], str) or e[0] not in EVAL:
-        raise ValueError("cannot evaluate " + str(e[0]))
-    return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
+    memo = {} if memo is None else memo
+    if id(e) not in memo:
+        if e[0] == "ite":
+            v = eval_smt(e[2] if eval_smt(e[1], model, memo) else e[3], model, memo)
+        elif divisible(e):
+            v = eval_smt(e[1], model, memo) % divisible(e) == 0
+        elif not isinstance(e[0], str) or e[0] not in EVAL:
+            raise ValueError("cannot evaluate " + str(e[0]))
+        else:
+            v = EVAL[e[0]]([eval_smt(x, model, memo) for x in e[1:]])
+        memo[id(e)] = v
+    return memo[id(e)]
 
 
 def model_value(e):

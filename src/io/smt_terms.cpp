@@ -123,6 +123,31 @@ FormulaRef TermEvaluator::formula(const SExprTree& tree, Id id) {
     return values_[0].formula;
 }
 
+int TermEvaluator::define_by_equality(const SExprTree& tree, Id node, FormulaRef* atom) {
+    if (!tree[node].is_list() || tree[node].size != 3) return 0;
+    Id head = tree.first(node), lhs = tree.next(head), rhs = tree.next(lhs);
+    if (!tree[head].is_symbol(io::symbol_of(Known::Eq)) || tree[lhs].kind != SNode::Kind::Symbol ||
+        tree[lhs].symbol >= states_.size() || states_[tree[lhs].symbol].innermost != 0)
+        return 0;
+    Meaning m = meaning(tree[lhs].symbol);
+    auto var = static_cast<int>(m.index);
+    if (m.kind != Meaning::Variable || problem_.variables.sort(var) == smt::Sort::Bool) return 0;
+    evaluate(tree, rhs);
+    Value& value = values_[0];
+    if (value.is_formula || value.unsupported ||
+        std::ranges::any_of(value.expr.entries(), [&](const auto& e) { return e.var == var; }) ||
+        !ite_values_.finite_term(dag_, value.expr.entries()))
+        return 0;
+    scratch_.clear();
+    scratch_.add_entry(var, QNumber(1));
+    scratch_.add(value.expr, QNumber(-1));
+    *atom = new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, tree[node].pos);
+    state(tree[lhs].symbol).global = {
+        Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()), value.real};
+    defined_terms_.emplace_back().swap(value.expr);
+    return var;
+}
+
 // ---- the walk --------------------------------------------------------------------------------
 
 void TermEvaluator::evaluate(const SExprTree& tree, Id id) {

@@ -106,6 +106,13 @@ std::vector<FormulaRef>& IteValues::equal_formulas(Ite& ite) {
     return ite.equal;
 }
 
+bool IteValues::finite_term(const FormulaDag& dag, std::span<const LinearExpr::Entry> term) {
+    auto vars = std::ranges::count_if(term, [](const auto& e) { return e.var != 0; });
+    if (vars == 0) return true;
+    if (vars > 1) return false;
+    return finite(dag, term.back().var);
+}
+
 std::optional<FormulaRef> IteValues::equality(FormulaDag& dag,
                                               std::span<const LinearExpr::Entry> term,
                                               SourcePos pos) {

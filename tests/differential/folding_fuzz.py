@@ -4,8 +4,9 @@ over two variables (Real, or Int): atoms whose sides cancel or are multiplied by
 that a constant condition or equal branches decide or that stay (a lifted variable, whose atoms
 the search decides by the current model), formula ites, xor, =>, distinct, repeated and
 complementary operands, and bounds that state the same in other words; equalities between
-constants and term ites with constant leaves, which fold into the ites' conditions, must answer
-as their twin script with each such equality written as two bounds. vorn must answer sat or unsat with --verify; its
+constants and term ites with constant leaves, which fold into the ites' conditions, and a
+constant z asserted equal to such an ite, which later terms read as the ite, must answer as their
+twin script with each such equality written as two bounds. vorn must answer sat or unsat with --verify; its
 models and certificates must check against the input (check_certificate.py --input, which reads
 the script itself); where z3 is on the PATH, its answer must be the same.
 
@@ -83,7 +84,10 @@ def script(seed, split=False):
     vs = ["x", "y"]
     lines = ["(set-logic QF_%sA)" % ("LI" if sort == "Int" else "LR")]
     lines += ["(declare-const %s %s)" % (v, sort) for v in vs]
-    lines += ["(declare-const p Bool)", "(declare-const q Bool)"]
+    lines += ["(declare-const p Bool)", "(declare-const q Bool)", "(declare-const z %s)" % sort]
+    # z stands for its term ite from here on in the folded reading
+    lines.append("(assert %s)" % equal("z", pc_term(rng, vs, 3), "(= %s %s)"))
+    vs = vs + ["z"]
     for _ in range(rng.randint(2, 5)):
         lines.append("(assert %s)" % formula(rng, vs, rng.randint(2, 4)))
     lines += ["(check-sat)", "(get-model)"]

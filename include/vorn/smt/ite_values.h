@@ -39,6 +39,9 @@ class IteValues {
     std::optional<FormulaRef> equality(FormulaDag& dag, std::span<const LinearExpr::Entry> term,
                                        SourcePos pos);
 
+    // Whether `term` is a constant or a·v + b for a lifted ite v with finitely many values.
+    bool finite_term(const FormulaDag& dag, std::span<const LinearExpr::Entry> term);
+
   private:
     // scale · var + offset; var 0 for the constant offset, −1 for a term with other variables.
     struct Branch {
