@@ -688,6 +688,7 @@ void ScriptInterpreter::assert_command() {
     // (= x t): x stands for t from now on while this assertion holds (TermEvaluator).
     int defined_var = names.empty() ? terms_->define_by_equality(tree_, f, &root) : 0;
     if (defined_var == 0) root = terms_->formula(tree_, f);
+    defined_var = std::max(defined_var, 0);
     // Every :named term, the top ones too, is a definition from now on.
     std::vector<std::uint32_t> defined = terms_->take_names();
     for (std::uint32_t n : defined)

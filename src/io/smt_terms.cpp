@@ -134,16 +134,20 @@ int TermEvaluator::define_by_equality(const SExprTree& tree, Id node, FormulaRef
     if (m.kind != Meaning::Variable || problem_.variables.sort(var) == smt::Sort::Bool) return 0;
     evaluate(tree, rhs);
     Value& value = values_[0];
-    if (value.is_formula || value.unsupported ||
-        std::ranges::any_of(value.expr.entries(), [&](const auto& e) { return e.var == var; }) ||
-        !ite_values_.finite_term(dag_, value.expr.entries()))
-        return 0;
+    if (value.is_formula || value.unsupported) return 0;
+    // The atom as finish_relation builds it, so that t is evaluated (and lifted) once.
     scratch_.clear();
     scratch_.add_entry(var, QNumber(1));
     scratch_.add(value.expr, QNumber(-1));
-    *atom = new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, tree[node].pos);
+    auto folded = ite_values_.equality(dag_, scratch_.entries(), tree[node].pos);
+    *atom = folded ? *folded
+                   : new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, tree[node].pos);
+    if (std::ranges::any_of(value.expr.entries(), [&](const auto& e) { return e.var == var; }) ||
+        !ite_values_.finite_term(dag_, value.expr.entries()))
+        return -1;
     state(tree[lhs].symbol).global = {
-        Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()), value.real};
+        Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
+        problem_.variables.sort(var) == smt::Sort::Real};  // x's sort: 16 is 16.0 for a Real x
     defined_terms_.emplace_back().swap(value.expr);
     return var;
 }

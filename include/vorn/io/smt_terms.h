@@ -97,10 +97,12 @@ class TermEvaluator {
                                          bool* real, FormulaRef* ref = nullptr);
     // Evaluates a formula (an Unsupported node when it lies outside the fragment).
     FormulaRef formula(const SExprTree& tree, SExprTree::Id node);
-    // An asserted (= x t), x a declared Int or Real constant that t does not mention: the atom
-    // x − t = 0 into *atom, and x stands for t's value in later terms (where the assertion holds
-    // they are equivalent), so that an equality over x sees t's ites (a program counter's next
-    // value). Returns x's variable; 0, with nothing evaluated, for another shape.
+    // An asserted (= x t), x a declared Int or Real constant: the atom x − t = 0 into *atom.
+    // When t does not mention x and takes finitely many values (a constant, or over one term ite
+    // with constant leaves: smt/ite_values.h), x stands for t's value in later terms (where the
+    // assertion holds they are equivalent), so that an equality over x folds into t's conditions
+    // (a program counter's next value). Returns x's variable; −1 when only the atom is built;
+    // 0, with nothing evaluated, for another shape.
     int define_by_equality(const SExprTree& tree, SExprTree::Id node, FormulaRef* atom);
     // Gives `symbol` its variable back: the pop of its definition by equality.
     void restore_variable(std::uint32_t symbol, int var) {
