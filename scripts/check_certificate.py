@@ -521,7 +521,7 @@ class Script:
                     isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
                     self.lookup("sorts", cmd[1][1]) in ("Int", "Real") and \
                     not mentions(f[2], cmd[1][1]) and values_of(f[2]) is not None:
-                top["defs"][cmd[1][1]] = ([], f[2])
+                top["defs"][cmd[1][1]] = ([], f[2], "assert")  # goes with the assertions
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
                 self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "objectives": []})
@@ -534,6 +534,8 @@ class Script:
         elif head == "reset-assertions":
             self.levels = [self.levels[0]]
             self.levels[0]["asserts"] = []
+            self.levels[0]["defs"] = {k: d for k, d in self.levels[0]["defs"].items()
+                                      if len(d) == 2}
             self.levels[0]["objectives"] = []
         elif head in ("minimize", "maximize"):
             top["objectives"].append((head[:3], self.expand(cmd[1], {})))

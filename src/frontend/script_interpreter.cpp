@@ -940,6 +940,11 @@ void ScriptInterpreter::truncate(const Level& level) {
 // Level 0's declarations and definitions stay; its assertions go.
 void ScriptInterpreter::reset_assertions() {
     if (!levels_.empty()) truncate(levels_[0]);
+    // Level 0's definitions by equality go with its assertions.
+    for (std::size_t i = declared_.size(); i-- > 0;)
+        if (declared_[i].restores != 0)
+            terms_->restore_variable(declared_[i].symbol, declared_[i].restores);
+    std::erase_if(declared_, [](const Declared& d) { return d.restores != 0; });
     levels_.clear();
     engine_->reset_assertions();
     objectives_.clear();

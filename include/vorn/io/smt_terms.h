@@ -104,9 +104,10 @@ class TermEvaluator {
     // (a program counter's next value). Returns x's variable; −1 when only the atom is built;
     // 0, with nothing evaluated, for another shape.
     int define_by_equality(const SExprTree& tree, SExprTree::Id node, FormulaRef* atom);
-    // Gives `symbol` its variable back: the pop of its definition by equality.
+    // Gives `symbol` its variable back: the pop of its definition by equality. Later
+    // definitions may outlive it (reset-assertions keeps level 0's), so their slots stay.
     void restore_variable(std::uint32_t symbol, int var) {
-        forget(symbol);
+        forget(symbol, false);
         declare_variable(symbol, var);
     }
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool), an Int
