@@ -513,7 +513,15 @@ class Script:
             body = self.expand(cmd[4], {p: p for p in params})
             top["defs"][cmd[1]] = (params, body)
         elif head == "assert":
-            top["asserts"].append(self.expand(cmd[1], {}))
+            f = self.expand(cmd[1], {})
+            top["asserts"].append(f)
+            # The tool's reading of (= x t), x a declared Int or Real constant that t does not
+            # mention: x stands for t in later terms, while the assertion holds.
+            if isinstance(cmd[1], list) and len(cmd[1]) == 3 and cmd[1][0] == "=" and \
+                    isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
+                    self.lookup("sorts", cmd[1][1]) in ("Int", "Real") and \
+                    not mentions(f[2], cmd[1][1]) and values_of(f[2]) is not None:
+                top["defs"][cmd[1][1]] = ([], f[2], "assert")  # goes with the assertions
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
                 self.levels.append({"sorts": {}, "defs": {}, "asserts": [], "objectives": []})
@@ -526,6 +534,8 @@ class Script:
         elif head == "reset-assertions":
             self.levels = [self.levels[0]]
             self.levels[0]["asserts"] = []
+            self.levels[0]["defs"] = {k: d for k, d in self.levels[0]["defs"].items()
+                                      if len(d) == 2}
             self.levels[0]["objectives"] = []
         elif head in ("minimize", "maximize"):
             top["objectives"].append((head[:3], self.expand(cmd[1], {})))
@@ -540,6 +550,49 @@ class Script:
         return Problem(dict(self.ever_declared),
                        [f for level in self.levels for f in level["asserts"]] + assumptions,
                        [o for level in self.levels for o in level["objectives"]])
+
+
+def values_of(e, memo=None):
+    """The values of a constant, or of a term over one term ite whose leaves are constants (at
+    most MAX_ITE_VALUES), read from its text; None for another term."""
+    memo = {} if memo is None else memo
+    if not isinstance(e, str) and id(e) not in memo:
+        memo[id(e)] = term_values(e, memo)
+    return memo[id(e)] if not isinstance(e, str) else None if number(e) is None else {number(e)}
+
+
+def term_values(e, memo):
+    if isinstance(e, str):
+        return None if number(e) is None else {number(e)}
+    if e[0] == "ite":
+        a, b = values_of(e[2], memo), values_of(e[3], memo)
+        return None if a is None or b is None or len(a | b) > MAX_ITE_VALUES else a | b
+    parts = [values_of(a, memo) for a in e[1:]]
+    if e[0] not in ("+", "-", "*", "to_real") or None in parts or \
+            sum(len(p) > 1 for p in parts) > 1:
+        return None
+    sets = [p for p in parts if len(p) > 1] or [parts[0]]
+    k = sum(next(iter(p)) for p in parts if p is not sets[0]) if e[0] == "+" else None
+    if e[0] in ("+", "to_real"):
+        return {x + (k or 0) for x in sets[0]}
+    if e[0] == "*":
+        f = math.prod(next(iter(p)) for p in parts if p is not sets[0])
+        return {x * f for x in sets[0]}
+    if len(parts) == 1:
+        return {-x for x in parts[0]}
+    rest = sum(next(iter(p)) for p in parts[1:] if p is not sets[0])
+    sign = 1 if parts[0] is sets[0] else -1
+    first = 0 if parts[0] is sets[0] else next(iter(parts[0]))
+    return {sign * x + first - rest for x in sets[0]}
+
+
+def mentions(e, name, seen=None):
+    """Whether the symbol name occurs in e; each shared subterm visited once."""
+    seen = set() if seen is None else seen
+    if isinstance(e, str) or id(e) in seen:
+        return e == name
+    seen.add(id(e))
+    return any(mentions(a, name, seen) for a in e)
 
 
 def lin(e, sorts, ites=None):
@@ -623,20 +676,26 @@ EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, hold
     (">", operator.gt))})
 
 
-def eval_smt(e, model):
+def eval_smt(e, model, memo=None):
+    """The value of e; each shared subterm once (memo, by identity)."""
     if isinstance(e, str):
         if e in ("true", "false"):
             return e == "true"
         if number(e) is None and e not in model:
             raise ValueError("the model has no value for " + e)
         return model[e] if number(e) is None else number(e)
-    if e[0] == "ite":
-        return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
-    if divisible(e):
-        return eval_smt(e[1], model) % divisible(e) == 0
-    if not isinstance(e[0], str) or e[0] not in EVAL:
-        raise ValueError("cannot evaluate " + str(e[0]))
-    return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
+    memo = {} if memo is None else memo
+    if id(e) not in memo:
+        if e[0] == "ite":
+            v = eval_smt(e[2] if eval_smt(e[1], model, memo) else e[3], model, memo)
+        elif divisible(e):
+            v = eval_smt(e[1], model, memo) % divisible(e) == 0
+        elif not isinstance(e[0], str) or e[0] not in EVAL:
+            raise ValueError("cannot evaluate " + str(e[0]))
+        else:
+            v = EVAL[e[0]]([eval_smt(x, model, memo) for x in e[1:]])
+        memo[id(e)] = v
+    return memo[id(e)]
 
 
 def model_value(e):
@@ -1137,7 +1196,12 @@ def formula(F, e, memo, ites):
             raise InputError("unknown formula " + e)
         r = {"true": 0, "false": 1}[e] if e in ("true", "false") else F.node(("bool", e))
     elif e[0] in ARITH_RELS and not is_bool(e[1], F.sorts):
-        r = F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms_of(e, F.sorts, ites)])
+        atoms = atoms_of(e, F.sorts, ites)
+        # The tool's reading: a term ite with constant leaves equals a constant by its conditions.
+        table = ites.values((atoms[0][2], -atoms[0][1])) if ites and e[0] == "=" and \
+            len(e) == 3 else None
+        r = table.get(0, 1) if table is not None else \
+            F.conj([F.atom(rel, c, terms) for rel, c, terms in atoms])
     elif e[0] == "is_int" or divisible(e):  # the tool's: t = k·(div t k), k 1 for is_int
         if ites is None:
             raise InputError("a quotient")
@@ -1164,6 +1228,9 @@ def affine(terms, c):
     return tuple(sorted((v, a) for v, a in terms.items() if a != 0)), c
 
 
+MAX_ITE_VALUES = 256  # the tool's IteValues::kMaxValues
+
+
 class Lifted:
     """The terms the tool lifts to variables of their own, read as the certificate defines them
     (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
@@ -1177,9 +1244,15 @@ class Lifted:
     def __init__(self, F, memo, by_branches=None, quotients=None, keep_defined=False):
         self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
         self.keep_defined = keep_defined
-        self.fresh = {}
+        self.fresh, self.ites, self.tables, self.terms = {}, {}, {}, {}
 
     def __call__(self, e):
+        """Each term once: a let-shared ite chain would be read once per path otherwise."""
+        if id(e) not in self.terms:
+            self.terms[id(e)] = self.read(e)
+        return self.terms[id(e)]
+
+    def read(self, e):
         F = self.F
         if e[0] == "ite":
             c = formula(F, e[1], self.memo, self)
@@ -1190,9 +1263,11 @@ class Lifted:
                 # canonical ((=> a a) over two spellings of a), defined as v = branch.
                 b = u if c == 1 else t
                 if self.keep_defined and self.by_branches and (None, b, b) in self.by_branches:
-                    return self.variable(self.by_branches, (None, b, b))
+                    return self.lifted(self.variable(self.by_branches, (None, b, b)), c, then,
+                                       other)
                 return other if c == 1 else then
-            return self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else (c, t, u))
+            return self.lifted(self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else
+                                             (c, t, u)), c, then, other)
         args = [lin(a, F.sorts, self) for a in e[1:]] + [({}, Fraction(1))] * (e[0] == "to_int")
         ds = [affine(*d) for d in args[1:]]
         if any(terms or d == 0 for terms, d in ds) or (e[0] != "div" and len(ds) != 1):
@@ -1201,6 +1276,27 @@ class Lifted:
         for _, d in ds:
             t = self.quotient(t, d)
         return scaled_sum([(1, args[0]), (-ds[0][1], t)]) if e[0] == "mod" else t
+
+    def lifted(self, v, c, then, other):
+        self.ites.setdefault(next(iter(v[0])), (c, then, other))
+        return v
+
+    def values(self, t):
+        """{k: the formula t = k} when the term t, (terms, constant), is a constant or a·v + b
+        for a term ite v whose leaves are constants, at most MAX_ITE_VALUES of them, else None:
+        the tool's smt/ite_values.h, (= (ite c a b) k) as (ite c (= a k) (= b k))."""
+        terms, c = affine(*t)
+        if not terms or len(terms) > 1 or terms[0][0] not in self.ites:
+            return None if terms else {c: 0}
+        (v, a), = terms
+        if v not in self.tables:
+            cond, then, other = self.ites[v]
+            tv, ov = self.values(then), self.values(other)
+            keys = set(tv or ()) | set(ov or ())
+            self.tables[v] = None if tv is None or ov is None or len(keys) > MAX_ITE_VALUES else \
+                {k: self.F.ite(cond, tv.get(k, 1), ov.get(k, 1)) for k in keys}
+        return None if self.tables[v] is None else \
+            {a * k + c: f for k, f in self.tables[v].items()}
 
     def quotient(self, t, d):
         terms, c = affine(*t)

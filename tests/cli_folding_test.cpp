@@ -1,5 +1,6 @@
 // vorn check on scripts whose formulas fold while they are read (atoms over constants, repeated
-// and complementary operands, term ites with a constant condition or equal branches) and whose
+// and complementary operands, term ites with a constant condition or equal branches, equalities
+// over ites with constant leaves and the constants they define) and whose
 // bounds share literals: every answer verified, and every model and certificate checked against
 // the unfolded input by the independent checker.
 
@@ -66,6 +67,11 @@ const FoldCase kCases[] = {
      "(push 1)(assert (or b (> (ite (= 0 0) x y) 1)))(assert (not b))(assert (< x 0))"
      "(check-sat)(pop 1)(assert (or b (> (+ (- x) x y) 1)))(assert (not b))(assert (< y 2))",
      "unsat\nsat"},
+    {"an equality over an ite's constant leaves", "(assert (= (ite b 1 (ite c 2 3)) 4))", "unsat"},
+    {"a definition by equality goes with its level, and at reset-assertions",
+     "(push 1)(assert (= i (ite b 1 2)))(assert (= i 3))(check-sat)(pop 1)(assert (= i 3))"
+     "(check-sat)(reset-assertions)(assert (= i 5))",
+     "unsat\nsat\nsat"},
 };
 
 // The sat, unsat and unknown lines of an output, one a line.

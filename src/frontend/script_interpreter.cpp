@@ -70,6 +70,8 @@ struct Declared {
     int var;  // 0: not a variable (a definition, a Boolean or a function)
     // Kept by pops under :global-declarations: its meaning refers to no formula of the DAG.
     bool may_be_global = false;
+    // The variable that an assertion (= symbol t) replaced by t until its level is popped.
+    int restores = 0;
 };
 
 // Checking runs every command and answers it, an error being the answer. Reading collects the
@@ -694,7 +696,11 @@ void ScriptInterpreter::assert_command() {
                 names.push_back(tree_[tree_.next(c)].symbol);
             }
     }
-    FormulaRef root = terms_->formula(tree_, f);
+    FormulaRef root = 0;
+    // (= x t): x stands for t from now on while this assertion holds (TermEvaluator).
+    int defined_var = names.empty() ? terms_->define_by_equality(tree_, f, &root) : 0;
+    if (defined_var == 0) root = terms_->formula(tree_, f);
+    defined_var = std::max(defined_var, 0);
     // Every :named term, the top ones too, is a definition from now on.
     std::vector<std::uint32_t> defined = terms_->take_names();
     for (std::uint32_t n : defined)
@@ -708,8 +714,17 @@ void ScriptInterpreter::assert_command() {
         if (produce_cores_ && !reading_)
             engine_->assume_named(root, static_cast<std::int32_t>(names_.size() - 1));
     }
-    bool encoded = (names.empty() || !produce_cores_ || reading_) && asserted(root);
-    keep_formulas_ = encoded || !defined.empty();
+    bool encoded = false;
+    std::uint32_t defined_symbol = defined_var == 0 ? 0 : tree_[tree_.next(tree_.first(f))].symbol;
+    try {
+        encoded = (names.empty() || !produce_cores_ || reading_) && asserted(root);
+    } catch (...) {
+        if (defined_var != 0) terms_->restore_variable(defined_symbol, defined_var);
+        throw;
+    }
+    // The definition's term may name lifted ites: the DAG keeps them while it stands.
+    if (defined_var != 0) declared_.push_back({defined_symbol, 0, false, defined_var});
+    keep_formulas_ = encoded || !defined.empty() || defined_var != 0;
     has_last_ = false;
     success();
 }
@@ -918,7 +933,11 @@ void ScriptInterpreter::pop(const SNode& cmd) {
 void ScriptInterpreter::truncate(const Level& level) {
     bool global = option_on(":global-declarations");
     std::size_t kept = level.declared;
+    for (std::size_t i = declared_.size(); i-- > level.declared;)  // latest first
+        if (declared_[i].restores != 0)
+            terms_->restore_variable(declared_[i].symbol, declared_[i].restores);
     for (std::size_t i = level.declared; i < declared_.size(); ++i) {
+        if (declared_[i].restores != 0) continue;
         if (global && declared_[i].may_be_global)
             declared_[kept++] = declared_[i];
         else
@@ -933,6 +952,11 @@ void ScriptInterpreter::truncate(const Level& level) {
 // Level 0's declarations and definitions stay; its assertions go.
 void ScriptInterpreter::reset_assertions() {
     if (!levels_.empty()) truncate(levels_[0]);
+    // Level 0's definitions by equality go with its assertions.
+    for (std::size_t i = declared_.size(); i-- > 0;)
+        if (declared_[i].restores != 0)
+            terms_->restore_variable(declared_[i].symbol, declared_[i].restores);
+    std::erase_if(declared_, [](const Declared& d) { return d.restores != 0; });
     levels_.clear();
     engine_->reset_assertions();
     objectives_.clear();

@@ -123,11 +123,41 @@ FormulaRef TermEvaluator::formula(const SExprTree& tree, Id id) {
     return values_[0].formula;
 }
 
+int TermEvaluator::define_by_equality(const SExprTree& tree, Id node, FormulaRef* atom) {
+    if (!tree[node].is_list() || tree[node].size != 3) return 0;
+    Id head = tree.first(node), lhs = tree.next(head), rhs = tree.next(lhs);
+    if (!tree[head].is_symbol(io::symbol_of(Known::Eq)) || tree[lhs].kind != SNode::Kind::Symbol ||
+        tree[lhs].symbol >= states_.size() || states_[tree[lhs].symbol].innermost != 0)
+        return 0;
+    Meaning m = meaning(tree[lhs].symbol);
+    auto var = static_cast<int>(m.index);
+    if (m.kind != Meaning::Variable || problem_.variables.sort(var) == smt::Sort::Bool) return 0;
+    evaluate(tree, rhs);
+    Value& value = values_[0];
+    if (value.is_formula || value.unsupported) return 0;
+    // The atom as finish_relation builds it, so that t is evaluated (and lifted) once.
+    scratch_.clear();
+    scratch_.add_entry(var, QNumber(1));
+    scratch_.add(value.expr, QNumber(-1));
+    auto folded = ite_values_.equality(dag_, scratch_.entries(), tree[node].pos);
+    *atom = folded ? *folded
+                   : new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, tree[node].pos);
+    if (std::ranges::any_of(value.expr.entries(), [&](const auto& e) { return e.var == var; }) ||
+        !ite_values_.finite_term(dag_, value.expr.entries()))
+        return -1;
+    state(tree[lhs].symbol).global = {
+        Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
+        problem_.variables.sort(var) == smt::Sort::Real};  // x's sort: 16 is 16.0 for a Real x
+    defined_terms_.emplace_back().swap(value.expr);
+    return var;
+}
+
 // ---- the walk --------------------------------------------------------------------------------
 
 void TermEvaluator::evaluate(const SExprTree& tree, Id id) {
     tree_ = &tree;
     root_tree_ = &tree;
+    ite_values_.new_evaluation();
     frames_.clear();  // an error may have left a walk behind
     barrier_ = 0;
     body_nodes_ = 0;
@@ -477,6 +507,14 @@ void TermEvaluator::finish_relation(const Frame& f) {
         scratch_ids_.clear();
         if (n == 2) {  // the common atom: lhs − rhs in place
             result.expr.add(values_[f.base + 1].expr, QNumber(-1));
+            if (relation == smt::Relation::Eq) {
+                if (auto folded =
+                        ite_values_.equality(dag_, result.expr.entries(), node(f.node).pos)) {
+                    result.formula = *folded;
+                    result.is_formula = true;
+                    return;
+                }
+            }
             result.formula =
                 new_atom(relation, problem_.add_term(result.expr), 1, node(f.node).pos);
             result.is_formula = true;
@@ -577,7 +615,9 @@ void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::Line
         branches[i] = new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, pos);
     }
     FormulaId args[] = {condition, branches[0], branches[1]};
-    dag_.lift({v, condition, then_term, otherwise_term, new_node(FormulaNode::Ite, args, pos)});
+    FormulaId definition = new_node(FormulaNode::Ite, args, pos);
+    dag_.lift({v, condition, then_term, otherwise_term, definition});
+    ite_values_.lifted(v, definition, condition, then, otherwise);
     result.expr.set_variable(v);
 }
 

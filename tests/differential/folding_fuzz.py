@@ -3,7 +3,10 @@
 over two variables (Real, or Int): atoms whose sides cancel or are multiplied by 0, term ites
 that a constant condition or equal branches decide or that stay (a lifted variable, whose atoms
 the search decides by the current model), formula ites, xor, =>, distinct, repeated and
-complementary operands, and bounds that state the same in other words. vorn must answer sat or unsat with --verify; its
+complementary operands, and bounds that state the same in other words; equalities between
+constants and term ites with constant leaves, which fold into the ites' conditions, and a
+constant z asserted equal to such an ite, which later terms read as the ite, must answer as their
+twin script with each such equality written as two bounds. vorn must answer sat or unsat with --verify; its
 models and certificates must check against the input (check_certificate.py --input, which reads
 the script itself); where z3 is on the PATH, its answer must be the same.
 
@@ -39,8 +42,28 @@ def constant_condition(rng, vs):
     return shape % ((v,) * shape.count("%s"))
 
 
+def pc_term(rng, vs, depth):
+    """A term ite whose leaves are constants: a program counter's next value."""
+    if depth <= 0 or rng.random() < 0.25:
+        return rng.choice(["0", "1", "2", "(- 1)", "5"])
+    a = pc_term(rng, vs, depth - 1)
+    cond = rng.choice([equal(a, str(rng.randint(0, 3)), "(= %s %s)"), formula(rng, vs, depth - 2)])
+    return rng.choice(["(ite %s %s %s)", "(ite %s %s (* 2 %s))"]) % (cond, pc_term(
+        rng, vs, depth - 1), a)
+
+
+SPLIT = [False]  # the unfolded twin: each such equality as its two bounds
+
+
+def equal(a, b, shape):
+    return "(and (<= %s %s) (>= %s %s))" % (a, b, a, b) if SPLIT[0] else shape % (a, b)
+
+
 def formula(rng, vs, depth):
     r = rng.random()
+    if 0.27 <= r < 0.35:  # an equality the reader folds into the ites' conditions
+        a, k = pc_term(rng, vs, 3), rng.choice(["0", "1", "4", "(* 2 x)"])
+        return equal(a, k, rng.choice(["(= %s %s)", "(= (- %s) (- %s))"]))
     if depth <= 0 or r < 0.35:
         a, b = term(rng, vs, depth - 1), term(rng, vs, depth - 1)
         return rng.choice(["(< %s %s)", "(<= %s %s)", "(> %s %s)", "(>= %s %s)", "(= %s %s)",
@@ -55,13 +78,16 @@ def formula(rng, vs, depth):
         "(xor %s %s)" % (f, f), "(and %s %s)" % (f, f)])
 
 
-def script(seed):
-    rng = random.Random(seed)
+def script(seed, split=False):
+    rng, SPLIT[0] = random.Random(seed), split
     sort = "Int" if seed % 3 == 0 else "Real"
     vs = ["x", "y"]
     lines = ["(set-logic QF_%sA)" % ("LI" if sort == "Int" else "LR")]
     lines += ["(declare-const %s %s)" % (v, sort) for v in vs]
-    lines += ["(declare-const p Bool)", "(declare-const q Bool)"]
+    lines += ["(declare-const p Bool)", "(declare-const q Bool)", "(declare-const z %s)" % sort]
+    # z stands for its term ite from here on in the folded reading
+    lines.append("(assert %s)" % equal("z", pc_term(rng, vs, 3), "(= %s %s)"))
+    vs = vs + ["z"]
     for _ in range(rng.randint(2, 5)):
         lines.append("(assert %s)" % formula(rng, vs, rng.randint(2, 4)))
     lines += ["(check-sat)", "(get-model)"]
@@ -87,8 +113,15 @@ def main():
                 f.write(out.stdout)
             check = subprocess.run([sys.executable, CHECKER, "--input", path, result],
                                    capture_output=True, text=True)
+            twin = os.path.join(tmp, "twin%d.smt2" % seed)
+            with open(twin, "w") as f:
+                f.write(script(seed, split=True))
+            unfolded = subprocess.run([vorn, "check", twin], capture_output=True, text=True,
+                                      timeout=60).stdout.split("\n", 1)[0]
             if check.returncode != 0:
                 problem = "the checker rejects: " + check.stdout + check.stderr
+            elif unfolded != answer:
+                problem = "the unfolded twin answers %r" % unfolded
             elif z3:
                 peer = subprocess.run([z3, path], capture_output=True, text=True, timeout=60)
                 if peer.stdout.split("\n", 1)[0] != answer:

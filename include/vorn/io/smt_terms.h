@@ -39,6 +39,7 @@
 #include "vorn/io/smt_symbols.h"
 #include "vorn/smt/formula_dag.h"
 #include "vorn/smt/formula_folding.h"
+#include "vorn/smt/ite_values.h"
 #include "vorn/smt/linear_expr.h"
 #include "vorn/smt/name_table.h"
 #include "vorn/smt/problem.h"
@@ -96,6 +97,19 @@ class TermEvaluator {
                                          bool* real, FormulaRef* ref = nullptr);
     // Evaluates a formula (an Unsupported node when it lies outside the fragment).
     FormulaRef formula(const SExprTree& tree, SExprTree::Id node);
+    // An asserted (= x t), x a declared Int or Real constant: the atom x − t = 0 into *atom.
+    // When t does not mention x and takes finitely many values (a constant, or over one term ite
+    // with constant leaves: smt/ite_values.h), x stands for t's value in later terms (where the
+    // assertion holds they are equivalent), so that an equality over x folds into t's conditions
+    // (a program counter's next value). Returns x's variable; −1 when only the atom is built;
+    // 0, with nothing evaluated, for another shape.
+    int define_by_equality(const SExprTree& tree, SExprTree::Id node, FormulaRef* atom);
+    // Gives `symbol` its variable back: the pop of its definition by equality. Later
+    // definitions may outlive it (reset-assertions keeps level 0's), so their slots stay.
+    void restore_variable(std::uint32_t symbol, int var) {
+        forget(symbol, false);
+        declare_variable(symbol, var);
+    }
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool), an Int
     // term when `int_sort` and a term otherwise, and gives `symbol` its value.
     void define(std::uint32_t symbol, const SExprTree& tree, SExprTree::Id body, bool formula,
@@ -270,6 +284,8 @@ class TermEvaluator {
     std::vector<FormulaId> folded_;  // new_connective's scratch
     smt::LinearExpr scratch_;
     std::uint32_t lifted_names_ = 0;
+    // Equalities between a term ite with constant leaves and a constant fold to Boolean structure.
+    smt::IteValues ite_values_;
     std::vector<std::uint32_t> new_names_;  // see take_names
     smt::LinearExpr negated_;               // abs: scratch for −t
     // Applications by zero as by_zero made them; one whose variable a pop took, or whose ite
