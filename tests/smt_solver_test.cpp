@@ -40,10 +40,10 @@ struct Vars {
 using Formulas = std::vector<Formula>;
 using V = const Vars&;
 
-// What `vorn check` prints for the script, with --certificate when `certificate`.
+// What `vorn check` prints for the script, with --certificate --verify when `certificate`.
 std::string run_script(const std::string& script, bool certificate = false) {
     vorn::frontend::CheckOptions options;
-    options.certificate = certificate;
+    options.certificate = options.verify = certificate;
     vorn::smt::CheckStats stats;
     std::ostringstream out;
     vorn::frontend::run_script(script, "solver.smt2", options, out, stats);
@@ -197,12 +197,7 @@ TEST(SolverTest, ObjectiveCertificatesAsTheToolPrintsThem) {
         EXPECT_NE(out.find(std::string(last) + "\n"), std::string::npos) << out;
         std::string script = s.to_smt2();
         script.insert(script.rfind("(check-sat)"), objectives);
-        vorn::frontend::CheckOptions options;
-        options.certificate = options.verify = true;
-        vorn::smt::CheckStats stats;
-        std::ostringstream tool;
-        vorn::frontend::run_script(script, "solver.smt2", options, tool, stats);
-        EXPECT_EQ(out, tool.str());
+        EXPECT_EQ(out, run_script(script, true));
         std::string input = vorn::test::temp_file("objectives.smt2", script);
         EXPECT_TRUE(vorn::test::certificate_checks(out, input)) << script << out;
         std::size_t at = out.find("optimum 0 ") + 14;
