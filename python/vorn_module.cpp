@@ -358,6 +358,8 @@ PYBIND11_MODULE(_vorn, m) {
              })
         .def("objective_epsilon",
              [](GuardedSolver& g, const smt::Objective& o) { return g.use().epsilon(o); })
+        .def("objective_certificate",
+             [](GuardedSolver& g, const smt::Objective& o) { return g.use().certificate(o); })
         .def("objectives_unknown",
              [](GuardedSolver& g) { return std::string(g.use().objectives_unknown()); });
 }

@@ -213,42 +213,50 @@ def check(cert):
 
 class UnitPropagation:
     """Clauses under permanent unit propagation with two watched literals (the first two of a
-    clause); clauses are never removed, so the base assignment only grows."""
+    clause); clauses are never removed, so the base assignment only grows. `false` holds the
+    negation of every literal of `true`, so that the scans need no negation."""
 
     def __init__(self):
-        self.true, self.watches, self.trail, self.head = set(), defaultdict(list), [], 0
-        self.inconsistent = False
+        self.true, self.false, self.watches, self.trail = set(), set(), defaultdict(list), []
+        self.head, self.inconsistent = 0, False
 
     def assign(self, lit):
         self.true.add(lit)
+        self.false.add(-lit)
         self.trail.append(lit)
 
     def propagate(self):
         """False on a conflict."""
-        true, watches = self.true, self.watches
-        while self.head < len(self.trail):
-            false = -self.trail[self.head]
+        true, false_lits, watches, trail = self.true, self.false, self.watches, self.trail
+        while self.head < len(trail):
+            false = -trail[self.head]
             self.head += 1
-            ws, watches[false] = watches[false], []
+            ws, kept = watches[false], []
+            watches[false] = kept
             for index, c in enumerate(ws):
                 if c[0] == false:
-                    c[0], c[1] = c[1], c[0]
-                free = (k for k in range(2, len(c)) if -c[k] not in true)
-                k = 0 if c[0] in true else next(free, 0)
-                if k:  # another literal not false: it watches the clause now
-                    c[1], c[k] = c[k], c[1]
-                    watches[c[1]].append(c)
+                    c[0], c[1] = c[1], false
+                first = c[0]
+                if first in true:  # satisfied: it keeps its watch
+                    kept.append(c)
                     continue
-                watches[false].append(c)
-                if -c[0] in true:
-                    watches[false] += ws[index + 1 :]
-                    return False
-                if c[0] not in true:
-                    self.assign(c[0])
+                for k in range(2, len(c)):
+                    if c[k] not in false_lits:  # not false: it watches the clause now
+                        c[1], c[k] = c[k], false
+                        watches[c[1]].append(c)
+                        break
+                else:
+                    kept.append(c)
+                    if first in false_lits:
+                        kept += ws[index + 1 :]
+                        return False
+                    true.add(first)
+                    false_lits.add(-first)
+                    trail.append(first)
         return True
 
     def add(self, clause):
-        lits = list(dict.fromkeys(lit for lit in clause if -lit not in self.true))
+        lits = list(dict.fromkeys(lit for lit in clause if lit not in self.false))
         if self.inconsistent or any(lit in self.true or -lit in lits for lit in lits):
             return
         for lit in lits[:2] if len(lits) > 1 else ():
@@ -262,10 +270,12 @@ class UnitPropagation:
         base, conflict = len(self.trail), self.inconsistent
         for lit in clause:
             conflict = conflict or lit in self.true
-            if not conflict and -lit not in self.true:
+            if not conflict and lit not in self.false:
                 self.assign(-lit)
         conflict = conflict or not self.propagate()
-        self.true.difference_update(self.trail[base:])
+        undone = self.trail[base:]
+        self.true.difference_update(undone)
+        self.false.difference_update(-lit for lit in undone)
         del self.trail[base:]
         self.head = base
         return conflict
@@ -278,22 +288,66 @@ def literals(words):
     return lits
 
 
-def check_lemma(atoms, sorts, lits, mults):
-    """The bounds that the negations of the literals state (not V: the strict opposite of atom
-    V; not -V: the atom itself), combined by the Farkas rule of proof trees."""
-    if len(mults) != len(lits) or any(m < 0 for m in mults):
+def negated_bound(atoms, sorts, lit):
+    """The bound that the negation of literal `lit` states (not V: the strict opposite of atom
+    V; not -V: the atom itself), its term multiplied by scale / g to coprime integer
+    coefficients: (scale, g, {var: int}, the constant so multiplied, upper, strict), over Int
+    variables alone rounded as check_farkas rounds it (then non-strict, the constant an
+    integer)."""
+    rel, c, terms = atoms[abs(lit)]
+    rel = {"<=": ">", ">=": "<"}[rel] if lit > 0 else rel
+    scale = math.lcm(*(a.denominator for a in terms.values()))
+    ints = {v: a.numerator * (scale // a.denominator) for v, a in terms.items()}
+    g = math.gcd(*ints.values())
+    ints, cs, strict = {v: a // g for v, a in ints.items()}, c * scale / g, rel in ("<", ">")
+    if all(sorts[v] == "Int" for v in terms):
+        k = {"<=": math.floor(cs), "<": math.ceil(cs) - 1, ">=": math.ceil(cs),
+             ">": math.floor(cs) + 1}
+        cs, strict = k[rel], False
+    elif cs.denominator == 1:
+        cs = cs.numerator
+    return scale, g, ints, cs, rel in ("<=", "<"), strict
+
+
+def ratio(word):
+    """A rational P or P/Q as (P, Q), Q > 0."""
+    p, _, q = word.partition("/")
+    p, q = int(p), int(q or 1)
+    if q <= 0:
+        raise ValueError("bad number " + word)
+    return p, q
+
+
+def check_lemma(atoms, sorts, lits, mults, bounds):
+    """The bounds that the negations of the literals state (multipliers as (P, Q)), combined by
+    the Farkas rule of proof trees: over the terms scaled to integers (negated_bound, cached in
+    `bounds` by literal), the multipliers brought to one denominator, so that the sums are of
+    integers (of fractions only for the constants of Real bounds)."""
+    if len(mults) != len(lits) or any(p < 0 for p, _ in mults):
         raise ValueError("%d multipliers for %d literals, or a negative one" % (len(mults),
                                                                                   len(lits)))
-    cert, words = {"vars": sorts, "atoms": {}}, []
-    for lit, m in zip(lits, mults):
-        if m > 0 and abs(lit) not in atoms:
+    used = []
+    for lit, (p, q) in zip(lits, mults):
+        if p > 0 and abs(lit) not in atoms:
             raise ValueError("literal %d is no atom" % lit)
-        if m > 0:
-            rel, c, terms = atoms[abs(lit)]
-            rel = {"<=": ">", ">=": "<"}[rel] if lit > 0 else rel
-            cert["atoms"][str(lit)] = (rel, c, terms)
-            words.append("atom:%d:%s:%s" % (lit, "u" if rel in ("<=", "<") else "l", m))
-    check_farkas(cert, words, {})
+        if p > 0:
+            if lit not in bounds:
+                bounds[lit] = negated_bound(atoms, sorts, lit)
+            used.append((p, q, bounds[lit]))
+    # With t = T·g/scale and c = C·g/scale: upper m(c - t) = m·g/scale·(C - T) >= 0, lower
+    # m·g/scale·(T - C) >= 0; each multiplier m·g/scale times `common` is an integer.
+    common = math.lcm(*(q * b[0] for _, q, b in used))
+    total, k, strict = defaultdict(int), 0, False
+    for p, q, (scale, g, ints, cs, upper, is_strict) in used:
+        n = p * g * (common // (q * scale)) * (1 if upper else -1)
+        k += n * cs
+        for var, a in ints.items():
+            total[var] -= n * a
+        strict = strict or is_strict
+    if any(coeff != 0 for coeff in total.values()):
+        raise ValueError("a variable does not cancel")
+    if not (k < 0 or (k == 0 and strict)):
+        raise ValueError("the combination is no contradiction")
 
 
 def read_clauses(lines):
@@ -324,8 +378,8 @@ def read_clauses(lines):
             p["assume"] = literals(words[1:])
         elif words[0] in ("input", "learned", "lemma"):
             at = words.index("farkas") if words[0] == "lemma" else len(words)
-            p["steps"].append((words[0], literals(words[1:at]),
-                               [Fraction(w) for w in words[at + 1 :]]))
+            # The multipliers as text: only check_clauses reads them.
+            p["steps"].append((words[0], literals(words[1:at]), words[at + 1 :]))
         else:
             raise ValueError("unknown line: " + line)
     return p
@@ -339,11 +393,11 @@ def check_clauses(lines):
             raise ValueError("atom %d is over an undeclared variable" % var)
     if not steps:
         raise ValueError("no steps")
-    units = UnitPropagation()
+    units, bounds = UnitPropagation(), {}
     for number, (kind, clause, mults) in enumerate(steps):
         try:
             if kind == "lemma":
-                check_lemma(atoms, sorts, clause, mults)
+                check_lemma(atoms, sorts, clause, [ratio(m) for m in mults], bounds)
             elif kind == "learned" and not units.implied(clause):
                 raise ValueError("does not follow by unit propagation")
         except ValueError as e:

@@ -10,6 +10,7 @@
 #include <string>
 #include <tuple>
 
+#include "support/certificate_check.h"
 #include "support/fourier_motzkin.h"
 #include "vorn/frontend/script_interpreter.h"
 #include "vorn/smt/solver.h"
@@ -39,10 +40,10 @@ struct Vars {
 using Formulas = std::vector<Formula>;
 using V = const Vars&;
 
-// What `vorn check` prints for the script, with --certificate when `certificate`.
+// What `vorn check` prints for the script, with --certificate --verify when `certificate`.
 std::string run_script(const std::string& script, bool certificate = false) {
     vorn::frontend::CheckOptions options;
-    options.certificate = certificate;
+    options.certificate = options.verify = certificate;
     vorn::smt::CheckStats stats;
     std::ostringstream out;
     vorn::frontend::run_script(script, "solver.smt2", options, out, stats);
@@ -154,6 +155,54 @@ TEST(SolverTest, CertificatesAsTheToolPrintsThem) {
         ASSERT_EQ(stats.front().name, "checks");
         EXPECT_EQ(stats.front().value, 2.0);
         EXPECT_EQ(stats.back().name, "time");
+    }
+}
+
+// The certificate of each optimum is the block the tool prints, --verify on, for the solver's
+// script with its objectives; check_certificate.py accepts it against that script and rejects it
+// with the first optimum moved. Int, Real, lexicographic, unbounded and approached optima.
+TEST(SolverTest, ObjectiveCertificatesAsTheToolPrintsThem) {
+    using Objectives = std::vector<vorn::smt::Objective>;
+    // clang-format off
+    const std::tuple<const char*, const char*, Objectives (*)(Solver&, V)> cases[] = {
+        {"optimum 0 min 2", "(minimize n)", [](Solver& s, V v) {
+             s.add(2 * v.n >= 1 && (v.b || v.n >= 3) && (!v.b || v.n >= 2));
+             return Objectives{s.minimize(v.n)}; }},
+        {"optimum 0 max 11/2", "(maximize (+ x (* 2 y)))", [](Solver& s, V v) {
+             s.add(v.x + v.y <= 4 && v.x - v.y >= 1);
+             return Objectives{s.maximize(v.x + 2 * v.y)}; }},
+        {"optimum 1 max 2", "(minimize x)(maximize y)", [](Solver& s, V v) {
+             s.add(v.x >= 0 && v.y <= 3 && (v.x >= 1 || v.y <= 2));
+             return Objectives{s.minimize(v.x), s.maximize(v.y)}; }},
+        {"optimum 0 min unbounded", "(minimize x)", [](Solver& s, V v) {
+             s.add(v.x <= 5 || v.x >= 7);
+             return Objectives{s.minimize(v.x)}; }},
+        {"optimum 1 min 1 epsilon", "(minimize n)(minimize x)", [](Solver& s, V v) {
+             s.add(2 * v.n >= 1 && v.x > v.n && (v.b || v.x > 2 * v.n));
+             return Objectives{s.minimize(v.n), s.minimize(v.x)}; }},
+    };
+    // clang-format on
+    for (const auto& [last, objectives, build] : cases) {
+        SCOPED_TRACE(last);
+        Solver s;
+        Vars v{s.real("x"), s.real("y"), s.integer("n"), s.integer("m"), s.boolean("b")};
+        Objectives handles = build(s, v);
+        ASSERT_EQ(s.check(), Result::Sat);
+        EXPECT_THROW((void)s.certificate(handles[0]), UsageError);  // made without certificates
+        s.set_certificates(true);
+        ASSERT_EQ(s.check(), Result::Sat);
+        std::string out = "sat\n";
+        for (const auto& o : handles)
+            out += s.certificate(o);
+        EXPECT_NE(out.find(std::string(last) + "\n"), std::string::npos) << out;
+        std::string script = s.to_smt2();
+        script.insert(script.rfind("(check-sat)"), objectives);
+        EXPECT_EQ(out, run_script(script, true));
+        std::string input = vorn::test::temp_file("objectives.smt2", script);
+        EXPECT_TRUE(vorn::test::certificate_checks(out, input)) << script << out;
+        std::size_t at = out.find("optimum 0 ") + 14;
+        EXPECT_FALSE(vorn::test::certificate_checks(
+            out.substr(0, at) + "-7" + out.substr(out.find_first_of(" \n", at)), input));
     }
 }
 

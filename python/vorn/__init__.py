@@ -787,6 +787,14 @@ class _ObjectiveHandle:
             raise UsageError("no optimum: the last check did not answer sat")
         return self._solver._s.objective_epsilon(self._handle)
 
+    def certificate(self):
+        """After sat of a check made with certificates on (set_certificates): the optimum's
+        block as `vorn check --certificate` prints it after sat (the optimum, the model and the
+        refutation of a better value)."""
+        if self._solver._last is not sat:
+            raise UsageError("no optimum: the last check did not answer sat")
+        return self._solver._s.objective_certificate(self._handle)
+
     def __repr__(self):
         return "%s(%s)" % ("maximize" if self._maximize else "minimize", self._term)
 

@@ -785,36 +785,14 @@ void ScriptInterpreter::print_answer(const smt::Decision& answer) {
     }
 }
 
-// One block per objective optimized: its optimum, the model (which attains it) and the
-// refutation of a better value, docs/certificates.md.
+// One block per objective optimized, docs/certificates.md.
 void ScriptInterpreter::print_optimum_certificates() {
-    const auto& values = engine_->objective_values();
     if (!engine_->objectives_unknown().empty()) return;
-    const smt::Variables& vars = engine_->problem().variables;
-    const std::vector<QNumber>& model = engine_->last().model;
-    for (std::size_t k = 0; k < values.size(); ++k) {
-        std::string text = "(certificate\nformat optimum\noptimum " + std::to_string(k) +
-                           (objectives_[k].maximize ? " max " : " min ");
-        text += values[k].unbounded ? "unbounded" : values[k].optimum.to_string();
-        if (values[k].epsilon != 0) text += " epsilon";
-        text += '\n';
-        for (const Declared& d : declared_) {
-            if (d.var == 0) continue;
-            QNumber value =
-                static_cast<std::size_t>(d.var) < model.size() ? model[d.var] : QNumber();
-            text += "value ";
-            if (vars.sort(d.var) == smt::Sort::Bool)
-                text += value.is_zero() ? "false" : "true";
-            else
-                text += value.to_string();
-            text += ' ';
-            smt::append_name(text, vars, d.var);
-            text += '\n';
-        }
-        // The refutation's own block, its opening line dropped: it closes this one.
-        const std::string& proof = values[k].certificate;
-        out_ << text << (proof.empty() ? std::string(")\n") : proof.substr(proof.find('\n') + 1));
-    }
+    std::vector<int> shown;
+    for (const Declared& d : declared_)
+        if (d.var != 0) shown.push_back(d.var);
+    for (std::size_t k = 0; k < engine_->objective_values().size(); ++k)
+        out_ << engine_->optimum_certificate(k, shown);
 }
 
 void ScriptInterpreter::add_objective(bool maximize) {

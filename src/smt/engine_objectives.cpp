@@ -6,6 +6,7 @@
 #include "vorn/smt/context.h"
 #include "vorn/smt/engine.h"
 #include "vorn/smt/optimize.h"
+#include "vorn/smt/problem_text.h"
 
 #include "fixed_conjunction.h"
 #include "gomory_rounding.h"
@@ -75,6 +76,31 @@ void Engine::optimize(bool conjunctive) {
     }
     problem_->atoms.resize(atoms);
     problem_->truncate_terms(terms);
+}
+
+std::string Engine::optimum_certificate(std::size_t k, std::span<const int> shown) const {
+    const ObjectiveValue& value = objective_values_.at(k);
+    const Variables& vars = problem_->variables;
+    const std::vector<QNumber>& model = last_.model;
+    std::string text = "(certificate\nformat optimum\noptimum " + std::to_string(k) +
+                       (objectives_[k].maximize ? " max " : " min ");
+    text += value.unbounded ? "unbounded" : value.optimum.to_string();
+    if (value.epsilon != 0) text += " epsilon";
+    text += '\n';
+    for (int v : shown) {
+        QNumber x = static_cast<std::size_t>(v) < model.size() ? model[v] : QNumber();
+        text += "value ";
+        if (vars.sort(v) == Sort::Bool)
+            text += x.is_zero() ? "false" : "true";
+        else
+            text += x.to_string();
+        text += ' ';
+        append_name(text, vars, v);
+        text += '\n';
+    }
+    // The refutation's own block, its opening line dropped: it closes this one.
+    const std::string& proof = value.certificate;
+    return text + (proof.empty() ? std::string(")\n") : proof.substr(proof.find('\n') + 1));
 }
 
 // Optimization modulo theories (Sebastiani–Tomasi's linear search, as in νZ): the conjunction

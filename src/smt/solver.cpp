@@ -107,6 +107,7 @@ struct Solver::Impl {
     }
     Result conclude(const Decision& d) {
         reason = d.reason_unknown;
+        certified = certificates;
         unsat_valid = d.result == lra::Result::Unsat;
         if (d.result == lra::Result::Unsat) {
             core_names.clear();
@@ -142,7 +143,8 @@ struct Solver::Impl {
     std::chrono::milliseconds time_limit{0};
     std::uint64_t conflict_limit = 0;
     bool certificates = false;
-    std::string reason;  // of the last Unknown answer
+    bool certified = false;  // the last check was made with certificates on
+    std::string reason;      // of the last Unknown answer
     Engine engine;
     std::vector<int> booleans;  // problem variables, by number − 1
     bool model_valid = false;
@@ -523,6 +525,16 @@ std::string Solver::certificate() const {
             "no certificate: certificate() needs the last check to have answered unsat with "
             "certificates on (set_certificates), nothing added, pushed or popped since");
     return impl_->certificate_text;
+}
+
+std::string Solver::certificate(const Objective& o) const {
+    const Impl& s = *impl_;
+    (void)s.optimized(o);  // its preconditions
+    if (!s.certified)
+        throw UsageError(
+            "no certificate: certificate(objective) needs the last check to have been made with "
+            "certificates on (set_certificates)");
+    return s.engine.optimum_certificate(o.index_, s.declared);
 }
 
 std::string Solver::to_smt2() const {

@@ -84,5 +84,7 @@ def test_strict_bound_approached():
     o = vorn.Optimize()
     o.add(vorn.Or(x > 2, x < -5), x > -7)
     low = o.minimize(x)
+    o.set_certificates()
     assert o.check() == vorn.sat
     assert low.value() == -7 and low.epsilon() == 1  # -7 + epsilon
+    assert low.certificate().startswith("(certificate\nformat optimum\noptimum 0 min -7 epsilon")

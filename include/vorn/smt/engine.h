@@ -157,6 +157,12 @@ class Engine {
     // After a Sat check: the optimum of each objective optimized, or why none (not empty).
     const std::vector<ObjectiveValue>& objective_values() const { return objective_values_; }
     const std::string& objectives_unknown() const { return objectives_unknown_; }
+    // After a Sat check with objectives optimized, `k` < objective_values().size(): the "format
+    // optimum" block of objective `k` (docs/certificates.md), the model's value of each variable
+    // of `shown` in its lines and the refutation of a better value closing it (none when
+    // unbounded, or when the check was made without DecideOptions::certify). Linear in the
+    // refutation's text.
+    std::string optimum_certificate(std::size_t k, std::span<const int> shown) const;
 
     // ---- the model of the last Sat check (engine_evaluation.cpp)
     // By problem variable, every lifted ite at the value of its ite; variables added since the

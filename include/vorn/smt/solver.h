@@ -26,8 +26,8 @@
 //
 // Beyond deciding: tracked assertions (add with a name) and the names of an Unsat answer's core,
 // objectives optimized lexicographically at every Sat check (minimize, maximize), counters
-// (statistics), the certificate of an Unsat answer as `vorn check --certificate` prints it, and
-// the assertions as an SMT-LIB script (to_smt2).
+// (statistics), the certificate of an Unsat answer and of each optimum as `vorn check
+// --certificate` prints them, and the assertions as an SMT-LIB script (to_smt2).
 
 #include <chrono>
 #include <concepts>
@@ -249,6 +249,13 @@ class Solver {
     int epsilon(const Objective& o) const;
     // After a Sat check with objectives: why they were not optimized; empty when they were.
     std::string_view objectives_unknown() const;
+    // After a Sat check made with certificates on (set_certificates), for an objective
+    // optimized: its block as `vorn check --certificate` prints it after "sat"
+    // (docs/certificates.md, "format optimum"): the optimum, the model over every variable made
+    // (by its name) and the refutation of a better value under the assertions, the assumptions
+    // and the earlier objectives at their optima (none when unbounded). UsageError as value(o),
+    // and after a check without certificates. Linear in the refutation's text.
+    std::string certificate(const Objective& o) const;
 
     // ---- reports
     // The counters of this solver's checks so far (statistics.h); linear in their number.
