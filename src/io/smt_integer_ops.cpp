@@ -45,7 +45,7 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
 
 void TermEvaluator::by_zero(Value& result, Known op, bool real, smt::SourcePos pos) {
     std::erase_if(by_zero_, [&](const ByZero& e) {
-        return e.value >= problem_.variables.size() || problem_.variables.name(e.value) != e.name ||
+        return e.value > problem_.variables.size() || problem_.variables.name(e.value) != e.name ||
                (e.lifted && dag_.lifted_index(e.value) < 0);
     });
     Value value;
