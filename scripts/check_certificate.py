@@ -634,20 +634,27 @@ EVAL.update({rel: lambda v, holds=holds: all(map(holds, v, v[1:])) for rel, hold
     (">", operator.gt))})
 
 
-def eval_smt(e, model):
+def eval_smt(e, model, memo=None):
+    """The value of e under model; each node once (memo, by id: let chains share subterms,
+    which evaluated anew at every use would cost exponential time)."""
     if isinstance(e, str):
         if e in ("true", "false"):
             return e == "true"
         if number(e) is None and e not in model:
             raise ValueError("the model has no value for " + e)
         return model[e] if number(e) is None else number(e)
-    if e[0] == "ite":
-        return eval_smt(e[2] if eval_smt(e[1], model) else e[3], model)
-    if divisible(e):
-        return eval_smt(e[1], model) % divisible(e) == 0
-    if not isinstance(e[0], str) or e[0] not in EVAL:
-        raise ValueError("cannot evaluate " + str(e[0]))
-    return EVAL[e[0]]([eval_smt(x, model) for x in e[1:]])
+    memo = {} if memo is None else memo
+    if id(e) not in memo:
+        value = lambda x: eval_smt(x, model, memo)
+        if e[0] == "ite":
+            memo[id(e)] = value(e[2] if value(e[1]) else e[3])
+        elif divisible(e):
+            memo[id(e)] = value(e[1]) % divisible(e) == 0
+        elif not isinstance(e[0], str) or e[0] not in EVAL:
+            raise ValueError("cannot evaluate " + str(e[0]))
+        else:
+            memo[id(e)] = EVAL[e[0]]([value(x) for x in e[1:]])
+    return memo[id(e)]
 
 
 def model_value(e):
