@@ -985,6 +985,9 @@ def aliased(read, names, substitute=False):
         names, to = merged, lambda v: low.get(v, v)
         values.update((v, t) for v, t in found.items() if v not in values)
         values = {to(v): (renamed(dict(t), to), k) for v, (t, k) in values.items()}
+        if any(x[0] == "#" and number_of(x) >= number_of(v) for v, (t, _) in values.items()
+               for x in t):
+            raise ValueError("a definition names a variable numbered as high as its own")
 
 
 def named_terms(words, names):
