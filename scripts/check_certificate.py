@@ -651,11 +651,22 @@ def mentions(e, name, seen=None):
 
 def lin(e, sorts, ites=None):
     """A term as (terms, constant); an InputError when it is not linear in declared variables.
-    A term ite, div, mod or to_int is what ites(e) gives (Lifted), when ites is given."""
+    A term ite, div, mod or to_int is what ites(e) gives (Lifted), when ites is given. Read once
+    for each node under ites (its terms: by id): let chains share subterms, which read anew at
+    every use would cost exponential time."""
     if isinstance(e, str):
         if number(e) is None and sorts.get(e) not in ("Int", "Real"):
             raise InputError("unknown term " + e)
         return ({}, number(e)) if number(e) is not None else ({e: Fraction(1)}, Fraction(0))
+    known = getattr(ites, "terms", None)
+    if known is None:
+        return compound_lin(e, sorts, ites)
+    if id(e) not in known:
+        known[id(e)] = compound_lin(e, sorts, ites)
+    return known[id(e)]
+
+
+def compound_lin(e, sorts, ites):
     if e[0] in ("ite", "div", "mod", "to_int"):
         if ites is None:
             raise InputError("a term " + e[0])
@@ -1033,10 +1044,11 @@ def cert_names(lines, problem):
     return names, sorts
 
 
-def quotient_lines(lines, names, F):
+def quotient_lines(lines, names, F, values=None):
     """By (dividend, divisor), the names of the variables that its quotient lines define, and
     the bounds that define them all: 0 <= t - d·q < |d|. Each is an Int variable the tool
-    introduced, defined once, by a dividend over variables numbered below it (no cycle)."""
+    introduced, defined once, by a dividend over variables numbered below it (no cycle); the
+    dividend read with values' terms in place of their variables (clause_meanings)."""
     keys, bounds, seen = defaultdict(set), set(), set()
     for words in (line.split() for line in lines if line.startswith("quotient ")):
         v, d, q = int(words[1]), Fraction(words[2]), names[int(words[1])]
@@ -1045,6 +1057,7 @@ def quotient_lines(lines, names, F):
                 any(x[0] == "#" and int(x[1:]) >= v for x in terms):
             raise ValueError("bad quotient line for variable %d" % v)
         seen.add(v)
+        terms, c = substituted(terms, c, values or {})
         keys[affine(terms, c), d].add(q)
         rest, k = scaled_sum([(1, (terms, c)), (-d, ({q: Fraction(1)}, Fraction(0)))])
         bounds |= {F.atom(">=", -k, rest), F.atom("<", abs(d) - k, rest)}
@@ -1060,18 +1073,27 @@ def lowest(groups):
     return {key: min(names, key=number_of) for key, names in groups.items()}
 
 
-def aliased(read, names):
+def aliased(read, names, substitute=False):
     """read(names) gives (result, groups of names that their definitions make equal); read
     again with each group named by its lowest-numbered name, until no group merges more. In
     a model every variable takes its definition's value, over variables numbered lower, so
-    variables with equal definitions are equal and one name serves them all."""
+    variables with equal definitions are equal and one name serves them all. With substitute,
+    read(names, values) also gives the variables defined as one term (v = t, a term ite whose
+    condition the tool found constant): read again with each replaced by its term (values, by
+    name), which its value is in such a model, until no more are found."""
+    values = {}
     while True:
-        result, groups = read(names)
+        result, groups, found = read(names, values) if substitute else read(names) + ({},)
         low = {n: min(g, key=number_of) for g in groups for n in g}
         merged = {v: low.get(n, n) for v, n in names.items()}
-        if merged == names:
+        if merged == names and found.keys() <= values.keys():
             return result
-        names = merged
+        names, to = merged, lambda v: low.get(v, v)
+        values.update((v, t) for v, t in found.items() if v not in values)
+        values = {to(v): (renamed(dict(t), to), k) for v, (t, k) in values.items()}
+        if any(x[0] == "#" and number_of(x) >= number_of(v) for v, (t, _) in values.items()
+               for x in t):
+            raise ValueError("a definition names a variable numbered as high as its own")
 
 
 def named_terms(words, names):
@@ -1081,11 +1103,25 @@ def named_terms(words, names):
 
 
 def renamed(terms, names):
-    out = {}
+    """terms by names[v] (a dict or a function), summed where names coincide; no constant."""
+    out, name = {}, names if callable(names) else names.__getitem__
     for v, a in terms.items():
         if v:
-            out[names[v]] = out.get(names[v], 0) + a
+            out[name(v)] = out.get(name(v), 0) + a
     return out
+
+
+def substituted(terms, c, values):
+    """terms REL c with each variable that values gives a term for replaced by it, again in
+    the terms it brings (each names only variables numbered below its own: no cycle)."""
+    terms, c = dict(terms), Fraction(c)
+    while any(v in values for v in terms):
+        v = next(v for v in terms if v in values)
+        (t, k), a = values[v], terms.pop(v)
+        for x, b in t.items():
+            terms[x] = terms.get(x, 0) + a * b
+        c -= a * k
+    return terms, c
 
 
 def conjuncts(F, problem, ites=None, memo=None):
@@ -1288,16 +1324,14 @@ MAX_ITE_VALUES = 256  # the tool's IteValues::kMaxValues
 class Lifted:
     """The terms the tool lifts to variables of their own, read as the certificate defines them
     (lin() calls it on a term ite, div, mod or to_int): an ite that a constant condition or
-    equal branches decide is its branch (the tool folds it so; with keep_defined, the variable
-    that the certificate defines as that branch, if any), another is the variable that
+    equal branches decide is its branch (the tool folds it so), another is the variable that
     by_branches gives for its condition and branches; a quotient of a constant is a number,
     another the variable of its quotient line (quotients, by dividend and divisor). One that
     the certificate does not define is a fresh variable, which no atom of the certificate
     names (one for equal terms): the conjuncts without it count, whatever its value."""
 
-    def __init__(self, F, memo, by_branches=None, quotients=None, keep_defined=False):
+    def __init__(self, F, memo, by_branches=None, quotients=None):
         self.F, self.memo, self.by_branches, self.quotients = F, memo, by_branches, quotients
-        self.keep_defined = keep_defined
         self.fresh, self.ites, self.tables, self.terms = {}, {}, {}, {}
 
     def __call__(self, e):
@@ -1313,12 +1347,6 @@ class Lifted:
             then, other = lin(e[2], F.sorts, self), lin(e[3], F.sorts, self)
             t, u = affine(*then), affine(*other)
             if c < 2 or t == u:
-                # The tool may lift an ite whose condition is constant only once its atoms are
-                # canonical ((=> a a) over two spellings of a), defined as v = branch.
-                b = u if c == 1 else t
-                if self.keep_defined and self.by_branches and (None, b, b) in self.by_branches:
-                    return self.lifted(self.variable(self.by_branches, (None, b, b)), c, then,
-                                       other)
                 return other if c == 1 else then
             return self.lifted(self.variable(self.by_branches, (c ^ 1, u, t) if c & 1 else
                                              (c, t, u)), c, then, other)
@@ -1391,23 +1419,9 @@ def check_clause_input(lines, problem):
     clause of a closed level, with the negation of a selector that the proof does not assume.
     Every assumption is an open level's selector, or a formula or conjunct of the problem."""
     p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
-    F, meaning, inputs, read_leaves = aliased(lambda names: clause_meanings(
-        lines, p, problem, names, sorts), names)
-    # A folded ite read as its branch, else (only if needed: it costs a second reading) as
-    # the variable defined as that branch; both follow from the problem and the definitions.
-    readings = iter((False, True))
-    leaves = read_leaves(next(readings))
-
-    def follows(f):
-        nonlocal leaves
-        while not F.follows(f, leaves):
-            keep_defined = next(readings, None)
-            if keep_defined is None:
-                return False
-            more = read_leaves(keep_defined)
-            leaves = None if more is None else leaves | more
-        return True
-
+    F, meaning, inputs, leaves = aliased(lambda names, values: clause_meanings(
+        lines, p, problem, names, sorts, values), names, substitute=True)
+    follows = lambda f: F.follows(f, leaves)
     for clause, f in inputs:
         if not follows(f):
             raise ValueError("input clause %s follows from no active assertion" %
@@ -1419,12 +1433,14 @@ def check_clause_input(lines, problem):
     return True
 
 
-def clause_meanings(lines, p, problem, names, sorts):
+def clause_meanings(lines, p, problem, names, sorts, values):
     """The formulas of the proof's variables, the input clauses to check (those of closed
-    levels and definitions' Tseitin clauses set aside) and a reader of the leaves they may
-    follow from (by how it reads a folded ite, Lifted's keep_defined):
+    levels and definitions' Tseitin clauses set aside) and the leaves they may follow from:
     the problem's conjuncts, the definitions of term ite variables, quotients' bounds. With
-    the groups of variables that equal definitions make equal (aliased)."""
+    the groups of variables that equal definitions make equal and the variables defined as
+    one term (aliased): the tool lifts an ite whose condition is constant only once its atoms
+    are canonical ((=> a a) over two spellings of a) and defines it as its branch, which the
+    input's reading folds. Atoms read with values' terms in place of their variables."""
     F, meaning, tseitin, selects = Formulas(sorts), {}, set(), p["selects"]
 
     def lit(l):
@@ -1437,7 +1453,7 @@ def clause_meanings(lines, p, problem, names, sorts):
             raise ValueError("variable %d has two meanings" % var)
         meaning[var] = f
     for v, (rel, c, terms) in p["atoms"].items():
-        mean(v, F.atom(rel, c, renamed(terms, names)))
+        mean(v, F.atom(rel, *reversed(substituted(renamed(terms, names), c, values))))
     for v, name in p["bools"].items():
         if problem.sorts.get(name) != "Bool":
             raise ValueError("%s is no Bool constant of the input" % name)
@@ -1469,7 +1485,7 @@ def clause_meanings(lines, p, problem, names, sorts):
     candidates = [f for _, f in inputs] + [meaning[v] for v, _, _ in p["defines"]]
     definitions = [(d[1][0] is None, f, d) for f, d in ((f, ite_definition(F, f))
                                                         for f in candidates) if d]
-    quotients, bounds = quotient_lines(lines, names, F)
+    quotients, bounds = quotient_lines(lines, names, F, values)
     defined = {q: None for q in set().union(*quotients.values())}  # a quotient is no ite
     by_branches, accepted = defaultdict(set), set()
     for _, f, (v, key) in sorted(definitions, key=lambda t: t[0]):
@@ -1477,14 +1493,13 @@ def clause_meanings(lines, p, problem, names, sorts):
             by_branches[key].add(v)
             accepted.add(f)
 
-    def leaves(keep_defined):
-        memo = {}
-        lifted = Lifted(F, memo, lowest(by_branches), lowest(quotients), keep_defined)
-        found = conjuncts(F, problem, lifted, memo)
-        return found if found is None else found | bounds.union(*map(F.split, accepted))
-
+    memo = {}
+    leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
+    if leaves is not None:
+        leaves |= bounds.union(*map(F.split, accepted))
+    one_term = {v: key[1] for key, vs in by_branches.items() if key[0] is None for v in vs}
     return (F, meaning, inputs, leaves), list(by_branches.values()) + \
-        list(quotients.values())
+        list(quotients.values()), {v: (dict(t), k) for v, (t, k) in one_term.items()}
 
 
 def same_term(terms, objective):

@@ -121,6 +121,17 @@ TEST(CliFolding, DeepLetChainsAreReadAndCheckedAtDepth) {
     auto run = run_tool("check --certificate " + input);
     EXPECT_EQ(answers(run.out), "unsat") << run.err;
     EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
+    // Each binding used twice: read or evaluated as a tree, 2^80 nodes.
+    lets.clear();
+    for (int level = 0; level < 80; ++level)
+        lets += "(let ((d" + std::to_string(level + 1) + " (ite (> x 0) (+ d" +
+                std::to_string(level) + " d" + std::to_string(level) + ") x))) ";
+    input = vorn::test::temp_file("shared.smt2", "(declare-const x Real)(assert (let ((d0 x)) " +
+                                                     lets + "(> d80 x)" + std::string(81, ')') +
+                                                     ")(check-sat)(get-model)");
+    run = run_tool("check " + input);
+    EXPECT_EQ(answers(run.out), "sat") << run.err;
+    EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
 }
 
 TEST(CliFolding, ConjunctionsOverLiftedItesAreCertifiedWithTheirDefinitions) {

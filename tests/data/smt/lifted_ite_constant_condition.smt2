@@ -1,0 +1,6 @@
+(set-logic QF_LIA)
+(declare-const x Int)
+(declare-const b Bool)
+(assert (let ((one (ite true 1 1)) (k (ite (distinct x (+ x 1)) 1 (- 3))))
+  (and (>= (+ (ite b (* 2 k) x) (ite b (+ x one) 0)) 4) (< x 1) (or b (> x 0)))))
+(check-sat)

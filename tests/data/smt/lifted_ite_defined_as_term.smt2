@@ -1,0 +1,7 @@
+(set-logic QF_LIA)
+(declare-const x Int)
+(declare-const y Int)
+(declare-const b Bool)
+(assert (let ((x1 (ite b (+ x 1) (+ 1 x))) (k (ite (=> (< x (+ y x)) (< 0 y)) (+ x 1) y)))
+  (and (>= (+ (ite b (* 2 k) y) (ite b (+ y x1) 0)) 4) (< (+ y (* 3 x)) 1) (> y 0) (or b (< y 4)))))
+(check-sat)
