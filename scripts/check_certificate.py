@@ -523,12 +523,16 @@ class Script:
         return next((level[key][name] for level in reversed(self.levels) if name in level[key]),
                     None)
 
-    def expand(self, e, env):
-        """The expression with lets, definitions, names and annotations substituted away."""
+    def expand(self, e, env, declared=False):
+        """The expression with lets, definitions, names and annotations substituted away; with
+        declared, a constant defined by an assertion (= x t) stays x (the tool reads so what
+        outlives the assertion: a constant's define-fun, an assertion that names a term)."""
         if isinstance(e, tuple) or e == []:
             raise InputError("a string or an empty application")
         if not isinstance(e, list):
             d = env[e] if e in env else self.lookup("defs", e)
+            if declared and isinstance(d, tuple) and len(d) == 3:
+                d = None
             if d is None and number(e) is None and e not in ("true", "false") and \
                     not self.lookup("sorts", e):
                 raise InputError("undeclared symbol " + e)
@@ -538,15 +542,15 @@ class Script:
         if e[0] == "let":
             inner = dict(env)
             for name, value in e[1]:
-                inner[name] = self.expand(value, env)
-            return self.expand(e[2], inner)
+                inner[name] = self.expand(value, env, declared)
+            return self.expand(e[2], inner, declared)
         if e[0] == "!":
-            body = self.expand(e[1], env)
+            body = self.expand(e[1], env, declared)
             for k in range(2, len(e) - 1):
                 if e[k] == ":named":
                     self.levels[-1]["defs"][e[k + 1]] = ([], body)
             return body
-        args = [self.expand(a, env) for a in e[1:]]
+        args = [self.expand(a, env, declared) for a in e[1:]]
         d = self.lookup("defs", e[0]) if isinstance(e[0], str) else None
         if d is not None and d[0]:
             return self.expand(d[1], dict(zip(d[0], args)))
@@ -564,15 +568,16 @@ class Script:
             self.ever_declared[cmd[1]] = top["sorts"][cmd[1]]
         elif head == "define-fun":
             params = [p[0] for p in cmd[2]]
-            body = self.expand(cmd[4], {p: p for p in params})
+            body = self.expand(cmd[4], {p: p for p in params}, not params)
             top["defs"][cmd[1]] = (params, body)
         elif head == "assert":
-            f = self.expand(cmd[1], {})
+            names = mentions(cmd[1], ":named")
+            f = self.expand(cmd[1], {}, names)
             top["asserts"].append(f)
             # The tool's reading of (= x t), x a declared Int or Real constant that t does not
             # mention: x stands for t in later terms, while the assertion holds.
-            if isinstance(cmd[1], list) and len(cmd[1]) == 3 and cmd[1][0] == "=" and \
-                    isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
+            if not names and isinstance(cmd[1], list) and len(cmd[1]) == 3 and \
+                    cmd[1][0] == "=" and isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
                     self.lookup("sorts", cmd[1][1]) in ("Int", "Real") and \
                     not mentions(f[2], cmd[1][1]) and values_of(f[2]) is not None:
                 top["defs"][cmd[1][1]] = ([], f[2], "assert")  # goes with the assertions

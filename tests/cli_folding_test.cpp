@@ -72,6 +72,10 @@ const FoldCase kCases[] = {
      "(push 1)(assert (= i (ite b 1 2)))(assert (= i 3))(check-sat)(pop 1)(assert (= i 3))"
      "(check-sat)(reset-assertions)(assert (= i 5))",
      "unsat\nsat\nsat"},
+    {"a definition or name made while x = 4 holds reads x, not 4, after reset-assertions",
+     "(assert (= i 4))(define-fun f () Int i)(assert (! (> i 3) :named n))(reset-assertions)"
+     "(assert (= i 0))(check-sat-assuming (n))(assert (= f 0))",
+     "unsat\nsat"},
 };
 
 // The sat, unsat and unknown lines of an output, one a line.

@@ -697,9 +697,17 @@ void ScriptInterpreter::assert_command() {
             }
     }
     FormulaRef root = 0;
+    // A name outlives its assertion, so an assertion that names a term reads no definition by
+    // equality and makes none.
+    bool names_terms = false;
+    for (Id i = f; i != tree_.next(f); ++i)
+        names_terms |=
+            tree_[i].kind == SNode::Kind::Keyword && symbols_.name(tree_[i].symbol) == ":named";
     // (= x t): x stands for t from now on while this assertion holds (TermEvaluator).
-    int defined_var = names.empty() ? terms_->define_by_equality(tree_, f, &root) : 0;
-    if (defined_var == 0) root = terms_->formula(tree_, f);
+    int defined_var = names_terms ? 0 : terms_->define_by_equality(tree_, f, &root);
+    if (defined_var == 0)
+        root = names_terms ? terms_->as_declared([&] { return terms_->formula(tree_, f); })
+                           : terms_->formula(tree_, f);
     defined_var = std::max(defined_var, 0);
     // Every :named term, the top ones too, is a definition from now on.
     std::vector<std::uint32_t> defined = terms_->take_names();

@@ -95,7 +95,7 @@ void TermEvaluator::define_function(std::uint32_t symbol, const SExprTree& tree,
 
 void TermEvaluator::define(std::uint32_t symbol, const SExprTree& tree, Id body, bool formula,
                            bool int_sort) {
-    evaluate(tree, body);
+    as_declared([&] { evaluate(tree, body); });
     Value& value = values_[0];
     if (value.unsupported) {
         state(symbol).global = {Meaning::Unsupported, value.formula};
@@ -149,6 +149,7 @@ int TermEvaluator::define_by_equality(const SExprTree& tree, Id node, FormulaRef
         Meaning::DefinedTerm, static_cast<std::uint32_t>(defined_terms_.size()),
         problem_.variables.sort(var) == smt::Sort::Real};  // x's sort: 16 is 16.0 for a Real x
     defined_terms_.emplace_back().swap(value.expr);
+    by_equality_.emplace_back(tree[lhs].symbol, var);
     return var;
 }
 

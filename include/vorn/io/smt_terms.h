@@ -107,8 +107,28 @@ class TermEvaluator {
     // Gives `symbol` its variable back: the pop of its definition by equality. Later
     // definitions may outlive it (reset-assertions keeps level 0's), so their slots stay.
     void restore_variable(std::uint32_t symbol, int var) {
+        std::erase_if(by_equality_, [&](const auto& e) { return e.first == symbol; });
         forget(symbol, false);
         declare_variable(symbol, var);
+    }
+    // `read()` with every symbol that a definition by equality reads as its term read as its
+    // variable again: for what outlives the assertion (a define-fun body, a :named term), which
+    // a pop or reset-assertions would otherwise leave reading x as t.
+    template <class Read>
+    decltype(auto) as_declared(Read&& read) {
+        struct Restore {
+            TermEvaluator& terms;
+            std::vector<Meaning> saved;
+            ~Restore() {
+                for (std::size_t i = 0; i < saved.size(); ++i)
+                    terms.state(terms.by_equality_[i].first).global = saved[i];
+            }
+        } restore{*this, {}};
+        for (auto [symbol, var] : by_equality_) {
+            restore.saved.push_back(state(symbol).global);
+            state(symbol).global = {Meaning::Variable, static_cast<std::uint32_t>(var)};
+        }
+        return read();
     }
     // Evaluates a define-fun body, which must be a formula when `formula` (sort Bool), an Int
     // term when `int_sort` and a term otherwise, and gives `symbol` its value.
@@ -298,6 +318,8 @@ class TermEvaluator {
         bool lifted;
     };
     std::vector<ByZero> by_zero_;
+    // The symbols read as their definition by equality, with their variables (as_declared).
+    std::vector<std::pair<std::uint32_t, int>> by_equality_;
 };
 
 }  // namespace vorn::io
