@@ -627,6 +627,9 @@ def term_values(e, memo):
         a, b = values_of(e[2], memo), values_of(e[3], memo)
         return None if a is None or b is None or len(a | b) > MAX_ITE_VALUES else a | b
     parts = [values_of(a, memo) for a in e[1:]]
+    if e[0] in ("div", "mod", "to_int", "/") and None not in parts and \
+            all(len(p) == 1 for p in parts) and all(next(iter(p)) != 0 for p in parts[1:]):
+        return {EVAL[e[0]]([next(iter(p)) for p in parts])}  # a constant the tool folds
     if e[0] not in ("+", "-", "*", "to_real") or None in parts or \
             sum(len(p) > 1 for p in parts) > 1:
         return None
