@@ -1642,7 +1642,9 @@ def check_optima(blocks, problem):
             better = [{"min": "<", "max": ">"}[sense] + "=" * approached, term,
                       smt_number(optimum)]
             check_against(proof, problem._replace(formulas=problem.formulas + fixed + [better]))
-            fixed.append(["=", term, smt_number(optimum)])
+            # As two bounds, as the tool fixes it: an equality over a term ite with constant
+            # leaves would read as its conditions.
+            fixed += [[rel, term, smt_number(optimum)] for rel in ("<=", ">=")]
         ended = optimum is None or approached
     if blocks and not ended and len(blocks) != len(problem.objectives):
         raise ValueError("%d optimum steps for %d objectives" % (len(blocks),
