@@ -142,6 +142,8 @@ TEST(CliCertificateInput, OptimaOfObjectivesCheckAndSpoiledOnesAreRejected) {
          "max 8 epsilon"},
         {"(assert (or b (> x 3)))(assert (<= x 5))(maximize (+ (ite b 10 0) (ite (> x 4) x 0)))",
          "max 15", "max 16"},
+        {"(assert (<= (+ (ite b 3 (- 2)) y) 5))(maximize (ite b 3 (- 2)))(maximize y)",
+         "optimum 0 max 3", "optimum 0 max 4"},
         {"(assert (=> b (> r 2)))(assert (or b (>= s 3)))(assert (<= r 10))(assert (>= s (- r)))"
          "(minimize (+ r s))(check-sat-assuming (b))",
          "value true b", "value false b"},
