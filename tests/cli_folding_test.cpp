@@ -76,6 +76,8 @@ const FoldCase kCases[] = {
      "(assert (= i 4))(define-fun f () Int i)(assert (! (> i 3) :named n))(reset-assertions)"
      "(assert (= i 0))(check-sat-assuming (n))(assert (= f 0))",
      "unsat\nsat"},
+    {"an equality whose ite condition names x defines nothing",
+     "(assert (= i (ite (= i 0) 1 2)))(assert (not (= i 1)))(assert (not (= i 2)))", "unsat"},
 };
 
 // The sat, unsat and unknown lines of an output, one a line.
