@@ -147,6 +147,9 @@ const ScriptCase kScripts[] = {
 (assert (or (> x 5) (< x 2)))(minimize x)(check-sat)(get-objectives))",
      "sat\n(objectives\n ((+ x y) 16.0)\n)\n((b false))\nsat\n(objectives\n ((+ x y) 9.0)\n"
      " ((- y x) (- 7.0))\n)\nsat\n(objectives\n ((+ x y) 16.0)\n (x 8)\n)\n"},
+    {"optima go with the check that found them", R"((declare-const x Int)(push 1)(assert (<= x 5))
+(maximize x)(check-sat)(get-objectives)(pop 1)(check-sat)(get-objectives))",
+     "sat\n(objectives\n (x 5)\n)\nsat\n(objectives\n)\n"},
     {"objectives over disequalities and distinct", R"((declare-const x Int)(declare-const y Int)
 (declare-const z Int)(assert (and (<= 0 x 2) (<= 0 y 2) (<= 0 z 2) (distinct x y z)))
 (maximize (+ (* 3 x) (* 2 y) z))(check-sat)(get-objectives)(assert (distinct x 2))

@@ -101,6 +101,9 @@ void Engine::decide(std::span<const Literal> assumptions, std::span<const Formul
         last_.result = lra::Result::Unknown;
         last_.reason_unknown = outside_->what + " is outside the linear fragment";
     }
+    // Optima belong to the check that found them: a later one without objectives has none.
+    objective_values_.clear();
+    objectives_unknown_.clear();
     if (last_.result == lra::Result::Sat && !objectives_.empty())
         optimize(!boolean && assumptions.empty());
     if (options_.verify) verify(assumed);
