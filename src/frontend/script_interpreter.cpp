@@ -699,10 +699,9 @@ void ScriptInterpreter::assert_command() {
     FormulaRef root = 0;
     // A name outlives its assertion, so an assertion that names a term reads no definition by
     // equality and makes none.
-    bool names_terms = false;
-    for (Id i = f; i != tree_.next(f); ++i)
-        names_terms |=
-            tree_[i].kind == SNode::Kind::Keyword && symbols_.name(tree_[i].symbol) == ":named";
+    bool names_terms = tree_.any_node(f, [&](const SNode& n) {
+        return n.kind == SNode::Kind::Keyword && symbols_.name(n.symbol) == ":named";
+    });
     // (= x t): x stands for t from now on while this assertion holds (TermEvaluator).
     int defined_var = names_terms ? 0 : terms_->define_by_equality(tree_, f, &root);
     if (defined_var == 0)

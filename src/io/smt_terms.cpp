@@ -143,9 +143,9 @@ int TermEvaluator::define_by_equality(const SExprTree& tree, Id node, FormulaRef
     *atom = folded ? *folded
                    : new_atom(smt::Relation::Eq, problem_.add_term(scratch_), 1, tree[node].pos);
     // t's text must not name x either (an ite's condition may, its lifted variable hides it).
-    bool names_x = false;
-    for (Id i = rhs; i != tree.next(rhs); ++i)
-        names_x |= tree[i].kind == SNode::Kind::Symbol && tree[i].symbol == tree[lhs].symbol;
+    bool names_x = tree.any_node(rhs, [&](const SNode& n) {
+        return n.kind == SNode::Kind::Symbol && n.symbol == tree[lhs].symbol;
+    });
     if (names_x ||
         std::ranges::any_of(value.expr.entries(), [&](const auto& e) { return e.var == var; }) ||
         !ite_values_.finite_term(dag_, value.expr.entries()))

@@ -54,6 +54,13 @@ class SExprTree {
     Id first(Id list) const { return list + 1; }
     Id end(Id list) const { return nodes_[list].end; }
     Id next(Id node) const { return nodes_[node].is_list() ? nodes_[node].end : node + 1; }
+    // Whether a node of expression `id`, `id` itself included, satisfies `pred`; O(its nodes).
+    template <class Pred>
+    bool any_node(Id id, Pred pred) const {
+        for (Id i = id; i != next(id); ++i)
+            if (pred(nodes_[i])) return true;
+        return false;
+    }
     // The k-th child (from 0) of a list with more than k children; walks k siblings.
     Id child(Id list, std::uint32_t k) const {
         Id c = first(list);
