@@ -44,8 +44,18 @@ struct Atom {
     int boolean = -1;
     int coeff[kVars] = {};
     Relation relation = Relation::Le;
-    int c = 0;
+    QNumber c;
 };
+
+// The constants of difference atoms: k·magnitude + 2j/d with d up to `denominators`. Near 2^63
+// sums overflow machine integers and new denominators rescale the graph, so the difference
+// theory's fast weights give way to exact ones mid-search.
+struct Constants {
+    QNumber magnitude;
+    int denominators;
+};
+const Constants kConstants[] = {
+    {1, 1}, {std::int64_t{7} << 58, 1}, {1, 3}, {std::int64_t{3} << 57, 4}};
 
 // A random formula tree over atom indices; ite terms appear as an ite atom pair.
 struct Node {
@@ -56,7 +66,8 @@ struct Node {
 
 class Generator {
   public:
-    Generator(unsigned seed, bool difference) : rng_(seed), difference_(difference) {}
+    Generator(unsigned seed, bool difference, Constants constants = kConstants[0])
+        : rng_(seed), difference_(difference), constants_(std::move(constants)) {}
 
     std::vector<Atom> atoms;
 
@@ -88,7 +99,9 @@ class Generator {
             a.coeff[x] = k;
             if (y != x) a.coeff[y] = -k;
             a.relation = static_cast<Relation>(rng_() % 5);
-            a.c = static_cast<int>(rng_() % 9) - 4;
+            a.c = QNumber(static_cast<int>(rng_() % 9) - 4) * constants_.magnitude +
+                  QNumber(2 * (static_cast<int>(rng_() % 3) - 1),
+                          static_cast<int>(rng_() % constants_.denominators) + 1);
         } else {
             for (int& k : a.coeff)
                 k = static_cast<int>(rng_() % 5) - 2;
@@ -101,6 +114,7 @@ class Generator {
 
     std::mt19937 rng_;
     bool difference_;
+    Constants constants_;
 };
 
 bool evaluate(const Node& n, const std::vector<bool>& truth) {
@@ -134,7 +148,7 @@ bool conjunction_sat(const std::vector<Atom>& atoms, const std::vector<bool>& tr
         e.clear();
         for (int v = 0; v < kVars; ++v)
             e.add_entry(v + 1, QNumber(a.coeff[v]));
-        e.add_entry(0, QNumber(-a.c));
+        e.add_entry(0, -a.c);
         Relation r = truth[i] ? a.relation : vorn::smt::negation(a.relation);
         p.atoms.push_back({r, p.add_term(e), 1, {}});
     }
@@ -216,7 +230,7 @@ TEST(BooleanDifferential, RandomFormulasAgainstEnumeration) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         // Every third seed: difference constraints over variables of one sort.
         Mix mix = seed % 3 != 0 ? Mix::Mixed : seed % 2 == 0 ? Mix::Real : Mix::Int;
-        Generator g(seed, mix != Mix::Mixed);
+        Generator g(seed, mix != Mix::Mixed, kConstants[seed / 6 % std::size(kConstants)]);
         std::vector<std::unique_ptr<Node>> formulas;
         std::vector<const Node*> roots;
         for (int i = 0; i < 4; ++i) {

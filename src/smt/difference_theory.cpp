@@ -1,17 +1,33 @@
 #include "difference_theory.h"
 
 #include <algorithm>
+#include <cassert>
 #include <functional>
+#include <numeric>
 #include <queue>
+#include <type_traits>
 
 #include "vorn/lra/integer_bounds.h"
 
 namespace vorn::smt {
 
+namespace {
+
+template <class W, class E>
+const W& weight_of(const E& edge) {
+    if constexpr (std::is_same_v<W, SmallWeight>)
+        return edge.small;
+    else
+        return edge.weight;
+}
+
+}  // namespace
+
 DifferenceTheory::DifferenceTheory(const Problem& problem, bool record)
-    : LinearTheory(record), problem_(problem), var_of_{0}, pi_(1) {
+    : LinearTheory(record), problem_(problem), var_of_{0}, pi_(1), small_pi_(1) {
     out_.emplace_back();
     drop_.emplace_back();
+    small_drop_.emplace_back();
     via_.push_back(-1);
 }
 
@@ -37,8 +53,10 @@ int DifferenceTheory::node(int v) {
         node_of_[i] = static_cast<int>(var_of_.size());
         var_of_.push_back(v);
         pi_.emplace_back();
+        small_pi_.emplace_back();
         out_.emplace_back();
         drop_.emplace_back();
+        small_drop_.emplace_back();
         via_.push_back(-1);
     }
     return node_of_[i];
@@ -59,7 +77,59 @@ DifferenceTheory::Edge DifferenceTheory::read(std::span<const LinearExpr::Entry>
     bool strict = relation == Relation::Lt || relation == Relation::Gt;
     QNumber b = bound / first.coeff;  // x − y ≤ b (upper) or x − y ≥ b
     Weight w(upper ? b : -b, QNumber(strict ? -1 : 0));
-    return upper ? Edge{y, x, w} : Edge{x, y, w};
+    SmallWeight s = small_weight(w).value_or(SmallWeight{});
+    return upper ? Edge{y, x, w, s} : Edge{x, y, w, s};
+}
+
+// The weight as a SmallWeight, the graph rescaled first when its denominator is new; nothing,
+// and π exact from now on, when it does not fit.
+std::optional<SmallWeight> DifferenceTheory::small_weight(const Weight& w) {
+    if (!small_) return std::nullopt;
+    const QNumber& r = w.real();
+    if (!r.is_big() && scale_ % r.den_word() != 0) {
+        std::int64_t d = r.den_word(), factor = d / std::gcd(scale_, d), scale;
+        if (__builtin_mul_overflow(scale_, factor, &scale) || !rescale(factor)) {
+            leave_small();
+            return std::nullopt;
+        }
+        scale_ = scale;
+    }
+    auto small = SmallWeight::from(w, scale_);
+    if (!small) leave_small();
+    return small;
+}
+
+// Every SmallWeight of the graph `factor` times larger; false, with nothing changed, when one
+// would not fit.
+bool DifferenceTheory::rescale(std::int64_t factor) {
+    auto fits = [&](SmallWeight w) { return w.rescale(factor); };
+    for (const SmallWeight& p : small_pi_)
+        if (!fits(p)) return false;
+    for (const Atom& a : atom_data_)
+        if (!fits(a.edge[0].small) || !fits(a.edge[1].small)) return false;
+    for (const Active& a : active_)
+        if (!fits(a.edge.small)) return false;
+    for (SmallWeight& p : small_pi_)
+        (void)p.rescale(factor);
+    for (Atom& a : atom_data_)
+        for (Edge& e : a.edge)
+            (void)e.small.rescale(factor);
+    for (Active& a : active_)
+        (void)a.edge.small.rescale(factor);
+    return true;
+}
+
+// π moves to exact weights for good: a weight or a sum does not fit in machine integers.
+void DifferenceTheory::leave_small() {
+    if (!small_) return;
+    small_ = false;
+
+    for (std::size_t n = 0; n < small_pi_.size(); ++n)
+        pi_[n] = small_pi_[n].exact(scale_);
+}
+
+DifferenceTheory::Weight DifferenceTheory::potential(std::size_t n) const {
+    return small_ ? small_pi_[n].exact(scale_) : pi_[n];
 }
 
 void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term,
@@ -159,9 +229,14 @@ bool DifferenceTheory::phase(sat::Var v, bool saved) {
     const Atom& a = atom_data_[static_cast<std::size_t>(atom_of_[v])];
     if (!a.alive) return saved;
     const Edge& e = a.edge[0];
-    Weight slack = pi_[static_cast<std::size_t>(e.from)];
+    auto from = static_cast<std::size_t>(e.from), to = static_cast<std::size_t>(e.to);
+    if (small_) {
+        SmallWeight slack = small_pi_[from];
+        if (slack.add(e.small) && slack.subtract(small_pi_[to])) return slack < SmallWeight();
+    }
+    Weight slack = potential(from);
     slack += e.weight;
-    slack -= pi_[static_cast<std::size_t>(e.to)];
+    slack -= potential(to);
     return slack < Weight();
 }
 
@@ -185,46 +260,59 @@ void DifferenceTheory::assign(sat::Lit lit) {
 // Restores π(to) ≤ π(from) + w for the newest edge by lowering π along shortest paths from
 // `to`; false, with the conflict in pending_, when that would lower π(from): a negative cycle.
 bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
+    Search result = Search::Overflow;
+    if (small_) result = search(e, small_pi_, small_drop_);
+    if (result == Search::Overflow) {
+        leave_small();
+        result = search(e, pi_, drop_);
+    }
+    if (result == Search::Cycle) explain_cycle();
+    return result != Search::Cycle;
+}
+
+// The search of add_edge over potentials `pi` with weights of type W: the cycle, if any, in
+// cycle_; Overflow, with `pi` untouched, when a sum does not fit in W.
+template <class W>
+DifferenceTheory::Search DifferenceTheory::search(const Edge& e, std::vector<W>& pi,
+                                                  std::vector<W>& drop) {
     auto from = static_cast<std::size_t>(e.from), to = static_cast<std::size_t>(e.to);
-    Weight start = pi_[from];
-    start += e.weight;
-    start -= pi_[to];
-    if (start.real().sign() > 0 || (start.real().is_zero() && start.delta().sign() >= 0))
-        return true;
-    using Item = std::pair<Weight, int>;
+    W start = pi[from];
+    if (!add(start, weight_of<W>(e)) || !subtract(start, pi[to])) return Search::Overflow;
+    if (start >= W()) return Search::Consistent;
+    using Item = std::pair<W, int>;
     auto later = [](const Item& a, const Item& b) { return a.first > b.first; };
     std::priority_queue<Item, std::vector<Item>, decltype(later)> queue(later);
     auto newest = static_cast<int>(active_.size() - 1);
-    drop_[to] = start;
+    drop[to] = start;
     via_[to] = newest;
     touched_.assign(1, e.to);
     queue.push({start, e.to});
-    Weight cand;
-    bool cycle = false;
+    W cand;
+    bool cycle = false, overflow = false;
     int closing = -1;
-    while (!queue.empty() && !cycle) {
+    while (!queue.empty() && !cycle && !overflow) {
         auto [d, x] = queue.top();
         queue.pop();
         auto xs = static_cast<std::size_t>(x);
-        if (d != drop_[xs]) continue;
+        if (d != drop[xs]) continue;
         ++relaxations_;
         for (std::uint32_t j : out_[xs]) {
             const Edge& f = active_[j].edge;
             auto y = static_cast<std::size_t>(f.to);
-            cand = pi_[xs];
-            cand += drop_[xs];
-            cand += f.weight;
-            cand -= pi_[y];
-            if (cand.real().sign() > 0 || (cand.real().is_zero() && cand.delta().sign() >= 0))
-                continue;
-            if (via_[y] >= 0 && !(cand < drop_[y])) continue;
+            cand = pi[xs];
+            if (!add(cand, drop[xs]) || !add(cand, weight_of<W>(f)) || !subtract(cand, pi[y])) {
+                overflow = true;
+                break;
+            }
+            if (cand >= W()) continue;
+            if (via_[y] >= 0 && !(cand < drop[y])) continue;
             if (y == from) {
                 cycle = true;
                 closing = static_cast<int>(j);
                 break;
             }
             if (via_[y] < 0) touched_.push_back(f.to);
-            drop_[y] = cand;
+            drop[y] = cand;
             via_[y] = static_cast<int>(j);
             queue.push({cand, f.to});
         }
@@ -238,14 +326,17 @@ bool DifferenceTheory::add_edge(sat::Lit, const Edge& e) {
             j = via_[static_cast<std::size_t>(active_[static_cast<std::size_t>(j)].edge.from)];
         }
         cycle_.push_back(newest);
-        explain_cycle();
-    } else {
-        for (int n : touched_)
-            pi_[static_cast<std::size_t>(n)] += drop_[static_cast<std::size_t>(n)];
+    } else if (!overflow) {
+        // π(n) + drop(n) is π(x) + drop(x) + w of the edge that set drop(n), a sum that fit.
+        for (int n : touched_) {
+            [[maybe_unused]] bool fits =
+                add(pi[static_cast<std::size_t>(n)], drop[static_cast<std::size_t>(n)]);
+            assert(fits);
+        }
     }
     for (int n : touched_)
         via_[static_cast<std::size_t>(n)] = -1;
-    return !cycle;
+    return cycle ? Search::Cycle : overflow ? Search::Overflow : Search::Consistent;
 }
 
 // The conflict of the negative cycle in cycle_ (indices into active_). With relax_, an edge's
@@ -299,7 +390,8 @@ void DifferenceTheory::propagate(std::vector<sat::Lit>& implied) {
             if (!o.alive || value_[ov] != 0) continue;
             for (int side = 0; side < 2; ++side) {
                 const Edge& f = o.edge[side];
-                if (f.from != a.edge.from || f.to != a.edge.to || f.weight < a.edge.weight)
+                if (f.from != a.edge.from || f.to != a.edge.to ||
+                    (small_ ? f.small < a.edge.small : f.weight < a.edge.weight))
                     continue;
                 implied_by_[ov] = a.lit;
                 implied.push_back(sat::Lit(ov, side == 1));
@@ -334,8 +426,8 @@ void DifferenceTheory::take_model() {
     Weight slack;
     for (const Active& a : active_) {
         slack = a.edge.weight;
-        slack -= pi_[static_cast<std::size_t>(a.edge.to)];
-        slack += pi_[static_cast<std::size_t>(a.edge.from)];
+        slack -= potential(static_cast<std::size_t>(a.edge.to));
+        slack += potential(static_cast<std::size_t>(a.edge.from));
         if (slack.real().sign() > 0 && slack.delta().sign() < 0) {
             QNumber limit = slack.real() / -slack.delta();
             if (limit < delta) delta = limit;
@@ -343,8 +435,8 @@ void DifferenceTheory::take_model() {
     }
     model_.assign(static_cast<std::size_t>(problem_.variables.size()) + 1, QNumber());
     for (std::size_t n = 1; n < var_of_.size(); ++n) {
-        Weight v = pi_[n];
-        v -= pi_[0];
+        Weight v = potential(n);
+        v -= potential(0);
         QNumber value = v.real();
         value.add_product(v.delta(), delta);
         if (var_of_[n] != 0) model_[static_cast<std::size_t>(var_of_[n])] = value;

@@ -17,6 +17,11 @@
 // pair of variables. A conflict's edge gives way to an earlier true atom's weaker edge between
 // the same nodes when the cycle stays negative (explain_cycle). Phase: an atom is decided true
 // exactly when π satisfies its edge.
+//
+// Weights: while every weight, scaled by a common denominator, fits in machine integers, π and
+// the search run on SmallWeights (checked sums; a new denominator rescales the graph once); the
+// first weight or sum that does not fit moves π to the exact DeltaRationals for good
+// (leave_small), and the search runs again there from the same π. The steps are the same.
 
 #include <cstdint>
 #include <span>
@@ -28,6 +33,7 @@
 #include "vorn/smt/problem.h"
 
 #include "linear_theory.h"
+#include "small_weight.h"
 
 namespace vorn::smt {
 
@@ -65,6 +71,7 @@ class DifferenceTheory : public LinearTheory {
     struct Edge {
         int from, to;
         Weight weight;
+        SmallWeight small;  // the same weight, while small_
     };
     struct Atom {
         Edge edge[2];  // by literal sign: [0] the atom, [1] its negation
@@ -87,6 +94,13 @@ class DifferenceTheory : public LinearTheory {
     Edge read(std::span<const LinearExpr::Entry> term, Relation relation, const QNumber& c,
               bool integral);
     bool add_edge(sat::Lit lit, const Edge& e);
+    enum class Search { Consistent, Cycle, Overflow };
+    template <class W>
+    Search search(const Edge& e, std::vector<W>& pi, std::vector<W>& drop);
+    std::optional<SmallWeight> small_weight(const Weight& w);
+    bool rescale(std::int64_t factor);
+    void leave_small();
+    Weight potential(std::size_t node) const;
     void explain_cycle();
     void take_model();
 
@@ -94,7 +108,10 @@ class DifferenceTheory : public LinearTheory {
     std::vector<int> node_of_;  // by problem variable + 1 (0: none); node 0 is zero
     std::vector<int> var_of_;   // by node, 0: the zero node or free
     std::vector<int> free_nodes_;
-    std::vector<Weight> pi_;  // by node
+    std::vector<Weight> pi_;  // by node, unless small_
+    bool small_ = true;       // every weight a SmallWeight: small_pi_ holds π
+    std::int64_t scale_ = 1;  // of every SmallWeight
+    std::vector<SmallWeight> small_pi_;
 
     std::vector<int> atom_of_;  // by SAT variable
     std::vector<Atom> atom_data_;
@@ -112,6 +129,7 @@ class DifferenceTheory : public LinearTheory {
 
     // Scratch of the search: tentative decrease of π and the edge it came by, per node.
     std::vector<Weight> drop_;
+    std::vector<SmallWeight> small_drop_;
     std::vector<int> via_;  // index into active_, −1: none
     std::vector<int> touched_;
     std::uint64_t relaxations_ = 0;
