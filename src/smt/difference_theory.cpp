@@ -77,26 +77,28 @@ DifferenceTheory::Edge DifferenceTheory::read(std::span<const LinearExpr::Entry>
     bool strict = relation == Relation::Lt || relation == Relation::Gt;
     QNumber b = bound / first.coeff;  // x − y ≤ b (upper) or x − y ≥ b
     Weight w(upper ? b : -b, QNumber(strict ? -1 : 0));
-    SmallWeight s = small_weight(w).value_or(SmallWeight{});
-    return upper ? Edge{y, x, w, s} : Edge{x, y, w, s};
+    return upper ? Edge{y, x, w, {}} : Edge{x, y, w, {}};
 }
 
-// The weight as a SmallWeight, the graph rescaled first when its denominator is new; nothing,
-// and π exact from now on, when it does not fit.
-std::optional<SmallWeight> DifferenceTheory::small_weight(const Weight& w) {
-    if (!small_) return std::nullopt;
-    const QNumber& r = w.real();
-    if (!r.is_big() && scale_ % r.den_word() != 0) {
+// The atom's edges as SmallWeights, the graph rescaled first when their denominator is new; π
+// exact from now on when they do not fit.
+void DifferenceTheory::set_small_weights(Atom& atom) {
+    for (const Edge& e : atom.edge) {
+        const QNumber& r = e.weight.real();
+        if (!small_ || r.is_big() || scale_ % r.den_word() == 0) continue;
         std::int64_t d = r.den_word(), factor = d / std::gcd(scale_, d), scale;
-        if (__builtin_mul_overflow(scale_, factor, &scale) || !rescale(factor)) {
+        if (__builtin_mul_overflow(scale_, factor, &scale) || !rescale(factor))
             leave_small();
-            return std::nullopt;
-        }
-        scale_ = scale;
+        else
+            scale_ = scale;
     }
-    auto small = SmallWeight::from(w, scale_);
-    if (!small) leave_small();
-    return small;
+    for (Edge& e : atom.edge) {
+        if (!small_) return;
+        if (auto small = SmallWeight::from(e.weight, scale_))
+            e.small = *small;
+        else
+            leave_small();
+    }
 }
 
 // Every SmallWeight of the graph `factor` times larger; false, with nothing changed, when one
@@ -142,6 +144,7 @@ void DifferenceTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry>
     Atom atom{{read(term, relation, c, integral), read(term, negation(relation), c, integral)},
               QNumber(1) / (a.sign() < 0 ? -a : a),
               0};
+    set_small_weights(atom);
     int lo = std::min(atom.edge[0].from, atom.edge[0].to);
     int hi = std::max(atom.edge[0].from, atom.edge[0].to);
     std::uint64_t key = (static_cast<std::uint64_t>(lo) << 32) | static_cast<std::uint32_t>(hi);

@@ -97,7 +97,7 @@ class DifferenceTheory : public LinearTheory {
     enum class Search { Consistent, Cycle, Overflow };
     template <class W>
     Search search(const Edge& e, std::vector<W>& pi, std::vector<W>& drop);
-    std::optional<SmallWeight> small_weight(const Weight& w);
+    void set_small_weights(Atom& atom);
     bool rescale(std::int64_t factor);
     void leave_small();
     Weight potential(std::size_t node) const;
