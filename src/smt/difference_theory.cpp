@@ -125,7 +125,6 @@ bool DifferenceTheory::rescale(std::int64_t factor) {
 void DifferenceTheory::leave_small() {
     if (!small_) return;
     small_ = false;
-
     for (std::size_t n = 0; n < small_pi_.size(); ++n)
         pi_[n] = small_pi_[n].exact(scale_);
 }
