@@ -131,7 +131,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
 void ArithTheory::new_level() {
     simplex_.push();
     level_start_.push_back(assigned_.size());
-    row_reasons_at_level_.push_back(row_reasons_.size());
+    row_reasons_at_level_.push_back(row_reasons_used_);
 }
 
 void ArithTheory::backtrack(int level) {
@@ -143,7 +143,7 @@ void ArithTheory::backtrack(int level) {
         value_[assigned_[i].var()] = 0;
     assigned_.resize(keep);
     level_start_.resize(target);
-    row_reasons_.resize(row_reasons_at_level_[target]);
+    row_reasons_used_ = row_reasons_at_level_[target];
     row_reasons_at_level_.resize(target);
     propagated_ = std::min(propagated_, keep);
     conflict_ = false;

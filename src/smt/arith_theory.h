@@ -162,6 +162,7 @@ class ArithTheory : public LinearTheory {
     bool implied_bound(int slack, bool upper, lra::DeltaRational& bound);
     // The other direction: bounds on a slack's summands from the slack's bound.
     const lra::BoundRecord* literal_bound(int var, bool upper) const;
+    RowReason& new_row_reason(sat::Var v);
     void propagate_to_summands(int slack, bool slack_upper, std::vector<sat::Lit>& implied);
     void propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied);
     // explanation_relaxation.cpp
@@ -197,7 +198,8 @@ class ArithTheory : public LinearTheory {
     std::vector<std::vector<int>> slacks_of_;
     std::vector<char> slack_indexed_;
     std::vector<std::int32_t> row_reason_of_;
-    std::vector<RowReason> row_reasons_;
+    std::vector<RowReason> row_reasons_;  // the first row_reasons_used_ in use
+    std::size_t row_reasons_used_ = 0;
     std::vector<std::size_t> row_reasons_at_level_;
     std::vector<char> implied_now_;  // by SAT variable: implied in this propagate() call
     std::vector<sat::Lit> row_lits_;
