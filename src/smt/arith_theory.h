@@ -72,6 +72,8 @@ class ArithTheory : public LinearTheory {
     }
     void begin_check(std::uint64_t branch_limit) override;
     bool gave_up() const override { return gave_up_; }
+    bool wants_box() const override { return box_wanted_; }
+    QNumber make_box(std::vector<sat::Lit>& bounds) override;
     void set_stop(util::Stop* stop) override { simplex_.set_stop(stop); }
     void set_cuts(bool on) override { cuts_ = on; }
     void set_relax_explanations(bool on) override { relax_ = on; }
@@ -124,6 +126,9 @@ class ArithTheory : public LinearTheory {
                  const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
+    // Counts one more split of the check; false, the check given up, past the budget or when a
+    // pure-Int check is due for its box.
+    bool take_split();
     bool cube_model();
     void take_model();
     // A new atom of the search; one whose term needs a slack made above level 0 is noted in
@@ -218,6 +223,13 @@ class ArithTheory : public LinearTheory {
     std::size_t next_branch_ = 0;  // where the next scan of integer_vars_ starts
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
+    // The box (docs/integers.md, "Termination"): a check whose atoms are all over Int variables
+    // (mixed_ false) gives up after kBoxAfter splits, or half its budget, with box_wanted_, and
+    // goes on inside the box (box_on_). 1 000: the measured families never split so often.
+    static constexpr std::uint64_t kBoxAfter = 1000;
+    bool mixed_ = false;  // an atom, once made, names a non-Int variable
+    bool box_wanted_ = false;
+    bool box_on_ = false;
     std::uint64_t cube_at_ = 0;  // the branch count at which the cube test is tried next
     std::uint64_t cube_models_ = 0;
     lra::TermEntries scratch_;
