@@ -23,6 +23,10 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
+// Box: a check whose atoms are over Int variables alone gives up, once its splits reach a
+// threshold, with wants_box(); the decider then adds the box of its input atoms (make_box,
+// lra/solution_box.h) under a new assumption and searches again, now with every variable bounded,
+// so that the splits end (docs/integers.md, "Termination").
 // Cube: a full assignment with a fractional vertex may first get an integral model from the unit
 // cube test (lra/unit_cube.h), now and then, without a branch.
 // Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
