@@ -2,6 +2,8 @@
 
 #include <gmp.h>
 
+#include <optional>
+
 #include "integer_math.h"
 
 namespace vorn::lra {

@@ -31,7 +31,6 @@ class SolutionBox {
     // One row  term ⋈ c  (entries of variable 0 are ignored; a term without variables adds no
     // row).
     void add_row(std::span<const la::Equation::VarCoeff> term, const QNumber& c);
-    std::size_t rows() const { return rows_; }
     // B for the rows so far (0 without rows).
     QNumber bound() const;
 
