@@ -349,8 +349,7 @@ bool ArithTheory::branch() {
 }
 
 bool ArithTheory::take_split() {
-    std::uint64_t box_at = limit_ == 0 ? kBoxAfter : std::min(kBoxAfter, limit_ / 2);
-    if (!box_on_ && !mixed_ && used_ >= box_at) {
+    if (box_after_ != 0 && !box_on_ && !mixed_ && used_ >= box_after_) {
         box_wanted_ = gave_up_ = true;
         return false;
     }
