@@ -354,7 +354,7 @@ def read_clauses(lines):
     """A clause proof's lines: sorts and atoms by variable, definitions [(var, op, literals)],
     Bool variables {var: name}, selectors, the assumptions and the steps."""
     p = {"sorts": {}, "atoms": {}, "defines": [], "bools": {}, "selects": set(), "assume": [],
-         "steps": []}
+         "steps": [], "boxes": {}}
     for line in lines:
         words = line.split()
         if words[0] == "var":
@@ -372,6 +372,10 @@ def read_clauses(lines):
             p["bools"][int(words[1])] = unquote(line.split(maxsplit=2)[2])
         elif words[0] == "select":
             p["selects"].add(int(words[1]))
+        elif words[0] == "box":
+            if int(words[1]) in p["boxes"]:
+                raise ValueError("box %s twice" % words[1])
+            p["boxes"][int(words[1])] = int(words[2])
         elif words[0] == "quotient":  # checked against the input only
             continue
         elif words[0] == "assume":
@@ -393,6 +397,7 @@ def check_clauses(lines):
             raise ValueError("atom %d is over an undeclared variable" % var)
     if not steps:
         raise ValueError("no steps")
+    check_boxes(p)
     units, bounds = UnitPropagation(), {}
     for number, (kind, clause, mults) in enumerate(steps):
         try:
@@ -1420,6 +1425,61 @@ def ite_definition(F, f):
     return v, (c, branches[0], branches[1])
 
 
+def solution_box(rows):
+    """Papadimitriou's bound (J. ACM 28(4), 1981) for bound rows (c, {var: coefficient}) over Int
+    variables, each read as itself or its rounded negation: scaled to coprime integers, a row
+    measures its largest coefficient and ceil(|c|) + 1; with m rows over n variables and a the
+    largest measure, a system of such rows that has an integer solution has one inside
+    |x| <= (2n + m)·(m·a)^(2m + 1) (x = x+ - x-, a slack per row: m equations in 2n + m
+    columns)."""
+    if not rows:
+        return 0
+    a, names = 0, set()
+    for c, terms in rows:
+        scale = Fraction(math.lcm(*(t.denominator for t in terms.values())))
+        scale /= math.gcd(*(int(t * scale) for t in terms.values()))
+        a = max([a, math.ceil(abs(c * scale)) + 1] + [abs(t * scale) for t in terms.values()])
+        names.update(terms)
+    m = len(rows)
+    return (2 * len(names) + m) * (m * int(a)) ** (2 * m + 1)
+
+
+def check_boxes(p):
+    """An assumed box guard g (`box g B`) stands for -B <= x <= B on Int variables: its input
+    clauses must each be -g x<=B or -g x>=-B (selectors aside), every atom must be over Int
+    variables, and B must be at least the solution_box bound of the atoms of the other input
+    clauses: every model of those clauses has a counterpart inside the box, so a refutation
+    with the box refutes them. A guard not assumed is false in that model, its clauses true."""
+    boxes, atoms, assumed = p["boxes"], p["atoms"], set(p["assume"])
+    if set(boxes) & (set(atoms) | p["selects"]):
+        raise ValueError("a box guard has another meaning")
+    rows = {}
+    for kind, clause, _ in p["steps"]:
+        if kind != "input":
+            continue
+        if any(l in boxes for l in clause):
+            raise ValueError("a box guard stands positive in an input clause")
+        guards = [-l for l in clause if -l in boxes]
+        rest = [l for l in clause if -l not in boxes and -l not in p["selects"]]
+        if not guards:
+            rows.update((abs(l), atoms[abs(l)]) for l in rest if abs(l) in atoms)
+        elif guards[0] in assumed:
+            b = boxes[guards[0]]
+            one = len(rest) == 1 and rest[0] > 0
+            rel, c, terms = atoms.get(rest[0], (None, None, {})) if one else (None, None, {})
+            if list(terms.values()) != [1] or c != (b if rel == "<=" else -b):
+                raise ValueError("box %d: input clause %s is no bound x <= B or x >= -B" %
+                                 (guards[0], clause))
+    if any(g in assumed for g in boxes):
+        if any(p["sorts"].get(v) != "Int" for _, _, terms in atoms.values() for v in terms):
+            raise ValueError("a box over a problem with a Real variable")
+        least = solution_box([(c, terms) for _, c, terms in rows.values()])
+        for g, b in boxes.items():
+            if g in assumed and b < least:
+                raise ValueError("box %d: %d is below the bound %d of the input atoms" %
+                                 (g, b, least))
+
+
 def check_clause_input(lines, problem):
     """Every input clause of the proof follows from the problem: one of the Tseitin clauses
     of a definition; a clause that states a top-level conjunct of an active assertion or
@@ -1435,7 +1495,7 @@ def check_clause_input(lines, problem):
             raise ValueError("input clause %s follows from no active assertion" %
                              " ".join(map(str, clause)))
     for a in p["assume"]:
-        if not (a in p["selects"] or (-a not in p["selects"] and
+        if not (a in p["selects"] or a in p["boxes"] or (-a not in p["selects"] and
                                       follows(meaning[abs(a)] ^ (a < 0)))):
             raise ValueError("assumption %d is no open level nor assumed formula" % a)
     return True
@@ -1485,6 +1545,8 @@ def clause_meanings(lines, p, problem, names, sorts, values):
         if any(l > 0 for l in guards):
             raise ValueError("a selector stands positive in input clause %s" % clause)
         rest = frozenset(l for l in clause if abs(l) not in selects)
+        if any(-l in p["boxes"] for l in clause):  # check_boxes checks them
+            continue
         if all(-l in assumed for l in guards) and rest not in tseitin:
             inputs.append((clause, F.disj([lit(l) for l in rest])))
     # Term ite variables: one definition each, a proper ite's before one of equal branches,

@@ -92,6 +92,23 @@ ClauseProof hand_proof() {
     return p;
 }
 
+// Atoms 1: x >= 1, 2: x <= 0, 3: x <= b, the box of guard 4 (assumed): 2 rows over 1 variable,
+// measures 2 and 1, so a box needs b >= (2·1 + 2)·(2·2)^5 = 4096.
+ClauseProof box_proof(const QNumber& b) {
+    ClauseProof p;
+    p.atoms = {{1, Relation::Ge, {{1, 1}}, 1},
+               {2, Relation::Le, {{1, 1}}, 0},
+               {3, Relation::Le, {{1, 1}}, b}};
+    p.boxes = {{4, b}};
+    p.assumptions = {4};
+    p.steps = {{K::Input, {1}, {}},
+               {K::Input, {2}, {}},
+               {K::Input, {-4, 3}, {}},
+               {K::Lemma, {-1, -2}, {1, 1}},
+               {K::Learned, {-4}, {}}};
+    return p;
+}
+
 TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
     struct Case {
         const char* what;
@@ -124,6 +141,11 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         {"a repeat", [](auto& p) { p.atoms[1].term.push_back({2, 1}); }, "repeats a variable"},
         {"a zero", [](auto& p) { p.atoms[1].term[0].coeff = 0; }, "zero coefficient"},
         {"no variable", [](auto& p) { p.atoms[1].term.clear(); }, "has no variable"},
+        {"a box of 4096", [](auto& p) { p = box_proof(4096); }, ""},
+        {"a box of 4095", [](auto& p) { p = box_proof(4095); }, "below the bound 4096"},
+        {"a box over x Real", [](auto& p) { p = box_proof(4096); }, "a Real variable", false},
+        {"a box clause no bound", [](auto& p) { p = box_proof(4096); p.steps[2].clause = {-4, -3}; },
+         "no bound x <= B"},
         // clang-format on
     };
     for (const Case& c : cases) {

@@ -1,8 +1,10 @@
 #include "arith_theory.h"
 
 #include <algorithm>
+#include <set>
 
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/solution_box.h"
 #include "vorn/lra/unit_cube.h"
 
 #include "simplex_vars.h"
@@ -86,6 +88,7 @@ void ArithTheory::add_atom(sat::Var var, std::span<const LinearExpr::Entry> term
     atoms_on_[t.var].push_back(static_cast<std::uint32_t>(atom_data_.size()));
     atom_data_.push_back(std::move(a));
     index_slack(t.var);
+    mixed_ = mixed_ || !integral;
 }
 
 // Deciding such atoms first, each on the side the current values satisfy (phase), lets the
@@ -124,6 +127,7 @@ void ArithTheory::begin_check(std::uint64_t branch_limit) {
     limit_ = branch_limit;
     used_ = 0;
     gave_up_ = false;
+    box_wanted_ = box_on_ = false;
     cuts_used_ = 0;
     cube_at_ = 0;
 }
@@ -331,12 +335,8 @@ bool ArithTheory::branch() {
         int s = integer_vars_[(next_branch_ + k) % n];
         const lra::DeltaRational& v = simplex_.delta_value(s);
         if (lra::is_integral(v)) continue;
-        if (limit_ != 0 && used_ >= limit_) {
-            gave_up_ = true;
-            return false;
-        }
+        if (!take_split()) return false;
         next_branch_ = (next_branch_ + k + 1) % n;
-        ++used_;
         ++branches_;
         QNumber below = lra::floor_of(v);
         LinearExpr::Entry x{problem_var_[s], QNumber(1)};
@@ -346,6 +346,44 @@ bool ArithTheory::branch() {
         return true;
     }
     return false;
+}
+
+bool ArithTheory::take_split() {
+    if (box_after_ != 0 && !box_on_ && !mixed_ && used_ >= box_after_) {
+        box_wanted_ = gave_up_ = true;
+        return false;
+    }
+    if (limit_ != 0 && used_ >= limit_) {
+        gave_up_ = true;
+        return false;
+    }
+    ++used_;
+    return true;
+}
+
+// Every satisfying assignment of the check selects a conjunction of its input atoms' literals,
+// each one row over the integers (a negated atom is its rounded opposite), so the box of those
+// atoms holds a solution of every such conjunction that has one. The search atoms (splits, cuts,
+// earlier boxes) are valid over the integers and count for nothing. Inside the box every Int
+// variable is bounded for the rest of the check, and the search ends without the budget.
+QNumber ArithTheory::make_box(std::vector<sat::Lit>& bounds) {
+    lra::SolutionBox box;
+    std::set<int> vars;
+    for (std::size_t i = 0; i < atoms_.size(); ++i) {
+        if (atom_data_[i].search) continue;
+        box.add_row(atoms_[i].term, atoms_[i].constant);
+        for (const auto& e : atoms_[i].term)
+            vars.insert(e.var);
+    }
+    QNumber b = box.bound();
+    for (int v : vars) {
+        LinearExpr::Entry x{v, QNumber(1)};
+        bounds.push_back(sat::Lit(new_search_atom({&x, 1}, Relation::Le, b), false));
+        bounds.push_back(sat::Lit(new_search_atom({&x, 1}, Relation::Ge, -b), false));
+    }
+    box_wanted_ = gave_up_ = false;
+    box_on_ = true;
+    return b;
 }
 
 sat::Var ArithTheory::new_search_atom(std::span<const LinearExpr::Entry> term, Relation relation,

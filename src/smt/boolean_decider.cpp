@@ -33,6 +33,7 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
     theory_->set_cuts(options.cuts);
     theory_->set_relax_explanations(options.relax_explanations);
     theory_->set_theory_phase(options.theory_phase);
+    theory_->set_box_after(options.box_after);
     sat_.set_theory(theory_.get());
 }
 
@@ -45,6 +46,7 @@ void BooleanDecider::set_options(const DecideOptions& options) {
     theory_->set_cuts(options.cuts);
     theory_->set_relax_explanations(options.relax_explanations);
     theory_->set_theory_phase(options.theory_phase);
+    theory_->set_box_after(options.box_after);
 }
 
 sat::Lit BooleanDecider::constant_literal(bool value) {
@@ -192,6 +194,8 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
         lits.push_back(sat_literal(l));
     theory_->begin_check(options_.bb_limit);
     sat::Result r = sat_.solve(lits);
+    std::size_t box_guard = lits.size();
+    if (r == sat::Result::Sat && theory_->wants_box()) r = solve_in_box(lits);
     Decision d;
     d.boolean_search = true;
     failed_.clear();
@@ -232,8 +236,28 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
                 d.reason_unknown = theory_->gave_up() ? "integer branch limit" : "conflict limit";
             break;
     }
+    if (lits.size() > box_guard) {
+        // The box belongs to this check's atoms: later checks may need a larger one.
+        sat_.add_clause({~lits[box_guard]});
+        for (sat::Lit b : box_bounds_)
+            theory_->retire(b.var());
+    }
     d.stats = stats() - before;
     return d;
+}
+
+// The bounds are clauses ¬g ∨ (x ≤ B) and ¬g ∨ (x ≥ −B) under a new assumption g, so that a
+// refutation that needs them ends in ¬g and names the box (ClauseProof::Box); the first part of
+// the check's learned clauses hold without it.
+sat::Result BooleanDecider::solve_in_box(std::vector<sat::Lit>& assumptions) {
+    box_bounds_.clear();
+    QNumber bound = theory_->make_box(box_bounds_);
+    sat::Lit guard(sat_.new_var(), false);
+    for (sat::Lit b : box_bounds_)
+        sat_.add_clause({~guard, b});
+    if (options_.certify) boxes_.push_back({dimacs(guard), bound});
+    assumptions.push_back(guard);
+    return sat_.solve(assumptions);
 }
 
 DecideStats BooleanDecider::stats() const {
@@ -247,6 +271,7 @@ ClauseProof BooleanDecider::proof() const {
     for (const TheoryAtom& a : theory_->atoms())
         p.atoms.push_back({static_cast<std::int64_t>(a.var) + 1, a.relation, a.term, a.constant});
     p.definitions = made_;
+    p.boxes = boxes_;
     const BooleanStructure& b = problem_.boolean;
     for (std::uint32_t prop = 0; prop < prop_var_.size(); ++prop) {
         using DK = ClauseProof::Definition::Kind;

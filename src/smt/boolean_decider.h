@@ -78,6 +78,8 @@ class BooleanDecider {
     void define(sat::Lit lit, ClauseProof::Definition::Kind kind,
                 std::initializer_list<sat::Lit> operands, int index = 0);
     ClauseProof proof() const;
+    // The rest of a check that gave up for its box (LinearTheory::wants_box), inside the box.
+    sat::Result solve_in_box(std::vector<sat::Lit>& assumptions);
 
     const Problem& problem_;
     DecideOptions options_;
@@ -89,6 +91,8 @@ class BooleanDecider {
     std::vector<sat::Var> extra_;                // atoms made for asserted atoms, to retire on pop
     std::vector<std::uint32_t> prop_of_;         // by SAT variable: proposition + 1, 0: none
     std::vector<ClauseProof::Definition> made_;  // constants, their wrappers, level selectors
+    std::vector<ClauseProof::Box> boxes_;
+    std::vector<sat::Lit> box_bounds_;  // of the current check's box
     std::vector<Literal> failed_;
     std::vector<sat::Lit> clause_;
     LinearExpr::Entries scratch_;

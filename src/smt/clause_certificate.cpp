@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "vorn/lra/integer_bounds.h"
+#include "vorn/lra/solution_box.h"
 #include "vorn/smt/certificate.h"
 #include "vorn/smt/problem_text.h"
 
@@ -179,6 +180,7 @@ class ClauseChecker {
   private:
     std::string check_atoms();
     std::string lemma(const ClauseProof::Step& step);
+    std::string check_boxes();
     bool final_clause(const ClauseProof::Step& step) const;
     // The literal's code; false for literal 0 (no variable).
     bool code(std::int64_t lit, std::uint32_t& out);
@@ -283,8 +285,72 @@ bool ClauseChecker::final_clause(const ClauseProof::Step& step) const {
                        [&](std::int64_t l) { return assumed.count(-l) != 0; });
 }
 
+// An assumed box guard g stands for  −B ≤ x ≤ B  on Int variables: its input clauses must each
+// be ¬g ∨ (x ≤ B) or ¬g ∨ (x ≥ −B) (selectors aside), every atom must be over Int variables, and
+// B must be at least the bound of the atoms of the other input clauses (lra::SolutionBox): every
+// model of those clauses then has a counterpart inside the box, so a refutation with the box
+// refutes them. A guard that is not assumed is false in that model, and its clauses hold.
+std::string ClauseChecker::check_boxes() {
+    std::unordered_map<std::int64_t, const QNumber*> bound_of;
+    for (const ClauseProof::Box& b : proof_.boxes)
+        if (b.var <= 0 || atom_of_.count(b.var) != 0 || !bound_of.emplace(b.var, &b.bound).second)
+            return "box " + std::to_string(b.var) + ": no variable of its own";
+    if (bound_of.empty()) return {};
+    std::unordered_set<std::int64_t> selectors;
+    for (const ClauseProof::Definition& d : proof_.definitions)
+        if (d.kind == ClauseProof::Definition::Kind::Select) selectors.insert(d.var);
+    lra::SolutionBox own;
+    std::unordered_set<std::int64_t> counted;
+    std::vector<std::int64_t> rest;
+    for (const ClauseProof::Step& step : proof_.steps) {
+        if (step.kind != Kind::Input) continue;
+        std::int64_t guard = 0;
+        rest.clear();
+        for (std::int64_t l : step.clause) {
+            if (bound_of.count(l) != 0) return "a box guard stands positive in an input clause";
+            if (l < 0 && bound_of.count(-l) != 0)
+                guard = -l;
+            else if (!(l < 0 && selectors.count(-l) != 0))
+                rest.push_back(l);
+        }
+        if (guard != 0) {
+            if (std::find(proof_.assumptions.begin(), proof_.assumptions.end(), guard) ==
+                proof_.assumptions.end())
+                continue;
+            const QNumber& b = *bound_of[guard];
+            auto at = rest.size() == 1 && rest[0] > 0 ? atom_of_.find(rest[0]) : atom_of_.end();
+            const ClauseProof::AtomDefinition* a =
+                at == atom_of_.end() ? nullptr : &proof_.atoms[at->second];
+            if (a == nullptr || a->term.size() != 1 || !a->term[0].coeff.is_one() ||
+                a->constant != (a->relation == Relation::Le ? b : -b))
+                return "box " + std::to_string(guard) +
+                       ": an input clause is no bound x <= B or x >= -B";
+            continue;
+        }
+        for (std::int64_t l : rest)
+            if (auto at = atom_of_.find(l < 0 ? -l : l);
+                at != atom_of_.end() && counted.insert(at->first).second)
+                own.add_row(proof_.atoms[at->second].term, proof_.atoms[at->second].constant);
+    }
+    QNumber least = own.bound();
+    for (const auto& [guard, b] : bound_of) {
+        if (std::find(proof_.assumptions.begin(), proof_.assumptions.end(), guard) ==
+            proof_.assumptions.end())
+            continue;
+        for (const ClauseProof::AtomDefinition& a : proof_.atoms)
+            for (const Entry& e : a.term)
+                if (p_.variables.sort(e.var) != Sort::Int)
+                    return "a box over a problem with a Real variable";
+        if (*b < least)
+            return "box " + std::to_string(guard) + ": " + b->to_string() + " is below the bound " +
+                   least.to_string() + " of the input atoms";
+    }
+    return {};
+}
+
 std::string ClauseChecker::run() {
     if (std::string bad = check_atoms(); !bad.empty()) return bad;
+    if (std::string bad = check_boxes(); !bad.empty()) return bad;
     if (proof_.steps.empty()) return "the proof has no steps";
     for (std::int64_t a : proof_.assumptions)
         if (std::uint32_t c; !code(a, c)) return "assumption 0";
@@ -349,6 +415,8 @@ void print_certificate(std::ostream& out, const Problem& problem, const ClausePr
             out << "\n";
         }
     }
+    for (const ClauseProof::Box& b : proof.boxes)
+        out << "box " << b.var << ' ' << b.bound.to_string() << "\n";
     if (!proof.assumptions.empty()) {
         out << "assume";
         write_literals(out, proof.assumptions);

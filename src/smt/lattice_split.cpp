@@ -182,12 +182,8 @@ bool ArithTheory::parameter_split() {
                 z += x;
             }
         if (lra::is_integral(z)) continue;
-        if (limit_ != 0 && used_ >= limit_) {
-            gave_up_ = true;
-            return false;
-        }
+        if (!take_split()) return false;
         next_parameter_ = (t + 1) % n;
-        ++used_;
         ++branches_;
         ++lattice_splits_;
         LinearExpr::Entries term;

@@ -56,12 +56,19 @@ class LinearTheory : public sat::Theory {
     virtual void begin_check(std::uint64_t branch_limit) = 0;
     // The check ran out of its budget: the search's Sat means Unknown.
     virtual bool gave_up() const { return false; }
+    // The check gave up to go on inside the box of its atoms (ArithTheory::take_split).
+    virtual bool wants_box() const { return false; }
+    // Makes the atoms x ≤ B and x ≥ −B on every variable of the check's input atoms, B their
+    // lra::SolutionBox bound, and lets the check's splits go on; the atoms' literals go to
+    // `bounds`. Returns B.
+    virtual QNumber make_box(std::vector<sat::Lit>& /*bounds*/) { return {}; }
     // Where a long theory check looks whether to give up (the SAT search stops right after).
     virtual void set_stop(util::Stop* /*stop*/) {}
     // DecideOptions::cuts, for a theory that can cut.
     virtual void set_cuts(bool /*on*/) {}
     virtual void set_relax_explanations(bool /*on*/) {}
     virtual void set_theory_phase(bool /*on*/) {}
+    virtual void set_box_after(std::uint64_t /*splits*/) {}
     virtual DecideStats stats() const = 0;
 
     // The model of the last consistent full check, by problem variable (0 for variables the

@@ -52,11 +52,7 @@ bool ArithTheory::tight_split() {
                     [&](int s) { return is_split_row(s); }))
         return false;
     if (!split) return false;
-    if (limit_ != 0 && used_ >= limit_) {
-        gave_up_ = true;
-        return false;
-    }
-    ++used_;
+    if (!take_split()) return false;
     ++branches_;
     ++lattice_splits_;
     LinearExpr::Entries term;

@@ -275,6 +275,12 @@ int run(int argc, char** argv) {
     check_cmd->add_flag("!--no-theory-phase", args.check.decide.theory_phase,
                         "decide atoms by their saved phase, not by the theory's current "
                         "assignment (for comparison)");
+    check_cmd
+        ->add_option("--box-after", args.check.decide.box_after,
+                     "Int problems with Boolean structure: splits of a check after which the "
+                     "search goes on inside a box that holds a solution if there is one, and so "
+                     "ends (0: never; docs/integers.md)")
+        ->default_val(1000);
     check_cmd->add_flag("--certificate", args.check.certificate,
                         "print a checkable certificate after every unsat (docs/certificates.md)");
     check_cmd->add_flag("--verify", args.check.verify,

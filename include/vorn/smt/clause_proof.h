@@ -17,7 +17,8 @@
 // What the other variables stand for (Definition), so that a checker reading the input can tell
 // whether each input clause follows from it: a Bool variable of the problem; a definition with
 // its gate (the input clauses that define it are its Tseitin clauses); the selector of a push
-// level, which guards the clauses added on that level and is assumed while the level is open.
+// level, which guards the clauses added on that level and is assumed while the level is open;
+// the guard of a box of solutions (Box).
 
 #include <cstdint>
 #include <vector>
@@ -41,6 +42,13 @@ struct ClauseProof {
         std::vector<std::int64_t> operands;  // And, Xor, Ite (condition, then, else): literals
         int index = 0;                       // Bool: the problem variable; Select: the level
     };
+    // An assumption g that guards the box −B ≤ x ≤ B of a check over Int variables: its input
+    // clauses ¬g ∨ (x ≤ B) and ¬g ∨ (x ≥ −B) are premises that a checker accepts when its own
+    // lra::SolutionBox bound of the proof's other input atoms is at most B.
+    struct Box {
+        std::int64_t var;
+        QNumber bound;
+    };
     enum class Kind : std::uint8_t { Input, Lemma, Learned };
     struct Step {
         Kind kind;
@@ -50,6 +58,7 @@ struct ClauseProof {
 
     std::vector<AtomDefinition> atoms;
     std::vector<Definition> definitions;
+    std::vector<Box> boxes;
     std::vector<std::int64_t> assumptions;
     std::vector<Step> steps;
 
