@@ -146,6 +146,9 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         {"a box over x Real", [](auto& p) { p = box_proof(4096); }, "a Real variable", false},
         {"a box clause no bound", [](auto& p) { p = box_proof(4096); p.steps[2].clause = {-4, -3}; },
          "no bound x <= B"},
+        {"a box guard that is a level", [](auto& p) { p = box_proof(4096);
+             p.definitions = {{4, ClauseProof::Definition::Kind::Select, {}, 1}}; },
+         "no variable of its own"},
         // clang-format on
     };
     for (const Case& c : cases) {

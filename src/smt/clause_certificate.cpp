@@ -291,14 +291,17 @@ bool ClauseChecker::final_clause(const ClauseProof::Step& step) const {
 // model of those clauses then has a counterpart inside the box, so a refutation with the box
 // refutes them. A guard that is not assumed is false in that model, and its clauses hold.
 std::string ClauseChecker::check_boxes() {
+    std::unordered_set<std::int64_t> defined, selectors;
+    for (const ClauseProof::Definition& d : proof_.definitions) {
+        defined.insert(d.var);
+        if (d.kind == ClauseProof::Definition::Kind::Select) selectors.insert(d.var);
+    }
     std::unordered_map<std::int64_t, const QNumber*> bound_of;
     for (const ClauseProof::Box& b : proof_.boxes)
-        if (b.var <= 0 || atom_of_.count(b.var) != 0 || !bound_of.emplace(b.var, &b.bound).second)
+        if (b.var <= 0 || atom_of_.count(b.var) != 0 || defined.count(b.var) != 0 ||
+            !bound_of.emplace(b.var, &b.bound).second)
             return "box " + std::to_string(b.var) + ": no variable of its own";
     if (bound_of.empty()) return {};
-    std::unordered_set<std::int64_t> selectors;
-    for (const ClauseProof::Definition& d : proof_.definitions)
-        if (d.kind == ClauseProof::Definition::Kind::Select) selectors.insert(d.var);
     lra::SolutionBox own;
     std::unordered_set<std::int64_t> counted;
     std::vector<std::int64_t> rest;
