@@ -1397,7 +1397,8 @@ def ite_definition(F, f):
 def check_clause_input(lines, problem):
     """Every input clause of the proof follows from the problem: one of the Tseitin clauses
     of a definition; a clause that states a top-level conjunct of an active assertion or
-    assumption (or the definition of a term ite's variable, or a bound of a quotient's); or a
+    assumption (or the definition of a term ite's variable, a bound of one between two
+    constants, or a bound of a quotient's); or a
     clause of a closed level, with the negation of a selector that the proof does not assume.
     Every assumption is an open level's selector, or a formula or conjunct of the problem."""
     p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
@@ -1475,6 +1476,11 @@ def clause_meanings(lines, p, problem, names, sorts, values):
             by_branches[key].add(v)
             accepted.add(f)
 
+    # An ite between two constants lies between them: the tool asserts both bounds.
+    for (c, (t, a), (u, b)), vs in by_branches.items():
+        if c is not None and not t and not u:
+            bounds |= {F.atom(rel, k, {v: Fraction(1)}) for v in vs
+                       for rel, k in ((">=", min(a, b)), ("<=", max(a, b)))}
     memo = {}
     leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
     if leaves is not None:

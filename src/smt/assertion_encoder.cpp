@@ -3,6 +3,7 @@
 #include <gmp.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "vorn/smt/model_check.h"
 
@@ -334,6 +335,28 @@ void AssertionEncoder::assert_definitions() {
         if (std::uint32_t u = unsup_[definition / 2])
             unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
         encoder_.assert_true(lit(definition));
+        bound_constant_branches(lifted);
+    }
+}
+
+// A sum of such ites (a cumulative resource's load) bounds nothing while they are unbounded:
+// the search had to decide every condition before the simplex saw the sum exceed its limit.
+void AssertionEncoder::bound_constant_branches(const LiftedIte& lifted) {
+    auto constant = [&](std::uint32_t term) -> std::optional<QNumber> {
+        auto entries = problem_.term(term);
+        if (entries.empty()) return QNumber(0);
+        if (entries.size() > 1 || entries[0].var != 0) return std::nullopt;
+        return entries[0].coeff;
+    };
+    std::optional<QNumber> a = constant(lifted.then_term), b = constant(lifted.otherwise_term);
+    if (!a || !b) return;
+    int var = lifted.var;
+    SourcePos pos = dag_[lifted.definition].pos;
+    for (Relation r : {Relation::Ge, Relation::Le}) {
+        scratch_.clear();
+        scratch_.add_entry(var, QNumber(1));
+        scratch_.add_entry(0, -((r == Relation::Ge) == (*a < *b) ? *a : *b));
+        problem_.atoms.push_back({r, problem_.add_term(scratch_), 1, pos});
     }
 }
 
