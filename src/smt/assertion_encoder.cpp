@@ -323,7 +323,7 @@ void AssertionEncoder::define_lifted(const LinearExpr& term) {
 // they join the problem's atoms, so that a conjunction stays one for the conjunctive decider.
 void AssertionEncoder::assert_definitions() {
     while (!pending_sides_.empty()) {
-        const LiftedIte& lifted = dag_.lifted()[pending_sides_.back()];
+        LiftedIte lifted = dag_.lifted()[pending_sides_.back()];  // encoding may grow the DAG
         FormulaRef definition = lifted.definition;
         pending_sides_.pop_back();
         if (lifted.kind == LiftedIte::Quotient) {
