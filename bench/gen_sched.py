@@ -31,8 +31,8 @@ def instance(jobs, resources, seed):
         p, q = rng.randint(1, 6), rng.choice([1, 1, 2])
         release = rng.randint(0, 2 * jobs // resources)
         deadline = release + p + rng.randint(2, 3 * jobs // resources + 4)
-        out.append((p, q, release, deadline, sorted(rng.sample(range(resources),
-                                                               rng.choice([2, 2, 3])))))
+        choices = min(resources, rng.choice([2, 2, 3]))
+        out.append((p, q, release, deadline, sorted(rng.sample(range(resources), choices))))
     return caps, out
 
 
@@ -42,6 +42,7 @@ def generate(jobs, resources, seed, sort, horizon):
     num = lambda c: f"{c}.0" if real else str(c)
     s = lambda j: f"s{j}"
     on = lambda j, r: f"on_{j}_{r}"
+    plus = lambda terms: terms[0] if len(terms) == 1 else f"(+ {' '.join(terms)})"
     lines = [f"(set-logic QF_{'LRA' if real else 'LIA'})"]
     for j, (p, q, rel, dl, rs) in enumerate(js):
         lines.append(f"(declare-fun {s(j)} () {sort})")
@@ -64,12 +65,14 @@ def generate(jobs, resources, seed, sort, horizon):
                         f"{num(js[j][0])}) {s(k)}) (<= (+ {s(k)} {num(js[k][0])}) {s(j)}))))")
             continue
         for k in users:
-            running = " ".join(
+            running = [
                 f"(ite (and {on(j, r)} (<= {s(j)} {s(k)}) (< {s(k)} (+ {s(j)} {num(js[j][0])}))) "
-                f"{num(js[j][1])} {num(0)})" for j in users if j != k)
-            lines.append(f"(assert (=> {on(k, r)} (<= (+ {num(js[k][1])} {running}) {num(cap)})))")
-        energy = " ".join(f"(ite {on(j, r)} {num(js[j][0] * js[j][1])} {num(0)})" for j in users)
-        lines.append(f"(assert (<= (+ {energy}) {num(cap * horizon)}))")
+                f"{num(js[j][1])} {num(0)})" for j in users if j != k]
+            load = plus([num(js[k][1])] + running)
+            lines.append(f"(assert (=> {on(k, r)} (<= {load} {num(cap)})))")
+        if users:
+            energy = [f"(ite {on(j, r)} {num(js[j][0] * js[j][1])} {num(0)})" for j in users]
+            lines.append(f"(assert (<= {plus(energy)} {num(cap * horizon)}))")
     lines.append("(check-sat)")
     lines.append("(exit)")
     return "\n".join(lines) + "\n"
