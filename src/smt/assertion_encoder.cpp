@@ -3,7 +3,6 @@
 #include <gmp.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "vorn/smt/model_check.h"
 
@@ -342,20 +341,14 @@ void AssertionEncoder::assert_definitions() {
 // A sum of such ites (a cumulative resource's load) bounds nothing while they are unbounded:
 // the search had to decide every condition before the simplex saw the sum exceed its limit.
 void AssertionEncoder::bound_constant_branches(const LiftedIte& lifted) {
-    auto constant = [&](std::uint32_t term) -> std::optional<QNumber> {
-        auto entries = problem_.term(term);
-        if (entries.empty()) return QNumber(0);
-        if (entries.size() > 1 || entries[0].var != 0) return std::nullopt;
-        return entries[0].coeff;
-    };
-    std::optional<QNumber> a = constant(lifted.then_term), b = constant(lifted.otherwise_term);
-    if (!a || !b) return;
-    int var = lifted.var;
+    auto branches = constant_branches(problem_, lifted);
+    if (!branches) return;
+    const auto& [a, b] = *branches;
     SourcePos pos = dag_[lifted.definition].pos;
     for (Relation r : {Relation::Ge, Relation::Le}) {
         scratch_.clear();
-        scratch_.add_entry(var, QNumber(1));
-        scratch_.add_entry(0, -((r == Relation::Ge) == (*a < *b) ? *a : *b));
+        scratch_.add_entry(lifted.var, QNumber(1));
+        scratch_.add_entry(0, -((r == Relation::Ge) == (a < b) ? a : b));
         problem_.atoms.push_back({r, problem_.add_term(scratch_), 1, pos});
     }
 }
@@ -442,6 +435,20 @@ int AssertionEncoder::holds(FormulaRef ref) {
         truth_[n] = static_cast<std::int8_t>(t);
     });
     return truth(ref);
+}
+
+std::optional<std::pair<QNumber, QNumber>> constant_branches(const Problem& problem,
+                                                             const LiftedIte& lifted) {
+    auto constant = [&](std::uint32_t term) -> std::optional<QNumber> {
+        auto entries = problem.term(term);
+        if (entries.empty()) return QNumber(0);
+        if (entries.size() > 1 || entries[0].var != 0) return std::nullopt;
+        return entries[0].coeff;
+    };
+    if (lifted.kind != LiftedIte::Ite) return std::nullopt;
+    auto a = constant(lifted.then_term), b = constant(lifted.otherwise_term);
+    if (!a || !b) return std::nullopt;
+    return std::pair{*a, *b};
 }
 
 QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {
