@@ -579,12 +579,12 @@ class Script:
             names = mentions(cmd[1], ":named")
             f = self.expand(cmd[1], {}, names)
             top["asserts"].append(f)
-            # The tool's reading of (= x t), x a declared Int or Real constant that t does not
-            # mention: x stands for t in later terms, while the assertion holds.
+            # The tool's reading of (= x t), x a declared Int or Real constant that t's text
+            # does not mention: x stands for t in later terms, while the assertion holds.
             if not names and isinstance(cmd[1], list) and len(cmd[1]) == 3 and \
                     cmd[1][0] == "=" and isinstance(cmd[1][1], str) and self.lookup("defs", cmd[1][1]) is None and \
                     self.lookup("sorts", cmd[1][1]) in ("Int", "Real") and \
-                    not mentions(f[2], cmd[1][1]) and values_of(f[2]) is not None:
+                    not mentions(cmd[1][2], cmd[1][1]) and self.finite(f[2]):
                 top["defs"][cmd[1][1]] = ([], f[2], "assert")  # goes with the assertions
         elif head == "push":
             for _ in range(int(cmd[1]) if len(cmd) > 1 else 1):
@@ -609,48 +609,22 @@ class Script:
             return ("check", [self.expand(a, {}) for a in cmd[1]])
         return None
 
+    def finite(self, t):
+        """Whether the term t, read as the tool reads it (linear forms, ites folded), is a
+        constant or a·v + b for a term ite v of finitely many values: (- (* 2 y) y y) is 0."""
+        sorts = {k: v for level in self.levels for k, v in level["sorts"].items()}
+        memo = {}
+        ites = Lifted(Formulas(sorts), memo)
+        try:
+            return ites.values(lin(t, sorts, ites)) is not None
+        except (InputError, KeyError, IndexError, TypeError):
+            return False
+
     def problem(self, assumptions):
         """Sorts of popped declarations stay: a proof's closed levels may name them."""
         return Problem(dict(self.ever_declared),
                        [f for level in self.levels for f in level["asserts"]] + assumptions,
                        [o for level in self.levels for o in level["objectives"]])
-
-
-def values_of(e, memo=None):
-    """The values of a constant, or of a term over one term ite whose leaves are constants (at
-    most MAX_ITE_VALUES), read from its text; None for another term."""
-    memo = {} if memo is None else memo
-    if not isinstance(e, str) and id(e) not in memo:
-        memo[id(e)] = term_values(e, memo)
-    return memo[id(e)] if not isinstance(e, str) else None if number(e) is None else {number(e)}
-
-
-def term_values(e, memo):
-    if isinstance(e, str):
-        return None if number(e) is None else {number(e)}
-    if e[0] == "ite":
-        a, b = values_of(e[2], memo), values_of(e[3], memo)
-        return None if a is None or b is None or len(a | b) > MAX_ITE_VALUES else a | b
-    parts = [values_of(a, memo) for a in e[1:]]
-    if e[0] in ("div", "mod", "to_int", "/") and None not in parts and \
-            all(len(p) == 1 for p in parts) and all(next(iter(p)) != 0 for p in parts[1:]):
-        return {EVAL[e[0]]([next(iter(p)) for p in parts])}  # a constant the tool folds
-    if e[0] not in ("+", "-", "*", "to_real") or None in parts or \
-            sum(len(p) > 1 for p in parts) > 1:
-        return None
-    sets = [p for p in parts if len(p) > 1] or [parts[0]]
-    k = sum(next(iter(p)) for p in parts if p is not sets[0]) if e[0] == "+" else None
-    if e[0] in ("+", "to_real"):
-        return {x + (k or 0) for x in sets[0]}
-    if e[0] == "*":
-        f = math.prod(next(iter(p)) for p in parts if p is not sets[0])
-        return {x * f for x in sets[0]}
-    if len(parts) == 1:
-        return {-x for x in parts[0]}
-    rest = sum(next(iter(p)) for p in parts[1:] if p is not sets[0])
-    sign = 1 if parts[0] is sets[0] else -1
-    first = 0 if parts[0] is sets[0] else next(iter(parts[0]))
-    return {sign * x + first - rest for x in sets[0]}
 
 
 def mentions(e, name, seen=None):
@@ -1483,7 +1457,8 @@ def check_boxes(p):
 def check_clause_input(lines, problem):
     """Every input clause of the proof follows from the problem: one of the Tseitin clauses
     of a definition; a clause that states a top-level conjunct of an active assertion or
-    assumption (or the definition of a term ite's variable, or a bound of a quotient's); or a
+    assumption (or the definition of a term ite's variable, a bound of one between two
+    constants, or a bound of a quotient's); or a
     clause of a closed level, with the negation of a selector that the proof does not assume.
     Every assumption is an open level's selector, or a formula or conjunct of the problem."""
     p, (names, sorts) = read_clauses(lines), cert_names(lines, problem)
@@ -1563,6 +1538,11 @@ def clause_meanings(lines, p, problem, names, sorts, values):
             by_branches[key].add(v)
             accepted.add(f)
 
+    # An ite between two constants lies between them: the tool asserts both bounds.
+    for (c, (t, a), (u, b)), vs in by_branches.items():
+        if c is not None and not t and not u:
+            bounds |= {F.atom(rel, k, {v: Fraction(1)}) for v in vs
+                       for rel, k in ((">=", min(a, b)), ("<=", max(a, b)))}
     memo = {}
     leaves = conjuncts(F, problem, Lifted(F, memo, lowest(by_branches), lowest(quotients)), memo)
     if leaves is not None:

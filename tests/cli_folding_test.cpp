@@ -76,6 +76,14 @@ const FoldCase kCases[] = {
      "(assert (= i 4))(define-fun f () Int i)(assert (! (> i 3) :named n))(reset-assertions)"
      "(assert (= i 0))(check-sat-assuming (n))(assert (= f 0))",
      "unsat\nsat"},
+    {"a term that cancels to a constant defines x",
+     "(assert (= x (- (* 2 y) y y)))(assert (> (+ x y) 1))(assert (< y 1))", "unsat"},
+    {"a distinct apart by a constant picks its branch; an ite plus a cancelling sum defines x",
+     "(push 1)(assert (= x (ite (distinct y (+ y 1)) 1 (* 2 y))))(assert (> (+ x y) 1))"
+     "(assert (< y 0))(check-sat)(pop 1)(assert (= x (+ (ite c 1 2) y (- y))))(assert (> x 2))",
+     "unsat\nunsat"},
+    {"ites between constants are bounded by them before their conditions are decided",
+     "(assert (> (+ (ite b 1 0) (ite (> x y) 2 (- 1)) (ite c i 0)) (+ 3 (ite c i 0))))", "unsat"},
     {"an equality whose ite condition names x defines nothing",
      "(assert (= i (ite (= i 0) 1 2)))(assert (not (= i 1)))(assert (not (= i 2)))", "unsat"},
 };

@@ -322,7 +322,7 @@ void AssertionEncoder::define_lifted(const LinearExpr& term) {
 // they join the problem's atoms, so that a conjunction stays one for the conjunctive decider.
 void AssertionEncoder::assert_definitions() {
     while (!pending_sides_.empty()) {
-        const LiftedIte& lifted = dag_.lifted()[pending_sides_.back()];
+        LiftedIte lifted = dag_.lifted()[pending_sides_.back()];  // encoding may grow the DAG
         FormulaRef definition = lifted.definition;
         pending_sides_.pop_back();
         if (lifted.kind == LiftedIte::Quotient) {
@@ -334,6 +334,22 @@ void AssertionEncoder::assert_definitions() {
         if (std::uint32_t u = unsup_[definition / 2])
             unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
         encoder_.assert_true(lit(definition));
+        bound_constant_branches(lifted);
+    }
+}
+
+// A sum of such ites (a cumulative resource's load) bounds nothing while they are unbounded:
+// the search had to decide every condition before the simplex saw the sum exceed its limit.
+void AssertionEncoder::bound_constant_branches(const LiftedIte& lifted) {
+    auto branches = constant_branches(problem_, lifted);
+    if (!branches) return;
+    const auto& [a, b] = *branches;
+    SourcePos pos = dag_[lifted.definition].pos;
+    for (Relation r : {Relation::Ge, Relation::Le}) {
+        scratch_.clear();
+        scratch_.add_entry(lifted.var, QNumber(1));
+        scratch_.add_entry(0, -((r == Relation::Ge) == (a < b) ? a : b));
+        problem_.atoms.push_back({r, problem_.add_term(scratch_), 1, pos});
     }
 }
 
@@ -419,6 +435,20 @@ int AssertionEncoder::holds(FormulaRef ref) {
         truth_[n] = static_cast<std::int8_t>(t);
     });
     return truth(ref);
+}
+
+std::optional<std::pair<QNumber, QNumber>> constant_branches(const Problem& problem,
+                                                             const LiftedIte& lifted) {
+    auto constant = [&](std::uint32_t term) -> std::optional<QNumber> {
+        auto entries = problem.term(term);
+        if (entries.empty()) return QNumber(0);
+        if (entries.size() > 1 || entries[0].var != 0) return std::nullopt;
+        return entries[0].coeff;
+    };
+    if (lifted.kind != LiftedIte::Ite) return std::nullopt;
+    auto a = constant(lifted.then_term), b = constant(lifted.otherwise_term);
+    if (!a || !b) return std::nullopt;
+    return std::pair{*a, *b};
 }
 
 QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor) {

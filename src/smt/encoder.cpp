@@ -97,9 +97,14 @@ Literal Encoder::bound(Relation relation, std::uint32_t term) {
     p.kind = Proposition::Kind::Atom;
     p.relation = relation;
     p.term = term;
+    // Not over an ite between constants: bounded by them (AssertionEncoder), its atoms only
+    // say which constant, a choice the search's own order and phase make better.
     if (dag_)
         for (const auto& e : normal_)
-            p.phase_from_model = p.phase_from_model || dag_->lifted_index(e.var) >= 0;
+            if (std::int64_t i = dag_->lifted_index(e.var); i >= 0)
+                p.phase_from_model =
+                    p.phase_from_model ||
+                    !constant_branches(problem_, dag_->lifted()[static_cast<std::size_t>(i)]);
     std::uint32_t prop = problem_.boolean.add(p);
     bounds_[index].push_back({shared, std::move(value), prop});
     bound_log_.push_back(static_cast<std::uint32_t>(index));

@@ -22,6 +22,11 @@ bool same_entries(std::span<const Problem::Entry> a, std::span<const Problem::En
     });
 }
 
+// The entries over variables: the constant, when there is one, comes first.
+std::span<const Problem::Entry> variable_part(std::span<const Problem::Entry> term) {
+    return !term.empty() && term[0].var == 0 ? term.subspan(1) : term;
+}
+
 // Keeps the first of repeated operands, in order; `ops` is small or sorted once.
 void drop_repeats(std::vector<FormulaRef>& ops, std::vector<FormulaRef>& sorted) {
     sorted.assign(ops.begin(), ops.end());
@@ -48,15 +53,18 @@ int constant_atom_truth(const Problem& problem, const Atom& atom) {
         return constant_term(term) ? (relation_holds(atom.relation, constant_sign(term)) ? 1 : 0)
                                    : -1;
     }
-    // Equal terms make a distinct false; it is true only when all its terms are distinct numbers.
-    bool all_constant = true;
+    // Equal terms make a distinct false; it is true when every two terms differ by a nonzero
+    // constant (y and y + 1), as the checker reads a distinct pairwise.
+    bool all_apart = true;
     for (std::uint32_t a = 0; a < atom.terms; ++a) {
         auto ta = problem.term(atom.first_term + a);
-        all_constant = all_constant && constant_term(ta);
-        for (std::uint32_t b = a + 1; b < atom.terms; ++b)
-            if (same_entries(ta, problem.term(atom.first_term + b))) return 0;
+        for (std::uint32_t b = a + 1; b < atom.terms; ++b) {
+            auto tb = problem.term(atom.first_term + b);
+            if (same_entries(ta, tb)) return 0;
+            all_apart = all_apart && same_entries(variable_part(ta), variable_part(tb));
+        }
     }
-    return all_constant ? 1 : -1;
+    return all_apart ? 1 : -1;
 }
 
 FormulaRef folded_atom(FormulaDag& dag, const Problem& problem, const Atom& atom) {

@@ -11,9 +11,10 @@
 // once. A strict encoder (solve, tableau) accepts conjunctions only and throws NotAccepted.
 //
 // An atom that mentions a lifted variable brings its definition along, asserted once per level:
-// an ite's through the encoder, a quotient's as its two atoms. A construct outside the fragment
-// becomes a free proposition where it is encoded (so an unsat answer still holds) and is recorded,
-// so that a sat answer becomes unknown.
+// an ite's through the encoder (and, between two constants, the two bounds it implies, so that
+// the simplex knows them before the condition is decided), a quotient's as its two atoms. A
+// construct outside the fragment becomes a free proposition where it is encoded (so an unsat answer
+// still holds) and is recorded, so that a sat answer becomes unknown.
 //
 // The encoder follows the context's levels: marks() at a push, truncate() after the context
 // popped, forget_nodes() after the DAG was truncated. Its tables are indexed by DAG node, so
@@ -107,6 +108,8 @@ class AssertionEncoder {
     void need_definitions(const Atom& atom);
     void need_definition(int var);
     void assert_definitions();
+    // The bounds between an ite's two constant branches, as atoms of problem.atoms.
+    void bound_constant_branches(const LiftedIte& lifted);
     void commit_literal(FormulaRef ref);
     void grow();
     // 1 constant true, 0 constant false, −1 neither.

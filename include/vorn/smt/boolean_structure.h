@@ -54,7 +54,8 @@ struct Proposition {
     std::uint32_t term = 0;            // Atom: `term ⋈ 0`, a problem term (constant included)
     // Atom over a lifted variable (a term ite's or a quotient's): decided before the others, on
     // the side the theory's current model takes, so that the bounds of an ite's unselected
-    // branch cost no pivot and no conflict.
+    // branch cost no pivot and no conflict. Not over an ite between two constants, which its
+    // bounds keep between them: its atoms only choose a constant.
     bool phase_from_model = false;
 };
 

@@ -37,7 +37,8 @@ namespace vorn::smt {
 
 class Encoder {
   public:
-    // Bounds over the variables `dag` lifts are marked Proposition::phase_from_model.
+    // Bounds over the variables `dag` lifts, but for ites between two constants, are marked
+    // Proposition::phase_from_model.
     explicit Encoder(Problem& problem, const FormulaDag* dag = nullptr)
         : problem_(problem), dag_(dag) {}
 

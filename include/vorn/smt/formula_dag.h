@@ -18,8 +18,10 @@
 // (to_int t), the quotient by 1.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vorn/smt/problem.h"
@@ -53,6 +55,10 @@ struct LiftedIte {
     FormulaRef definition;
     Kind kind = Ite;
 };
+
+// The branches of a lifted Ite when both are constants (then, else), or nothing.
+std::optional<std::pair<QNumber, QNumber>> constant_branches(const Problem& problem,
+                                                             const LiftedIte& lifted);
 
 // The Euclidean quotient of `dividend` by a nonzero `divisor`: the value of a lifted Quotient.
 QNumber euclidean_quotient(const QNumber& dividend, const QNumber& divisor);
