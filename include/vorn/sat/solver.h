@@ -12,7 +12,8 @@
 //
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
-// phase saving (a theory may choose the sign, and variables marked decide_first come first); Luby
+// phase saving (a theory may choose the sign, and variables marked decide_first come first), or
+// from a DecisionGuide, which may end the search before every variable is assigned; Luby
 // or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon 2009). Between solve()
 // calls the solver is at decision level 0.
 //
