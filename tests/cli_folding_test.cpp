@@ -84,6 +84,17 @@ const FoldCase kCases[] = {
      "unsat\nunsat"},
     {"ites between constants are bounded by them before their conditions are decided",
      "(assert (> (+ (ite b 1 0) (ite (> x y) 2 (- 1)) (ite c i 0)) (+ 3 (ite c i 0))))", "unsat"},
+    // The search stops once the asserted formulas are justified: a term ite's definition counts
+    // where an atom over it does, an asserted atom's and an assumption's included.
+    {"a term ite only under a disjunct already true",
+     "(assert (or (> x 1) (> (ite c (* 2 i) y) 5)))(assert (> x 3))", "sat"},
+    {"an asserted atom over a term ite", "(assert (> (ite c x y) 5))(assert (or b (< x 0)))",
+     "sat"},
+    {"assumptions and levels over term ites",
+     "(assert (< x 0))(assert (or c b))(check-sat-assuming ((> (ite c x y) 2) (not b)))"
+     "(push 1)(assert (> (ite c x y) 2))(assert c)(check-sat)(pop 1)"
+     "(assert (> (ite b y x) 2))(assert (> y 5))",
+     "unsat\nunsat\nsat"},
     {"an equality whose ite condition names x defines nothing",
      "(assert (= i (ite (= i 0) 1 2)))(assert (not (= i 1)))(assert (not (= i 2)))", "unsat"},
 };

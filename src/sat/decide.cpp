@@ -28,6 +28,15 @@ void Solver::decide_first(Var v) {
 }
 
 Lit Solver::pick_branch() {
+    guide_done_ = false;
+    if (guide_ != nullptr) {
+        Var v = 0;
+        if (!guide_->next(*this, v)) {
+            guide_done_ = true;
+            return Lit();
+        }
+        return Lit(v, theory_ != nullptr ? theory_->phase(v, phase_[v]) : phase_[v]);
+    }
     for (VarHeap* heap : {&first_heap_, &heap_})
         while (!heap->empty()) {
             Var v = heap->pop();

@@ -126,8 +126,10 @@ Result Solver::search() {
         if (next == Next::Decide) {
             decision = pick_branch();
             if (!decision.defined()) {
+                std::size_t vars = num_vars();
                 if (!theory_ || theory_->check(true, theory_clause_)) {
-                    if (trail_.size() == num_vars()) return Result::Sat;
+                    if (num_vars() == vars && (trail_.size() == vars || guide_done_))
+                        return Result::Sat;
                     continue;  // the theory made new variables to decide
                 }
                 conflict = theory_conflict(theory_clause_);

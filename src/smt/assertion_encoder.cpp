@@ -315,6 +315,11 @@ void AssertionEncoder::define_lifted(const LinearExpr& term) {
     for (const auto& e : term.entries())
         need_definition(e.var);
     assert_definitions();
+    for (const auto& e : term.entries())
+        if (std::int64_t i = e.var == 0 ? -1 : dag_.lifted_index(e.var); i >= 0) {
+            const LiftedIte& l = dag_.lifted()[static_cast<std::size_t>(i)];
+            if (l.kind != LiftedIte::Quotient) problem_.boolean.require(lit(l.definition));
+        }
 }
 
 // A definition is asserted on the level where an atom first needed it; what it reaches outside
@@ -334,6 +339,7 @@ void AssertionEncoder::assert_definitions() {
         if (std::uint32_t u = unsup_[definition / 2])
             unsupported_.push_back(dag_.unsupported_of(dag_[2 * (u - 1)]));
         encoder_.assert_true(lit(definition));
+        problem_.boolean.define_variable(lifted.var, lit(definition));
         bound_constant_branches(lifted);
     }
 }

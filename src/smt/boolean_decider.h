@@ -27,6 +27,7 @@
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
+#include "justification.h"
 #include "linear_theory.h"
 
 namespace vorn::smt {
@@ -96,6 +97,7 @@ class BooleanDecider {
     std::vector<Literal> failed_;
     std::vector<sat::Lit> clause_;
     LinearExpr::Entries scratch_;
+    Justification guide_{problem_, prop_var_, prop_of_};
 };
 
 }  // namespace vorn::smt

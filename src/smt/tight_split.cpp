@@ -10,6 +10,7 @@
 
 #include "vorn/lra/tight_split.h"
 #include "arith_theory.h"
+#include "vorn/lra/integer_bounds.h"
 
 #include <algorithm>
 
@@ -34,6 +35,12 @@ bool ArithTheory::is_split_row(int slack) const {
 }
 
 bool ArithTheory::tight_split() {
+    // An integral vertex (or none of the problem's variables Int) gives every integral term an
+    // integral value, so no split: the tight system is not worth building (on the fuzzer-like
+    // Real scripts it was most of the time of every full check).
+    if (std::all_of(integer_vars_.begin(), integer_vars_.end(),
+                    [&](int s) { return lra::is_integral(simplex_.delta_value(s)); }))
+        return false;
     std::vector<int> slacks;
     for (std::size_t v = 1; v < atoms_on_.size(); ++v)
         if (!atoms_on_[v].empty() && simplex_.is_slack(static_cast<int>(v)))

@@ -12,7 +12,8 @@
 //
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
-// phase saving (a theory may choose the sign, and variables marked decide_first come first); Luby
+// phase saving (a theory may choose the sign, and variables marked decide_first come first), or
+// from a DecisionGuide, which may end the search before every variable is assigned; Luby
 // or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon 2009). Between solve()
 // calls the solver is at decision level 0.
 //
@@ -60,6 +61,7 @@
 #include <vector>
 
 #include "vorn/sat/clause_arena.h"
+#include "vorn/sat/decision_guide.h"
 #include "vorn/sat/literal.h"
 #include "vorn/sat/restarts.h"
 #include "vorn/sat/theory.h"
@@ -143,6 +145,16 @@ class Solver {
     void set_phase(Var var, bool negative) { phase_[var] = negative; }
     // Decisions take `var` before every variable not so marked (by activity among themselves).
     void decide_first(Var var);
+
+    // Not owned; nullptr detaches: decisions then follow activity alone.
+    void set_guide(DecisionGuide* guide) { guide_ = guide; }
+    // The current assignment (during the search, as a guide reads it) and its decision level.
+    LBool current(Lit lit) const { return value_of(lit); }
+    int decision_level() const { return level(); }
+    // Whether the activity order puts `a` before `b` (decide_first, then activity).
+    bool ahead(Var a, Var b) const {
+        return first_[a] != first_[b] ? first_[a] : activity_[a] > activity_[b];
+    }
 
     // Not owned; nullptr detaches. Attach before the first solve(). The theory may create
     // variables (new_var) during check(); the search then goes on to decide them.
@@ -238,6 +250,8 @@ class Solver {
     std::vector<LBool> model_;
 
     Theory* theory_ = nullptr;
+    DecisionGuide* guide_ = nullptr;
+    bool guide_done_ = false;         // the guide needs no more decisions at this assignment
     std::vector<Lit> implied_;        // from Theory::propagate
     std::vector<Lit> theory_clause_;  // from Theory::explain and Theory::check
 

@@ -14,7 +14,8 @@
 //   all false before lit was implied.
 // - Consistency. check(full) returns false and a conflict clause (every literal false under the
 //   current assignment) when the assignments are inconsistent in the theory. With full, every
-//   variable is assigned and true means the assignment is a model of the theory.
+//   variable is assigned (or every one a DecisionGuide needs) and true means the assignment is a
+//   model of the theory.
 //
 // - Phase. phase(v, saved) gives the sign the solver decides v with (true: negative); the
 //   default keeps the saved phase, a theory may answer by its current model instead.

@@ -98,8 +98,24 @@ class BooleanStructure {
         return at->gate;
     }
 
+    // Records that the asserted literal `definition` defines the lifted variable `var` (a term
+    // ite's): the search needs it only where an atom over `var` counts (smt/justification.h).
+    void define_variable(int var, Literal definition) { variables_.push_back({var, definition}); }
+    struct VariableDefinition {
+        int var;
+        Literal definition;
+    };
+    const std::vector<VariableDefinition>& variable_definitions() const { return variables_; }
+    // A definition that counts wherever atoms do not need it (an objective's term ite's).
+    void require(Literal definition) { required_.push_back(definition); }
+    const std::vector<Literal>& required() const { return required_; }
+
     // Forgets the propositions from `propositions` on and the clauses from `clauses` on.
     void truncate(std::uint32_t propositions, std::size_t clauses) {
+        std::erase_if(variables_, [&](const VariableDefinition& d) {
+            return d.definition.prop() >= propositions;
+        });
+        std::erase_if(required_, [&](Literal d) { return d.prop() >= propositions; });
         if (props_.size() > propositions) props_.resize(propositions);
         while (!gates_.empty() && gates_.back().prop >= propositions) {
             gate_operands_.resize(gates_.back().first);
@@ -123,6 +139,8 @@ class BooleanStructure {
     std::vector<std::size_t> clause_end_;
     std::vector<GateRecord> gates_;  // by proposition, ascending
     std::vector<Literal> gate_operands_;
+    std::vector<VariableDefinition> variables_;
+    std::vector<Literal> required_;
 };
 
 }  // namespace vorn::smt
