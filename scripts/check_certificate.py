@@ -1418,12 +1418,33 @@ def solution_box(rows):
     return (2 * len(names) + m) * (m * int(a)) ** (2 * m + 1)
 
 
+def mixed_box(rows):
+    """The bound on the Int variables for rows (c, {var: coefficient}) over Int and Real
+    variables, each read as itself or its negation (docs/certificates.md, "Boxes"): scaled to
+    coprime integers, constant included, a row measures its largest entry; strict rows share
+    one 0 <= eps <= 1. With m = rows + 2, N = 2·(variables) + m + 1 columns and a the
+    largest measure, a system that has a solution integral on its Int variables has one with
+    |x| <= (N + 1)·(m·a)^m on each of them."""
+    if not rows:
+        return 0
+    a, names = 0, set()
+    for c, terms in rows:
+        entries = [c] + list(terms.values())
+        scaled = [e * math.lcm(*(f.denominator for f in entries)) for e in entries]
+        g = math.gcd(*(int(e) for e in scaled))
+        a = max([a] + [abs(e) / g for e in scaled])
+        names.update(terms)
+    m = len(rows) + 2
+    return (2 * len(names) + m + 2) * (m * int(a)) ** m
+
+
 def check_boxes(p):
     """An assumed box guard g (`box g B`) stands for -B <= x <= B on Int variables: its input
-    clauses must each be -g x<=B or -g x>=-B (selectors aside), every atom must be over Int
-    variables, and B must be at least the solution_box bound of the atoms of the other input
-    clauses: every model of those clauses has a counterpart inside the box, so a refutation
-    with the box refutes them. A guard not assumed is false in that model, its clauses true."""
+    clauses must each be -g x<=B or -g x>=-B (selectors aside) with x of sort Int, and B must be
+    at least the bound of the atoms of the other input clauses: solution_box over Int variables
+    alone, else mixed_box. Every model of those clauses has a counterpart inside the box, so a
+    refutation with the box refutes them. A guard not assumed is false in that model, its
+    clauses true."""
     boxes, atoms, assumed = p["boxes"], p["atoms"], set(p["assume"])
     if set(boxes) & (set(atoms) | p["selects"]):
         raise ValueError("a box guard has another meaning")
@@ -1444,10 +1465,12 @@ def check_boxes(p):
             if list(terms.values()) != [1] or c != (b if rel == "<=" else -b):
                 raise ValueError("box %d: input clause %s is no bound x <= B or x >= -B" %
                                  (guards[0], clause))
+            if any(p["sorts"].get(v) != "Int" for v in terms):
+                raise ValueError("box %d: a bound on a Real variable" % guards[0])
     if any(g in assumed for g in boxes):
-        if any(p["sorts"].get(v) != "Int" for _, _, terms in atoms.values() for v in terms):
-            raise ValueError("a box over a problem with a Real variable")
-        least = solution_box([(c, terms) for _, c, terms in rows.values()])
+        counted = [(c, terms) for _, c, terms in rows.values()]
+        integral = all(p["sorts"].get(v) == "Int" for _, terms in counted for v in terms)
+        least = solution_box(counted) if integral else mixed_box(counted)
         for g, b in boxes.items():
             if g in assumed and b < least:
                 raise ValueError("box %d: %d is below the bound %d of the input atoms" %

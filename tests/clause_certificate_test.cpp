@@ -109,6 +109,15 @@ ClauseProof box_proof(const QNumber& b) {
     return p;
 }
 
+// With 5: y >= 1/2 (Real y, measure 2 scaled whole) a third row over 2 variables: the mixed
+// bound, M = 5 and N = 2·2 + 5 + 1, needs b >= 11·(5·2)^5 = 1100000.
+ClauseProof mixed_box_proof(const QNumber& b) {
+    ClauseProof p = box_proof(b);
+    p.atoms.push_back({5, Relation::Ge, {{2, 1}}, QNumber(1, 2)});
+    p.steps.insert(p.steps.begin(), {K::Input, {5}, {}});
+    return p;
+}
+
 TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
     struct Case {
         const char* what;
@@ -143,7 +152,9 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         {"no variable", [](auto& p) { p.atoms[1].term.clear(); }, "has no variable"},
         {"a box of 4096", [](auto& p) { p = box_proof(4096); }, ""},
         {"a box of 4095", [](auto& p) { p = box_proof(4095); }, "below the bound 4096"},
-        {"a box over x Real", [](auto& p) { p = box_proof(4096); }, "a Real variable", false},
+        {"a box over x Real", [](auto& p) { p = box_proof(4096); }, "on a Real variable", false},
+        {"a mixed box of 1100000", [](auto& p) { p = mixed_box_proof(1100000); }, ""},
+        {"a mixed box of 1099999", [](auto& p) { p = mixed_box_proof(1099999); }, "below the bound"},
         {"a box clause no bound", [](auto& p) { p = box_proof(4096); p.steps[2].clause = {-4, -3}; },
          "no bound x <= B"},
         {"a box guard that is a level", [](auto& p) { p = box_proof(4096);

@@ -144,6 +144,11 @@ TEST(UnboundedInt, MixedRowsDecided) {
          "(assert (<= 1 (+ (* 4 x2) (* (- 13) x1)) 4))(assert (<= 3 (+ (* 7 x2) (* 4 x0)) 6))"
          "(assert (<= (- 6) (+ (* (- 7) x1) (* (- 3) x0) (* 13 x2)) (- 4)))(assert (or (< x0 0) (> x0 0)))"
          "(check-sat)", "unsat", "--bb-limit 10 --box-after 2"},
+        // With r0 < x2: a box on x0..x2 alone (the checkers' mixed bound: 21·143^11).
+        {"a mixed unsat check ended inside the box",
+         "(assert (<= 1 (+ (* 4 x2) (* (- 13) x1)) 4))(assert (<= 3 (+ (* 7 x2) (* 4 x0)) 6))"
+         "(assert (<= (- 6) (+ (* (- 7) x1) (* (- 3) x0) (* 13 x2)) (- 4)))(assert (or (< x0 0) (> x0 0)))"
+         "(assert (< r0 (to_real x2)))(check-sat)", "unsat", "--bb-limit 10 --box-after 2"},
     };
     // clang-format on
     for (const Case& c : cases) {

@@ -349,7 +349,7 @@ bool ArithTheory::branch() {
 }
 
 bool ArithTheory::take_split() {
-    if (box_after_ != 0 && !box_on_ && !mixed_ && used_ >= box_after_) {
+    if (box_after_ != 0 && !box_on_ && used_ >= box_after_) {
         box_wanted_ = gave_up_ = true;
         return false;
     }
@@ -362,10 +362,13 @@ bool ArithTheory::take_split() {
 }
 
 // Every satisfying assignment of the check selects a conjunction of its input atoms' literals,
-// each one row over the integers (a negated atom is its rounded opposite), so the box of those
-// atoms holds a solution of every such conjunction that has one. The search atoms (splits, cuts,
+// each one row (a negated atom is its opposite, rounded over the integers), so the box of those
+// atoms holds a solution of every such conjunction that has one: Papadimitriou's bound over Int
+// variables alone, once an atom names a Real variable the mixed bound (lra/solution_box.h) on the
+// Int variables, or Papadimitriou's number where that is larger. The search atoms (splits, cuts,
 // earlier boxes) are valid over the integers and count for nothing. Inside the box every Int
-// variable is bounded for the rest of the check, and the search ends without the budget.
+// variable is bounded for the rest of the check, and the search ends without the budget (Real
+// variables need no branching).
 QNumber ArithTheory::make_box(std::vector<sat::Lit>& bounds) {
     lra::SolutionBox box;
     std::set<int> vars;
@@ -373,9 +376,12 @@ QNumber ArithTheory::make_box(std::vector<sat::Lit>& bounds) {
         if (atom_data_[i].search) continue;
         box.add_row(atoms_[i].term, atoms_[i].constant);
         for (const auto& e : atoms_[i].term)
-            vars.insert(e.var);
+            if (e.var != 0 && problem_.variables.sort(e.var) == Sort::Int) vars.insert(e.var);
     }
+    // A checker counts the atoms of the proof alone, which may all be over Int variables: the
+    // larger of the two bounds covers it either way.
     QNumber b = box.bound();
+    if (mixed_ && b < box.mixed_bound()) b = box.mixed_bound();
     for (int v : vars) {
         LinearExpr::Entry x{v, QNumber(1)};
         bounds.push_back(sat::Lit(new_search_atom({&x, 1}, Relation::Le, b), false));

@@ -23,10 +23,10 @@
 // Integers: a full assignment whose model gives an Int variable a fractional value v gets a
 // new atom x ≤ ⌊v⌋ for the SAT search to decide (its negation is x ≥ ⌊v⌋ + 1); a budget of
 // such branches per check ends the search with gave_up().
-// Box: a check whose atoms are over Int variables alone gives up, once its splits reach
-// DecideOptions::box_after, with wants_box(); the decider then adds the box of its input
-// atoms (make_box, lra/solution_box.h) under a new assumption and searches again, now with
-// every variable bounded, so that the splits end (docs/integers.md, "Termination").
+// Box: a check gives up, once its splits reach DecideOptions::box_after, with wants_box(); the
+// decider then adds the box of its input atoms (make_box, lra/solution_box.h) under a new
+// assumption and searches again, now with every Int variable bounded, so that the splits end
+// (docs/integers.md, "Termination").
 // Cube: a full assignment with a fractional vertex may first get an integral model from the unit
 // cube test (lra/unit_cube.h), now and then, without a branch.
 // Lattice splits (lattice_split.cpp): before a branch, a full assignment whose fixed integral
@@ -131,8 +131,8 @@ class ArithTheory : public LinearTheory {
                  const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
-    // Counts one more split of the check; false, the check given up, past the budget or when a
-    // pure-Int check is due for its box.
+    // Counts one more split of the check; false, the check given up, past the budget or when
+    // the check is due for its box.
     bool take_split();
     bool cube_model();
     void take_model();
@@ -230,9 +230,9 @@ class ArithTheory : public LinearTheory {
     std::size_t next_branch_ = 0;  // where the next scan of integer_vars_ starts
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
-    // The box (docs/integers.md, "Termination"): a check whose atoms are all over Int variables
-    // (mixed_ false) gives up after box_after_ splits (0: never) with box_wanted_, and goes on
-    // inside the box (box_on_).
+    // The box (docs/integers.md, "Termination"): a check gives up after box_after_ splits (0:
+    // never) with box_wanted_, and goes on inside the box (box_on_), whose bound make_box takes
+    // by mixed_.
     std::uint64_t box_after_ = 1000;
     bool mixed_ = false;  // an atom, once made, names a non-Int variable
     bool box_wanted_ = false;

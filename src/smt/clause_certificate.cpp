@@ -286,10 +286,11 @@ bool ClauseChecker::final_clause(const ClauseProof::Step& step) const {
 }
 
 // An assumed box guard g stands for  −B ≤ x ≤ B  on Int variables: its input clauses must each
-// be ¬g ∨ (x ≤ B) or ¬g ∨ (x ≥ −B) (selectors aside), every atom must be over Int variables, and
-// B must be at least the bound of the atoms of the other input clauses (lra::SolutionBox): every
-// model of those clauses then has a counterpart inside the box, so a refutation with the box
-// refutes them. A guard that is not assumed is false in that model, and its clauses hold.
+// be ¬g ∨ (x ≤ B) or ¬g ∨ (x ≥ −B) (selectors aside) with x of sort Int, and B must be at least
+// the bound of the atoms of the other input clauses (lra::SolutionBox): Papadimitriou's over Int
+// variables alone, else the mixed bound. Every model of those clauses then has a counterpart
+// inside the box, so a refutation with the box refutes them. A guard that is not assumed is false
+// in that model, and its clauses hold.
 std::string ClauseChecker::check_boxes() {
     std::unordered_set<std::int64_t> defined, selectors;
     for (const ClauseProof::Definition& d : proof_.definitions) {
@@ -304,6 +305,7 @@ std::string ClauseChecker::check_boxes() {
     if (bound_of.empty()) return {};
     lra::SolutionBox own;
     std::unordered_set<std::int64_t> counted;
+    bool integral = true;  // every counted atom over Int variables
     std::vector<std::int64_t> rest;
     for (const ClauseProof::Step& step : proof_.steps) {
         if (step.kind != Kind::Input) continue;
@@ -328,22 +330,24 @@ std::string ClauseChecker::check_boxes() {
                 a->constant != (a->relation == Relation::Le ? b : -b))
                 return "box " + std::to_string(guard) +
                        ": an input clause is no bound x <= B or x >= -B";
+            if (p_.variables.sort(a->term[0].var) != Sort::Int)
+                return "box " + std::to_string(guard) + ": a bound on a Real variable";
             continue;
         }
         for (std::int64_t l : rest)
             if (auto at = atom_of_.find(l < 0 ? -l : l);
-                at != atom_of_.end() && counted.insert(at->first).second)
-                own.add_row(proof_.atoms[at->second].term, proof_.atoms[at->second].constant);
+                at != atom_of_.end() && counted.insert(at->first).second) {
+                const ClauseProof::AtomDefinition& a = proof_.atoms[at->second];
+                own.add_row(a.term, a.constant);
+                for (const Entry& e : a.term)
+                    integral = integral && p_.variables.sort(e.var) == Sort::Int;
+            }
     }
-    QNumber least = own.bound();
+    QNumber least = integral ? own.bound() : own.mixed_bound();
     for (const auto& [guard, b] : bound_of) {
         if (std::find(proof_.assumptions.begin(), proof_.assumptions.end(), guard) ==
             proof_.assumptions.end())
             continue;
-        for (const ClauseProof::AtomDefinition& a : proof_.atoms)
-            for (const Entry& e : a.term)
-                if (p_.variables.sort(e.var) != Sort::Int)
-                    return "a box over a problem with a Real variable";
         if (*b < least)
             return "box " + std::to_string(guard) + ": " + b->to_string() + " is below the bound " +
                    least.to_string() + " of the input atoms";

@@ -277,9 +277,9 @@ int run(int argc, char** argv) {
                         "assignment (for comparison)");
     check_cmd
         ->add_option("--box-after", args.check.decide.box_after,
-                     "Int problems with Boolean structure: splits of a check after which the "
-                     "search goes on inside a box that holds a solution if there is one, and so "
-                     "ends (0: never; docs/integers.md)")
+                     "Problems over Int variables with Boolean structure: splits of a check after "
+                     "which the search goes on inside a box on the Int variables that holds a "
+                     "solution if there is one, and so ends (0: never; docs/integers.md)")
         ->default_val(1000);
     check_cmd->add_flag("--certificate", args.check.certificate,
                         "print a checkable certificate after every unsat (docs/certificates.md)");

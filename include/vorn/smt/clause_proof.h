@@ -42,9 +42,10 @@ struct ClauseProof {
         std::vector<std::int64_t> operands;  // And, Xor, Ite (condition, then, else): literals
         int index = 0;                       // Bool: the problem variable; Select: the level
     };
-    // An assumption g that guards the box −B ≤ x ≤ B of a check over Int variables: its input
-    // clauses ¬g ∨ (x ≤ B) and ¬g ∨ (x ≥ −B) are premises that a checker accepts when its own
-    // lra::SolutionBox bound of the proof's other input atoms is at most B.
+    // An assumption g that guards the box −B ≤ x ≤ B on the Int variables of a check: its input
+    // clauses ¬g ∨ (x ≤ B) and ¬g ∨ (x ≥ −B), x of sort Int, are premises that a checker accepts
+    // when its own lra::SolutionBox bound of the proof's other input atoms (the mixed bound when
+    // one names a Real variable) is at most B.
     struct Box {
         std::int64_t var;
         QNumber bound;

@@ -77,10 +77,10 @@ struct DecideOptions {
     // the difference graph's potential) instead of its saved phase; atoms the search made itself
     // (branches, cuts, splits) keep the phase they were given.
     bool theory_phase = true;
-    // The Boolean search over Int variables alone goes on inside a box that holds a solution
-    // whenever there is one, after this many splits of a check (0: never): the search then ends
-    // without the node budget (docs/integers.md, "Termination"). 1 000: no benchmark family
-    // splits so often, so none searches differently.
+    // The Boolean search goes on inside a box on the Int variables that holds a solution
+    // whenever there is one (Real variables stay free), after this many splits of a check
+    // (0: never): the search then ends without the node budget (docs/integers.md,
+    // "Termination"). 1 000: no benchmark family splits so often, so none searches differently.
     std::uint64_t box_after = 1000;
     // optimize over Int variables: rounds of Gomory mixed-integer cuts at the root of branch and
     // bound (0: none). Six: on MIPLIB 3 they solve 11 of 12 problems instead of 10, in about the
