@@ -284,7 +284,8 @@ def write_mps(m, path):
         if upper is not None:
             lines.append(" UP BND       %-8s  %12s" % (name, num(upper)))
     if m.style.get("explicit_pl"):
-        lines += [" PL BND       %s" % c[0] for c in m.cols if c[3] and c[2] is None]
+        lines += [" PL BND       %s" % c[0] for c in m.cols
+                  if c[3] and c[2] is None and c[1] is not None]
     lines.append("ENDATA")
     path.write_text("\n".join(lines) + "\n")
 
