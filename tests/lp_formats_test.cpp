@@ -50,11 +50,11 @@ const Case kCases[] = {
     {"MPS bound kinds",
      vorn::io::read_mps,
      "ROWS\n N obj\nCOLUMNS\n a obj 1\n b obj 1\n c obj 1\n d obj 1\n e obj 1\n f obj 1\n"
-     "BOUNDS\n LO b1 a -2\n MI b1 b\n PL b1 c\n FX b1 d 7\n LI b1 e 3\n UI b1 e 1e31\n"
-     " UP b1 f 0\nENDATA\n",
-     {"a + 2 >= 0", "c >= 0", "d - 7 = 0", "e - 3 >= 0", "f = 0"},
-     "e",
-     "a + b + c + d + e + f"},
+     " g obj 1\nBOUNDS\n LO b1 a -2\n MI b1 b\n PL b1 c\n FX b1 d 7\n LI b1 e 3\n"
+     " UI b1 e 1e31\n UP b1 f 0\n BV b1 g 1\nENDATA\n",  // BV's value, written by some, ignored
+     {"a + 2 >= 0", "c >= 0", "d - 7 = 0", "e - 3 >= 0", "f = 0", "g >= 0", "g - 1 <= 0"},
+     "e g",
+     "a + b + c + d + e + f + g"},
     {"fixed MPS with blanks in names",
      vorn::io::read_mps,
      "ROWS\n N  COST\n L  LIMIT A\nCOLUMNS\n    X ONE     LIMIT A   2.5\nRHS\n"

@@ -116,9 +116,22 @@ class MpsReader {
     // with blanks); when neither does, the blank-separated reading reports the error.
     void data(std::string_view line, int line_no) {
         std::vector<Field> f = split(line, line_no);
-        if (!fits(f))
-            if (std::vector<Field> fixed = split_fixed(line, line_no); fits(fixed)) f = fixed;
+        drop_ignored_value(f);
+        if (!fits(f)) {
+            std::vector<Field> fixed = split_fixed(line, line_no);
+            drop_ignored_value(fixed);
+            if (fits(fixed)) f = fixed;
+        }
         data_fields(f);
+    }
+
+    // Some writers give the bound types without a value one anyway ("BV BND x 1"); it is
+    // ignored, as by other readers, when the field before it is a known column.
+    void drop_ignored_value(std::vector<Field>& f) const {
+        if (section_ != Section::Bounds || f.size() < 3 || takes_value(f[0].text) ||
+            !parse_real_literal(f.back().text) || program_.find_column(f[f.size() - 2].text) == 0)
+            return;
+        f.pop_back();
     }
 
     // Whether the fields read as a line of the current section: the right count, known rows,
