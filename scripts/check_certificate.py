@@ -373,8 +373,8 @@ def read_clauses(lines):
         elif words[0] == "select":
             p["selects"].add(int(words[1]))
         elif words[0] == "box":
-            if int(words[1]) in p["boxes"]:
-                raise ValueError("box %s twice" % words[1])
+            if int(words[1]) <= 0 or int(words[1]) in p["boxes"]:
+                raise ValueError("box %s: no guard of its own" % words[1])
             p["boxes"][int(words[1])] = int(words[2])
         elif words[0] == "quotient":  # checked against the input only
             continue
@@ -1441,14 +1441,16 @@ def mixed_box(rows):
 def check_boxes(p):
     """An assumed box guard g (`box g B`) stands for -B <= x <= B on Int variables: its input
     clauses must each be -g x<=B or -g x>=-B (selectors aside) with x of sort Int, and B must be
-    at least the bound of the atoms of the other input clauses: solution_box over Int variables
-    alone, else mixed_box. Every model of those clauses has a counterpart inside the box, so a
+    at least the bound of the atoms of the other input clauses and of the assumptions:
+    solution_box over Int variables alone, else mixed_box. Every model of those clauses has a counterpart inside the box, so a
     refutation with the box refutes them. A guard not assumed is false in that model, its
     clauses true."""
     boxes, atoms, assumed = p["boxes"], p["atoms"], set(p["assume"])
-    if set(boxes) & (set(atoms) | p["selects"]):
+    defined = {d[0] for d in p["defines"]} | set(p["bools"])
+    if set(boxes) & (set(atoms) | p["selects"] | defined):
         raise ValueError("a box guard has another meaning")
-    rows = {}
+    # An assumed atom is a row of the refuted system as much as an input clause's.
+    rows = {abs(a): atoms[abs(a)] for a in assumed if abs(a) in atoms}
     for kind, clause, _ in p["steps"]:
         if kind != "input":
             continue

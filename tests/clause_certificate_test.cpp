@@ -157,6 +157,11 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         {"a mixed box of 1099999", [](auto& p) { p = mixed_box_proof(1099999); }, "below the bound"},
         {"a box clause no bound", [](auto& p) { p = box_proof(4096); p.steps[2].clause = {-4, -3}; },
          "no bound x <= B"},
+        {"an assumed atom counts toward the box", [](auto& p) { p = box_proof(4096);
+             p.atoms[0].constant = 5000; p.steps.erase(p.steps.begin());
+             p.steps.back().clause = {-1, -4}; p.assumptions = {4, 1}; }, "below the bound"},
+        {"a negative box guard", [](auto& p) { p = box_proof(4096); p.boxes[0].var = -4; },
+         "no variable of its own"},
         {"a box guard that is a level", [](auto& p) { p = box_proof(4096);
              p.definitions = {{4, ClauseProof::Definition::Kind::Select, {}, 1}}; },
          "no variable of its own"},

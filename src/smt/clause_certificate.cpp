@@ -287,10 +287,10 @@ bool ClauseChecker::final_clause(const ClauseProof::Step& step) const {
 
 // An assumed box guard g stands for  −B ≤ x ≤ B  on Int variables: its input clauses must each
 // be ¬g ∨ (x ≤ B) or ¬g ∨ (x ≥ −B) (selectors aside) with x of sort Int, and B must be at least
-// the bound of the atoms of the other input clauses (lra::SolutionBox): Papadimitriou's over Int
-// variables alone, else the mixed bound. Every model of those clauses then has a counterpart
-// inside the box, so a refutation with the box refutes them. A guard that is not assumed is false
-// in that model, and its clauses hold.
+// the bound of the atoms of the other input clauses and the assumptions (lra::SolutionBox):
+// Papadimitriou's over Int variables alone, else the mixed bound. Every model of those clauses then
+// has a counterpart inside the box, so a refutation with the box refutes them. A guard that is not
+// assumed is false in that model, and its clauses hold.
 std::string ClauseChecker::check_boxes() {
     std::unordered_set<std::int64_t> defined, selectors;
     for (const ClauseProof::Definition& d : proof_.definitions) {
@@ -306,6 +306,18 @@ std::string ClauseChecker::check_boxes() {
     lra::SolutionBox own;
     std::unordered_set<std::int64_t> counted;
     bool integral = true;  // every counted atom over Int variables
+    auto count = [&](std::int64_t l) {
+        if (auto at = atom_of_.find(l < 0 ? -l : l);
+            at != atom_of_.end() && counted.insert(at->first).second) {
+            const ClauseProof::AtomDefinition& a = proof_.atoms[at->second];
+            own.add_row(a.term, a.constant);
+            for (const Entry& e : a.term)
+                integral = integral && p_.variables.sort(e.var) == Sort::Int;
+        }
+    };
+    // An assumed atom is a row of the refuted system as much as an input clause's.
+    for (std::int64_t l : proof_.assumptions)
+        count(l);
     std::vector<std::int64_t> rest;
     for (const ClauseProof::Step& step : proof_.steps) {
         if (step.kind != Kind::Input) continue;
@@ -335,13 +347,7 @@ std::string ClauseChecker::check_boxes() {
             continue;
         }
         for (std::int64_t l : rest)
-            if (auto at = atom_of_.find(l < 0 ? -l : l);
-                at != atom_of_.end() && counted.insert(at->first).second) {
-                const ClauseProof::AtomDefinition& a = proof_.atoms[at->second];
-                own.add_row(a.term, a.constant);
-                for (const Entry& e : a.term)
-                    integral = integral && p_.variables.sort(e.var) == Sort::Int;
-            }
+            count(l);
     }
     QNumber least = integral ? own.bound() : own.mixed_bound();
     for (const auto& [guard, b] : bound_of) {
