@@ -147,6 +147,12 @@ const ScriptCase kScripts[] = {
 (assert (or (> x 5) (< x 2)))(minimize x)(check-sat)(get-objectives))",
      "sat\n(objectives\n ((+ x y) 16.0)\n)\n((b false))\nsat\n(objectives\n ((+ x y) 9.0)\n"
      " ((- y x) (- 7.0))\n)\nsat\n(objectives\n ((+ x y) 16.0)\n (x 8)\n)\n"},
+    {"a warm start whose leaving variable violates a new bound",
+     R"((declare-const a Int)(declare-const b Int)(declare-const c Int)(assert (<= (- 30) b 30))
+(assert (or (= (+ (* (- 13) a) (* (- 5) c)) 7) (< a 0)))(assert (<= (- 4) (- (* 9 a) (* 7 c)
+(* 7 b)) (- 2)))(assert (or (<= (- 8) (+ (* 4 c) (* 13 a) (* 13 b)) (- 6)) (= (+ (* (- 13) a)
+(* (- 5) b) (* 7 c)) 3)))(maximize b)(check-sat)(get-objectives))",
+     "sat\n(objectives\n (b 25)\n)\n"},
     {"optima go with the check that found them", R"((declare-const x Int)(push 1)(assert (<= x 5))
 (maximize x)(check-sat)(get-objectives)(pop 1)(check-sat)(get-objectives))",
      "sat\n(objectives\n (x 5)\n)\nsat\n(objectives\n)\n"},

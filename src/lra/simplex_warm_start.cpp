@@ -1,4 +1,5 @@
-// Warm starts: a basis chosen elsewhere, brought into the tableau by pivots that move no value.
+// Warm starts: a basis chosen elsewhere, brought into the tableau by pivots that move no value
+// (a variable that leaves the basis outside a bound asserted since then goes to that bound).
 
 #include <algorithm>
 
@@ -20,6 +21,7 @@ void Simplex::warm_start(std::span<const int> basic,
             order.emplace_back(column->value.second.size(), v);
     }
     std::sort(order.begin(), order.end());
+    std::vector<int> out_of_basis;
     for (auto [size, v] : order) {
         // A partial warm start is still a basis; the next check() sees the stop too.
         if (stop_requested()) break;
@@ -37,6 +39,16 @@ void Simplex::warm_start(std::span<const int> basic,
         DeltaRational same = values_[leaving];
         pivot_and_update(leaving, v, same);
         ++stats_.pivots;
+        out_of_basis.push_back(leaving);
+    }
+    // A basic variable may have violated a bound asserted since: out of the basis, nothing would
+    // repair it, so it goes to that bound and the rows it moves are queued.
+    for (int v : out_of_basis) {
+        if (tableau_->rows().contains(v)) continue;
+        if (bounds_.has_lower(v) && values_[v] < bounds_.lower_value(v))
+            update_non_basic(v, bounds_.lower_value(v));
+        else if (bounds_.has_upper(v) && bounds_.upper_value(v) < values_[v])
+            update_non_basic(v, bounds_.upper_value(v));
     }
     for (auto [v, upper] : at_bound) {
         if (v < 1 || v > num_variables() || tableau_->rows().contains(v)) continue;
