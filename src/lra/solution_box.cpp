@@ -14,19 +14,9 @@ QNumber magnitude(const QNumber& x) {
     return x.sign() < 0 ? -x : x;
 }
 
-// ⌈x⌉ for x ≥ 0.
+// ⌈x⌉, through the floor that branch and bound takes.
 QNumber ceiling(const QNumber& x) {
-    mpq_t q;
-    mpz_t z;
-    mpq_init(q);
-    mpz_init(z);
-    x.get_mpq(q);
-    mpz_cdiv_q(z, mpq_numref(q), mpq_denref(q));
-    mpq_set_z(q, z);
-    QNumber result(q);
-    mpz_clear(z);
-    mpq_clear(q);
-    return result;
+    return -floor_of(DeltaRational(-x));
 }
 
 // L/g: the factor that turns the term's coefficients and c together into coprime integers (L the
