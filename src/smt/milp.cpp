@@ -39,7 +39,9 @@ void MilpSearch::enter_atoms() {
         QNumber c = !term.empty() && term[0].var == 0 ? -term[0].coeff : QNumber();
         if (std::none_of(term.begin(), term.end(), [](const Entry& e) { return e.var != 0; }))
             continue;  // no variable: true, as run() has made sure
-        rounding_.assert_term(term_var(term), a.relation, c, static_cast<lra::Reason>(i));
+        lra::TermVar row = term_var(term);
+        if (simplex_.is_slack(row.var)) atom_rows_.push_back(row.var);
+        rounding_.assert_term(row, a.relation, c, static_cast<lra::Reason>(i));
     }
     lra::TermEntries entries;
     for (const Entry& e : p_.term(objective_))
@@ -49,6 +51,9 @@ void MilpSearch::enter_atoms() {
             entries.push_back({simplex_var(e.var), e.coeff});
     // The objective's row exists before the first check, which a new row would undo.
     objective_var_ = simplex_.term_variable(entries);
+    if (simplex_.is_slack(objective_var_->var)) atom_rows_.push_back(objective_var_->var);
+    for (int v = 1; v <= p_.variables.size(); ++v)
+        if (is_int(v)) integer_vars_.push_back(simplex_var(v));
     // Pure integer problems: every check repairs as the dual simplex, each node from its parent's
     // basis (milp.h says why not with Real columns).
     dual_ = true;
@@ -75,9 +80,16 @@ bool MilpSearch::assert_path(std::size_t node) {
     for (std::size_t d = 0; d < path_.size(); ++d) {
         const Node& n = nodes_[path_[d]];
         auto reason = static_cast<lra::Reason>(cutoff_reason_ + 1 + static_cast<lra::Reason>(d));
-        int s = var_of_[static_cast<std::size_t>(n.var)];
-        lra::Asserted done = n.high ? simplex_.assert_lower(s, n.below + QNumber(1), false, reason)
-                                    : simplex_.assert_upper(s, n.below, false, reason);
+        QNumber bound = n.high ? n.below + QNumber(1) : n.below;
+        lra::Asserted done = lra::Asserted::Ok;
+        if (!n.term.empty()) {  // its row, made again: rows made above level 0 leave on pop
+            done = rounding_.assert_term(term_var(n.term), n.high ? Relation::Ge : Relation::Le,
+                                         bound, reason);
+        } else {
+            int s = var_of_[static_cast<std::size_t>(n.var)];
+            done = n.high ? simplex_.assert_lower(s, bound, false, reason)
+                          : simplex_.assert_upper(s, bound, false, reason);
+        }
         if (done != lra::Asserted::Ok) return false;
     }
     return true;
@@ -155,10 +167,15 @@ MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
         try_rounding(false);
         try_rounding(true);
     }
-    measure_by_strong_branching(value);
+    std::optional<lra::TermSplit> on_term = unbounded_split();
     QNumber x;
-    int var = choose_branch_variable(x);
+    int var = 0;
+    if (!on_term) {
+        measure_by_strong_branching(value);
+        var = choose_branch_variable(x);
+    }
     node = fix_by_reduced_cost(node, value);
+    if (on_term) return branch_on_term(node, value, *on_term);
     QNumber below;
     for (const Fractional& c : fractional_)
         if (c.var == var) below = lra::floor_of(c.value);

@@ -3,7 +3,8 @@
 // The branch-and-bound search behind optimize_integer (milp.h, which describes it): one object
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
 // choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
-// milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root.
+// milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root, milp_term_split.cpp
+// the splits on integral terms where a fractional Int variable is unbounded.
 
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +16,7 @@
 
 #include "vorn/lra/branch_and_bound.h"
 #include "vorn/lra/simplex.h"
+#include "vorn/lra/tight_split.h"
 #include "vorn/smt/decision.h"
 #include "vorn/smt/optimize.h"
 #include "vorn/smt/problem.h"
@@ -53,6 +55,9 @@ class MilpSearch {
         QNumber parent_value;  // the parent's relaxation optimum, minimizing
         QNumber distance;      // how far the branch moved the variable from its value
         QNumber value;         // its own relaxation optimum, minimizing, once branched
+        // A split on an integral term instead of `var` (term ≤ below | term ≥ below + 1), over
+        // problem variables.
+        LinearExpr::Entries term;
         bool branched = false;
         bool closed = false;  // a split turned into a leaf: every node below it is moot
         // The basis of its relaxation's optimum, once branched, until both children start from
@@ -107,6 +112,10 @@ class MilpSearch {
     void try_rounding(bool up);
     void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;
+    std::optional<lra::TermSplit> unbounded_split();
+    Outcome branch_on_term(std::size_t node, const QNumber& value, const lra::TermSplit& split);
+    static constexpr std::size_t kMaxTightEntries = 20000;  // of the dense system solved
+    static constexpr long kMaxCompoundCoefficient = 100;
     // Reduced-cost fixing (milp_fixing.cpp): a split whose far side the objective's row refutes
     // under the incumbent's bound, its conflict but for the far bound itself.
     struct Fixing {
@@ -173,6 +182,8 @@ class MilpSearch {
     std::vector<Fractional> fractional_;         // at the node being branched
     std::vector<Fixing> fixings_;                // at the node being branched
     std::vector<int> problem_var_;               // by simplex variable (0: none)
+    std::vector<int> integer_vars_;              // the simplex variables of the Int ones
+    std::vector<int> atom_rows_;                 // the slacks of the atoms and the objective
     std::size_t preferred_child_ = kNoMilpNode;  // of the last Branched visit
     QNumber last_value_;                         // the last relaxation optimum, minimizing
 
