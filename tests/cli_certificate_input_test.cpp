@@ -147,6 +147,10 @@ TEST(CliCertificateInput, OptimaOfObjectivesCheckAndSpoiledOnesAreRejected) {
         {"(assert (=> b (> r 2)))(assert (or b (>= s 3)))(assert (<= r 10))(assert (>= s (- r)))"
          "(minimize (+ r s))(check-sat-assuming (b))",
          "value true b", "value false b"},
+        // At z = 30, x + y = -397/3 is unbounded: branching on x or y alone never ended.
+        {"(declare-const z Int)(assert (<= (- 30) z 30))"
+         "(assert (<= 7 (+ (* (- 3) x) (* (- 3) y) (* (- 13) z)) 8))(maximize z)",
+         "max 29", "max 30"},
     };
     for (const OptimumCase& c : cases) {
         std::string script = std::string(

@@ -162,12 +162,12 @@ std::size_t MilpSearch::add_node(std::size_t parent, int var, const QNumber& bel
 MilpSearch::Outcome MilpSearch::branch(std::size_t node, const QNumber& value) {
     collect_fractional();
     if (fractional_.empty()) return accept_incumbent(node);
+    std::optional<lra::TermSplit> on_term = unbounded_split();  // of this vertex, before rounding
     // Rounding while there is no incumbent (the first thousand nodes), then now and then.
     if ((!has_incumbent_ && visited_ <= 1000) || (visited_ & (visited_ - 1)) == 0) {
         try_rounding(false);
         try_rounding(true);
     }
-    std::optional<lra::TermSplit> on_term = unbounded_split();
     QNumber x;
     int var = 0;
     if (!on_term) {

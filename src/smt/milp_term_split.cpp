@@ -23,7 +23,8 @@ std::optional<lra::TermSplit> MilpSearch::unbounded_split() {
     std::vector<int> rows = atom_rows_;
     std::size_t own = rows.size();
     for (std::size_t n : path_)
-        if (!nodes_[n].term.empty()) rows.push_back(term_var(nodes_[n].term).var);
+        if (!nodes_[n].term.empty())
+            if (int row = term_var(nodes_[n].term).var; simplex_.is_slack(row)) rows.push_back(row);
     auto split = lra::tight_term_split(simplex_, integer_vars_, rows, kMaxTightEntries, true);
     if (!split) return std::nullopt;
     auto on_split_row = [&](int s) {
