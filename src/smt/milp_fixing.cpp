@@ -104,3 +104,60 @@ std::size_t MilpSearch::fix_by_reduced_cost(std::size_t node, const QNumber& val
 }
 
 }  // namespace vorn::smt
+
+namespace vorn::smt {
+
+// The objective's row at the node's optimum, right after its minimize: o = Σ d·x over non-basic
+// variables, each at the bound that its reduced cost pushes it to, so the bounds weighted by |d|
+// give o ≥ reached (≤ when maximizing o). With the incumbent's bound that is the leaf of the
+// node once the incumbent beats `reached`: closing it later needs no check.
+void MilpSearch::save_bound_proof(Node& n) const {
+    n.bound_proof.clear();
+    int o = objective_var_->var;
+    if (approached_here_ || !simplex_.tableau().rows().contains(o)) return;
+    bool least = maximize_ == (objective_var_->scale.sign() < 0);
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    lra::DeltaRational reached;
+    std::vector<lra::Explanation> proof;
+    for (const auto& e : simplex_.tableau().rows().at(o)->entries()) {
+        if (e.var == o) continue;
+        bool upper = least == (e.coeff.sign() < 0);
+        if (upper ? !bounds.has_upper(e.var) : !bounds.has_lower(e.var)) return;
+        const lra::BoundRecord& b = upper ? bounds.upper(e.var) : bounds.lower(e.var);
+        proof.push_back({b.reason, b.caller_upper, magnitude(e.coeff) / b.caller_scale});
+        lra::DeltaRational term = b.value;
+        term *= e.coeff;
+        reached += term;
+    }
+    n.bound_proof = std::move(proof);
+    n.reached = reached;
+}
+
+// A branched node that cannot beat the incumbent closed by its saved row and the incumbent's
+// bound, asserted alone: false when that bound does not refute `reached` (the caller checks).
+bool MilpSearch::close_by_row(std::size_t node) {
+    Node& n = nodes_[node];
+    collect_path(node);
+    if (assert_cutoff() != lra::Asserted::Ok) {  // the atoms refute the bound by themselves
+        steps_[n.step] = ProofStep();
+        close_with_conflict(node);
+        n.closed = true;
+        return true;
+    }
+    int o = objective_var_->var;
+    bool least = maximize_ == (objective_var_->scale.sign() < 0);
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    if (least ? !bounds.has_upper(o) : !bounds.has_lower(o)) return false;
+    const lra::BoundRecord& cap = least ? bounds.upper(o) : bounds.lower(o);
+    if (least ? !(cap.value < n.reached) : !(n.reached < cap.value)) return false;
+    std::vector<lra::Explanation> conflict{
+        {cap.reason, cap.caller_upper, QNumber(1) / cap.caller_scale}};
+    conflict.insert(conflict.end(), n.bound_proof.begin(), n.bound_proof.end());
+    steps_[n.step] = ProofStep();
+    close_with_conflict(node, conflict);
+    n.closed = true;
+    n.bound_proof = {};
+    return true;
+}
+
+}  // namespace vorn::smt

@@ -65,6 +65,11 @@ class MilpSearch {
         std::vector<int> basis;
         std::vector<signed char> sides;
         int basis_uses = 0;
+        // Once branched: the objective's row at its optimum as a Farkas conflict but for the
+        // incumbent's bound (milp_fixing.cpp), and the value its bounds give the objective; empty
+        // when some bound is missing or the optimum is not attained.
+        std::vector<lra::Explanation> bound_proof;
+        lra::DeltaRational reached;
     };
     struct Open {
         QNumber key;  // the parent's relaxation optimum, minimizing: a bound on the node
@@ -98,6 +103,7 @@ class MilpSearch {
     bool cannot_beat_incumbent(const QNumber& value) const;
     bool below_closed_node(std::size_t node) const;
     bool close_by_bound(std::size_t node);
+    void collect_path(std::size_t node);
     bool assert_path(std::size_t node);
     lra::Asserted assert_cutoff();
     void close_with_conflict(std::size_t node);
@@ -126,6 +132,8 @@ class MilpSearch {
         QNumber far_multiplier;
     };
     void collect_fixings();
+    void save_bound_proof(Node& n) const;
+    bool close_by_row(std::size_t node);
     // Root cuts (milp_cuts.cpp, milp_mir.cpp): Σ cut ≥ cut_constant and its derivation, a split
     // s ≤ split_constant with a Farkas leaf on each side: low_side (s ≤ k) or high_side
     // (s ≥ k + 1), the split's bound weighted split_low or split_high and the cut's negation
