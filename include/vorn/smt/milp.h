@@ -48,6 +48,13 @@
 // larger numbers and the search went elsewhere (vpm1 from 90 nodes to 240, bell5 unsolved in
 // 40 s), so those keep the primal repair from the previous node's basis.
 //
+// Unbounded Int directions (milp_term_split.cpp): where a fractional Int variable lacks a bound on
+// a side, the node splits on the integral term its tight rows give (lra::tight_term_split), a
+// `split-cut` in the proof; branching on single variables could follow such a direction forever.
+//
+// A node that cannot beat the incumbent is closed by the objective's row saved at its optimum (a
+// Farkas conflict but for the incumbent's bound), without a check; the check is the fallback.
+//
 // The proof is the search tree itself: split-int nodes and Farkas leaves over the atoms and
 // "objective < optimum". A leaf closed against an earlier, worse incumbent stays valid with the
 // final one, whose bound is tighter. An integral node's own leaf is its relaxation with the new
@@ -58,7 +65,8 @@
 // (a byte per simplex variable until both children have started),
 // plus re-asserting the path (its depth in bounds), plus up to sixteen check-and-minimize rounds of
 // strong branching while variables are unmeasured; memory: one proof node and one search record per
-// node.
+// node, and for each branched node the bounds of the objective's row at its optimum (bell5: 477 MB
+// before them, 555 MB with them).
 
 #include <cstdint>
 
