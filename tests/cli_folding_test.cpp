@@ -55,6 +55,13 @@ const FoldCase kCases[] = {
      "unsat"},
     {"a condition constant only once its atoms are one literal",
      "(assert (= (ite (=> (< x (+ y x)) (< 0 y)) 1 (* 4 i)) (* 2 i)))", "unsat"},
+    {"a definition through a condition constant only once its atoms are canonical",
+     "(push 1)(assert (= x (ite (=> (< y 1) (> 1 y)) 1 y)))(assert (> (+ x y) 2))(assert (< y 0))"
+     "(check-sat)(pop 1)(assert (= x (ite (and (< y x) (>= (- y x) 0)) y 1)))(assert (> x 2))",
+     "unsat\nunsat"},
+    {"Int atoms one literal once rounded",
+     "(assert (= x (ite (or (<= (* 2 i) 3) (> i 1)) 1 y)))(assert (> (+ x y) 2))(assert (< y 0))",
+     "unsat"},
     {"an ite over formulas with equal branches", "(assert (ite c (> x 1) (> x 1)))(assert (< x 0))",
      "unsat"},
     {"Int bounds with other normal forms stay apart",

@@ -29,7 +29,7 @@ void Solver::decide_first(Var v) {
 
 Lit Solver::pick_branch() {
     guide_done_ = false;
-    if (guide_ != nullptr) {
+    if (guide_ != nullptr && !guide_resting_) {
         Var v = 0;
         if (!guide_->next(*this, v)) {
             guide_done_ = true;

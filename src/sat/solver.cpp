@@ -78,6 +78,9 @@ Result Solver::solve(std::span<const Lit> assumptions) {
     conflict_stop_ = options_.conflict_limit < 0
                          ? 0
                          : stats_.conflicts + static_cast<std::uint64_t>(options_.conflict_limit);
+    guide_resting_ = false;
+    turn_length_ = options_.guide_turn;
+    turn_end_ = stats_.conflicts + static_cast<std::uint64_t>(turn_length_);
     Result result = search();
     if (result == Result::Unsat && ok_ && options_.record_proof) {
         std::vector<Lit> final_clause;
@@ -109,7 +112,13 @@ Result Solver::search() {
         }
         if (conflict_stop_ != 0 && stats_.conflicts >= conflict_stop_) return Result::Unknown;
         if (options_.stop != nullptr && options_.stop->requested()) return Result::Unknown;
-        if (restarts_.due()) {
+        bool turn_over = guide_ != nullptr && turn_length_ > 0 && stats_.conflicts >= turn_end_;
+        if (turn_over) {
+            guide_resting_ = !guide_resting_;
+            if (!guide_resting_) turn_length_ *= 2;
+            turn_end_ = stats_.conflicts + static_cast<std::uint64_t>(turn_length_);
+        }
+        if (restarts_.due() || turn_over) {
             restarts_.restarted();
             ++stats_.restarts;
             backtrack(0);

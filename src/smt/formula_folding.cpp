@@ -70,7 +70,11 @@ int constant_atom_truth(const Problem& problem, const Atom& atom) {
 FormulaRef folded_atom(FormulaDag& dag, const Problem& problem, const Atom& atom) {
     int truth = constant_atom_truth(problem, atom);
     if (truth >= 0) return truth == 1 ? kTrue : kFalse;
-    return dag.atom(atom);
+    CanonicalAtoms& known = dag.canonical_atoms();
+    if (std::optional<FormulaRef> earlier = known.find(problem, atom)) return *earlier;
+    FormulaRef made = dag.atom(atom);
+    known.add(made);
+    return made;
 }
 
 FormulaRef folded_connective(FormulaDag& dag, FormulaNode::Kind kind,

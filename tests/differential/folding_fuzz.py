@@ -3,7 +3,9 @@
 over two variables (Real, or Int): atoms whose sides cancel or are multiplied by 0, term ites
 that a constant condition or equal branches decide or that stay (a lifted variable, whose atoms
 the search decides by the current model), formula ites, xor, =>, distinct, repeated and
-complementary operands, and bounds that state the same in other words; equalities between
+complementary operands, and bounds that state the same in other words (an atom beside its
+restatement, sides swapped, moved or scaled, or over Int shifted by one: a condition constant
+only once its atoms are normalised); equalities between
 constants and term ites with constant leaves, which fold into the ites' conditions, and a
 constant z asserted equal to such an ite, which later terms read as the ite, must answer as their
 twin script with each such equality written as two bounds. vorn must answer sat or unsat with --verify; its
@@ -32,7 +34,8 @@ def term(rng, vs, depth):
         "(+ %s %s)" % (a, b), "(- %s %s)" % (a, b), "(- %s %s)" % (a, a), "(* 0 %s)" % a,
         "(* 3 %s)" % a, "(ite %s %s %s)" % (constant_condition(rng, vs), a, b),
         "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, b),
-        "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, a)])
+        "(ite %s %s %s)" % (formula(rng, vs, depth - 1), a, a),
+        "(ite %s %s %s)" % (restated_pair(rng, vs), a, b)])
 
 
 def constant_condition(rng, vs):
@@ -53,6 +56,34 @@ def pc_term(rng, vs, depth):
 
 
 SPLIT = [False]  # the unfolded twin: each such equality as its two bounds
+INT = [False]  # the script's variables are Int
+FLIP = {"<": ">", "<=": ">=", ">": "<", ">=": "<=", "=": "=", "distinct": "distinct"}
+NEGATED = {"<": ">=", "<=": ">", ">": "<=", ">=": "<", "=": "distinct", "distinct": "="}
+ONE_MORE = {"<": "(<= (+ %s 1) %s)", ">": "(>= %s (+ %s 1))", "<=": "(< %s (+ %s 1))",
+            ">=": "(> (+ %s 1) %s)"}
+
+
+def restated(rng, rel, a, b):
+    """(rel a b) in other words that normalise to the same atom (over Int: rounded)."""
+    shapes = ["(%s %s %s)" % (FLIP[rel], b, a), "(%s (- %s %s) 0)" % (rel, a, b),
+              "(%s (* (- 2) %s) (* (- 2) %s))" % (FLIP[rel], a, b),
+              "(%s (* 3 %s) (* 3 %s))" % (rel, a, b)]
+    if INT[0] and rel in ONE_MORE:
+        shapes.append(ONE_MORE[rel] % (a, b))
+    return rng.choice(shapes)
+
+
+def restated_pair(rng, vs, constant=False):
+    """An atom beside its restatement or its negation's: constant (always when `constant`), or
+    the atom, once both are normalised ((=> (< y 1) (> 1 y)) is true)."""
+    a, b = rng.choice(vs), term(rng, vs, 1)
+    rel = rng.choice(list(FLIP))
+    atom, same, other = "(%s %s %s)" % (rel, a, b), restated(rng, rel, a, b), \
+        restated(rng, NEGATED[rel], a, b)
+    if rng.random() < 0.6:
+        shapes = ["(=> %s %s)", "(or %s (not %s))", "(and %s (not %s))", "(xor %s %s)", "(= %s %s)"]
+        return rng.choice(shapes + ["(or %s %s)", "(and %s %s)"] * (not constant)) % (atom, same)
+    return rng.choice(["(or %s %s)", "(and %s %s)", "(xor %s %s)", "(= %s %s)"]) % (atom, other)
 
 
 def equal(a, b, shape):
@@ -70,6 +101,8 @@ def formula(rng, vs, depth):
                            "(distinct %s %s)"]) % (a, b)
     if r < 0.4:
         return rng.choice(["true", "false", "p", "q"])
+    if r < 0.46:
+        return restated_pair(rng, vs)
     f, g = formula(rng, vs, depth - 1), formula(rng, vs, depth - 1)
     return rng.choice([
         "(and %s %s)" % (f, g), "(or %s %s)" % (f, g), "(xor %s %s)" % (f, g),
@@ -81,14 +114,21 @@ def formula(rng, vs, depth):
 def script(seed, split=False):
     rng, SPLIT[0] = random.Random(seed), split
     sort = "Int" if seed % 3 == 0 else "Real"
+    INT[0] = sort == "Int"
     vs = ["x", "y"]
     lines = ["(set-logic QF_%sA)" % ("LI" if sort == "Int" else "LR")]
     lines += ["(declare-const %s %s)" % (v, sort) for v in vs]
     lines += ["(declare-const p Bool)", "(declare-const q Bool)", "(declare-const z %s)" % sort]
     # z stands for its term ite from here on in the folded reading
-    lines.append("(assert %s)" % equal("z", pc_term(rng, vs, 3), "(= %s %s)"))
+    k = rng.choice(["0", "1", "5"])
+    defined = pc_term(rng, vs, 3) if rng.random() < 0.6 else "(ite %s %s (+ x %s))" % (
+        restated_pair(rng, vs, constant=True), k, pc_term(rng, vs, 1))
+    lines.append("(assert %s)" % equal("z", defined, "(= %s %s)"))
+    probe = "(+ x" in defined and rng.random() < 0.5  # z as the branch of a constant condition
+    if probe:
+        lines.append("(assert (distinct (+ z y) (+ %s y)))" % k)
     vs = vs + ["z"]
-    for _ in range(rng.randint(2, 5)):
+    for _ in range(rng.randint(0, 2) if probe else rng.randint(2, 5)):
         lines.append("(assert %s)" % formula(rng, vs, rng.randint(2, 4)))
     lines += ["(check-sat)", "(get-model)"]
     return "\n".join(lines) + "\n"

@@ -13,7 +13,8 @@
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
 // phase saving (a theory may choose the sign, and variables marked decide_first come first), or
-// from a DecisionGuide, which may end the search before every variable is assigned; Luby
+// from a DecisionGuide, which may end the search before every variable is assigned (in turns
+// with the activity order, Options::guide_turn); Luby
 // or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon 2009). Between solve()
 // calls the solver is at decision level 0.
 //
@@ -85,6 +86,13 @@ struct Options {
     // gates jump so far (ite-fuzz-2vars: four times faster); no other benchmark family does.
     int chronological_distance = 700;
     bool record_proof = false;
+    // With a DecisionGuide: conflicts of its first turn, after which activity decides for as
+    // many, then the guide for twice as many, and so on (each change a restart); 0: the guide
+    // decides throughout. Neither order wins on every fuzzer-like script (a guided search that
+    // misses a model can take ten times the conflicts that activity needs, and the other way
+    // round): taking turns bounds the loss to the turns spent. 1000 was measured best of
+    // 500-2000 on the generated fuzzer families (docs/performance.md).
+    std::int64_t guide_turn = 1000;
     // Not owned: solve() gives up with Unknown, at level 0 again, once this is requested.
     util::Stop* stop = nullptr;
 };
@@ -251,7 +259,10 @@ class Solver {
 
     Theory* theory_ = nullptr;
     DecisionGuide* guide_ = nullptr;
-    bool guide_done_ = false;         // the guide needs no more decisions at this assignment
+    bool guide_done_ = false;     // the guide needs no more decisions at this assignment
+    bool guide_resting_ = false;  // activity decides in this turn (Options::guide_turn)
+    std::int64_t turn_length_ = 0;
+    std::uint64_t turn_end_ = 0;      // stats_.conflicts at which the turn ends
     std::vector<Lit> implied_;        // from Theory::propagate
     std::vector<Lit> theory_clause_;  // from Theory::explain and Theory::check
 

@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "vorn/smt/canonical_atoms.h"
 #include "vorn/smt/problem.h"
 
 namespace vorn::smt {
@@ -113,6 +114,9 @@ class FormulaDag {
         return lifted_[i].var == var ? static_cast<std::int64_t>(i) : -1;
     }
 
+    // The atoms made through folded_atom (formula_folding.h), one node per normal form.
+    CanonicalAtoms& canonical_atoms() { return canonical_atoms_; }
+
     Marks marks() const {
         return {nodes_.size(), children_.size(), atoms_.size(), unsupported_.size(),
                 lifted_.size()};
@@ -124,6 +128,7 @@ class FormulaDag {
         shrink(atoms_, m.atoms);
         shrink(unsupported_, m.unsupported);
         shrink(lifted_, m.lifted);
+        canonical_atoms_.truncate(nodes_.size());
     }
 
   private:
@@ -142,6 +147,7 @@ class FormulaDag {
     std::vector<Unsupported> unsupported_;
     std::vector<LiftedIte> lifted_;
     std::vector<std::uint32_t> lifted_index_;  // by variable: index in lifted_ + 1, 0 for none
+    CanonicalAtoms canonical_atoms_;
 };
 
 }  // namespace vorn::smt

@@ -1,7 +1,8 @@
 #pragma once
 
 // Folding while a front end builds a FormulaDag (formula_dag.h): an atom whose term has no
-// variables becomes true or false, and connectives fold their constant, repeated and
+// variables becomes true or false, atoms equal up to normalisation are one node (or its
+// negation: canonical_atoms.h), and connectives fold their constant, repeated and
 // complementary operands, so that a term ite whose condition folds is its branch instead of a
 // lifted variable, and the encoder never sees what a constant decides.
 //
@@ -24,7 +25,7 @@ namespace vorn::smt {
 // atom without variables (a distinct: one of two equal terms) is decided.
 int constant_atom_truth(const Problem& problem, const Atom& atom);
 
-// The atom, or the constant it folds to.
+// The atom, the constant it folds to, or the earlier atom (or its negation) that states the same.
 FormulaRef folded_atom(FormulaDag& dag, const Problem& problem, const Atom& atom);
 
 // And, Or or Xor over `operands`; `scratch` is reused and must not alias them.
