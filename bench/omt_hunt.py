@@ -9,7 +9,8 @@ Kinds: lex (several objectives over Boolean structure, Int and Real, min and max
 (objectives that are sums and differences with term ites), strict (Real strict bounds: optima
 approached, z3's epsilon), unbounded (variables without a box), idl and rdl (difference logic),
 levels (objectives under push/pop, check-sat twice), soft (assert-soft with weights and ids,
-beside minimize), id (minimize/maximize with :id). Each script has (get-objectives) and
+beside minimize), id (minimize/maximize with :id), quotient (div, mod, abs and to_int in
+objectives and atoms), assuming (check-sat-assuming over the Bools). Each script has (get-objectives) and
 (get-model) after each check-sat.
 
 For every check-sat the values vorn prints are confirmed on the flat problem of that check
@@ -36,7 +37,8 @@ import z3
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 CHECKER = os.path.join(HERE, "..", "scripts", "check_certificate.py")
-KINDS = ["lex", "ite", "strict", "unbounded", "idl", "rdl", "levels", "soft", "id"]
+KINDS = ["lex", "ite", "strict", "unbounded", "idl", "rdl", "levels", "soft", "id", "quotient",
+         "assuming"]
 
 
 def num(c, real):
@@ -104,18 +106,20 @@ class Script:
         self.lines.append("(pop 1)")
         self.levels.pop()
 
-    def check(self):
-        self.lines += ["(check-sat)", "(get-objectives)", "(get-model)"]
+    def check(self, assumed=()):
+        command = "(check-sat-assuming (%s))" % " ".join(assumed) if assumed else "(check-sat)"
+        self.lines += [command, "(get-objectives)", "(get-model)"]
         flat = [sum((lv[i] for lv in self.levels), []) for i in range(3)]
+        flat[1] = flat[1] + list(assumed)
         self.checks.append(flat)
 
     def text(self):
         return "\n".join(self.lines) + "\n"
 
     # ---- random pieces
-    def linear(self, nvars=None, coeff=3):
-        rng = self.rng
-        vs = rng.sample(self.nums, nvars or rng.randint(1, len(self.nums)))
+    def linear(self, nvars=None, coeff=3, among=None):
+        rng, among = self.rng, among or self.nums
+        vs = rng.sample(among, min(len(among), nvars or rng.randint(1, len(among))))
         parts = []
         for v in vs:
             a = rng.choice([c for c in range(-coeff, coeff + 1) if c != 0])
@@ -162,6 +166,15 @@ class Script:
             x, y = rng.sample(self.nums, 2)
             return rng.choice([x, "(- %s %s)" % (x, y)])
         t = self.linear(coeff=4)
+        if self.kind == "quotient":
+            ints = [v for v in self.nums if self.sorts[v] == "Int"]
+            op = rng.choice(["div", "mod", "abs", "to_int"] if ints else ["abs", "to_int"])
+            v = rng.choice(self.nums)
+            q = {"div": "(div %s %s)", "mod": "(mod %s %s)"}.get(op, "")
+            q = q % (self.linear(among=ints), rng.choice(["2", "3", "(- 3)"])) if q else \
+                "(abs %s)" % self.linear() if op == "abs" else \
+                "(to_int (/ %s 2.0))" % v if self.sorts[v] == "Real" else "(abs %s)" % v
+            t = "(%s %s %s)" % (rng.choice(["+", "-"]), t, q)
         if self.kind == "ite" or rng.random() < 0.2:
             parts = [t]
             for _ in range(rng.randint(1, 3)):
@@ -205,6 +218,10 @@ def generate(rng, kind):
         s.check()
         s.pop()
         s.check()
+    elif kind == "assuming" and s.bools:
+        for _ in range(rng.randint(1, 3)):
+            s.check([b if rng.random() < 0.5 else "(not %s)" % b
+                      for b in rng.sample(s.bools, rng.randint(1, len(s.bools)))])
     else:
         s.check()
         if rng.random() < 0.3:
