@@ -3,7 +3,8 @@
 answer of vorn's confirmed exactly by z3's decision procedure (its Python module, so Debian's
 /usr/bin/python3).
 
-usage: omt_hunt.py [--vorn BIN] [--count N] [--seed S] [--timeout S] [--kinds K,...] [--keep DIR]
+usage: omt_hunt.py [--vorn BIN] [--count N] [--seed S] [--scale S] [--timeout S] [--kinds K,...]
+                   [--keep DIR] [--verbose]
 
 Kinds: lex (several objectives over Boolean structure, Int and Real, min and max mixed), ite
 (objectives that are sums and differences with term ites), strict (Real strict bounds: optima
@@ -50,12 +51,12 @@ class Script:
     """Commands, and for each check-sat the flat problem it asks: (declarations, assertions,
     objectives as (sense, term))."""
 
-    def __init__(self, rng, kind):
+    def __init__(self, rng, kind, scale=1):
         self.rng, self.kind, self.lines, self.checks = rng, kind, [], []
         self.levels = [([], [], [])]  # declarations, assertions, objectives per level
         self.real = kind in ("strict", "rdl") or (kind not in ("idl",) and rng.random() < 0.4)
         self.mixed = not self.real and kind not in ("idl",) and rng.random() < 0.3
-        n = rng.randint(2, 4)
+        n = rng.randint(2, 4 * scale)
         self.nums = ["x%d" % i for i in range(n)]
         self.sorts = {v: "Real" if self.real or (self.mixed and i == 0) else "Int"
                       for i, v in enumerate(self.nums)}
@@ -187,8 +188,8 @@ class Script:
         return t
 
 
-def generate(rng, kind):
-    s = Script(rng, kind)
+def generate(rng, kind, scale=1):
+    s = Script(rng, kind, scale)
     boxed = s.nums if kind != "unbounded" else rng.sample(s.nums, rng.randint(0, len(s.nums) - 1))
     if kind in ("idl", "rdl"):  # a box as differences from the first variable
         for v in s.nums[1:]:
@@ -197,7 +198,7 @@ def generate(rng, kind):
                 num(-rng.randint(3, 9), s.real)))
     else:
         s.box(boxed)
-    for _ in range(rng.randint(1, 4)):
+    for _ in range(rng.randint(1, 4 * scale)):
         s.assert_(s.formula())
     sense = lambda: rng.choice(["minimize", "maximize"])
     if kind == "soft":
@@ -353,6 +354,7 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--vorn", default=os.path.join(HERE, "..", "build", "release", "tools", "vorn"))
     ap.add_argument("--count", type=int, default=100)
+    ap.add_argument("--scale", type=int, default=1, help="up to 4·S variables and assertions")
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--timeout", type=float, default=60)
     ap.add_argument("--kinds", default=",".join(KINDS))
@@ -367,7 +369,7 @@ def main():
         seed = args.seed * 100000 + n
         rng = random.Random(seed)
         kind = kinds[n % len(kinds)]
-        s = generate(rng, kind)
+        s = generate(rng, kind, args.scale)
         path = os.path.join(tmp, "h%d.smt2" % seed)
         with open(path, "w") as f:
             f.write(s.text())
@@ -387,11 +389,16 @@ def main():
                                    text=True, timeout=args.timeout + 5).stdout
         except subprocess.TimeoutExpired:
             z3out = ""
-        cert = subprocess.run([args.vorn, "check", "--certificate", path], capture_output=True,
-                              text=True, timeout=args.timeout).stdout
+        try:
+            cert = subprocess.run([args.vorn, "check", "--certificate", path],
+                                  capture_output=True, text=True, timeout=args.timeout).stdout
+        except subprocess.TimeoutExpired:
+            cert = ""
         checked = subprocess.run(["/usr/bin/python3", CHECKER, "--input", path],
                                  input=cert, capture_output=True, text=True)
-        if checked.returncode != 0:
+        if not cert:
+            pass  # the time-out is the fault
+        elif checked.returncode != 0:
             faults.append("certificate: " + (checked.stdout + checked.stderr)[-300:])
         else:
             counts["certificates"] += 1
