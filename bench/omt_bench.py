@@ -5,10 +5,13 @@ optima, on two families:
 - jobshop: makespan minimisation (gen_jobshop.py --minimize), N jobs on N machines, Int
   (QF_IDL) and Real (QF_RDL) start times;
 - selection: weighted job selection on one machine (gen_selection.py), N optional jobs, the
-  objective a sum of term ites over the choices, Int (QF_LIA) and Real (QF_LRA) start times.
+  objective a sum of term ites over the choices, Int (QF_LIA) and Real (QF_LRA) start times;
+- maxsat: weighted MaxSAT as z3 reads it, 3.5 N random 3-clauses over N Bools and 1.5 N soft
+  literals `(assert-soft l :weight w)`, w in 1..9 (maxsat_script).
 
-usage: omt_bench.py [--vorn BIN] [--timeout S] [--family jobshop|selection|all]
-                    [--sizes 6,8,10] [--selection-sizes 20,30,40] [--seeds 1,2,3] [--confirm]
+usage: omt_bench.py [--vorn BIN] [--timeout S] [--family jobshop|selection|maxsat|all]
+                    [--sizes 6,8,10] [--selection-sizes 20,30,40] [--maxsat-sizes 60,80,100]
+                    [--seeds 1,2,3] [--confirm]
 
 Each script runs once under each solver, one at a time, with a wall-clock limit (default 300 s).
 With --confirm each job-shop optimum T that vorn prints is checked on the decision scripts of
@@ -18,6 +21,7 @@ is wrong. Prints a Markdown table and the totals per family.
 import argparse
 import os
 import pathlib
+import random
 import re
 import resource
 import sys
@@ -51,7 +55,7 @@ def optimum(out):
     if not values:
         return None
     inner, depth, k = values[0][1:-1], 0, 0
-    while True:  # skip the term
+    while len(inner) > 1:  # skip the term (none for assert-soft's default id)
         depth += (inner[k] == "(") - (inner[k] == ")")
         k += 1
         if depth == 0:
@@ -79,6 +83,16 @@ def write(path, text):
     return path
 
 
+def maxsat_script(n, seed):
+    """Weighted MaxSAT: 3.5 n random 3-clauses over n Bools, 1.5 n weighted soft literals."""
+    rng = random.Random(seed)
+    lit = lambda: ("p%d" if rng.random() < 0.5 else "(not p%d)") % rng.randrange(n)
+    lines = ["(declare-const p%d Bool)" % i for i in range(n)]
+    lines += ["(assert (or %s %s %s))" % (lit(), lit(), lit()) for _ in range(n * 7 // 2)]
+    lines += ["(assert-soft %s :weight %d)" % (lit(), rng.randint(1, 9)) for _ in range(n * 3 // 2)]
+    return "\n".join(lines + ["(check-sat)", "(get-objectives)"]) + "\n"
+
+
 def instances(a):
     """(family, name, sort, script, shop or None) in the order they run."""
     if a.family in ("jobshop", "all"):
@@ -95,6 +109,10 @@ def instances(a):
                 for sort in ("Int", "Real"):
                     yield ("selection", "sel%d s%d" % (n, seed), sort,
                            gen_selection.script(jobs, sort), None)
+    if a.family in ("maxsat", "all"):
+        for n in map(int, a.maxsat_sizes.split(",")):
+            for seed in map(int, a.seeds.split(",")):
+                yield ("maxsat", "maxsat%d s%d" % (n, seed), "Bool", maxsat_script(n, seed), None)
 
 
 def confirmed(a, tmp, shop, sort, v):
@@ -116,9 +134,10 @@ def main():
                                 formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--vorn", default=str(ROOT / "build/release/tools/vorn"))
     p.add_argument("--timeout", type=float, default=300)
-    p.add_argument("--family", choices=("jobshop", "selection", "all"), default="all")
+    p.add_argument("--family", choices=("jobshop", "selection", "maxsat", "all"), default="all")
     p.add_argument("--sizes", default="6,8,10")
     p.add_argument("--selection-sizes", default="20,30,40")
+    p.add_argument("--maxsat-sizes", default="60,80,100")
     p.add_argument("--seeds", default="1,2,3")
     p.add_argument("--confirm", action="store_true")
     a = p.parse_args()

@@ -603,6 +603,15 @@ class Script:
             self.levels[0]["objectives"] = []
         elif head in ("minimize", "maximize"):
             top["objectives"].append((head[:3], self.expand(cmd[1], {})))
+        elif head == "assert-soft":  # one objective per :id and level: violated weight, minimized
+            attributes = dict(zip(cmd[2::2], cmd[3::2]))
+            ite = ["ite", self.expand(cmd[1], {}), "0", self.expand(attributes.get(":weight", "1"), {})]
+            group = [k for k, o in enumerate(top["objectives"]) if o[2:] == (attributes.get(":id", ""),)]
+            if group:
+                o = top["objectives"][group[0]]
+                top["objectives"][group[0]] = ("min", ["+", o[1], ite], o[2])
+            else:
+                top["objectives"].append(("min", ite, attributes.get(":id", "")))
         elif head == "check-sat" and len(cmd) == 1:
             return ("check", [])
         elif head == "check-sat-assuming" and len(cmd) == 2:

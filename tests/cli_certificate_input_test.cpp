@@ -151,6 +151,12 @@ TEST(CliCertificateInput, OptimaOfObjectivesCheckAndSpoiledOnesAreRejected) {
         {"(declare-const z Int)(assert (<= (- 30) z 30))"
          "(assert (<= 7 (+ (* (- 3) x) (* (- 3) y) (* (- 13) z)) 8))(maximize z)",
          "max 29", "max 30"},
+        // A quotient's dividend printed from the optimizer's copy of the problem.
+        {"(assert (<= 0 x 5))(maximize (mod x 3))(minimize (div x 2))", "optimum 1 min 1",
+         "optimum 1 min 0"},
+        {"(assert (<= 0 x 9))(assert-soft (> x 3) :weight 2 :id h)(maximize x)"
+         "(assert-soft (< x 5) :id h :weight 1.5)(assert-soft (and b (< x 1)))",
+         "optimum 1 max 4", "optimum 1 max 5"},
     };
     for (const OptimumCase& c : cases) {
         std::string script = std::string(

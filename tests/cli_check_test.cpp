@@ -137,16 +137,16 @@ const ScriptCase kScripts[] = {
 (assert (>= (- x y) (- 3)))(assert (and (<= x 3) (>= x 0) (>= y 0)))(maximize (+ x (* 2 y)))
 (minimize x)(check-sat)(get-objectives)(push 1)(minimize (- y))(assert (<= y 2))(check-sat)
 (get-objectives)(get-value (x y))(pop 1)(assert (< y 1))(check-sat)(get-objectives))",
-     "sat\n(objectives\n ((+ x (* 2 y)) (/ 15 2))\n (x (/ 1 2))\n)\nsat\n(objectives\n"
-     " ((+ x (* 2 y)) 6.0)\n (x 2.0)\n ((- y) (- 2.0))\n)\n((x 2.0) (y 2.0))\nsat\n"
-     "(objectives\n ((+ x (* 2 y)) (+ 5.0 (* (- 1) epsilon)))\n)\n"},
+     "sat\n(objectives\n ((+ x (* 2 y)) (/ 15.0 2.0))\n (x (/ 1.0 2.0))\n)\nsat\n(objectives\n"
+     " ((+ x (* 2 y)) 6)\n (x 2)\n ((- y) (- 2))\n)\n((x 2.0) (y 2.0))\nsat\n"
+     "(objectives\n ((+ x (* 2 y)) (+ 5.0 (* (- 1.0) epsilon)))\n)\n"},
     {"objectives over Boolean structure and Int", R"((declare-const x Int)(declare-const y Real)
 (declare-const b Bool)(assert (or (and b (<= x 3)) (and (not b) (<= x 9) (< (* 2 x) 17))))
 (assert (>= x 0))(assert (<= y x))(maximize (+ x y))(check-sat)(get-objectives)(get-value (b))
 (push 1)(assert (<= y 1))(minimize (- y x))(check-sat)(get-objectives)(pop 1)
 (assert (or (> x 5) (< x 2)))(minimize x)(check-sat)(get-objectives))",
-     "sat\n(objectives\n ((+ x y) 16.0)\n)\n((b false))\nsat\n(objectives\n ((+ x y) 9.0)\n"
-     " ((- y x) (- 7.0))\n)\nsat\n(objectives\n ((+ x y) 16.0)\n (x 8)\n)\n"},
+     "sat\n(objectives\n ((+ x y) 16)\n)\n((b false))\nsat\n(objectives\n ((+ x y) 9)\n"
+     " ((- y x) (- 7))\n)\nsat\n(objectives\n ((+ x y) 16)\n (x 8)\n)\n"},
     {"a warm start whose leaving variable violates a new bound",
      R"((declare-const a Int)(declare-const b Int)(declare-const c Int)(assert (<= (- 30) b 30))
 (assert (or (= (+ (* (- 13) a) (* (- 5) c)) 7) (< a 0)))(assert (<= (- 4) (- (* 9 a) (* 7 c)
@@ -164,7 +164,18 @@ const ScriptCase kScripts[] = {
      "sat\n(objectives\n ((+ (* 3 x) (* 2 y) z) 8)\n)\nsat\n(objectives\n ((+ (* 3 x) (* 2 y) z) "
      "7)\n"
      " ((- z y) (- 2))\n)\nsat\n(objectives\n ((+ (* 3 x) (* 2 y) z) 7)\n ((- z y) (- 2))\n"
-     " (r (+ 1.0 (* (- 1) epsilon)))\n)\n"},
+     " (r (+ 1.0 (* (- 1.0) epsilon)))\n)\n"},
+    {"z3's assert-soft, :id and priorities", R"((declare-const x Int)(declare-const a Bool)
+(declare-const y Real)(assert (<= 0 x 9))(assert-soft (> x 3) :weight 2 :id h)(minimize x :id m)
+(assert-soft (< x 5) :id h :weight 1.5)(assert-soft (and a (< x 1)))(assert-soft false :id h
+:weight 0)(push 1)(minimize y)(check-sat)(get-objectives)(pop 1)(assert-soft (< x 1) :weight (- 1))
+(set-option :opt.priority box)(check-sat)(get-objectives)(set-option :opt.priority lex)
+(maximize (- y))(check-sat)(get-objectives))",
+     "sat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n (y (* (- 1) oo))\n)\n(error \"s.smt2:4:94: expected "
+     "a weight, a number of at least 0\")\n(error \"s.smt2:5:27: only the lexicographic priority "
+     "(lex) of objectives is supported\")\nsat\n(error \"s.smt2:5:42: the objectives are optimized "
+     "lexicographically only, not by box or pareto\")\nsat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n"
+     " ((- y) oo)\n)\n"},
     {"integer equalities off their lattice, beside Boolean structure",
      R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
 (declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))

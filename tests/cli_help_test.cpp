@@ -37,10 +37,10 @@ const Claim kClaims[] = {
      "(assert (! (> x 1) :named a))(assert (! (< x 5) :named b))(assert (! (< x 0) :named c))"
      "(check-sat)(get-unsat-core)",
      "check", "unsat\n(\na\nc\n)\n"},
-    {"(maximize t)) over Boolean structure, Int and Real", "max.smt2",
-     "(declare-const x Real)(declare-const n Int)(assert (<= (* 3 x) 2))"
+    {"(assert-soft f :weight w :id g)) over Boolean structure, Int and Real", "max.smt2",
+     "(declare-const x Real)(declare-const n Int)(assert (<= (* 3 x) 2))(assert-soft (> n 3))"
      "(assert (or (<= (* 3 n) 7) (< n 0)))(maximize (+ x n))(check-sat)(get-objectives)",
-     "check", "sat\n(objectives\n ((+ x n) (/ 8 3))\n)\n"},
+     "check", "sat\n(objectives\n ( 1)\n ((+ x n) (/ 8.0 3.0))\n)\n"},
     {"or when an assertion lies outside linear arithmetic", "nonlinear.smt2",
      "(declare-const x Real)(assert (> (* x x) 1))(check-sat)", "check", "unknown\n"},
     {"sends a DIMACS .cnf file to the SAT engine", "two.cnf", "p cnf 2 2\n1 2 0\n-1 0\n",

@@ -206,7 +206,9 @@ class ScriptInterpreter {
     void reset();
     void reset_assertions();
     void need_last(lra::Result result, const SNode& cmd, const char* what);
-    void add_objective(bool maximize);
+    void add_objective(const SNode& cmd, bool maximize);
+    void assert_soft(const SNode& cmd);
+    void set_priority(const SNode& value);
     void print_optimum_certificates();
     void get_objectives(const SNode& cmd);
 
@@ -228,12 +230,16 @@ class ScriptInterpreter {
     std::unique_ptr<SortTable> sorts_;
     std::vector<Level> levels_;
     std::vector<Declared> declared_;
-    // (minimize t) and (maximize t) as written, beside the engine's objectives.
+    // (minimize t) and (maximize t) as written, beside the engine's objectives; a group of
+    // soft assertions by its id, on the level that opened it.
     struct Objective {
         std::string text;
         bool maximize, real;
+        bool soft = false;
+        std::size_t level = 0;
     };
     std::vector<Objective> objectives_;
+    bool lexicographic_ = true;       // false after z3's (set-option :opt.priority box|pareto)
     std::vector<std::string> names_;  // of named assertions, as the engine's core names them
     bool keep_formulas_ = false;
     std::vector<std::pair<std::string, std::string>> options_set_;  // key, value as written
@@ -355,8 +361,10 @@ bool ScriptInterpreter::command(Id id) {
             return true;
         case Known::Minimize:
         case Known::Maximize:
-            expect_arity(cmd, 2);
-            add_objective(k == Known::Maximize);
+            add_objective(cmd, k == Known::Maximize);
+            return success(), true;
+        case Known::AssertSoft:
+            assert_soft(cmd);
             return success(), true;
         case Known::GetObjectives:
             expect_arity(cmd, 1);
@@ -458,6 +466,7 @@ void ScriptInterpreter::set_option() {
     std::string_view key = symbols_.name(item(1).symbol);
     const SNode& value = item(2);
     bool on = value.is_symbol(symbol_of(Known::True));
+    if (key == ":opt.priority") return set_priority(value);
     const KnownOption* option = known_option(key);
     // Proofs are certificates here (--certificate).
     if (option == nullptr || (key == ":produce-proofs" && on)) {
@@ -802,7 +811,26 @@ void ScriptInterpreter::print_optimum_certificates() {
         out_ << engine_->optimum_certificate(k, shown);
 }
 
-void ScriptInterpreter::add_objective(bool maximize) {
+// z3's priorities of several objectives: only lex, the default, is supported. The others are
+// refused, and get-objectives then fails for several objectives rather than answer as lex does.
+void ScriptInterpreter::set_priority(const SNode& value) {
+    bool lex = value.kind == SNode::Kind::Symbol && symbols_.name(value.symbol) == "lex";
+    if (!lex && value.kind == SNode::Kind::Symbol &&
+        (symbols_.name(value.symbol) == "box" || symbols_.name(value.symbol) == "pareto")) {
+        lexicographic_ = false;
+        fail(value.pos, "only the lexicographic priority (lex) of objectives is supported");
+    }
+    if (!lex) fail(value.pos, "expected lex, box or pareto");
+    lexicographic_ = true;
+    success();
+}
+
+// (minimize t) or (maximize t), with z3's optional ":id name", which names nothing here.
+void ScriptInterpreter::add_objective(const SNode& cmd, bool maximize) {
+    bool id = cmd.size == 4 && item(2).kind == SNode::Kind::Keyword &&
+              symbols_.name(item(2).symbol) == ":id" && item(3).kind == SNode::Kind::Symbol;
+    if (cmd.size != 2 && !id)
+        fail(cmd.pos, quoted(name(item(0).symbol)) + " takes a term, and optionally :id NAME");
     bool formula = false, real = false;
     FormulaRef ref = 0;
     const smt::LinearExpr* expr = terms_->evaluate_term(tree_, items_[1], &formula, &real, &ref);
@@ -814,20 +842,93 @@ void ScriptInterpreter::add_objective(bool maximize) {
     engine_->add_objective(*expr, maximize);
 }
 
+// (assert-soft F :weight W :id G), both attributes optional (weight 1, the id empty): weighted
+// MaxSAT as an objective, the soft assertions of one id (on one level) minimizing the sum of
+// the weights of those violated, each weight an ite over F. Its place among the objectives is
+// that of the id's first soft assertion, as in z3.
+void ScriptInterpreter::assert_soft(const SNode& cmd) {
+    if (reading_) fail(cmd.pos, "'assert-soft' is supported by check only");
+    if (cmd.size < 2) fail(cmd.pos, "'assert-soft' takes a formula, :weight W and :id NAME");
+    QNumber weight(1);
+    bool real = false;
+    std::string id;
+    for (Id a = tree_.next(items_[1]); a != cmd.end; a = tree_.next(a)) {
+        const SNode& key = tree_[a];
+        Id value = tree_.next(a);
+        std::string_view word = key.kind == SNode::Kind::Keyword ? symbols_.name(key.symbol) : "";
+        if ((word != ":weight" && word != ":id") || value == cmd.end)
+            fail(key.pos, "expected :weight W or :id NAME");
+        if (word == ":id") {
+            if (tree_[value].kind != SNode::Kind::Symbol) fail(tree_[value].pos, "expected a name");
+            id.clear();
+            append_sexpr(id, tree_, value, symbols_);
+        } else {
+            bool formula = false;
+            const smt::LinearExpr* w = terms_->evaluate_term(tree_, value, &formula, &real);
+            bool constant = w != nullptr;
+            weight = QNumber();
+            if (constant)
+                for (const smt::LinearExpr::Entry& e : w->entries()) {
+                    constant = constant && e.var == 0;
+                    weight += e.coeff;
+                }
+            if (!constant || weight.sign() < 0)
+                fail(tree_[value].pos, "expected a weight, a number of at least 0");
+        }
+        a = value;
+    }
+    bool formula = false, term_real = false;
+    FormulaRef ref = 0;
+    terms_->evaluate_term(tree_, items_[1], &formula, &term_real, &ref);
+    if (!formula) fail(item(1).pos, "expected a formula");
+    const smt::LinearExpr& penalty = terms_->penalty(ref, weight, real, item(1).pos);
+    keep_formulas_ = true;  // the penalty's ite stays defined
+    std::size_t k = 0;
+    while (k < objectives_.size() && !(objectives_[k].soft && objectives_[k].text == id &&
+                                       objectives_[k].level == levels_.size()))
+        ++k;
+    if (k == objectives_.size()) {
+        objectives_.push_back(Objective{id, false, real, true, levels_.size()});
+        engine_->add_objective(penalty, false);
+    } else {
+        objectives_[k].real = objectives_[k].real || real;
+        engine_->extend_objective(k, penalty);
+    }
+}
+
+namespace {
+
+// A number as z3 prints an objective's value: "5" or "(- 5)" whatever the sort, "(/ 7.0 2.0)"
+// or "(- (/ 7.0 2.0))"; with `decimal`, an integer too is "5.0" (beside epsilon).
+std::string objective_number(const QNumber& v, bool decimal) {
+    std::string text = (v.sign() < 0 ? -v : v).to_string();
+    std::size_t slash = text.find('/');
+    std::string magnitude = slash == std::string::npos ? text + (decimal ? ".0" : "")
+                                                       : "(/ " + text.substr(0, slash) + ".0 " +
+                                                             text.substr(slash + 1) + ".0)";
+    return v.sign() < 0 ? "(- " + magnitude + ")" : magnitude;
+}
+
+}  // namespace
+
+// As z3 prints them: "oo", "(* (- 1) oo)", "(+ 572.0 (* (- 1.0) epsilon))" for a supremum
+// that is not attained (strict bounds), "(+ 3.0 epsilon)" for such an infimum.
 void ScriptInterpreter::get_objectives(const SNode& cmd) {
     if (!engine_->objectives_unknown().empty()) fail(cmd.pos, engine_->objectives_unknown());
+    if (!lexicographic_ && objectives_.size() > 1)
+        fail(cmd.pos, "the objectives are optimized lexicographically only, not by box or pareto");
     out_ << "(objectives\n";
     const auto& values = engine_->objective_values();
     for (std::size_t k = 0; k < values.size(); ++k) {
         const Objective& o = objectives_[k];
         std::string value;
         if (values[k].unbounded)
-            value = o.maximize ? "oo" : "(- oo)";
+            value = o.maximize ? "oo" : "(* (- 1) oo)";
+        else if (values[k].epsilon == 0)
+            value = objective_number(values[k].optimum, false);
         else
-            append_value(value, values[k].optimum, o.real ? smt::Sort::Real : smt::Sort::Int);
-        // Not attained (strict bounds): z3's "(+ v (* (- 1) epsilon))" for a supremum.
-        if (values[k].epsilon != 0)
-            value = "(+ " + value + (values[k].epsilon < 0 ? " (* (- 1) epsilon))" : " epsilon)");
+            value = "(+ " + objective_number(values[k].optimum, true) +
+                    (values[k].epsilon < 0 ? " (* (- 1.0) epsilon))" : " epsilon)");
         out_ << " (" << o.text << ' ' << value << ")\n";
     }
     out_ << ")\n";
@@ -953,6 +1054,7 @@ void ScriptInterpreter::reset() {
     levels_.clear();
     declared_.clear();
     objectives_.clear();
+    lexicographic_ = true;
     names_.clear();
     terms_.reset();
     smt::EngineOptions options;

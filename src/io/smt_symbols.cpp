@@ -73,7 +73,8 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "declare-sort",
     "define-fun-rec",
     "define-funs-rec",
-    "define-const"};
+    "define-const",
+    "assert-soft"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

@@ -607,6 +607,19 @@ void TermEvaluator::finish_ite(const Frame& f) {
     result.real = real;
 }
 
+const smt::LinearExpr& TermEvaluator::penalty(FormulaRef condition, const QNumber& weight,
+                                              bool real, smt::SourcePos pos) {
+    penalty_.expr.clear();
+    if (condition == 1) {  // false: violated in every model
+        penalty_.expr.set_constant(weight);
+    } else if (condition != 0 && !weight.is_zero()) {
+        smt::LinearExpr kept, violated;
+        violated.set_constant(weight);
+        lift_ite(penalty_, condition, kept, violated, real, pos);
+    }
+    return penalty_.expr;
+}
+
 void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                              const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos) {
     int v = problem_.variables.add("ite@" + std::to_string(++lifted_names_),

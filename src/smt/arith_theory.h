@@ -49,6 +49,7 @@
 // to the next new problem variables of their sort, so the simplex grows with the variables
 // alive at once, not with all ever declared.
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -217,6 +218,9 @@ class ArithTheory : public LinearTheory {
     // Scratch of propagate_to_summands: by summand, its bound; the summands it may bound.
     std::vector<const lra::BoundRecord*> summand_bounds_;
     std::vector<std::size_t> open_;
+    // By slack and side (2·slack + upper): two summands that lacked their bound at the last
+    // pass; while both still do, the row bounds nothing (a hint, checked at each use).
+    std::vector<std::array<std::uint32_t, 2>> unbounded_summands_;
     // Explanation relaxation: on (relax_), the literals replaced so far, scratch.
     bool relax_ = true;
     bool theory_phase_ = true;  // decisions on input atoms take the simplex's sign

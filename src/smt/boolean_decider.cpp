@@ -1,5 +1,7 @@
 #include "boolean_decider.h"
 
+#include <algorithm>
+
 #include "arith_theory.h"
 #include "difference_theory.h"
 
@@ -192,8 +194,14 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
     // Where term ites are lifted, most of the structure is their definitions, which matter only
     // where an atom over their variable does: decisions follow the asserted formulas' needs.
     // Elsewhere (disjunctive scheduling, 3-CNF) activity alone decides: that order was measured
-    // to be many times faster there.
-    bool guided = !problem_.boolean.variable_definitions().empty();
+    // to be many times faster there. So it does where the only lifted ites are an objective's
+    // (weighted choices, soft assertions): the structural order took a weighted selection of 40
+    // jobs from 0.3 s to 3 s, a MaxSAT of 150 soft clauses from 1 s to 10 s.
+    const auto& defined = problem_.boolean.variable_definitions();
+    const auto& required = problem_.boolean.required();
+    bool guided = std::any_of(defined.begin(), defined.end(), [&](const auto& d) {
+        return std::find(required.begin(), required.end(), d.definition) == required.end();
+    });
     sat_.set_guide(guided ? &guide_ : nullptr);
     if (guided) guide_.prepare(atoms_, clauses_, assumptions);
     DecideStats before = stats();

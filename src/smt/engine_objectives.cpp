@@ -21,6 +21,11 @@ void Engine::add_objective(const LinearExpr& expr, bool maximize) {
     o.expr.add(expr, QNumber(1));
 }
 
+void Engine::extend_objective(std::size_t k, const LinearExpr& expr) {
+    encoder_.define_lifted(expr);
+    objectives_.at(k).expr.add(expr, QNumber(1));
+}
+
 // Lexicographic: each objective optimized with the ones before it held at their optima. A
 // conjunction without named assertions is optimized at once (an LP, or a MILP with Int
 // variables); anything else by search (optimize_by_search). The model of the check becomes the

@@ -38,18 +38,16 @@ void copy_atoms(const Problem& from, Problem& to, bool relax_to_real) {
     for (int v = 1; v <= from.variables.size(); ++v)
         to.variables.add(from.variables.name(v),
                          relax_to_real ? Sort::Real : from.variables.sort(v), {});
+    // Every term at its index: the lifted quotients and ites of the formula DAG name `from`'s
+    // terms by index, and a certificate prints them from `to`.
     LinearExpr e;
-    for (const Atom& a : from.atoms) {
-        Atom copy = a;
-        for (std::uint32_t t = 0; t < a.terms; ++t) {
-            e.clear();
-            for (const Entry& x : from.term(a.first_term + t))
-                e.add_entry(x.var, x.coeff);
-            std::uint32_t index = to.add_term(e);
-            if (t == 0) copy.first_term = index;
-        }
-        to.atoms.push_back(copy);
+    for (std::uint32_t t = 0; t < from.term_count(); ++t) {
+        e.clear();
+        for (const Entry& x : from.term(t))
+            e.add_entry(x.var, x.coeff);
+        to.add_term(e);
     }
+    to.atoms.insert(to.atoms.end(), from.atoms.begin(), from.atoms.end());
 }
 
 std::size_t append_better_atom(const Problem& p, std::uint32_t objective, bool maximize,

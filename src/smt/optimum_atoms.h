@@ -13,7 +13,7 @@
 
 namespace vorn::smt {
 
-// `to` must be empty; the copies keep the atoms' indices.
+// `to` must be empty; the copies keep the atoms' and the terms' indices.
 void copy_atoms(const Problem& from, Problem& to, bool relax_to_real);
 
 // Appends "objective < optimum" (">" when maximizing) over `objective`, a term of `p`, to `to`:

@@ -79,6 +79,7 @@ enum class Known : std::uint32_t {
     DefineFunRec,
     DefineFunsRec,
     DefineConst,
+    AssertSoft,
     Count
 };
 

@@ -97,6 +97,10 @@ class TermEvaluator {
                                          bool* real, FormulaRef* ref = nullptr);
     // Evaluates a formula (an Unsupported node when it lies outside the fragment).
     FormulaRef formula(const SExprTree& tree, SExprTree::Id node);
+    // A soft assertion's penalty (assert-soft): the term (ite condition 0 weight), valid until
+    // the next call.
+    const smt::LinearExpr& penalty(FormulaRef condition, const QNumber& weight, bool real,
+                                   smt::SourcePos pos);
     // An asserted (= x t), x a declared Int or Real constant: the atom x − t = 0 into *atom.
     // When t does not mention x and takes finitely many values (a constant, or over one term ite
     // with constant leaves: smt/ite_values.h), x stands for t's value in later terms (where the
@@ -303,6 +307,7 @@ class TermEvaluator {
     std::vector<FormulaId> scratch_ids_;
     std::vector<FormulaId> folded_;  // new_connective's scratch
     smt::LinearExpr scratch_;
+    Value penalty_;
     std::uint32_t lifted_names_ = 0;
     // Equalities between a term ite with constant leaves and a constant fold to Boolean structure.
     smt::IteValues ite_values_;

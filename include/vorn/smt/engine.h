@@ -153,6 +153,8 @@ class Engine {
     // ---- objectives (engine_objectives.cpp)
     // Optimized at every Sat check, in order, until popped.
     void add_objective(const LinearExpr& expr, bool maximize);
+    // Adds `expr` to objective `k` (a group of soft assertions growing), `k` < objective_count().
+    void extend_objective(std::size_t k, const LinearExpr& expr);
     std::size_t objective_count() const { return objectives_.size(); }
     // After a Sat check: the optimum of each objective optimized, or why none (not empty).
     const std::vector<ObjectiveValue>& objective_values() const { return objective_values_; }
