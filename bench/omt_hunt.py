@@ -11,7 +11,8 @@ Kinds: lex (several objectives over Boolean structure, Int and Real, min and max
 approached, z3's epsilon), unbounded (variables without a box), idl and rdl (difference logic),
 levels (objectives under push/pop, check-sat twice), soft (assert-soft with weights and ids,
 beside minimize), id (minimize/maximize with :id), quotient (div, mod, abs and to_int in
-objectives and atoms), assuming (check-sat-assuming over the Bools). Each script has (get-objectives) and
+objectives and atoms), assuming (check-sat-assuming over the Bools), box (z3's box priority:
+each objective on its own, the model the first one's). Each script has (get-objectives) and
 (get-model) after each check-sat.
 
 For every check-sat the values vorn prints are confirmed on the flat problem of that check
@@ -39,7 +40,7 @@ import z3
 HERE = os.path.dirname(os.path.abspath(__file__))
 CHECKER = os.path.join(HERE, "..", "scripts", "check_certificate.py")
 KINDS = ["lex", "ite", "strict", "unbounded", "idl", "rdl", "levels", "soft", "id", "quotient",
-         "assuming"]
+         "assuming", "box"]
 
 
 def num(c, real):
@@ -64,6 +65,8 @@ class Script:
             "idl", "rdl") or rng.random() < 0.5 else []
         if kind in ("idl", "rdl"):
             self.command("(set-logic QF_%s)" % kind.upper())
+        if kind == "box":
+            self.command("(set-option :opt.priority box)")
         for v in self.nums:
             self.declare("(declare-const %s %s)" % (v, self.sorts[v]))
         for b in self.bools:
@@ -311,11 +314,18 @@ def decide(decls, formulas):
     return str(solver.check())
 
 
-def confirm(flat, values, model):
+def confirm(flat, values, model, box):
     """Empty when vorn's values and model hold on the flat problem, else what fails."""
     decls, asserts, objectives = flat
     fixed = list(asserts)
     for k, v in enumerate(values):
+        if box:  # each objective on its own; the model attains the first
+            bad = confirm((decls, asserts, [objectives[k]]), [v], None, False)
+            if bad:
+                return bad.replace("objective 0", "objective %d" % k)
+            if k == 0 and v[0] == "val":
+                fixed.append("(= %s %s)" % (objectives[0][1], lit(v[1])))
+            continue
         if k >= len(objectives):
             return "more values than objectives"
         sense, t, _ = objectives[k]
@@ -417,7 +427,7 @@ def main():
             if not isinstance(values, list):
                 faults.append("check %d: objectives %s" % (c, values))
                 continue
-            bad = confirm(flat, values, model)
+            bad = confirm(flat, values, model, kind == "box" and len(flat[2]) > 1)
             if bad:
                 faults.append("check %d: %s" % (c, bad))
                 continue

@@ -169,13 +169,14 @@ const ScriptCase kScripts[] = {
 (declare-const y Real)(assert (<= 0 x 9))(assert-soft (> x 3) :weight 2 :id h)(minimize x :id m)
 (assert-soft (< x 5) :id h :weight 1.5)(assert-soft (and a (< x 1)))(assert-soft false :id h
 :weight 0)(push 1)(minimize y)(check-sat)(get-objectives)(pop 1)(assert-soft (< x 1) :weight (- 1))
-(set-option :opt.priority box)(check-sat)(get-objectives)(set-option :opt.priority lex)
-(maximize (- y))(check-sat)(get-objectives))",
+(set-option :opt.priority pareto)(check-sat)(get-objectives)(set-option :opt.priority box)
+(check-sat)(get-objectives)(get-value (x))(set-option :opt.priority lex)(maximize (- y))(check-sat)
+(get-objectives))",
      "sat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n (y (* (- 1) oo))\n)\n(error \"s.smt2:4:94: expected "
-     "a weight, a number of at least 0\")\n(error \"s.smt2:5:27: only the lexicographic priority "
-     "(lex) of objectives is supported\")\nsat\n(error \"s.smt2:5:42: the objectives are optimized "
-     "lexicographically only, not by box or pareto\")\nsat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n"
-     " ((- y) oo)\n)\n"},
+     "a weight, a number of at least 0\")\n(error \"s.smt2:5:27: the pareto priority of objectives "
+     "is not supported\")\nsat\n(error \"s.smt2:5:45: several objectives are optimized by lex or "
+     "box priority, not by pareto\")\nsat\n(objectives\n (h 0)\n (x 0)\n ( 0)\n)\n((x 4))\nsat\n"
+     "(objectives\n (h 0)\n (x 4)\n ( 1)\n ((- y) oo)\n)\n"},
     {"integer equalities off their lattice, beside Boolean structure",
      R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
 (declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))

@@ -239,7 +239,7 @@ class ScriptInterpreter {
         std::size_t level = 0;
     };
     std::vector<Objective> objectives_;
-    bool lexicographic_ = true;       // false after z3's (set-option :opt.priority box|pareto)
+    bool lexicographic_ = true;       // false after z3's (set-option :opt.priority pareto)
     std::vector<std::string> names_;  // of named assertions, as the engine's core names them
     bool keep_formulas_ = false;
     std::vector<std::pair<std::string, std::string>> options_set_;  // key, value as written
@@ -803,7 +803,7 @@ void ScriptInterpreter::print_answer(const smt::Decision& answer) {
 
 // One block per objective optimized, docs/certificates.md.
 void ScriptInterpreter::print_optimum_certificates() {
-    if (!engine_->objectives_unknown().empty()) return;
+    if (!engine_->objectives_unknown().empty() || engine_->box()) return;
     std::vector<int> shown;
     for (const Declared& d : declared_)
         if (d.var != 0) shown.push_back(d.var);
@@ -811,17 +811,15 @@ void ScriptInterpreter::print_optimum_certificates() {
         out_ << engine_->optimum_certificate(k, shown);
 }
 
-// z3's priorities of several objectives: only lex, the default, is supported. The others are
-// refused, and get-objectives then fails for several objectives rather than answer as lex does.
+// z3's priorities of several objectives: lex (the default) and box. Pareto is refused, and
+// get-objectives then fails for several objectives rather than answer as lex does.
 void ScriptInterpreter::set_priority(const SNode& value) {
-    bool lex = value.kind == SNode::Kind::Symbol && symbols_.name(value.symbol) == "lex";
-    if (!lex && value.kind == SNode::Kind::Symbol &&
-        (symbols_.name(value.symbol) == "box" || symbols_.name(value.symbol) == "pareto")) {
-        lexicographic_ = false;
-        fail(value.pos, "only the lexicographic priority (lex) of objectives is supported");
-    }
-    if (!lex) fail(value.pos, "expected lex, box or pareto");
-    lexicographic_ = true;
+    std::string_view word = value.kind == SNode::Kind::Symbol ? symbols_.name(value.symbol) : "";
+    if (word != "lex" && word != "box" && word != "pareto")
+        fail(value.pos, "expected lex, box or pareto");
+    lexicographic_ = word != "pareto";
+    engine_->set_box(word == "box");
+    if (word == "pareto") fail(value.pos, "the pareto priority of objectives is not supported");
     success();
 }
 
@@ -916,7 +914,7 @@ std::string objective_number(const QNumber& v, bool decimal) {
 void ScriptInterpreter::get_objectives(const SNode& cmd) {
     if (!engine_->objectives_unknown().empty()) fail(cmd.pos, engine_->objectives_unknown());
     if (!lexicographic_ && objectives_.size() > 1)
-        fail(cmd.pos, "the objectives are optimized lexicographically only, not by box or pareto");
+        fail(cmd.pos, "several objectives are optimized by lex or box priority, not by pareto");
     out_ << "(objectives\n";
     const auto& values = engine_->objective_values();
     for (std::size_t k = 0; k < values.size(); ++k) {

@@ -171,7 +171,9 @@ void Engine::verify(std::span<const FormulaRef> assumed) {
         for (FormulaRef f : assumed)
             check(f);
         // The model is the certificates' witness: it attains every optimum that is attained.
-        for (std::size_t k = 0; k < objective_values_.size() && problem.empty(); ++k) {
+        std::size_t attained =
+            box() ? std::min<std::size_t>(1, objective_values_.size()) : objective_values_.size();
+        for (std::size_t k = 0; k < attained && problem.empty(); ++k) {
             const ObjectiveValue& v = objective_values_[k];
             if (!v.unbounded && v.epsilon == 0 && value(objectives_[k].expr) != v.optimum)
                 problem = "the model misses the optimum of objective " + std::to_string(k);

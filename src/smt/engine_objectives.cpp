@@ -46,6 +46,7 @@ void Engine::optimize(bool conjunctive) {
     std::uint32_t terms = problem_->term_count();
     LinearExpr fixed;
     for (const Objective& o : objectives_) {
+        bool first = &o == &objectives_.front();
         std::uint32_t term = problem_->add_term(o.expr);
         Optimization answer = smt::optimize(*problem_, term, o.maximize, options_.decide);
         if (options_.verify) {
@@ -55,12 +56,14 @@ void Engine::optimize(bool conjunctive) {
         }
         if (answer.kind == Optimization::Kind::Unbounded) {
             objective_values_.push_back({true, {}, 0, {}});
-            last_.model = std::move(answer.model);
+            if (first || !box()) last_.model = std::move(answer.model);
+            if (box()) continue;
             break;
         }
         if (answer.approached) {
             objective_values_.push_back({false, answer.optimum, o.maximize ? -1 : 1, {}});
             if (options_.decide.certify) certify_conjunction(o, objective_values_.back());
+            if (box()) continue;
             break;
         }
         if (answer.kind != Optimization::Kind::Optimal) {
@@ -73,7 +76,8 @@ void Engine::optimize(bool conjunctive) {
             print_certificate(text, answer.bounded, answer.proof, &dag_);
             objective_values_.back().certificate = text.str();
         }
-        last_.model = std::move(answer.model);
+        if (first || !box()) last_.model = std::move(answer.model);
+        if (box()) continue;
         fixed.clear();
         fixed.add(o.expr, QNumber(1));
         fixed.add_entry(0, -answer.optimum);
@@ -117,11 +121,18 @@ void Engine::optimize_by_search() {
         objectives_unknown_ = "objectives need a solver context";
         return;
     }
-    std::vector<QNumber> model = last_.model;
+    const std::vector<QNumber> checked = last_.model;
+    std::vector<QNumber> model = checked, first;
     context_->push();
     try {
-        for (std::size_t k = 0; k < objectives_.size(); ++k)
-            if (!search_objective(k, model)) break;
+        for (std::size_t k = 0; k < objectives_.size(); ++k) {
+            if (box()) model = checked;  // each from the check's model
+            bool more = search_objective(k, model, !box());
+            if (k == 0) first = model;
+            // An unbounded or approached optimum ends the lexicographic order, not the box.
+            if (!more && !(box() && objective_values_.size() == k + 1)) break;
+        }
+        if (box()) model = std::move(first);
     } catch (...) {
         context_->pop(1);
         throw;
@@ -250,7 +261,7 @@ std::optional<QNumber> probe_point(const QNumber& lower, const QNumber& best, bo
 
 }  // namespace
 
-bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
+bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model, bool hold) {
     const Objective& o = objectives_[k];
     context_->push();
     std::optional<ObjectiveValue> best;
@@ -350,6 +361,7 @@ bool Engine::search_objective(std::size_t k, std::vector<QNumber>& model) {
     if (!best) return false;
     objective_values_.push_back(*best);
     if (best->unbounded || best->epsilon != 0) return false;
+    if (!hold) return true;
     // The next objectives keep this one at its optimum.
     bound.clear();
     bound.add(o.expr, QNumber(1));

@@ -153,6 +153,10 @@ class Engine {
     // ---- objectives (engine_objectives.cpp)
     // Optimized at every Sat check, in order, until popped.
     void add_objective(const LinearExpr& expr, bool maximize);
+    // z3's box priority: each objective optimized on its own, the model the first one's (no
+    // certificates: their blocks hold the earlier optima); lexicographic otherwise.
+    void set_box(bool box) { box_ = box; }
+    bool box() const { return box_ && objectives_.size() > 1; }
     // Adds `expr` to objective `k` (a group of soft assertions growing), `k` < objective_count().
     void extend_objective(std::size_t k, const LinearExpr& expr);
     std::size_t objective_count() const { return objectives_.size(); }
@@ -208,7 +212,8 @@ class Engine {
     // fixes, demand better, check again until unsat (engine_objectives.cpp).
     void optimize_by_search();
     // One objective from the model of the last check; false when it ends the lexicographic order.
-    bool search_objective(std::size_t k, std::vector<QNumber>& model);
+    // With `hold`, the optimum found is held for the next objectives.
+    bool search_objective(std::size_t k, std::vector<QNumber>& model, bool hold);
     // ObjectiveValue::certificate: for an optimum approached on a conjunction, and for the
     // last step of a search (on the search's level, which it replaces).
     void certify_conjunction(const Objective& o, ObjectiveValue& value);
@@ -226,6 +231,7 @@ class Engine {
     std::vector<Objective> objectives_;
     std::vector<ObjectiveValue> objective_values_;
     std::string objectives_unknown_;
+    bool box_ = false;
     // During a check, the source of each assumption and atom of the core: a named assertion
     // (its index in named_) or an assumed formula (named_.size() + its index); −1 for none.
     std::vector<std::int32_t> atom_source_;
