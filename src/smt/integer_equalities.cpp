@@ -87,7 +87,10 @@ bool Decider::lattice_decides(Result& result) {
 bool Decider::model_on_lattice(const std::vector<std::size_t>& eq_atoms,
                                const std::vector<int>& var_of, const lra::LatticeAnswer& lattice,
                                std::vector<QNumber>& model) {
-    if (lattice.kernel.empty()) return false;
+    // The reduced search has no work bound of its own; over many parameters its first check
+    // alone can outlast the ordinary search, which then decides.
+    constexpr std::size_t most_parameters = 48;
+    if (lattice.kernel.empty() || lattice.kernel.size() > most_parameters) return false;
     Problem reduced(NameSyntax::SmtLib);
     int n = problem_.variables.size();
     for (int v = 1; v <= n; ++v)
