@@ -172,7 +172,8 @@ const ScriptCase kScripts[] = {
 (set-option :opt.priority pareto)(check-sat)(get-objectives)(set-option :opt.priority box)
 (check-sat)(get-objectives)(get-value (x))(set-option :opt.priority lex)(maximize (- y))(check-sat)
 (get-objectives))",
-     "sat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n (y (* (- 1) oo))\n)\n(error \"s.smt2:4:94: expected "
+     "sat\n(objectives\n (h 0)\n (x 4)\n ( 1)\n (y (* (- 1) oo))\n)\n(error \"s.smt2:4:94: "
+     "expected "
      "a weight, a number of at least 0\")\n(error \"s.smt2:5:27: the pareto priority of objectives "
      "is not supported\")\nsat\n(error \"s.smt2:5:45: several objectives are optimized by lex or "
      "box priority, not by pareto\")\nsat\n(objectives\n (h 0)\n (x 0)\n ( 0)\n)\n((x 4))\nsat\n"

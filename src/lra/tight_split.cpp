@@ -207,4 +207,10 @@ std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<cons
     return split_from(simplex, integers, slacks, max_entries, AtBound::Free);
 }
 
+bool has_compound_coefficient(const TermSplit& split) {
+    const QNumber bound(100);
+    return std::any_of(split.term.begin(), split.term.end(),
+                       [&](const auto& e) { return bound < e.coeff || e.coeff < -bound; });
+}
+
 }  // namespace vorn::lra

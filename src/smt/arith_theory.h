@@ -257,8 +257,6 @@ class ArithTheory : public LinearTheory {
     // By atom index: 1 for the atoms of tight-row splits (tight_split.cpp), absent or 0 for the
     // others.
     std::vector<char> split_atom_;
-    // The longest split on splits' rows taken (tight_split.cpp), by its largest coefficient.
-    static constexpr long kMaxCompoundCoefficient = 100;
 
     // Cuts: at most kCutsPerCheck in one check, each at a full assignment no deeper than
     // kCutLevels decision levels (deeper ones branch); a cut with a coefficient or constant that

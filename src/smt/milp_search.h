@@ -121,7 +121,6 @@ class MilpSearch {
     std::optional<lra::TermSplit> unbounded_split();
     Outcome branch_on_term(std::size_t node, const QNumber& value, const lra::TermSplit& split);
     static constexpr std::size_t kMaxTightEntries = 20000;  // of the dense system solved
-    static constexpr long kMaxCompoundCoefficient = 100;
     // Reduced-cost fixing (milp_fixing.cpp): a split whose far side the objective's row refutes
     // under the incumbent's bound, its conflict but for the far bound itself.
     struct Fixing {

@@ -16,8 +16,8 @@ namespace vorn::smt {
 
 // The rows of the atoms and the objective, and those of the term splits on the path: a vertex
 // that a split moved sits on the split's row. A split that combines split rows is taken only
-// with coefficients within ±kMaxCompoundCoefficient, as in the CDCL search (tight_split.cpp
-// there says why): else splits on splits compound their terms.
+// with coefficients within ±100 (lra::has_compound_coefficient), as in the CDCL search
+// (tight_split.cpp there says why): else splits on splits compound their terms.
 std::optional<lra::TermSplit> MilpSearch::unbounded_split() {
     if (!lra::fractional_unbounded(simplex_, integer_vars_)) return std::nullopt;
     std::vector<int> rows = atom_rows_;
@@ -31,12 +31,8 @@ std::optional<lra::TermSplit> MilpSearch::unbounded_split() {
         return std::find(rows.begin() + static_cast<std::ptrdiff_t>(own), rows.end(), s) !=
                rows.end();
     };
-    auto long_entry = [](const auto& e) {
-        return QNumber(kMaxCompoundCoefficient) < e.coeff ||
-               e.coeff < QNumber(-kMaxCompoundCoefficient);
-    };
     if (std::any_of(split->sources.begin(), split->sources.end(), on_split_row) &&
-        std::any_of(split->term.begin(), split->term.end(), long_entry))
+        lra::has_compound_coefficient(*split))
         return std::nullopt;
     return split;
 }

@@ -16,16 +16,6 @@
 
 namespace vorn::smt {
 
-namespace {
-
-bool longer_than(const lra::TermSplit& split, long bound) {
-    return std::any_of(split.term.begin(), split.term.end(), [&](const auto& e) {
-        return QNumber(bound) < e.coeff || e.coeff < QNumber(-bound);
-    });
-}
-
-}  // namespace
-
 // No atom of the problem, nor of another step, is on the slack.
 bool ArithTheory::is_split_row(int slack) const {
     const auto& on = atoms_on_[static_cast<std::size_t>(slack)];
@@ -54,7 +44,7 @@ bool ArithTheory::tight_split() {
     // coefficients growing to 10³–10⁵, over vertices near 10²⁰ to 10³⁵, each pivot dearer,
     // without an end. The own rows' splits need no bound: their multipliers lie in [0, 1), so
     // their coefficients are bounded by the rows' (docs/integers.md, "Termination").
-    if (split && longer_than(*split, kMaxCompoundCoefficient) &&
+    if (split && lra::has_compound_coefficient(*split) &&
         std::any_of(split->sources.begin(), split->sources.end(),
                     [&](int s) { return is_split_row(s); }))
         return false;

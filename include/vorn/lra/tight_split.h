@@ -47,6 +47,11 @@ std::optional<TermSplit> tight_term_split(const Simplex& simplex, std::span<cons
                                           std::span<const int> slacks, std::size_t max_entries,
                                           bool free_as_fixed = false);
 
+// Whether a coefficient of the split's term lies beyond ±100. Each split's term is a tight row of
+// the next vertex, so splits that combine earlier splits' rows compound their terms; both
+// searches take such a split only when it stays within this bound.
+bool has_compound_coefficient(const TermSplit& split);
+
 // Whether some integer variable of `integers` is fractional and lacks a bound on a side: the
 // direction along which branching may never end.
 bool fractional_unbounded(const Simplex& simplex, std::span<const int> integers);
