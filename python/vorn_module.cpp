@@ -350,6 +350,10 @@ PYBIND11_MODULE(_vorn, m) {
         .def("to_smt2", [](GuardedSolver& g) { return g.use().to_smt2(); })
         .def("minimize", [](GuardedSolver& g, const smt::Term& t) { return g.use().minimize(t); })
         .def("maximize", [](GuardedSolver& g, const smt::Term& t) { return g.use().maximize(t); })
+        .def("add_soft",
+             [](GuardedSolver& g, const smt::Formula& f, py::handle weight, const std::string& id) {
+                 return g.use().add_soft(f, from_python(weight), id);
+             })
         .def("objective_value",
              [](GuardedSolver& g, const smt::Objective& o) -> py::object {
                  std::optional<QNumber> v = g.use().value(o);

@@ -206,6 +206,51 @@ TEST(SolverTest, ObjectiveCertificatesAsTheToolPrintsThem) {
     }
 }
 
+// Soft formulas (grouped by id) and objectives over ite terms optimize as the script's
+// assert-soft and minimize do: the same optima, certificates that the checker accepts.
+TEST(SolverTest, SoftAndIteObjectivesAsTheScriptSays) {
+    using Objectives = std::vector<vorn::smt::Objective>;
+    // clang-format off
+    const std::tuple<const char*, const char*, Objectives (*)(Solver&, V)> cases[] = {
+        {"optimum 0 min 1\noptimum 1 min 0\n", "(assert-soft b :weight 2)"
+         "(assert-soft (>= n 3) :weight 3 :id g)(assert-soft (<= n 1))", [](Solver& s, V v) {
+             s.add(2 * v.n >= 1 && (!v.b || v.n >= 2));
+             Objectives o{s.add_soft(v.b, 2), s.add_soft(v.n >= 3, 3, "g")};
+             (void)s.add_soft(v.n <= 1);  // joins the first group
+             return o; }},
+        {"optimum 0 min 7/2\n", "(minimize (+ x (ite b 3 0)))", [](Solver& s, V v) {
+             s.add(2 * v.x >= 1 && (v.b || v.x >= 4));
+             return Objectives{s.minimize(v.x + ite(v.b, 3, 0))}; }},
+    };
+    // clang-format on
+    auto optima = [](const std::string& text) {
+        std::string lines;
+        for (std::size_t at = text.find("\noptimum "); at != std::string::npos;
+             at = text.find("\noptimum ", at + 1))
+            lines += text.substr(at + 1, text.find('\n', at + 1) - at);
+        return lines;
+    };
+    for (const auto& [expected, objectives, build] : cases) {
+        SCOPED_TRACE(objectives);
+        Solver s;
+        Vars v{s.real("x"), s.real("y"), s.integer("n"), s.integer("m"), s.boolean("b")};
+        s.set_certificates(true);
+        Objectives handles = build(s, v);
+        ASSERT_EQ(s.check(), Result::Sat);
+        std::string out = "sat\n";
+        for (const auto& o : handles)
+            out += s.certificate(o);
+        std::string script = s.to_smt2();
+        script.insert(script.rfind("(check-sat)"), objectives);
+        EXPECT_EQ(optima(out), expected);
+        EXPECT_EQ(optima(run_script(script, true)), expected);
+        EXPECT_TRUE(
+            vorn::test::certificate_checks(out, vorn::test::temp_file("soft.smt2", script)));
+    }
+    Solver s;
+    EXPECT_THROW((void)s.add_soft(s.boolean("b"), -1), UsageError);
+}
+
 TEST(SolverTest, TrackedAssertionsNameTheCore) {
     Solver s;
     Term x = s.real("x"), n = s.integer("n");

@@ -800,9 +800,35 @@ class _ObjectiveHandle:
 
 
 class Optimize(Solver):
-    """A Solver that also optimizes: minimize(t) and maximize(t) add objectives, optimized
-    lexicographically in the order given at every check that answers sat (popped with their
-    level); each returns a handle whose value() is the exact optimum after check()."""
+    """A Solver that also optimizes: minimize(t), maximize(t) and add_soft(f) add objectives,
+    optimized lexicographically in the order given at every check that answers sat (popped with
+    their level); each returns a handle whose value() is the exact optimum after check()."""
+
+    def __init__(self):
+        super().__init__()
+        self._soft = {}  # (id, level) -> the handle of that group of soft formulas
+
+    def add_soft(self, formula, weight=1, id=None):
+        """Adds a soft formula (z3's add_soft): the soft formulas of one id on one level are one
+        objective, placed where the first of them was added, minimizing the total weight of
+        those violated. Returns that objective's handle; value() is the least such weight."""
+        weight = _number(weight)
+        if weight < 0:
+            raise ValueError("the weight of a soft formula is a number of at least 0")
+        key = ("" if id is None else str(id), self.num_scopes())
+        handle = self._s.add_soft(self._handle(formula), weight, key[0])
+        penalty = If(formula, 0, weight)
+        group = self._soft.get(key)
+        if group is None:
+            group = self._soft[key] = _ObjectiveHandle(self, handle, penalty, False)
+        else:
+            group._term = group._term + penalty
+        return group
+
+    def pop(self, n=1):
+        super().pop(n)
+        level = self.num_scopes()
+        self._soft = {k: h for k, h in self._soft.items() if k[1] <= level}
 
     def minimize(self, term):
         """Adds the objective: the least value of `term`."""

@@ -91,7 +91,7 @@ struct Solver::Impl {
         forget_translated(back.translated);
         names.resize(back.names);
         added.erase(added.begin() + static_cast<std::ptrdiff_t>(back.added), added.end());
-        objective_serials.resize(engine.objective_count());
+        objectives.resize(engine.objective_count(), ObjectiveEntry{});
         levels.resize(levels.size() - n);
     }
     // Called by the engine while the problem still holds what the check asserted.
@@ -126,6 +126,8 @@ struct Solver::Impl {
     std::uint32_t make(const Node& n);
     int lift(const Node& ite);
     std::uint32_t linear_term(const Term& t);
+    // scratch = t, each ite summand replaced by its lifted variable (translated before).
+    const LinearExpr& expression(const Term& t);
     void forget_translated(std::size_t size);
     // Runs `ask` on what it translates, then forgets that again (a question about the model).
     template <class F>
@@ -133,6 +135,8 @@ struct Solver::Impl {
 
     void invalidate_answers() { model_valid = core_valid = unsat_valid = false; }
     Objective add_objective(const Term& t, bool maximize);
+    Objective add_soft(const Formula& f, const QNumber& weight, std::string_view id);
+    Objective handle(std::size_t index) const;
 
     struct Level {
         std::size_t translated, names, added;
@@ -159,8 +163,15 @@ struct Solver::Impl {
     std::vector<std::string> names;   // of the tracked assertions, by the engine's name number
     std::vector<AddedFormula> added;  // every add(), for to_smt2()
     std::vector<int> declared;        // the variables real(), integer(), boolean() made
-    std::vector<std::uint64_t> objective_serials;  // of the engine's objectives, in order
+    struct ObjectiveEntry {
+        std::uint64_t serial;  // unique within the solver, so that a popped handle is told apart
+        bool soft;             // a group of soft formulas, extended by add_soft() of its id
+        std::string id;
+        std::size_t level;
+    };
+    std::vector<ObjectiveEntry> objectives;  // the engine's objectives, in order
     std::uint64_t next_objective = 1;
+    std::uint64_t lifted_ites = 0;  // for their names
     LinearExpr scratch;
 };
 
@@ -228,7 +239,8 @@ int Solver::Impl::lift(const Node& ite) {
         return true;
     };
     Sort sort = integral(ite.terms[0]) && integral(ite.terms[1]) ? Sort::Int : Sort::Real;
-    int v = problem.variables.add("ite", sort, {});
+    // "@" marks a variable the solver made, as the script reader names its lifted ites.
+    int v = problem.variables.add("ite@" + std::to_string(++lifted_ites), sort, {});
     std::uint32_t branch[2];
     FormulaRef operands[3] = {memo.at(ite.children[0].get()), 0, 0};
     for (int side = 0; side < 2; ++side) {  // branch − v = 0
@@ -246,12 +258,16 @@ int Solver::Impl::lift(const Node& ite) {
 
 // The problem term of t, each ite summand replaced by its lifted variable.
 std::uint32_t Solver::Impl::linear_term(const Term& t) {
+    return engine.problem().add_term(expression(t));
+}
+
+const LinearExpr& Solver::Impl::expression(const Term& t) {
     scratch.clear();
     for (const auto& p : Access::parts(t))
         scratch.add_entry(p.var, p.coeff);
     for (const auto& i : Access::ites(t))
         scratch.add_entry(static_cast<int>(memo.at(i.node.get())), i.coeff);
-    return engine.problem().add_term(scratch);
+    return scratch;
 }
 
 void Solver::Impl::forget_translated(std::size_t size) {
@@ -405,12 +421,7 @@ QNumber Solver::value(const Term& t) const {
     return s.question([&] {
         for (const auto& i : Access::ites(t))
             (void)s.translate(i.node);
-        s.scratch.clear();
-        for (const auto& p : Access::parts(t))
-            s.scratch.add_entry(p.var, p.coeff);
-        for (const auto& i : Access::ites(t))
-            s.scratch.add_entry(static_cast<int>(s.memo.at(i.node.get())), i.coeff);
-        return s.engine.value(s.scratch);
+        return s.engine.value(s.expression(t));
     });
 }
 
@@ -458,19 +469,43 @@ std::vector<std::string> Solver::unsat_core_names() const {
 
 Objective Solver::Impl::add_objective(const Term& t, bool maximize) {
     check_owner(Access::owner(t));
-    if (!Access::ites(t).empty())
-        throw UsageError("an objective with ite terms is not optimized yet: name the ite first");
     invalidate_answers();
-    make_room(objective_serials);
-    scratch.clear();
-    for (const auto& p : Access::parts(t))
-        scratch.add_entry(p.var, p.coeff);
-    engine.add_objective(scratch, maximize);
+    make_room(objectives);
+    for (const auto& i : Access::ites(t))
+        (void)translate(i.node);
+    engine.add_objective(expression(t), maximize);
+    objectives.push_back({next_objective++, false, {}, engine.level()});  // room made: no throw
+    return handle(objectives.size() - 1);
+}
+
+// The soft formulas of one id on one level are one objective, placed where the first of them
+// was added: the weight of those violated, minimized (weighted MaxSAT, as z3 groups them).
+Objective Solver::Impl::add_soft(const Formula& f, const QNumber& weight, std::string_view id) {
+    check_owner(Access::node(f)->owner);
+    if (weight.sign() < 0)
+        throw UsageError("the weight of a soft formula is a number of at least 0");
+    invalidate_answers();
+    make_room(objectives);
+    Term penalty = ite(f, Term(), Term(weight));
+    for (const auto& i : Access::ites(penalty))
+        (void)translate(i.node);
+    for (std::size_t k = 0; k < objectives.size(); ++k)
+        if (objectives[k].soft && objectives[k].id == id && objectives[k].level == engine.level()) {
+            engine.extend_objective(k, expression(penalty));
+            return handle(k);
+        }
+    ObjectiveEntry entry{next_objective, true, std::string(id), engine.level()};
+    engine.add_objective(expression(penalty), false);
+    objectives.push_back(std::move(entry));
+    ++next_objective;
+    return handle(objectives.size() - 1);
+}
+
+Objective Solver::Impl::handle(std::size_t index) const {
     Objective o;
     o.owner_ = id;
-    o.serial_ = next_objective++;
-    o.index_ = objective_serials.size();
-    objective_serials.push_back(o.serial_);
+    o.serial_ = objectives[index].serial;
+    o.index_ = index;
     return o;
 }
 
@@ -482,10 +517,13 @@ Objective Solver::maximize(const Term& t) {
     return impl_->add_objective(t, true);
 }
 
+Objective Solver::add_soft(const Formula& f, const QNumber& weight, std::string_view id) {
+    return impl_->add_soft(f, weight, id);
+}
+
 const ObjectiveValue& Solver::Impl::optimized(const Objective& o) const {
     check_owner(o.owner_);
-    if (o.owner_ == 0 || o.index_ >= objective_serials.size() ||
-        objective_serials[o.index_] != o.serial_)
+    if (o.owner_ == 0 || o.index_ >= objectives.size() || objectives[o.index_].serial != o.serial_)
         throw UsageError("the objective was popped, or is no objective of this solver");
     require_model();
     const std::vector<ObjectiveValue>& values = engine.objective_values();

@@ -88,3 +88,28 @@ def test_strict_bound_approached():
     assert o.check() == vorn.sat
     assert low.value() == -7 and low.epsilon() == 1  # -7 + epsilon
     assert low.certificate().startswith("(certificate\nformat optimum\noptimum 0 min -7 epsilon")
+
+
+@pytest.mark.parametrize("seed", range(20))
+def test_soft_formulas_against_enumeration(seed):
+    # Weighted MaxSAT over 5 Bools in two groups (ids), lexicographic in the order the groups
+    # were first used, against all 32 assignments.
+    rng = random.Random(2000 + seed)
+    bs = vorn.Bools("a b c d e")
+    lit = lambda v, pos: bs[v] if pos else vorn.Not(bs[v])
+    hard = [[(rng.randrange(5), rng.random() < 0.5) for _ in range(3)] for _ in range(8)]
+    soft = [(rng.randrange(5), rng.random() < 0.5, rng.randint(1, 4), rng.choice("gh"))
+            for _ in range(6)]
+    o = vorn.Optimize()
+    o.add(*[vorn.Or(*[lit(v, p) for v, p in cl]) for cl in hard])
+    handles = {}
+    for v, p, w, g in soft:
+        handles[g] = o.add_soft(lit(v, p), w, id=g)
+    order = list(dict.fromkeys(g for *_, g in soft))
+    points = [p for p in itertools.product([False, True], repeat=5)
+              if all(any(p[v] == q for v, q in cl) for cl in hard)]
+    assert o.check() == (vorn.sat if points else vorn.unsat), "seed %d" % seed
+    if points:
+        cost = lambda p, g: sum(w for v, q, w, h in soft if h == g and p[v] != q)
+        best = min(tuple(cost(p, g) for g in order) for p in points)
+        assert tuple(handles[g].value() for g in order) == best, "seed %d" % seed

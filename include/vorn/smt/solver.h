@@ -25,8 +25,8 @@
 // throws std::invalid_argument and changes nothing.
 //
 // Beyond deciding: tracked assertions (add with a name) and the names of an Unsat answer's core,
-// objectives optimized lexicographically at every Sat check (minimize, maximize), counters
-// (statistics), the certificate of an Unsat answer and of each optimum as `vorn check
+// objectives optimized lexicographically at every Sat check (minimize, maximize, add_soft),
+// counters (statistics), the certificate of an Unsat answer and of each optimum as `vorn check
 // --certificate` prints them, and the assertions as an SMT-LIB script (to_smt2).
 
 #include <chrono>
@@ -234,10 +234,15 @@ class Solver {
     // the order added: each one with those before it held at their optima. The model of a Sat
     // answer is then an optimal one, over Boolean structure, Int and Real variables alike. What
     // the optimization does not cover leaves the answer Sat and the objectives not optimized:
-    // objectives_unknown() says why. A term with ite summands is refused (UsageError). Cost: one
-    // exact optimization per objective and check.
+    // objectives_unknown() says why. Cost: one exact optimization per objective and check.
     Objective minimize(const Term& t);
     Objective maximize(const Term& t);
+    // A soft formula (weighted MaxSAT, z3's assert-soft): the soft formulas of one `id` added on
+    // one level are one objective, placed in the order where the first of them was added, that
+    // minimizes the total weight of those violated. Returns that objective; UsageError for a
+    // negative weight.
+    Objective add_soft(const Formula& f, const QNumber& weight = QNumber(1),
+                       std::string_view id = {});
     // After a Sat check, nothing added, pushed or popped since: the exact optimum of `o`, or
     // std::nullopt when it is unbounded (decreases, when minimized, or increases without end;
     // the objectives after it are then not optimized). UsageError without a Sat answer, for an
