@@ -136,6 +136,12 @@ const ScriptCase kScripts[] = {
      "sat\n(((+ |x y| 1) 16.0) (p false))\nunsat\n\"a \"\"b\"\" c\"\n(error \"s.smt2:6:78: "
      "set-logic is allowed once, before any command but set-option, set-info, get-option, get-info "
      "and echo\")\nsat\n"},
+    {"command names are declarable; eval prints the value alone",
+     R"((declare-const minimize Int)(declare-const eval Real)(declare-const p Bool)
+(assert (and p (> eval 0.5) (< eval 1) (= minimize 2)))(check-sat)(eval minimize)
+(eval (+ eval minimize))(eval (not p))(get-value (minimize))(declare-const true Int))",
+     "sat\n2\n(/ 11 4)\nfalse\n((minimize 2))\n(error \"s.smt2:3:76: 'true' is a predefined "
+     "symbol\")\n"},
 };
 
 std::string smt_int(long v) {

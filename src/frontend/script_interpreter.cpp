@@ -194,6 +194,8 @@ class ScriptInterpreter {
     void check_sat_assuming();
     void get_model();
     void get_value();
+    // The value of a term or formula in the last model, as get-value prints it.
+    std::string value_text(Id node);
     void get_unsat_core();
     void push(const SNode& cmd);
     void pop(const SNode& cmd);
@@ -331,6 +333,11 @@ bool ScriptInterpreter::command(Id id) {
             need_last(lra::Result::Sat, cmd, "values");
             get_value();
             return true;
+        case Known::Eval:  // z3's: the value alone
+            expect_arity(cmd, 2);
+            need_last(lra::Result::Sat, cmd, "values");
+            out_ << value_text(items_[1]) << '\n';
+            return true;
         case Known::GetUnsatCore:
             if (!produce_cores_)
                 fail(cmd.pos,
@@ -423,6 +430,7 @@ bool ScriptInterpreter::skipped_in_reading(const SNode& cmd, Known head) {
         case Known::GetModel:
         case Known::GetInfo:
         case Known::GetValue:
+        case Known::Eval:
         case Known::GetOption:
         case Known::GetAssertions:
         case Known::GetAssignment:
@@ -623,7 +631,7 @@ void ScriptInterpreter::declare_sort() {
 
 void ScriptInterpreter::fresh(const SNode& name) {
     if (name.kind != SNode::Kind::Symbol) fail(name.pos, "expected a symbol");
-    if (is_known(name.symbol))
+    if (is_predefined(name.symbol))
         fail(name.pos, quoted(this->name(name.symbol)) + " is a predefined symbol");
     if (terms_->is_defined(name.symbol))
         fail(name.pos, "symbol " + quoted(this->name(name.symbol)) + " is already declared");
@@ -943,35 +951,35 @@ void ScriptInterpreter::get_model() {
 void ScriptInterpreter::get_value() {
     const SNode& list = item(1);
     if (!list.is_list() || list.size == 0) fail(list.pos, "expected a non-empty list of terms");
-    struct Shown {
-        Id node;
-        bool formula, real;
-        FormulaRef ref;
-        smt::LinearExpr expr;
-    };
-    std::vector<Shown> shown;
-    for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c)) {
-        Shown& v = shown.emplace_back(Shown{c, false, false, 0, {}});
-        const smt::LinearExpr* expr = terms_->evaluate_term(tree_, c, &v.formula, &v.real, &v.ref);
-        if (expr == nullptr && !v.formula)
-            fail(tree_[c].pos, "the term is outside the linear fragment");
-        if (expr != nullptr) v.expr.add(*expr, QNumber(1));
-    }
+    std::vector<Id> shown;
+    for (Id c = tree_.first(items_[1]); c != list.end; c = tree_.next(c))
+        shown.push_back(c);
+    std::vector<std::string> values;  // all evaluated before any is printed: one error, no text
+    for (Id c : shown)
+        values.push_back(value_text(c));
     std::string text = "(";
-    for (const Shown& v : shown) {
-        text += text.size() == 1 ? "(" : " (";
-        append_sexpr(text, tree_, v.node, symbols_);
-        text += ' ';
-        if (v.formula) {
-            int holds = engine_->holds(v.ref);
-            if (holds < 0) fail(tree_[v.node].pos, "the formula is outside the linear fragment");
-            text += holds == 1 ? "true" : "false";
-        } else {
-            append_value(text, engine_->value(v.expr), v.real ? smt::Sort::Real : smt::Sort::Int);
-        }
-        text += ')';
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        text += i == 0 ? "(" : " (";
+        append_sexpr(text, tree_, shown[i], symbols_);
+        text += ' ' + values[i] + ')';
     }
     out_ << text << ")\n";
+}
+
+std::string ScriptInterpreter::value_text(Id node) {
+    bool formula = false, real = false;
+    FormulaRef ref = 0;
+    const smt::LinearExpr* expr = terms_->evaluate_term(tree_, node, &formula, &real, &ref);
+    if (expr == nullptr && !formula)
+        fail(tree_[node].pos, "the term is outside the linear fragment");
+    if (formula) {
+        int holds = engine_->holds(ref);
+        if (holds < 0) fail(tree_[node].pos, "the formula is outside the linear fragment");
+        return holds == 1 ? "true" : "false";
+    }
+    std::string text;
+    append_value(text, engine_->value(*expr), real ? smt::Sort::Real : smt::Sort::Int);
+    return text;
 }
 
 // The named assertions that the refutation needs, in the order they were named.

@@ -74,7 +74,8 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(Known::Count)> k
     "define-fun-rec",
     "define-funs-rec",
     "define-const",
-    "assert-soft"};
+    "assert-soft",
+    "eval"};
 
 static_assert(!kNames.back().empty(), "a name for every known symbol");
 

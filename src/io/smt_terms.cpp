@@ -225,7 +225,7 @@ void TermEvaluator::start_list(Id id) {
     std::size_t count = list.size - 1;
     if (head.kind == SNode::Kind::List) return start_indexed(id);
     if (head.kind != SNode::Kind::Symbol) fail(head.pos, "expected a function symbol");
-    if (!is_known(head.symbol)) {
+    if (!is_predefined(head.symbol)) {
         Meaning m = meaning(head.symbol);
         if (m.kind == Meaning::Macro) {
             if (count != functions_[m.index].params.size())
@@ -652,7 +652,7 @@ void TermEvaluator::finish_annotation(const Frame& f) {
         if (next == node(f.node).end || node(next).kind != SNode::Kind::Symbol)
             fail(node(a).pos, "expected a symbol after :named");
         std::uint32_t symbol = node(next).symbol;
-        if (is_known(symbol))
+        if (is_predefined(symbol))
             fail(node(next).pos, quoted(name(symbol)) + " is a predefined symbol");
         if (is_defined(symbol))
             fail(node(next).pos, "symbol " + quoted(name(symbol)) + " is already declared");

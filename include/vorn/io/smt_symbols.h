@@ -80,6 +80,7 @@ enum class Known : std::uint32_t {
     DefineFunsRec,
     DefineConst,
     AssertSoft,
+    Eval,
     Count
 };
 
@@ -88,6 +89,11 @@ void intern_known_symbols(smt::NameTable& symbols);
 
 inline bool is_known(std::uint32_t symbol) {
     return symbol < static_cast<std::uint32_t>(Known::Count);
+}
+// The names of terms and sorts, which a script cannot declare; command names it can, as z3
+// reads `(declare-const minimize Int)`.
+inline bool is_predefined(std::uint32_t symbol) {
+    return symbol < static_cast<std::uint32_t>(Known::Assert);
 }
 inline Known known(std::uint32_t symbol) {
     return static_cast<Known>(symbol);
