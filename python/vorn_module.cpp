@@ -364,6 +364,11 @@ PYBIND11_MODULE(_vorn, m) {
              [](GuardedSolver& g, const smt::Objective& o) { return g.use().epsilon(o); })
         .def("objective_certificate",
              [](GuardedSolver& g, const smt::Objective& o) { return g.use().certificate(o); })
+        .def("set_box",
+             [](GuardedSolver& g, bool box) {
+                 g.use().set_priority(box ? smt::Solver::Priority::Box
+                                          : smt::Solver::Priority::Lexicographic);
+             })
         .def("objectives_unknown",
              [](GuardedSolver& g) { return std::string(g.use().objectives_unknown()); });
 }

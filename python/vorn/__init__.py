@@ -844,6 +844,23 @@ class Optimize(Solver):
         _post_order(Formula("cmp", 4, term), self._memo, self._build)  # its If atoms
         return self._term_handle(term)
 
+    def set(self, *args, **keys):
+        """z3's options of an optimizer, as set("priority", "box") or set(priority="box"):
+        priority "lex" (the default: each objective with those before it at their optima) or
+        "box" (each on its own; the model is the first one's, and certificate() is refused);
+        timeout in milliseconds (0: none)."""
+        if len(args) % 2:
+            raise ValueError("set() takes names and values in pairs")
+        keys = dict(zip(args[::2], args[1::2]), **keys)
+        for name, value in keys.items():
+            if name == "priority" and value in ("lex", "box"):
+                self._s.set_box(value == "box")
+            elif name == "timeout":
+                self.set_time_limit(Fraction(_number(value), 1000))
+            else:
+                raise ValueError("unsupported option %s=%r (priority lex or box, timeout)" %
+                                 (name, value))
+
     def objectives_unknown(self):
         """After sat: why the objectives were not optimized; empty when they were."""
         return self._s.objectives_unknown()

@@ -544,6 +544,11 @@ int Solver::epsilon(const Objective& o) const {
     return impl_->optimized(o).epsilon;
 }
 
+void Solver::set_priority(Priority p) {
+    impl_->invalidate_answers();
+    impl_->engine.set_box(p == Priority::Box);
+}
+
 std::string_view Solver::objectives_unknown() const {
     return impl_->engine.objectives_unknown();
 }
@@ -568,6 +573,10 @@ std::string Solver::certificate() const {
 std::string Solver::certificate(const Objective& o) const {
     const Impl& s = *impl_;
     (void)s.optimized(o);  // its preconditions
+    if (s.engine.box())
+        throw UsageError(
+            "no certificate: under box priority an objective's proof would need the others' "
+            "optima held");
     if (!s.certified)
         throw UsageError(
             "no certificate: certificate(objective) needs the last check to have been made with "

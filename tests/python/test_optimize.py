@@ -113,3 +113,26 @@ def test_soft_formulas_against_enumeration(seed):
         cost = lambda p, g: sum(w for v, q, w, h in soft if h == g and p[v] != q)
         best = min(tuple(cost(p, g) for g in order) for p in points)
         assert tuple(handles[g].value() for g in order) == best, "seed %d" % seed
+
+
+@pytest.mark.parametrize("seed", range(10))
+def test_box_priority_optimizes_each_objective_alone(seed):
+    rng = random.Random(3000 + seed)
+    x, y = vorn.Ints("x y")
+    rows = [(rng.randint(-2, 2), rng.randint(-2, 2), rng.randint(-2, 4)) for _ in range(3)]
+    goals = [(rng.randint(-2, 2), rng.randint(-2, 2)) for _ in range(2)]
+    points = [p for p in itertools.product(range(-3, 4), repeat=2)
+              if all(a * p[0] + b * p[1] <= c for a, b, c in rows)]
+    o = vorn.Optimize()
+    o.set("priority", "box")
+    o.set_certificates()
+    o.add(x >= -3, x <= 3, y >= -3, y <= 3, *[a * x + b * y <= c for a, b, c in rows])
+    hs = [o.maximize(g[0] * x + g[1] * y) for g in goals]
+    assert o.check() == (vorn.sat if points else vorn.unsat), "seed %d" % seed
+    if points:
+        assert [h.value() for h in hs] == [max(g[0] * p[0] + g[1] * p[1] for p in points)
+                                           for g in goals], "seed %d" % seed
+        with pytest.raises(vorn.UsageError):
+            hs[0].certificate()
+    with pytest.raises(ValueError):
+        o.set(priority="pareto")

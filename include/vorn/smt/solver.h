@@ -252,6 +252,11 @@ class Solver {
     // attained, −1 when the optimum is value(o) − ε (a supremum), 1 when value(o) + ε (an
     // infimum), ε an arbitrarily small positive number. Same preconditions as value(o).
     int epsilon(const Objective& o) const;
+    // How several objectives are optimized, as z3's priorities: each with those before it held
+    // at their optima (Lexicographic, the default), or each on its own (Box; the model is then
+    // the first objective's, and certificate(o) is refused: a block holds the earlier optima).
+    enum class Priority { Lexicographic, Box };
+    void set_priority(Priority p);
     // After a Sat check with objectives: why they were not optimized; empty when they were.
     std::string_view objectives_unknown() const;
     // After a Sat check made with certificates on (set_certificates), for an objective
