@@ -104,6 +104,15 @@ const FoldCase kCases[] = {
      "unsat\nunsat\nsat"},
     {"an equality whose ite condition names x defines nothing",
      "(assert (= i (ite (= i 0) 1 2)))(assert (not (= i 1)))(assert (not (= i 2)))", "unsat"},
+    // An ite that an asserted equality names is decided like the variable it names.
+    {"a next state named by an asserted equality to its ite",
+     "(assert (= y (ite c (+ x 1) (- x 2))))(assert (or (= x 0) (= x 1)))(assert (> y 2))",
+     "unsat"},
+    {"a named ite also inside a sum, and the same ite unnamed after a pop",
+     "(push 1)(assert (= (* 2 y) (* 2 (ite b x (+ x 3)))))(assert (> (+ y (ite b x (+ x 3))) 7))"
+     "(assert (< x 1))(check-sat)(pop 1)(assert (> (+ y (ite b x (+ x 3))) 7))(assert (< x 1))"
+     "(assert (< y 0))",
+     "sat\nunsat"},
 };
 
 // The sat, unsat and unknown lines of an output, one a line.

@@ -196,7 +196,9 @@ Decision BooleanDecider::check(std::span<const Literal> assumptions) {
     // Elsewhere (disjunctive scheduling, 3-CNF) activity alone decides: that order was measured
     // to be many times faster there. So it does where the only lifted ites are an objective's
     // (weighted choices, soft assertions): the structural order took a weighted selection of 40
-    // jobs from 0.3 s to 3 s, a MaxSAT of 150 soft clauses from 1 s to 10 s.
+    // jobs from 0.3 s to 3 s, a MaxSAT of 150 soft clauses from 1 s to 10 s. And where every
+    // ite is named by an asserted equality (a transition system's next states): bmc_11185 took
+    // 22 904 conflicts under the structural order and 856 under activity.
     const auto& defined = problem_.boolean.variable_definitions();
     const auto& required = problem_.boolean.required();
     bool guided = std::any_of(defined.begin(), defined.end(), [&](const auto& d) {

@@ -101,10 +101,11 @@ Literal Encoder::bound(Relation relation, std::uint32_t term) {
     // say which constant, a choice the search's own order and phase make better.
     if (dag_)
         for (const auto& e : normal_)
-            if (std::int64_t i = dag_->lifted_index(e.var); i >= 0)
+            if (std::int64_t i = dag_->lifted_index(e.var); i >= 0) {
+                const LiftedIte& l = dag_->lifted()[static_cast<std::size_t>(i)];
                 p.phase_from_model =
-                    p.phase_from_model ||
-                    !constant_branches(problem_, dag_->lifted()[static_cast<std::size_t>(i)]);
+                    p.phase_from_model || (!l.named && !constant_branches(problem_, l));
+            }
     std::uint32_t prop = problem_.boolean.add(p);
     bounds_[index].push_back({shared, std::move(value), prop});
     bound_log_.push_back(static_cast<std::uint32_t>(index));

@@ -48,7 +48,7 @@ class NotAccepted : public std::runtime_error {
 
 class AssertionEncoder {
   public:
-    AssertionEncoder(Problem& problem, const FormulaDag& dag, bool lenient)
+    AssertionEncoder(Problem& problem, FormulaDag& dag, bool lenient)
         : problem_(problem), dag_(dag), encoder_(problem, &dag), lenient_(lenient) {}
 
     // Asserts `root`. True when part of it was encoded: the DAG must then keep it, as a root
@@ -105,6 +105,7 @@ class AssertionEncoder {
     Literal make(const FormulaNode& node, std::uint32_t n);
     Literal lit(FormulaRef ref) const { return ref & 1 ? ~lit_[ref / 2] : lit_[ref / 2]; }
     // Schedules the definitions of the lifted variables in `atom`.
+    void name_lifted(const Atom& atom);
     void need_definitions(const Atom& atom);
     void need_definition(int var);
     void assert_definitions();
@@ -120,7 +121,7 @@ class AssertionEncoder {
     }
 
     Problem& problem_;
-    const FormulaDag& dag_;
+    FormulaDag& dag_;  // marks the ites that asserted equalities name
     Encoder encoder_;
     bool lenient_;
     // By node: its literal when has_lit_, the Unsupported node under it + 1 (0: none).

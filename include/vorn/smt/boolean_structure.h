@@ -106,7 +106,8 @@ class BooleanStructure {
         Literal definition;
     };
     const std::vector<VariableDefinition>& variable_definitions() const { return variables_; }
-    // A definition that counts wherever atoms do not need it (an objective's term ite's).
+    // A definition that counts wherever atoms do not need it (an objective's term ite's, and
+    // one that an asserted equality names: assertion_encoder.h).
     void require(Literal definition) { required_.push_back(definition); }
     const std::vector<Literal>& required() const { return required_; }
 

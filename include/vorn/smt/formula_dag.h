@@ -55,6 +55,9 @@ struct LiftedIte {
     std::uint32_t then_term, otherwise_term;
     FormulaRef definition;
     Kind kind = Ite;
+    // An asserted equality x = v names the ite by a problem variable (a transition system's
+    // next state): its atoms are then decided like the variable's (assertion_encoder.h).
+    bool named = false;
 };
 
 // The branches of a lifted Ite when both are constants (then, else), or nothing.
@@ -94,6 +97,8 @@ class FormulaDag {
             lifted_index_.resize(static_cast<std::size_t>(l.var) + 1, 0);
         lifted_index_[static_cast<std::size_t>(l.var)] = static_cast<std::uint32_t>(lifted_.size());
     }
+
+    void name_lifted(std::size_t i) { lifted_[i].named = true; }
 
     const FormulaNode& operator[](FormulaRef ref) const { return nodes_[ref / 2]; }
     std::span<const FormulaRef> children(const FormulaNode& n) const {
