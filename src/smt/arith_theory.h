@@ -15,7 +15,9 @@
 // the bounds' literals with the multipliers |aⱼ| (a Farkas lemma, kept at propagation time
 // since later, tighter bounds must not explain an earlier implication); and the other way round,
 // a bound on s with every xⱼ but xₖ bounded on the opposite side bounds xₖ, and implies the
-// atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|).
+// atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|); a long
+// row keeps the sum of its summands' bounds between backtracks (summand_room.cpp), so that only
+// summands wider than the room its slack's bound leaves are tried.
 // Explanations (explanation_relaxation.cpp): a conflict's or a row propagation's bound literal
 // gives way to an earlier true atom on the same variable whose weaker bound the Farkas sum's
 // excess still covers, so that learned clauses reach back to lower levels.
