@@ -157,6 +157,21 @@ TEST(CliCertificateInput, OptimaOfObjectivesCheckAndSpoiledOnesAreRejected) {
         {"(assert (<= 0 x 9))(assert-soft (> x 3) :weight 2 :id h)(maximize x)"
          "(assert-soft (< x 5) :id h :weight 1.5)(assert-soft (and b (< x 1)))",
          "optimum 1 max 4", "optimum 1 max 5"},
+        // A row of 17 soft assertions, long enough to propagate from its kept room (z3's
+        // optimizer answers 12; its decision procedure finds 9 and refutes 8).
+        {"(declare-const p0 Bool)(declare-const p1 Bool)(declare-const p2 Bool)"
+         "(declare-const p3 Bool)(declare-const p4 Bool)(declare-const p5 Bool)"
+         "(declare-const p6 Bool)(declare-const p7 Bool)(declare-const p8 Bool)"
+         "(assert (or p0 p1 p2))(assert (or p3 p4 p5))(assert (or p6 p7 p8))"
+         "(assert (or (not p1) (not p4) (not p7)))(assert-soft (not p0) :weight 2)"
+         "(assert-soft (not p1) :weight 3)(assert-soft (not p2) :weight 4)"
+         "(assert-soft (not p3) :weight 2)(assert-soft (not p4) :weight 3)"
+         "(assert-soft (not p5) :weight 4)(assert-soft (not p6) :weight 2)"
+         "(assert-soft (not p7) :weight 3)(assert-soft (not p8) :weight 4)"
+         "(assert-soft (or p0 p1))(assert-soft (or p1 p5))(assert-soft (or p2 p0))"
+         "(assert-soft (or p3 p4))(assert-soft (or p4 p8))(assert-soft (or p5 p3))"
+         "(assert-soft (or p6 p7))(assert-soft (or p7 p2))",
+         "optimum 0 min 9", "optimum 0 min 10"},
     };
     for (const OptimumCase& c : cases) {
         std::string script = std::string(

@@ -112,6 +112,7 @@ void ArithTheory::truncate(sat::Var first) {
     atom_data_.resize(kept);
     if (split_atom_.size() > kept) split_atom_.resize(kept);
     atoms_.resize(kept);
+    forget_rooms();
     std::erase_if(transient_, [&](std::uint32_t index) { return index >= kept; });
     std::erase_if(assigned_, [&](sat::Lit l) { return l.var() >= first; });
     propagated_ = std::min(propagated_, assigned_.size());
@@ -151,6 +152,7 @@ void ArithTheory::backtrack(int level) {
     row_reasons_at_level_.resize(target);
     propagated_ = std::min(propagated_, keep);
     conflict_ = false;
+    forget_rooms();
     if (!transient_.empty()) make_slacks_again(target == 0);
 }
 

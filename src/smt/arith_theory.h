@@ -15,7 +15,9 @@
 // the bounds' literals with the multipliers |aⱼ| (a Farkas lemma, kept at propagation time
 // since later, tighter bounds must not explain an earlier implication); and the other way round,
 // a bound on s with every xⱼ but xₖ bounded on the opposite side bounds xₖ, and implies the
-// atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|).
+// atoms on xₖ that bound decides (multipliers 1 for s, |aⱼ| for the others, over |aₖ|); a long
+// row keeps the sum of its summands' bounds between backtracks (summand_room.cpp), so that only
+// summands wider than the room its slack's bound leaves are tried.
 // Explanations (explanation_relaxation.cpp): a conflict's or a row propagation's bound literal
 // gives way to an earlier true atom on the same variable whose weaker bound the Farkas sum's
 // excess still covers, so that learned clauses reach back to lower levels.
@@ -175,7 +177,18 @@ class ArithTheory : public LinearTheory {
     const lra::BoundRecord* literal_bound(int var, bool upper) const;
     RowReason& new_row_reason(sat::Var v);
     void propagate_to_summands(int slack, bool slack_upper, std::vector<sat::Lit>& implied);
+    void imply_on_summand(int slack, bool slack_upper, std::size_t k, lra::DeltaRational bound,
+                          const lra::BoundRecord& sb, std::vector<sat::Lit>& implied);
     void propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied);
+    // summand_room.cpp
+    // Propagation to the summands from the row's room alone; false when it has none kept (the
+    // full pass is due).
+    bool propagate_within_room(int slack, bool slack_upper, const lra::BoundRecord& sb,
+                               std::vector<sat::Lit>& implied);
+    bool has_open_atom(int var) const;
+    void note_summand_bound(int slack, bool slack_upper, std::uint32_t index);
+    void remember_room(int slack, bool slack_upper);
+    void forget_rooms();
     // explanation_relaxation.cpp
     lra::DeltaRational excess_of(sat::Lit lit, const QNumber& weight) const;
     void relax_explanation(std::span<sat::Lit> lits, std::span<const QNumber> weights,
@@ -204,9 +217,14 @@ class ArithTheory : public LinearTheory {
     std::vector<std::uint32_t> position_;  // by SAT variable: its index in assigned_ when true
     std::vector<QNumber> pending_multipliers_;
 
-    // Row propagation: by structural variable, the slacks with atoms whose terms hold it; by
-    // SAT variable, the index of its explanation in row_reasons_ (−1: none).
-    std::vector<std::vector<int>> slacks_of_;
+    // Row propagation: by structural variable, the slacks with atoms whose terms hold it (and
+    // its index in each slack's term); by SAT variable, the index of its explanation in
+    // row_reasons_ (−1: none).
+    struct SlackOf {
+        int slack;
+        std::uint32_t index;
+    };
+    std::vector<std::vector<SlackOf>> slacks_of_;
     std::vector<char> slack_indexed_;
     std::vector<std::int32_t> row_reason_of_;
     std::vector<RowReason> row_reasons_;  // the first row_reasons_used_ in use
@@ -221,6 +239,31 @@ class ArithTheory : public LinearTheory {
     // By slack and side (2·slack + upper): two summands that lacked their bound at the last
     // pass; while both still do, the row bounds nothing (a hint, checked at each use).
     std::vector<std::array<std::uint32_t, 2>> unbounded_summands_;
+    // By slack and side, for long rows (an objective over soft assertions): the sum of the
+    // summands' bounds that the last full pass of propagate_to_summands saw, kept current as
+    // single bounds tighten, and each summand's span between its two bounds then. Only summands
+    // whose span exceeds the room the slack's bound leaves can tighten; while none of them has
+    // an open atom, the pass is skipped. Forgotten at each backtrack (bounds loosen, spans
+    // widen); a stale room only skips propagations, never makes a wrong one: the pass itself
+    // explains what it implies.
+    struct SummandRoom {
+        bool valid = false;
+        std::uint32_t missing = 0;              // summands without the bound the sum needs
+        lra::DeltaRational sum;                 // Σ aⱼ·bⱼ over those with it
+        std::vector<lra::DeltaRational> bound;  // bⱼ as summed
+        std::vector<char> has;                  // by summand: bⱼ summed
+        std::vector<lra::DeltaRational> span;   // |aⱼ|·|bⱼ − xⱼ's other bound|
+        std::vector<char> unspanned;            // by summand: no other bound, span infinite
+        std::vector<std::uint32_t> order;       // by the spans of the first pass, widest first
+        std::vector<lra::DeltaRational> widest_from;  // by position in order: max span after
+        std::vector<char> unspanned_from;  // by position in order: an infinite span after
+        // By position in order: a position at or after it whose summand may have an open atom
+        // (a summand without one gets none back before a backtrack); path-halved.
+        std::vector<std::uint32_t> next_open;
+    };
+    static constexpr std::size_t kRoomRowSize = 16;  // shorter rows just take the pass
+    std::vector<SummandRoom> rooms_;
+    std::vector<std::uint32_t> valid_rooms_;  // indices into rooms_
     // Explanation relaxation: on (relax_), the literals replaced so far, scratch.
     bool relax_ = true;
     bool theory_phase_ = true;  // decisions on input atoms take the simplex's sign

@@ -83,7 +83,7 @@ void ArithTheory::relax_row_reason(sat::Lit lit, RowReason& reason) {
                 weights_.push_back((aj.sign() > 0 ? aj : -aj) / magnitude);
             }
     }
-    if (weights_.size() != reason.lits.size()) return;
+    if (weights_.size() != reason.lits.size()) return;  // level-0 facts left out
     lra::DeltaRational excess = excess_of(~lit, QNumber(1));
     for (std::size_t i = 0; i < reason.lits.size(); ++i)
         excess += excess_of(reason.lits[i], weights_[i]);

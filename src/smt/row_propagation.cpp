@@ -14,12 +14,27 @@ void ArithTheory::index_slack(int slack) {
         slack_indexed_.resize(static_cast<std::size_t>(slack) + 1, 0);
     if (slack_indexed_[slack] || !simplex_.is_slack(slack)) return;
     slack_indexed_[slack] = 1;
-    for (const auto& e : simplex_.slack_term(slack)) {
-        if (slacks_of_.size() <= static_cast<std::size_t>(e.var))
-            slacks_of_.resize(static_cast<std::size_t>(e.var) + 1);
-        slacks_of_[e.var].push_back(slack);
+    const auto& term = simplex_.slack_term(slack);
+    for (std::size_t j = 0; j < term.size(); ++j) {
+        int var = term[j].var;
+        if (slacks_of_.size() <= static_cast<std::size_t>(var))
+            slacks_of_.resize(static_cast<std::size_t>(var) + 1);
+        slacks_of_[var].push_back({slack, static_cast<std::uint32_t>(j)});
     }
 }
+
+namespace {
+
+// The index of `var` in `term`: where it was indexed unless a pop made the slack anew over
+// another term; term.size() when it is not there.
+template <class Term>
+std::size_t index_in(const Term& term, std::uint32_t indexed, int var) {
+    if (indexed < term.size() && term[indexed].var == var) return indexed;
+    auto at = std::find_if(term.begin(), term.end(), [&](const auto& e) { return e.var == var; });
+    return static_cast<std::size_t>(at - term.begin());
+}
+
+}  // namespace
 
 // Two passes: whether every entry has the bound it needs under a true literal (most rows fail
 // here, cheaply), then the sum. Multipliers are only worth their divisions for a proof.
@@ -54,7 +69,8 @@ bool ArithTheory::implied_bound(int slack, bool upper, lra::DeltaRational& bound
 // upper side where its coefficient's sign agrees, the lower one otherwise.
 void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& implied) {
     if (static_cast<std::size_t>(var) >= slacks_of_.size()) return;
-    for (int slack : slacks_of_[var]) {
+    for (SlackOf of : slacks_of_[var]) {
+        int slack = of.slack;
         if (!simplex_.is_slack(slack)) continue;  // taken out by a pop (see make_slacks_again)
         const auto& on = atoms_on_[slack];
         if (std::none_of(on.begin(), on.end(), [&](std::uint32_t o) {
@@ -62,10 +78,9 @@ void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& imp
             }))
             continue;
         const auto& term = simplex_.slack_term(slack);
-        auto at =
-            std::find_if(term.begin(), term.end(), [&](const auto& e) { return e.var == var; });
-        if (at == term.end()) continue;
-        bool side_upper = upper == (at->coeff.sign() > 0);
+        std::size_t at = index_in(term, of.index, var);
+        if (at == term.size()) continue;
+        bool side_upper = upper == (term[at].coeff.sign() > 0);
         lra::DeltaRational bound;
         if (!implied_bound(slack, side_upper, bound)) continue;
         for (std::uint32_t other : atoms_on_[slack]) {
@@ -120,7 +135,7 @@ const lra::BoundRecord* ArithTheory::literal_bound(int var, bool upper) const {
 void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
                                         std::vector<sat::Lit>& implied) {
     const lra::BoundRecord* sb = literal_bound(slack, slack_upper);
-    if (sb == nullptr) return;
+    if (sb == nullptr || propagate_within_room(slack, slack_upper, *sb, implied)) return;
     const auto& term = simplex_.slack_term(slack);
     auto lacks_bound = [&](std::size_t j) {
         return literal_bound(term[j].var, slack_upper != (term[j].coeff.sign() > 0)) == nullptr;
@@ -145,6 +160,7 @@ void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
         }
         missing = j;
     }
+    remember_room(slack, slack_upper);
     auto open = [&](std::size_t k) {
         if (missing != term.size() && k != missing) return false;
         if (static_cast<std::size_t>(term[k].var) >= atoms_on_.size()) return false;
@@ -162,41 +178,56 @@ void ArithTheory::propagate_to_summands(int slack, bool slack_upper,
         if (summand_bounds_[j] != nullptr)
             rest.add_product(-term[j].coeff, summand_bounds_[j]->value);
     for (std::size_t k : open_) {
-        const auto& ek = term[k];
-        const auto& on = atoms_on_[ek.var];
         lra::DeltaRational bound = rest;
-        if (summand_bounds_[k] != nullptr) bound.add_product(ek.coeff, summand_bounds_[k]->value);
-        bound /= ek.coeff;
-        bool upper = slack_upper == (ek.coeff.sign() > 0);
-        for (std::uint32_t other : on) {
-            const Atom& o = atom_data_[other];
-            sat::Var ov = atoms_[other].var;
-            if (!o.alive || value_[ov] != 0) continue;
-            for (int side = 0; side < 2; ++side) {
-                const Reading& r = o.reading[side];
-                if (!implies(upper, bound, r.upper, r.value)) continue;
-                if (implied_now_[ov]) break;
-                RowReason& reason = new_row_reason(ov);
-                reason.slack = slack;
-                reason.summand = static_cast<int>(k);
-                reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb->reason)));
-                QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
-                if (record_)
-                    reason.multipliers.push_back(QNumber(1) / (magnitude * sb->caller_scale));
-                for (std::size_t j = 0; j < term.size(); ++j) {
-                    if (j == k) continue;
-                    const lra::BoundRecord& b = *summand_bounds_[j];
-                    reason.lits.push_back(
-                        sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
-                    if (record_) {
-                        QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
-                        reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
-                    }
+        if (summand_bounds_[k] != nullptr)
+            bound.add_product(term[k].coeff, summand_bounds_[k]->value);
+        imply_on_summand(slack, slack_upper, k, std::move(bound), *sb, implied);
+    }
+}
+
+// aₖ·xₖ bounded by `bound` (the slack's bound `sb` less the other summands' least values, in
+// summand_bounds_): the atoms on xₖ that it decides are implied by those bounds' literals.
+void ArithTheory::imply_on_summand(int slack, bool slack_upper, std::size_t k,
+                                   lra::DeltaRational bound, const lra::BoundRecord& sb,
+                                   std::vector<sat::Lit>& implied) {
+    const auto& term = simplex_.slack_term(slack);
+    const auto& ek = term[k];
+    const auto& on = atoms_on_[ek.var];
+    bound /= ek.coeff;
+    bool upper = slack_upper == (ek.coeff.sign() > 0);
+    for (std::uint32_t other : on) {
+        const Atom& o = atom_data_[other];
+        sat::Var ov = atoms_[other].var;
+        if (!o.alive || value_[ov] != 0) continue;
+        for (int side = 0; side < 2; ++side) {
+            const Reading& r = o.reading[side];
+            if (!implies(upper, bound, r.upper, r.value)) continue;
+            if (implied_now_[ov]) break;
+            RowReason& reason = new_row_reason(ov);
+            reason.slack = slack;
+            reason.summand = static_cast<int>(k);
+            reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
+            QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
+            if (record_) reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
+            for (std::size_t j = 0; j < term.size(); ++j) {
+                if (j == k) continue;
+                const lra::BoundRecord& b = *summand_bounds_[j];
+                auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(b.reason));
+                // Without a proof, level-0 facts need no place in the lemma (conflict analysis
+                // drops them): an objective's row over 150 soft assertions explained each
+                // implication by ~150 literals, mostly the facts xⱼ ≥ 0 (7.1 s -> 4.6 s on
+                // maxsat100 s3). Such a reason is not relaxed (relax_row_reason).
+                if (!record_ && !level_start_.empty() && position_[lit.var()] < level_start_[0])
+                    continue;
+                reason.lits.push_back(lit);
+                if (record_) {
+                    QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
+                    reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
                 }
-                implied_now_[ov] = 1;
-                implied.push_back(sat::Lit(ov, side == 1));
-                break;
             }
+            implied_now_[ov] = 1;
+            implied.push_back(sat::Lit(ov, side == 1));
+            break;
         }
     }
 }
@@ -208,13 +239,15 @@ void ArithTheory::propagate_summands(int var, bool upper, std::vector<sat::Lit>&
         slack_indexed_[var])
         propagate_to_summands(var, upper, implied);
     if (static_cast<std::size_t>(var) >= slacks_of_.size()) return;
-    for (int slack : slacks_of_[var]) {
+    for (SlackOf of : slacks_of_[var]) {
+        int slack = of.slack;
         if (!simplex_.is_slack(slack)) continue;
         const auto& term = simplex_.slack_term(slack);
-        auto at =
-            std::find_if(term.begin(), term.end(), [&](const auto& e) { return e.var == var; });
-        if (at == term.end()) continue;
-        propagate_to_summands(slack, upper != (at->coeff.sign() > 0), implied);
+        std::size_t at = index_in(term, of.index, var);
+        if (at == term.size()) continue;
+        bool slack_upper = upper != (term[at].coeff.sign() > 0);
+        note_summand_bound(slack, slack_upper, static_cast<std::uint32_t>(at));
+        propagate_to_summands(slack, slack_upper, implied);
     }
 }
 
