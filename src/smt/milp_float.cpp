@@ -76,6 +76,14 @@ void set_bounds(const lra::BoundTrail& bounds, int var, double& lower, double& u
 
 }  // namespace
 
+// The objective's simplex variable over the structural ones: its slack's term, or itself.
+std::vector<la::Equation::VarCoeff> MilpSearch::objective_entries() const {
+    int o = objective_var_->var;
+    if (!simplex_.is_slack(o)) return {{o, QNumber(1)}};
+    auto term = simplex_.slack_term(o);
+    return {term.begin(), term.end()};
+}
+
 void MilpSearch::build_float_lp() {
     auto lp = std::make_shared<FloatNodeLp>();
     int n = simplex_.num_variables();
@@ -106,7 +114,7 @@ void MilpSearch::build_float_lp() {
         free_up(cost.size(), COIN_DBL_MAX), row_low(lp->rows.size(), -COIN_DBL_MAX),
         row_up(lp->rows.size(), COIN_DBL_MAX);
     double sign = float_least_ ? 1 : -1;
-    for (const auto& e : simplex_.slack_term(o))
+    for (const auto& e : objective_entries())
         cost[static_cast<std::size_t>(lp->column_of[static_cast<std::size_t>(e.var)])] =
             sign * to_double(e.coeff);
     lp->model.setSpecialOptions(lp->model.specialOptions() | 32);  // keep the Farkas ray
@@ -134,7 +142,7 @@ bool MilpSearch::safe_bound_conflict(const double* y, double sign, bool with_obj
         conflict.push_back({b.reason, b.caller_upper, QNumber(1) / b.caller_scale});
         cap = b.value;
         if (!float_least_) cap *= QNumber(-1);
-        for (const auto& e : simplex_.slack_term(o))
+        for (const auto& e : objective_entries())
             d[static_cast<std::size_t>(lp.column_of[static_cast<std::size_t>(e.var)])] =
                 float_least_ ? e.coeff : -e.coeff;
     }
@@ -146,13 +154,27 @@ bool MilpSearch::safe_bound_conflict(const double* y, double sign, bool with_obj
         term *= coeff;
         reached += term;
     };
+    std::vector<std::pair<int, QNumber>> used;  // slack, multiplier
     for (std::size_t r = 0; r < lp.rows.size(); ++r) {
         double yr = sign * y[r];
         int s = lp.rows[r];
-        if (!std::isfinite(yr) || std::fabs(yr) < 1e-12 ||
-            (yr < 0 ? !bounds.has_upper(s) : !bounds.has_lower(s)))
-            continue;
-        QNumber q = exact(yr);
+        if (std::isfinite(yr) && std::fabs(yr) >= 1e-12 &&
+            (yr < 0 ? bounds.has_upper(s) : bounds.has_lower(s)))
+            used.emplace_back(s, exact(yr));
+    }
+    // An objective of one column, free in CLP's LP: y scaled so that its reduced cost is exactly
+    // 0, for the bound to be on the objective alone.
+    if (with_objective && !simplex_.is_slack(o)) {
+        QNumber total;
+        for (const auto& [s, q] : used)
+            for (const auto& e : simplex_.slack_term(s))
+                if (e.var == o) total += q * e.coeff;
+        if (total.sign() != (float_least_ ? 1 : -1)) return false;
+        QNumber scale = QNumber(float_least_ ? 1 : -1) / total;
+        for (auto& entry : used)
+            entry.second *= scale;
+    }
+    for (const auto& [s, q] : used) {
         add(s, q);
         for (const auto& e : simplex_.slack_term(s))
             d[static_cast<std::size_t>(lp.column_of[static_cast<std::size_t>(e.var)])] -=
@@ -171,7 +193,6 @@ bool MilpSearch::safe_bound_conflict(const double* y, double sign, bool with_obj
 // solve of its relaxation; false where that does not prove it, for the exact LP to decide.
 bool MilpSearch::close_by_float_bound(std::size_t node) {
     float_node_value_.reset();
-    if (!simplex_.is_slack(objective_var_->var)) return false;
     for (std::size_t n : path_)
         if (!nodes_[n].term.empty()) return false;  // its row is not in CLP's LP
     // Built after the root, which adds its cuts' rows; made again if rows were added since.
@@ -185,6 +206,7 @@ bool MilpSearch::close_by_float_bound(std::size_t node) {
     double lower = 0, upper = 0;
     for (std::size_t j = 0; j < lp.columns.size(); ++j) {
         set_bounds(bounds, lp.columns[j], lower, upper);
+        if (lp.columns[j] == objective_var_->var) lower = -COIN_DBL_MAX, upper = COIN_DBL_MAX;
         lp.model.setColumnBounds(static_cast<int>(j), lower, upper);
     }
     for (std::size_t r = 0; r < lp.rows.size(); ++r) {

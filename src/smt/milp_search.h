@@ -134,6 +134,7 @@ class MilpSearch {
         QNumber far_multiplier;
     };
     // Node relaxations in floating point closed by exact safe bounds (milp_float.cpp).
+    std::vector<la::Equation::VarCoeff> objective_entries() const;
     void build_float_lp();
     bool safe_bound_conflict(const double* y, double sign, bool with_objective,
                              std::vector<lra::Explanation>& conflict) const;
