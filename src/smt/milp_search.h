@@ -4,7 +4,8 @@
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
 // choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
 // milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root, milp_term_split.cpp
-// the splits on integral terms where a fractional Int variable is unbounded.
+// the splits on integral terms where a fractional Int variable is unbounded, milp_float.cpp the
+// floating-point node relaxations and their safe bounds.
 
 #include <cstddef>
 #include <cstdint>
