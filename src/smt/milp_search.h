@@ -142,7 +142,7 @@ class MilpSearch {
     bool close_by_float_bound(std::size_t node);
     std::shared_ptr<FloatNodeLp> float_lp_;
     bool float_least_ = true;  // CLP minimizes the objective's slack (else its negation)
-    std::uint64_t float_closed_ = 0;
+    std::uint64_t float_closed_ = 0, float_solves_ = 0;
     std::optional<double> float_child_change(int var, const QNumber& below, bool high);
     std::optional<double> float_node_value_;  // CLP's optimum at the node, when it stays open
     double float_cap_ = 0;                    // the incumbent's bound, in CLP's objective
