@@ -125,6 +125,8 @@ Problem problem_of(const std::vector<Row>& rows, const std::vector<int>& c, int 
 TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
     const unsigned base_seed = 5100;
     int kinds[4] = {0, 0, 0, 0}, spoiled_rejected = 0, cuts_spoiled = 0, cuts_rejected = 0;
+    std::uint64_t float_closed = 0;
+    int float_spoiled = 0, float_rejected = 0;
     using Kind = vorn::smt::ProofStep::Kind;
     for (unsigned seed = base_seed; seed < base_seed + 300; ++seed) {
         std::mt19937 rng(seed);
@@ -154,12 +156,25 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
             SCOPED_TRACE("seed " + std::to_string(seed) + (float_start ? " float" : " exact"));
             vorn::smt::DecideOptions options;
             options.float_start = float_start;
+            options.float_nodes = float_start;  // the exact runs: every node by the exact LP
             options.root_cut_rounds = float_start ? 0 : 3;  // the exact runs with root cuts
             Optimization answer = vorn::smt::optimize(p, objective, maximize, options);
             ASSERT_NE(answer.kind, Optimization::Kind::Unknown) << answer.reason_unknown;
             ASSERT_EQ(answer.kind == Optimization::Kind::Optimal, best.has_value());
             EXPECT_EQ(check_optimization(p, objective, maximize, answer), "");
             ++kinds[static_cast<int>(answer.kind)];
+            float_closed += answer.stats.float_decided;
+            // Nodes closed by a safe bound: their leaves list the bounds of every column with a
+            // reduced cost; the longest one with a multiplier halved leaves a variable.
+            auto longest = std::max_element(
+                answer.proof.begin(), answer.proof.end(),
+                [](const auto& a, const auto& b) { return a.farkas.size() < b.farkas.size(); });
+            if (answer.stats.float_decided > 0 && longest->farkas.size() > 2) {
+                ++float_spoiled;
+                longest->farkas.back().multiplier /= QNumber(2);
+                float_rejected += !check_optimization(p, objective, maximize, answer).empty();
+                longest->farkas.back().multiplier *= QNumber(2);
+            }
             if (!best) continue;
             EXPECT_EQ(answer.optimum, *best + QNumber(1, 2));
             // Each spoiled in place, checked, and put back. Claiming one better than the
@@ -207,6 +222,9 @@ TEST(Milp, MatchesEnumerationWithCheckedCertificates) {
             }
         }
     }
+    EXPECT_GT(float_closed, 100u);
+    EXPECT_GT(float_spoiled, 20);
+    EXPECT_EQ(float_rejected, float_spoiled);
     EXPECT_GT(cuts_spoiled, 20);
     EXPECT_EQ(cuts_rejected, 3 * cuts_spoiled);
     EXPECT_GT(kinds[0], 300);  // optimal

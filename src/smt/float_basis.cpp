@@ -14,13 +14,13 @@
 
 namespace vorn::smt {
 
-namespace {
-
 double to_double(const QNumber& value) {
     if (!value.is_big())
         return static_cast<double>(value.num_word()) / static_cast<double>(value.den_word());
     return mpq_get_d(value.big_block());
 }
+
+namespace {
 
 template <typename B>
 double bound_value(const std::optional<B>& bound, double infinite) {

@@ -37,6 +37,9 @@ struct LpForm {
     bool negated = false;       // cost is the objective negated (maximizing)
 };
 
+// The nearest double (CLP's input).
+double to_double(const QNumber& value);
+
 // Without an objective: a cost of zero (feasibility).
 std::optional<LpForm> lp_form(const Problem& problem, std::optional<std::uint32_t> objective,
                               bool maximize);

@@ -265,15 +265,15 @@ void MilpSearch::save_basis(Node& n) const {
 // another subtree cost hundreds of repairing pivots (mod008 of MIPLIB 3), from the parent's a
 // few. Freed once both children have used it; a node closed by bound starts from its own, and
 // does not count.
-void MilpSearch::restore_basis(std::size_t from, bool child) {
+void MilpSearch::restore_basis(std::size_t from, bool child, bool warm) {
     while (from != kNone && nodes_[from].basis.empty())
         from = nodes_[from].parent;
     if (from == kNone) return;
     Node& owner = nodes_[from];
     std::vector<std::pair<int, bool>> at_bound;
-    for (std::size_t v = 1; v < owner.sides.size(); ++v)
+    for (std::size_t v = 1; v < owner.sides.size() && warm; ++v)
         if (owner.sides[v] != 0) at_bound.emplace_back(static_cast<int>(v), owner.sides[v] < 0);
-    simplex_.warm_start(owner.basis, at_bound);
+    if (warm) simplex_.warm_start(owner.basis, at_bound);
     if (child && ++owner.basis_uses == 2) {
         owner.basis = {};
         owner.sides = {};
@@ -287,6 +287,10 @@ MilpSearch::Outcome MilpSearch::visit(std::size_t node) {
     cutoff_asserted_ = has_incumbent_;
     if (!assert_path(node) || (has_incumbent_ && assert_cutoff() != lra::Asserted::Ok)) {
         close_with_conflict(node);
+        return Outcome::Closed;
+    }
+    if (options_.float_nodes && close_by_float_bound(node)) {
+        if (dual_) restore_basis(nodes_[node].parent, true, false);  // only counts the use
         return Outcome::Closed;
     }
     if (dual_) restore_basis(nodes_[node].parent, true);
@@ -411,6 +415,7 @@ Optimization MilpSearch::finish(Outcome last) {
     Optimization out;
     out.stats.simplex = simplex_.stats();
     out.stats.branch.nodes = visited_;
+    out.stats.float_decided = float_closed_;
     if (last == Outcome::Stopped || last == Outcome::Failed) {
         out.reason_unknown = last == Outcome::Failed ? failure_
                              : options_.stop->reason() != util::StopReason::None

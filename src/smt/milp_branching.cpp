@@ -117,6 +117,12 @@ void MilpSearch::measure_by_strong_branching(const QNumber& value) {
             if (pc.known(side)) continue;
             QNumber distance =
                 side == 1 ? below + QNumber(1) - c->value.real() : c->value.real() - below;
+            if (std::optional<double> change = float_child_change(s, below, side == 1)) {
+                pc.sum[side] += std::isinf(*change) ? kInfeasibleGain
+                                                    : *change / std::max(to_double(distance), 1e-6);
+                ++pc.count[side];
+                continue;
+            }
             simplex_.push();
             lra::Asserted done = side == 1 ? simplex_.assert_lower(s, below + QNumber(1), false, 0)
                                            : simplex_.assert_upper(s, below, false, 0);

@@ -4,10 +4,12 @@
 // per call. milp.cpp holds the search (nodes, bounds, the proof tree), milp_branching.cpp the
 // choice of the branching variable (pseudo-costs, strong branching) and the rounding heuristic,
 // milp_fixing.cpp reduced-cost fixing, milp_cuts.cpp the cuts at the root, milp_term_split.cpp
-// the splits on integral terms where a fractional Int variable is unbounded.
+// the splits on integral terms where a fractional Int variable is unbounded, milp_float.cpp the
+// floating-point node relaxations and their safe bounds.
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <queue>
 #include <span>
@@ -24,6 +26,8 @@
 #include "simplex_vars.h"
 
 namespace vorn::smt {
+
+class FloatNodeLp;  // milp_float.cpp, the only file of the search that sees CLP
 
 inline constexpr std::size_t kNoMilpNode = static_cast<std::size_t>(-1);
 
@@ -99,7 +103,7 @@ class MilpSearch {
     }
     Outcome visit(std::size_t node);
     void save_basis(Node& n) const;
-    void restore_basis(std::size_t from, bool child);
+    void restore_basis(std::size_t from, bool child, bool warm = true);
     bool cannot_beat_incumbent(const QNumber& value) const;
     bool below_closed_node(std::size_t node) const;
     bool close_by_bound(std::size_t node);
@@ -130,6 +134,18 @@ class MilpSearch {
         std::vector<lra::Explanation> conflict;
         QNumber far_multiplier;
     };
+    // Node relaxations in floating point closed by exact safe bounds (milp_float.cpp).
+    std::vector<la::Equation::VarCoeff> objective_entries() const;
+    void build_float_lp();
+    bool safe_bound_conflict(const double* y, double sign, bool with_objective,
+                             std::vector<lra::Explanation>& conflict) const;
+    bool close_by_float_bound(std::size_t node);
+    std::shared_ptr<FloatNodeLp> float_lp_;
+    bool float_least_ = true;  // CLP minimizes the objective's slack (else its negation)
+    std::uint64_t float_closed_ = 0, float_solves_ = 0;
+    std::optional<double> float_child_change(int var, const QNumber& below, bool high);
+    std::optional<double> float_node_value_;  // CLP's optimum at the node, when it stays open
+    double float_cap_ = 0;                    // the incumbent's bound, in CLP's objective
     void collect_fixings();
     void save_bound_proof(Node& n) const;
     bool close_by_row(std::size_t node);

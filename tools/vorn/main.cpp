@@ -325,6 +325,9 @@ int run(int argc, char** argv) {
     optimize_cmd->add_flag("!--exact-only", args.check.decide.float_start,
                            "no floating-point start: the exact simplex from scratch (same answers, "
                            "slower on large problems)");
+    optimize_cmd->add_flag("!--exact-nodes", args.check.decide.float_nodes,
+                           "Int columns: every branch-and-bound node by the exact simplex, none "
+                           "closed by a floating-point LP's safe bound (same answers)");
     optimize_cmd
         ->add_option("--time-limit", args.time_limit,
                      "seconds (decimals allowed) before answering unknown, reason timeout")

@@ -104,6 +104,10 @@ struct DecideOptions {
     // where needed repaired) exactly; without it the exact simplex starts from scratch. The
     // answers are the same, exact either way.
     bool float_start = true;
+    // optimize over Int variables: each node's relaxation is solved by CLP first, and closed by
+    // an exact bound from its duals (or its Farkas ray) where that shows it cannot beat the
+    // incumbent (or is infeasible); false: every node by the exact simplex (the same optima).
+    bool float_nodes = true;
 };
 
 struct DecideStats {
@@ -118,7 +122,8 @@ struct DecideStats {
     // Literals of Farkas explanations replaced by earlier, weaker ones
     std::uint64_t relaxed_literals = 0;
     // Conjunctions decided by a floating-point basis (DecideOptions::float_start), checked
-    // exactly, without a step of the exact simplex.
+    // exactly, without a step of the exact simplex; in branch and bound, the nodes closed so
+    // (DecideOptions::float_nodes).
     std::uint64_t float_decided = 0;
 
     // Sums counters and times (max_depth, learned_max: the larger one).

@@ -52,6 +52,13 @@
 // a side, the node splits on the integral term its tight rows give (lra::tight_term_split), a
 // `split-cut` in the proof; branching on single variables could follow such a direction forever.
 //
+// Floating-point node relaxations (milp_float.cpp, DecideOptions::float_nodes): each node past
+// the root is solved by CLP first, warm from the node before; where CLP's optimum cannot beat the
+// incumbent, or its Farkas ray shows the node infeasible, its duals made rational give an exact
+// bound whose Farkas conflict is the leaf (no exact pivot); otherwise the exact relaxation is
+// solved as before, and strong branching measures its children by CLP (it only guides the
+// choice). Leaves so made are of the ordinary form, so the certificate is unchanged.
+//
 // A node that cannot beat the incumbent is closed by the objective's row saved at its optimum (a
 // Farkas conflict but for the incumbent's bound), without a check; the check is the fallback.
 //

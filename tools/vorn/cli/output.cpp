@@ -261,17 +261,18 @@ std::string check_stats(double read_ms, const smt::CheckStats& s) {
     std::snprintf(line, sizeof line,
                   "vorn: read %.3f ms, solve %.3f ms; %llu checks, %llu pivots, %llu Bland "
                   "switches, %llu conflicts, %llu eliminated, %llu restored, %llu disequality "
-                  "splits, %llu branch-and-bound nodes, %llu cuts, %llu lattice splits, %llu "
+                  "splits, %llu branch-and-bound nodes (%llu closed by floating-point LP), %llu "
+                  "cuts, %llu lattice splits, %llu "
                   "relaxed literals, %llu "
                   "SAT decisions, %llu SAT conflicts, %llu Boolean propagations, %llu theory "
                   "propagations, %llu restarts, %llu learned clauses (mean %.1f, max %llu "
                   "literals)\n",
                   read_ms, s.solve_seconds * 1000, n(s.checks), n(x.pivots), n(x.bland_switches),
                   n(x.conflicts), n(x.eliminated), n(x.restored), n(s.decide.splits),
-                  n(s.decide.branch.nodes), n(s.decide.cuts), n(s.decide.lattice_splits),
-                  n(s.decide.relaxed_literals), n(b.decisions), n(b.conflicts), n(b.propagations),
-                  n(b.theory_propagations), n(b.restarts), n(b.learned), mean_learned,
-                  n(b.learned_max));
+                  n(s.decide.branch.nodes), n(s.decide.float_decided), n(s.decide.cuts),
+                  n(s.decide.lattice_splits), n(s.decide.relaxed_literals), n(b.decisions),
+                  n(b.conflicts), n(b.propagations), n(b.theory_propagations), n(b.restarts),
+                  n(b.learned), mean_learned, n(b.learned_max));
     return line;
 }
 
