@@ -138,17 +138,16 @@ TEST(UnboundedInt, MixedRowsDecided) {
          "))(check-sat)",
          "sat", "--bb-limit 50"},
         // Pure Int: after 2 splits the search goes on inside the box of its 8 atoms,
-        // B = 14·104^17, and ends in 10 (14 without the box, unknown at this budget); the unsat
-        // proof that --verify checks names the box.
+        // B = 14·104^17, and ends in 12; the unsat proof that --verify checks names the box.
         {"an unsat check ended inside the box",
          "(assert (<= 1 (+ (* 4 x2) (* (- 13) x1)) 4))(assert (<= 3 (+ (* 7 x2) (* 4 x0)) 6))"
          "(assert (<= (- 6) (+ (* (- 7) x1) (* (- 3) x0) (* 13 x2)) (- 4)))(assert (or (< x0 0) (> x0 0)))"
-         "(check-sat)", "unsat", "--bb-limit 10 --box-after 2"},
+         "(check-sat)", "unsat", "--bb-limit 12 --box-after 2"},
         // With r0 < x2: a box on x0..x2 alone (the checkers' mixed bound: 21·143^11).
         {"a mixed unsat check ended inside the box",
          "(assert (<= 1 (+ (* 4 x2) (* (- 13) x1)) 4))(assert (<= 3 (+ (* 7 x2) (* 4 x0)) 6))"
          "(assert (<= (- 6) (+ (* (- 7) x1) (* (- 3) x0) (* 13 x2)) (- 4)))(assert (or (< x0 0) (> x0 0)))"
-         "(assert (< r0 (to_real x2)))(check-sat)", "unsat", "--bb-limit 10 --box-after 2"},
+         "(assert (< r0 (to_real x2)))(check-sat)", "unsat", "--bb-limit 12 --box-after 2"},
     };
     // clang-format on
     for (const Case& c : cases) {

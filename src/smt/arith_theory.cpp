@@ -153,7 +153,7 @@ void ArithTheory::backtrack(int level) {
     propagated_ = std::min(propagated_, keep);
     conflict_ = false;
     forget_rooms();
-    if (!transient_.empty()) make_slacks_again(target == 0);
+    if (!transient_.empty()) forget_reclaimed_slacks(target == 0);
 }
 
 // A level-0 fact on an atom made inside a push level follows from the permanent clauses, so its
@@ -173,6 +173,7 @@ void ArithTheory::assign(sat::Lit lit) {
     if (!is_atom(v)) return;
     Atom& a = atom_data_[atom_of_[v]];
     if (!a.alive) return;
+    if (a.rowless) make_slacks_again(static_cast<std::uint32_t>(atom_of_[v]));
     value_[v] = lit.negative() ? -1 : 1;
     position_[v] = static_cast<std::uint32_t>(assigned_.size());
     assigned_.push_back(lit);

@@ -40,7 +40,8 @@
 // new atoms, the split p: s ≤ k over an integral term s and the cut q, and two Farkas lemmas
 // (¬p ∨ q ∨ ¬l…) and (p ∨ q ∨ ¬l…) over the literals l of the row's bounds, from which the
 // search resolves q. Atoms made during the search have slacks that a backtrack below their
-// level takes out of the simplex (Simplex::pop); such atoms get their slacks made again there.
+// level takes out of the simplex (Simplex::pop); such atoms stay without a row (and without
+// propagation) until one of their literals is assigned, when the slack is made again.
 // Pops (truncate): a pop gives the SAT variables of the level back and their atoms go with them
 // (a suffix of the atom list, as variables are made in order). Their literals must leave no
 // bound in the simplex that names them, so at level 0 an atom made inside a push level is
@@ -112,7 +113,8 @@ class ArithTheory : public LinearTheory {
         Reading reading[2];  // by literal sign: [0] the atom, [1] its negation
         QNumber unit;        // 1/|scale|: the multiplier that makes the variable cancel
         bool alive = true;
-        bool search = false;  // made by the search (a branch, cut or split): it sets the phase
+        bool search = false;   // made by the search (a branch, cut or split): it sets the phase
+        bool rowless = false;  // its slack taken out by a pop; made again when it is assigned
     };
 
     // A row propagation's explanation.
@@ -163,7 +165,8 @@ class ArithTheory : public LinearTheory {
     bool cut_row(int basic);
     bool integral_var(int var) const;
     void expand(int var, const QNumber& factor, std::vector<QNumber>& into);
-    void make_slacks_again(bool permanent);
+    void forget_reclaimed_slacks(bool at_level_zero);
+    void make_slacks_again(std::uint32_t index);
     bool lemma_is_valid(const std::vector<sat::Lit>& clause,
                         const std::vector<QNumber>& multipliers) const;
     // row_propagation.cpp
