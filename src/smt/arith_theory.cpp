@@ -229,6 +229,7 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
 void ArithTheory::explain(sat::Lit lit, std::vector<sat::Lit>& clause) {
     if (std::int32_t r = row_reason_of_[lit.var()]; r >= 0) {
         RowReason& reason = row_reasons_[static_cast<std::size_t>(r)];
+        if (reason.pending) explain_summand(reason);
         if (relax_) relax_row_reason(lit, reason);
         clause.assign(1, lit);
         for (sat::Lit l : reason.lits)

@@ -123,6 +123,11 @@ class ArithTheory : public LinearTheory {
         std::vector<QNumber> multipliers;
         int slack = 0;     // whose row
         int summand = -1;  // the index of the bounded summand, −1: the slack is bounded
+        // Without a proof, a summand's explanation waits for explain(): the other summands'
+        // bounds are those of the first `bounds_then` bound records (see explain_summand).
+        bool pending = false;
+        bool slack_upper = false;
+        std::size_t bounds_then = 0;
     };
 
     // The simplex bound of a level-0 fact that names no literal (see bound_reason).
@@ -197,6 +202,7 @@ class ArithTheory : public LinearTheory {
     void relax_explanation(std::span<sat::Lit> lits, std::span<const QNumber> weights,
                            lra::DeltaRational excess, std::vector<QNumber>* multipliers);
     void relax_row_reason(sat::Lit lit, RowReason& reason);
+    void explain_summand(RowReason& reason);
 
     const Problem& problem_;
     sat::Solver& sat_;

@@ -114,6 +114,7 @@ ArithTheory::RowReason& ArithTheory::new_row_reason(sat::Var v) {
     reason.multipliers.clear();
     reason.slack = 0;
     reason.summand = -1;
+    reason.pending = false;
     return reason;
 }
 
@@ -207,20 +208,20 @@ void ArithTheory::imply_on_summand(int slack, bool slack_upper, std::size_t k,
             reason.slack = slack;
             reason.summand = static_cast<int>(k);
             reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
-            QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
-            if (record_) reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
-            for (std::size_t j = 0; j < term.size(); ++j) {
-                if (j == k) continue;
-                const lra::BoundRecord& b = *summand_bounds_[j];
-                auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(b.reason));
-                // Without a proof, level-0 facts need no place in the lemma (conflict analysis
-                // drops them): an objective's row over 150 soft assertions explained each
-                // implication by ~150 literals, mostly the facts xⱼ ≥ 0 (7.1 s -> 4.6 s on
-                // maxsat100 s3). Such a reason is not relaxed (relax_row_reason).
-                if (!record_ && !level_start_.empty() && position_[lit.var()] < level_start_[0])
-                    continue;
-                reason.lits.push_back(lit);
-                if (record_) {
+            if (!record_) {
+                // Most implications are never explained: building each from all the summands
+                // was 13 % of a MaxSAT search.
+                reason.pending = true;
+                reason.slack_upper = slack_upper;
+                reason.bounds_then = simplex_.bounds().records().size();
+            } else {
+                QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
+                reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
+                for (std::size_t j = 0; j < term.size(); ++j) {
+                    if (j == k) continue;
+                    const lra::BoundRecord& b = *summand_bounds_[j];
+                    reason.lits.push_back(
+                        sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
                     QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
                     reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
                 }
@@ -229,6 +230,30 @@ void ArithTheory::imply_on_summand(int slack, bool slack_upper, std::size_t k,
             implied.push_back(sat::Lit(ov, side == 1));
             break;
         }
+    }
+}
+
+// The other summands' bounds when the implication was made: each summand's bound record then is
+// its current one or an earlier one down its chain (a backtrack past the implication would have
+// taken the implied literal too). Level-0 facts are left out: conflict analysis drops them (an
+// objective's row over 150 soft assertions explained each implication by ~150 literals, mostly
+// the facts xⱼ ≥ 0; 7.1 s -> 4.6 s on maxsat100 s3); such a reason is not relaxed.
+void ArithTheory::explain_summand(RowReason& reason) {
+    reason.pending = false;
+    const lra::BoundTrail& bounds = simplex_.bounds();
+    const auto& records = bounds.records();
+    const auto& term = simplex_.slack_term(reason.slack);
+    for (std::size_t j = 0; j < term.size(); ++j) {
+        if (j == static_cast<std::size_t>(reason.summand)) continue;
+        const auto& e = term[j];
+        bool upper = reason.slack_upper != (e.coeff.sign() > 0);
+        auto at = static_cast<std::size_t>((upper ? &bounds.upper(e.var) : &bounds.lower(e.var)) -
+                                           records.data());
+        while (at >= reason.bounds_then)
+            at = static_cast<std::size_t>(records[at].previous);
+        auto lit = sat::Lit::from_code(static_cast<std::uint32_t>(records[at].reason));
+        if (!level_start_.empty() && position_[lit.var()] < level_start_[0]) continue;
+        reason.lits.push_back(lit);
     }
 }
 

@@ -59,7 +59,7 @@ bool ArithTheory::propagate_within_room(int slack, bool slack_upper, const lra::
             room.next_open[i] = i + 1;
             continue;
         }
-        if (!bounds_read) {  // the explanations' literals: the current bounds
+        if (!bounds_read && record_) {  // a proof's explanations: the current bounds
             summand_bounds_.assign(term.size(), nullptr);
             for (std::size_t j = 0; j < term.size(); ++j) {
                 const auto& e = term[j];
