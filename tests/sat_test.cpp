@@ -397,5 +397,21 @@ TEST(DimacsReader, ReadsGoodInputAndPositionsErrors) {
     EXPECT_EQ(cnf.clauses[1], (std::vector<int>{2, 3, -1}));
 }
 
+// Past its first few thousand conflicts Luby restarts as Glucose does: soon after the learned
+// clauses' LBDs jump, not at the next Luby interval (at least 100 conflicts).
+TEST(Restarts, LubyTurnsToTheLbdRuleOnLongSearches) {
+    for (RestartPolicy policy : {RestartPolicy::Luby, RestartPolicy::Glucose}) {
+        Restarts restarts(policy);
+        for (int i = 0; i < 4000; ++i) {
+            restarts.on_conflict(2);
+            if (restarts.due()) restarts.restarted();
+        }
+        restarts.restarted();
+        for (int i = 0; i < 60; ++i)
+            restarts.on_conflict(20);
+        EXPECT_TRUE(restarts.due()) << static_cast<int>(policy);
+    }
+}
+
 }  // namespace
 }  // namespace vorn::sat

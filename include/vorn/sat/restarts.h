@@ -3,6 +3,8 @@
 // When to restart: after a Luby sequence of conflict counts (Luby, Sinclair, Zuckerman 1993), or
 // when the LBDs of the recently learned clauses grow worse than the average so far (Audemard,
 // Simon 2009, with an exponential moving average in place of their window of 50).
+// Luby turns to the LBD rule after its first 3 000 conflicts: short searches keep Luby's
+// steady restarts, long ones (bounded model checking) need fewer conflicts with the LBD rule.
 
 #include <cstdint>
 
