@@ -184,6 +184,11 @@ class ArithTheory : public LinearTheory {
     // The other direction: bounds on a slack's summands from the slack's bound.
     const lra::BoundRecord* literal_bound(int var, bool upper) const;
     RowReason& new_row_reason(sat::Var v);
+    // Implies each open atom on `var` that the bound (an upper one when `upper`) decides, once,
+    // with the explanation `explain` fills in its fresh reason.
+    template <class Explain>
+    void imply_atoms_on(int var, bool upper, const lra::DeltaRational& bound,
+                        std::vector<sat::Lit>& implied, Explain explain);
     void propagate_to_summands(int slack, bool slack_upper, std::vector<sat::Lit>& implied);
     void imply_on_summand(int slack, bool slack_upper, std::size_t k, lra::DeltaRational bound,
                           const lra::BoundRecord& sb, std::vector<sat::Lit>& implied);

@@ -65,6 +65,25 @@ bool ArithTheory::implied_bound(int slack, bool upper, lra::DeltaRational& bound
     return true;
 }
 
+template <class Explain>
+void ArithTheory::imply_atoms_on(int var, bool upper, const lra::DeltaRational& bound,
+                                 std::vector<sat::Lit>& implied, Explain explain) {
+    for (std::uint32_t other : atoms_on_[var]) {
+        const Atom& o = atom_data_[other];
+        sat::Var ov = atoms_[other].var;
+        if (!o.alive || value_[ov] != 0) continue;
+        for (int side = 0; side < 2; ++side) {
+            const Reading& r = o.reading[side];
+            if (!implies(upper, bound, r.upper, r.value)) continue;
+            if (implied_now_[ov]) break;
+            explain(new_row_reason(ov));
+            implied_now_[ov] = 1;
+            implied.push_back(sat::Lit(ov, side == 1));
+            break;
+        }
+    }
+}
+
 // A new bound on `var` (an upper one when `upper`) moves one side of each slack over it: the
 // upper side where its coefficient's sign agrees, the lower one otherwise.
 void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& implied) {
@@ -72,34 +91,18 @@ void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& imp
     for (SlackOf of : slacks_of_[var]) {
         int slack = of.slack;
         if (!simplex_.is_slack(slack)) continue;  // taken out by a pop (see make_slacks_again)
-        const auto& on = atoms_on_[slack];
-        if (std::none_of(on.begin(), on.end(), [&](std::uint32_t o) {
-                return atom_data_[o].alive && value_[atoms_[o].var] == 0;
-            }))
-            continue;
+        if (!has_open_atom(slack)) continue;
         const auto& term = simplex_.slack_term(slack);
         std::size_t at = index_in(term, of.index, var);
         if (at == term.size()) continue;
         bool side_upper = upper == (term[at].coeff.sign() > 0);
         lra::DeltaRational bound;
         if (!implied_bound(slack, side_upper, bound)) continue;
-        for (std::uint32_t other : atoms_on_[slack]) {
-            const Atom& o = atom_data_[other];
-            sat::Var ov = atoms_[other].var;
-            if (!o.alive || value_[ov] != 0) continue;
-            for (int side = 0; side < 2; ++side) {
-                const Reading& r = o.reading[side];
-                if (!implies(side_upper, bound, r.upper, r.value)) continue;
-                if (implied_now_[ov]) break;
-                RowReason& reason = new_row_reason(ov);
-                reason.lits.assign(row_lits_.begin(), row_lits_.end());
-                reason.multipliers.assign(row_multipliers_.begin(), row_multipliers_.end());
-                reason.slack = slack;
-                implied_now_[ov] = 1;
-                implied.push_back(sat::Lit(ov, side == 1));
-                break;
-            }
-        }
+        imply_atoms_on(slack, side_upper, bound, implied, [&](RowReason& reason) {
+            reason.lits.assign(row_lits_.begin(), row_lits_.end());
+            reason.multipliers.assign(row_multipliers_.begin(), row_multipliers_.end());
+            reason.slack = slack;
+        });
     }
 }
 
@@ -193,44 +196,30 @@ void ArithTheory::imply_on_summand(int slack, bool slack_upper, std::size_t k,
                                    std::vector<sat::Lit>& implied) {
     const auto& term = simplex_.slack_term(slack);
     const auto& ek = term[k];
-    const auto& on = atoms_on_[ek.var];
     bound /= ek.coeff;
     bool upper = slack_upper == (ek.coeff.sign() > 0);
-    for (std::uint32_t other : on) {
-        const Atom& o = atom_data_[other];
-        sat::Var ov = atoms_[other].var;
-        if (!o.alive || value_[ov] != 0) continue;
-        for (int side = 0; side < 2; ++side) {
-            const Reading& r = o.reading[side];
-            if (!implies(upper, bound, r.upper, r.value)) continue;
-            if (implied_now_[ov]) break;
-            RowReason& reason = new_row_reason(ov);
-            reason.slack = slack;
-            reason.summand = static_cast<int>(k);
-            reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
-            if (!record_) {
-                // Most implications are never explained: building each from all the summands
-                // was 13 % of a MaxSAT search.
-                reason.pending = true;
-                reason.slack_upper = slack_upper;
-                reason.bounds_then = simplex_.bounds().records().size();
-            } else {
-                QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
-                reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
-                for (std::size_t j = 0; j < term.size(); ++j) {
-                    if (j == k) continue;
-                    const lra::BoundRecord& b = *summand_bounds_[j];
-                    reason.lits.push_back(
-                        sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
-                    QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
-                    reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
-                }
-            }
-            implied_now_[ov] = 1;
-            implied.push_back(sat::Lit(ov, side == 1));
-            break;
+    imply_atoms_on(ek.var, upper, bound, implied, [&](RowReason& reason) {
+        reason.slack = slack;
+        reason.summand = static_cast<int>(k);
+        reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
+        if (!record_) {
+            // Most implications are never explained: building each from all the summands was
+            // 13 % of a MaxSAT search.
+            reason.pending = true;
+            reason.slack_upper = slack_upper;
+            reason.bounds_then = simplex_.bounds().records().size();
+            return;
         }
-    }
+        QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
+        reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
+        for (std::size_t j = 0; j < term.size(); ++j) {
+            if (j == k) continue;
+            const lra::BoundRecord& b = *summand_bounds_[j];
+            reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
+            QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
+            reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
+        }
+    });
 }
 
 // The other summands' bounds when the implication was made: each summand's bound record then is
