@@ -2,7 +2,6 @@
 // optimal basis read back. Only this file sees CLP.
 
 #include <gmp.h>
-#include <ClpEventHandler.hpp>
 #include <ClpSimplex.hpp>
 #include <ClpSolve.hpp>
 #include <CoinFinite.hpp>
@@ -10,6 +9,7 @@
 
 #include <cmath>
 
+#include "clp_stop.h"
 #include "float_start.h"
 
 namespace vorn::smt {
@@ -30,17 +30,6 @@ double bound_value(const std::optional<B>& bound, double infinite) {
     else
         return to_double(bound->value);
 }
-
-// Ends CLP's iterations once the check is to stop.
-class StopEvents : public ClpEventHandler {
-  public:
-    explicit StopEvents(util::Stop* stop) : stop_(stop) {}
-    int event(Event) override { return stop_ != nullptr && stop_->requested() ? 0 : -1; }
-    ClpEventHandler* clone() const override { return new StopEvents(*this); }
-
-  private:
-    util::Stop* stop_;
-};
 
 // Which bound a non-basic value sits at, whatever CLP's status says (its convention for rows
 // differs between interfaces): the nearer one.
@@ -91,7 +80,7 @@ std::optional<Basis> float_basis(const Problem& problem, const LpForm& lp, util:
         model.messageHandler()->setLogLevel(0);
         model.loadProblem(matrix, col_lower.data(), col_upper.data(), cost.data(), row_lower.data(),
                           row_upper.data());
-        StopEvents events(stop);
+        ClpStop events(stop);
         model.passInEventHandler(&events);
         ClpSolve options;
         options.setSolveType(ClpSolve::useDual);

@@ -103,6 +103,7 @@ class MilpSearch {
     }
     Outcome visit(std::size_t node);
     void save_basis(Node& n) const;
+    int saved_side(int var) const;
     void restore_basis(std::size_t from, bool child, bool warm = true);
     bool cannot_beat_incumbent(const QNumber& value) const;
     bool below_closed_node(std::size_t node) const;
