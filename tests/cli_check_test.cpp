@@ -178,6 +178,18 @@ const ScriptCase kScripts[] = {
      "is not supported\")\nsat\n(error \"s.smt2:5:45: several objectives are optimized by lex or "
      "box priority, not by pareto\")\nsat\n(objectives\n (h 0)\n (x 0)\n ( 0)\n)\n((x 4))\nsat\n"
      "(objectives\n (h 0)\n (x 4)\n ( 1)\n ((- y) oo)\n)\n"},
+    // Bools only: linear steps from the best model's phases, then a second check after a clause.
+    {"weighted MaxSAT over Bools alone, twice", R"((declare-const p0 Bool)(declare-const p1 Bool)
+(declare-const p2 Bool)(declare-const p3 Bool)(declare-const p4 Bool)(declare-const p5 Bool)
+(declare-const p6 Bool)(declare-const p7 Bool)(declare-const p8 Bool)(assert (or p0 p1 p2))
+(assert (or p3 p4 p5))(assert (or p6 p7 p8))(assert (or (not p1) (not p4) (not p7)))
+(assert-soft (not p0) :weight 2)(assert-soft (not p1) :weight 3)(assert-soft (not p2) :weight 4)
+(assert-soft (not p3) :weight 2)(assert-soft (not p4) :weight 3)(assert-soft (not p5) :weight 4)
+(assert-soft (not p6) :weight 2)(assert-soft (not p7) :weight 3)(assert-soft (not p8) :weight 4)
+(assert-soft (or p0 p1))(assert-soft (or p1 p5))(assert-soft (or p2 p0))(assert-soft (or p3 p4))
+(assert-soft (or p4 p8))(assert-soft (or p5 p3))(assert-soft (or p6 p7))(assert-soft (or p7 p2))
+(check-sat)(get-objectives)(assert (or p1 p2))(check-sat)(get-objectives))",
+     "sat\n(objectives\n ( 9)\n)\nsat\n(objectives\n ( 10)\n)\n"},
     {"integer equalities off their lattice, beside Boolean structure",
      R"((set-option :produce-unsat-cores true)(declare-const x Int)(declare-const y Int)
 (declare-const b Bool)(assert (= (+ (* 3 x) (* 2 y)) 1))(assert (! (or b (> x 5)) :named n))

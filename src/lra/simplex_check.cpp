@@ -45,6 +45,7 @@ Result Simplex::search() {
             return Result::Unknown;
         }
         bool increase = bounds_.has_lower(basic) && values_[basic] < bounds_.lower_value(basic);
+        if (repair_by_own_columns(basic, increase)) continue;
         int entering = choose_entering(basic, increase);
         if (entering == 0 || (options_.pivot_limit != 0 && pivots == options_.pivot_limit)) {
             queue_if_violated(basic);  // still violated: the next check starts here
@@ -124,6 +125,37 @@ int Simplex::choose_entering_dual(int basic, bool increase) const {
         best_column = column;
     }
     return best;
+}
+
+// A non-basic variable in this row alone moves only the basic one: within its bounds, such
+// variables take up the violation without a pivot. An objective's row over 150 soft
+// assertions, each a variable of its own, was pivoted at most checks of a MaxSAT search, and
+// each pivot rewrote the whole row (a fifth of the search's time).
+bool Simplex::repair_by_own_columns(int basic, bool increase) {
+    const DeltaRational& target =
+        increase ? bounds_.lower_value(basic) : bounds_.upper_value(basic);
+    for (const auto& e : tableau_->rows().at(basic)->entries()) {
+        if (e.var == basic) continue;
+        bool up = increase == (e.coeff.sign() > 0);
+        if (!can_move(e.var, up) || tableau_->cols().find(e.var)->value.second.size() != 1)
+            continue;
+        step_ = target;
+        step_ -= values_[basic];
+        step_ /= e.coeff;  // the move that would repair the row alone
+        DeltaRational to = values_[e.var];
+        to += step_;
+        bool beyond = up ? bounds_.has_upper(e.var) && to > bounds_.upper_value(e.var)
+                         : bounds_.has_lower(e.var) && to < bounds_.lower_value(e.var);
+        if (beyond) {
+            to = up ? bounds_.upper_value(e.var) : bounds_.lower_value(e.var);
+            step_ = to;
+            step_ -= values_[e.var];
+        }
+        values_[basic].add_product(e.coeff, step_);
+        values_[e.var] = std::move(to);
+        if (!beyond) return true;
+    }
+    return !is_violated(basic);
 }
 
 void Simplex::pivot_and_update(int leaving, int entering, const DeltaRational& target) {

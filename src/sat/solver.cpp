@@ -122,6 +122,7 @@ Result Solver::search() {
             restarts_.restarted();
             ++stats_.restarts;
             backtrack(0);
+            if (options_.model_phase) take_model_phases();
             continue;
         }
         if (static_cast<std::int64_t>(stats_.conflicts) >= next_reduce_) {
@@ -181,6 +182,11 @@ void Solver::enqueue(Lit lit, CRef reason) {
 void Solver::new_level() {
     trail_lim_.push_back(trail_.size());
     if (theory_) theory_->new_level();
+}
+
+void Solver::take_model_phases() {
+    for (Var v = 0; v < static_cast<Var>(model_.size()) && v < num_vars(); ++v)
+        if (model_[v] != LBool::Undef) phase_[v] = model_[v] == LBool::False;
 }
 
 void Solver::backtrack(int target) {

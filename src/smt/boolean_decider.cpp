@@ -12,6 +12,7 @@ namespace {
 sat::Options sat_options(const DecideOptions& options) {
     sat::Options o;
     o.record_proof = options.certify;
+    o.model_phase = options.model_phase;
     o.stop = options.stop;
     o.conflict_limit =
         options.conflict_limit == 0 ? -1 : static_cast<std::int64_t>(options.conflict_limit);
@@ -44,6 +45,7 @@ void BooleanDecider::set_options(const DecideOptions& options) {
     sat::Options o = sat_options(options);
     sat_.set_conflict_limit(o.conflict_limit);
     sat_.set_stop(o.stop);
+    sat_.set_model_phase(o.model_phase);
     theory_->set_stop(options.stop);
     theory_->set_cuts(options.cuts);
     theory_->set_relax_explanations(options.relax_explanations);

@@ -291,6 +291,7 @@ class Simplex {
     int choose_entering(int basic, bool increase) const;
     int choose_entering_dual(int basic, bool increase) const;
     bool can_move(int var, bool up) const;
+    bool repair_by_own_columns(int basic, bool increase);
     void pivot_and_update(int leaving, int entering, const DeltaRational& target);
     void note_leaving(int var);
     void explain_row(int basic, bool increase);

@@ -86,6 +86,9 @@ struct Options {
     // gates jump so far (ite-fuzz-2vars: four times faster); no other benchmark family does.
     int chronological_distance = 700;
     bool record_proof = false;
+    // At each restart every variable takes the phase it has in the last model (none before the
+    // first Sat answer).
+    bool model_phase = false;
     // With a DecisionGuide: conflicts of its first turn, after which activity decides for as
     // many, then the guide for twice as many, and so on (each change a restart); 0: the guide
     // decides throughout. Neither order wins on every fuzzer-like script (a guided search that
@@ -171,6 +174,7 @@ class Solver {
     const Stats& stats() const { return stats_; }
     void set_conflict_limit(std::int64_t limit) { options_.conflict_limit = limit; }
     void set_stop(util::Stop* stop) { options_.stop = stop; }
+    void set_model_phase(bool on) { options_.model_phase = on; }
     const std::vector<ProofStep>& proof() const { return proof_; }
 
   private:
@@ -187,6 +191,7 @@ class Solver {
     void enqueue(Lit lit, CRef reason);
     void new_level();
     void backtrack(int level);
+    void take_model_phases();
     CRef attach(std::span<const Lit> lits, bool learned, bool lemma, std::uint32_t lbd);
     void record(ProofStep::Kind kind, std::span<const Lit> clause);
     void set_unsat();

@@ -77,6 +77,9 @@ struct DecideOptions {
     // the difference graph's potential) instead of its saved phase; atoms the search made itself
     // (branches, cuts, splits) keep the phase they were given.
     bool theory_phase = true;
+    // At each restart the Boolean variables take the phases of the last model again
+    // (solution-phase saving): a search for a better model stays near the best one so far.
+    bool model_phase = false;
     // The Boolean search goes on inside a box on the Int variables that holds a solution
     // whenever there is one (Real variables stay free), after this many splits of a check
     // (0: never): the search then ends without the node budget (docs/integers.md,
