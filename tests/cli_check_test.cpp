@@ -153,6 +153,11 @@ const ScriptCase kScripts[] = {
 (* 7 b)) (- 2)))(assert (or (<= (- 8) (+ (* 4 c) (* 13 a) (* 13 b)) (- 6)) (= (+ (* (- 13) a)
 (* (- 5) b) (* 7 c)) 3)))(maximize b)(check-sat)(get-objectives))",
      "sat\n(objectives\n (b 25)\n)\n"},
+    {"objectives over a mod, its quotient without bounds of its own",
+     R"((declare-const x Int)(declare-const y Int)(declare-const b Bool)(assert (<= (- 5) x 5))
+(assert (<= (- 5) y 5))(assert (or b (= (+ (* 2 x) (* 3 y)) 1)))(assert (=> b (< (+ x y) (- 4))))
+(minimize (- (* 3 y) (mod (+ (* 2 x) y) 3)))(maximize x)(check-sat)(get-objectives))",
+     "sat\n(objectives\n ((- (* 3 y) (mod (+ (* 2 x) y) 3)) (- 17))\n (x (- 1))\n)\n"},
     {"optima go with the check that found them", R"((declare-const x Int)(push 1)(assert (<= x 5))
 (maximize x)(check-sat)(get-objectives)(pop 1)(check-sat)(get-objectives))",
      "sat\n(objectives\n (x 5)\n)\nsat\n(objectives\n)\n"},

@@ -271,9 +271,14 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
     if (lattice == LatticeStep::Split || lattice == LatticeStep::Model) return true;
     // Cuts, when on, come first: shallow in the search, where they pay. A parameter split is a
     // branch within the fixed equalities, which dives like one where the other rows define
-    // the vertex: the tight rows' split goes first.
-    if (cut() || cube_model() || tight_split()) return true;
-    if (lattice == LatticeStep::Parameters && parameter_split()) return true;
+    // the vertex: the tight rows' split goes first. Both are for vertices that can dive: a
+    // fractional Int variable bounded on both sides is branched on instead (a new branch lies
+    // between bounds already asserted, so there are finitely many), since each split's new
+    // dense row made every pivot dearer (h500204 of the hunt: 144 s with them, 1.4 s without).
+    // Inside the box, whose bounds are far out, the splits stay.
+    bool dives = box_on_ || !has_bounded_fractional();
+    if (cut() || cube_model() || (dives && tight_split())) return true;
+    if (lattice == LatticeStep::Parameters && dives && parameter_split()) return true;
     if (!branch()) take_model();
     return true;
 }
@@ -335,10 +340,11 @@ DecideStats ArithTheory::stats() const {
 // search gives up instead.
 bool ArithTheory::branch() {
     std::size_t n = integer_vars_.size();
+    bool bounded = has_bounded_fractional();  // those first: their branches are finitely many
     for (std::size_t k = 0; k < n; ++k) {
         int s = integer_vars_[(next_branch_ + k) % n];
         const lra::DeltaRational& v = simplex_.delta_value(s);
-        if (lra::is_integral(v)) continue;
+        if (lra::is_integral(v) || (bounded && !has_both_bounds(s))) continue;
         if (!take_split()) return false;
         next_branch_ = (next_branch_ + k + 1) % n;
         ++branches_;
@@ -350,6 +356,16 @@ bool ArithTheory::branch() {
         return true;
     }
     return false;
+}
+
+bool ArithTheory::has_both_bounds(int var) const {
+    return simplex_.bounds().has_lower(var) && simplex_.bounds().has_upper(var);
+}
+
+bool ArithTheory::has_bounded_fractional() const {
+    return std::any_of(integer_vars_.begin(), integer_vars_.end(), [&](int s) {
+        return !lra::is_integral(simplex_.delta_value(s)) && has_both_bounds(s);
+    });
 }
 
 bool ArithTheory::take_split() {

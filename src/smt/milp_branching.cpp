@@ -44,6 +44,18 @@ void MilpSearch::collect_fractional() {
         const lra::DeltaRational& x = simplex_.delta_value(var_of_[v]);
         if (!lra::is_integral(x)) fractional_.push_back({static_cast<int>(v), x});
     }
+    // Where some are bounded on both sides, only those: their branches are finitely many, and a
+    // split on the term of an unbounded one (unbounded_split) is a dense row in every node
+    // below. A div's quotient has no bounds of its own; with its splits a conjunction of the
+    // hunt (h400285) took 20 640 nodes and 70 s, without them 0.04 s.
+    auto unbounded = [&](const Fractional& f) { return !has_both_bounds(f.var); };
+    if (!std::all_of(fractional_.begin(), fractional_.end(), unbounded))
+        std::erase_if(fractional_, unbounded);
+}
+
+bool MilpSearch::has_both_bounds(int var) const {
+    int s = var_of_[static_cast<std::size_t>(var)];
+    return simplex_.bounds().has_lower(s) && simplex_.bounds().has_upper(s);
 }
 
 // A primal heuristic: every Int variable fixed at its relaxation value rounded (to the nearest

@@ -120,6 +120,7 @@ class MilpSearch {
         lra::DeltaRational value;
     };
     void collect_fractional();
+    bool has_both_bounds(int var) const;  // a problem variable
     void try_rounding(bool up);
     void measure_by_strong_branching(const QNumber& value);
     int choose_branch_variable(QNumber& value) const;

@@ -19,7 +19,8 @@ namespace vorn::smt {
 // with coefficients within ±100 (lra::has_compound_coefficient), as in the CDCL search
 // (tight_split.cpp there says why): else splits on splits compound their terms.
 std::optional<lra::TermSplit> MilpSearch::unbounded_split() {
-    if (!lra::fractional_unbounded(simplex_, integer_vars_)) return std::nullopt;
+    // collect_fractional keeps the unbounded ones only when no other is fractional.
+    if (fractional_.empty() || has_both_bounds(fractional_.front().var)) return std::nullopt;
     std::vector<int> rows = atom_rows_;
     std::size_t own = rows.size();
     for (std::size_t n : path_)
