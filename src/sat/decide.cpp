@@ -1,6 +1,7 @@
 // Decisions: the most active unassigned variable (VSIDS), those marked decide_first before the
-// others, in its target phase (the sign in the longest conflict-free trail since the last restart,
-// or the sign last set or saved when no such trail held it) unless the theory chooses the sign.
+// others, in its target phase (the sign in the longest conflict-free trail since the last restart;
+// a variable off that trail keeps the sign of an earlier one, or set_phase's) unless the theory
+// chooses the sign.
 
 #include "vorn/sat/solver.h"
 
