@@ -98,6 +98,8 @@ void Solver::truncate_vars(Var first) {
     reason_.resize(first);
     activity_.resize(first);
     phase_.resize(first);
+    target_.resize(first);
+    target_size_ = 0;
     first_.resize(first);
     seen_.resize(first);
     level_stamp_.resize(std::size_t{first} + 1);

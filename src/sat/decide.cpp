@@ -1,5 +1,7 @@
 // Decisions: the most active unassigned variable (VSIDS), those marked decide_first before the
-// others, in the phase it last had unless the theory chooses the sign.
+// others, in its target phase (the sign in the longest conflict-free trail since the last restart;
+// a variable off that trail keeps the sign of an earlier one, or set_phase's) unless the theory
+// chooses the sign.
 
 #include "vorn/sat/solver.h"
 
@@ -41,7 +43,7 @@ Lit Solver::pick_branch() {
         while (!heap->empty()) {
             Var v = heap->pop();
             if (value_of(pos(v)) != LBool::Undef || (heap == &heap_ && first_[v])) continue;
-            return Lit(v, theory_ != nullptr ? theory_->phase(v, phase_[v]) : phase_[v]);
+            return Lit(v, theory_ != nullptr ? theory_->phase(v, target_[v]) : target_[v]);
         }
     return Lit();
 }

@@ -17,6 +17,7 @@ Var Solver::new_var() {
     reason_.push_back(kNoClause);
     activity_.push_back(0);
     phase_.push_back(true);
+    target_.push_back(true);
     first_.push_back(false);
     seen_.push_back(0);
     level_stamp_.push_back(0);
@@ -121,6 +122,7 @@ Result Solver::search() {
         if (restarts_.due() || turn_over) {
             restarts_.restarted();
             ++stats_.restarts;
+            target_size_ = 0;
             backtrack(0);
             if (options_.model_phase) take_model_phases();
             continue;
@@ -160,6 +162,7 @@ void Solver::resolve(CRef conflict) {
         set_unsat();
         return;
     }
+    update_target();
     analyze(conflict);
     int distance = options_.chronological_distance;
     bool chronological =
@@ -168,6 +171,18 @@ void Solver::resolve(CRef conflict) {
     learn();
     decay_activities();
     restarts_.on_conflict(learned_lbd_);
+}
+
+// Before a conflict's backjump: when the levels below the conflict's hold more literals than any
+// trail since the last restart, their signs become the target phase that decisions take
+// (Biere, Fleury 2020). Longer conflict-free trails lead the search towards a model; a restart
+// lets a shorter trail set the target again.
+void Solver::update_target() {
+    std::size_t size = trail_lim_.empty() ? 0 : trail_lim_.back();
+    if (size <= target_size_) return;
+    target_size_ = size;
+    for (std::size_t i = 0; i < size; ++i)
+        target_[trail_[i].var()] = trail_[i].negative();
 }
 
 void Solver::enqueue(Lit lit, CRef reason) {

@@ -12,11 +12,11 @@
 //
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
-// phase saving (a theory may choose the sign, and variables marked decide_first come first), or
-// from a DecisionGuide, which may end the search before every variable is assigned (in turns
-// with the activity order, Options::guide_turn); Luby
-// or LBD-driven restarts; learned clauses reduced by LBD (Audemard, Simon 2009). Between solve()
-// calls the solver is at decision level 0.
+// phase saving and a target phase (a theory may choose the sign, and variables marked decide_first
+// come first), or from a DecisionGuide, which may end the search before every variable is assigned
+// (in turns with the activity order, Options::guide_turn); Luby or LBD-driven restarts; learned
+// clauses reduced by LBD (Audemard, Simon 2009). Between solve() calls the solver is at decision
+// level 0.
 //
 // Backjumps. A conflict undoes the levels above its learned clause's second-highest level, but
 // one that would undo more than Options::chronological_distance levels undoes the conflict's
@@ -153,7 +153,7 @@ class Solver {
     // The literal that solve() assumes for each push level, outermost first.
     const std::vector<Lit>& activation_literals() const { return activation_; }
     // The sign the next decision on `var` takes, until the search saves another.
-    void set_phase(Var var, bool negative) { phase_[var] = negative; }
+    void set_phase(Var var, bool negative) { phase_[var] = target_[var] = negative; }
     // Decisions take `var` before every variable not so marked (by activity among themselves).
     void decide_first(Var var);
 
@@ -251,6 +251,10 @@ class Solver {
     std::vector<bool> first_;
     VarHeap& heap_of(Var v) { return first_[v] ? first_heap_ : heap_; }
     std::vector<bool> phase_;  // saved phase: the sign the variable last had
+    // The sign in the longest conflict-free trail since the last restart (decide.cpp).
+    std::vector<bool> target_;
+    std::size_t target_size_ = 0;  // that trail's length
+    void update_target();
 
     Restarts restarts_;
     std::uint64_t conflict_stop_ = 0;  // stats_.conflicts at which solve() gives up; 0: never
