@@ -201,7 +201,7 @@ void Solver::new_level() {
 
 void Solver::take_model_phases() {
     for (Var v = 0; v < static_cast<Var>(model_.size()) && v < num_vars(); ++v)
-        if (model_[v] != LBool::Undef) phase_[v] = model_[v] == LBool::False;
+        if (model_[v] != LBool::Undef) phase_[v] = target_[v] = model_[v] == LBool::False;
 }
 
 void Solver::backtrack(int target) {
