@@ -339,12 +339,12 @@ DecideStats ArithTheory::stats() const {
 // one stopped, so that one unbounded variable does not take every branch. Past the budget the
 // search gives up instead.
 bool ArithTheory::branch() {
+    bool boxed_first = has_bounded_fractional();  // their branches are finitely many
     std::size_t n = integer_vars_.size();
-    bool bounded = has_bounded_fractional();  // those first: their branches are finitely many
     for (std::size_t k = 0; k < n; ++k) {
         int s = integer_vars_[(next_branch_ + k) % n];
         const lra::DeltaRational& v = simplex_.delta_value(s);
-        if (lra::is_integral(v) || (bounded && !has_both_bounds(s))) continue;
+        if (lra::is_integral(v) || (boxed_first && !simplex_.bounds().is_boxed(s))) continue;
         if (!take_split()) return false;
         next_branch_ = (next_branch_ + k + 1) % n;
         ++branches_;
@@ -358,13 +358,9 @@ bool ArithTheory::branch() {
     return false;
 }
 
-bool ArithTheory::has_both_bounds(int var) const {
-    return simplex_.bounds().has_lower(var) && simplex_.bounds().has_upper(var);
-}
-
 bool ArithTheory::has_bounded_fractional() const {
     return std::any_of(integer_vars_.begin(), integer_vars_.end(), [&](int s) {
-        return !lra::is_integral(simplex_.delta_value(s)) && has_both_bounds(s);
+        return !lra::is_integral(simplex_.delta_value(s)) && simplex_.bounds().is_boxed(s);
     });
 }
 

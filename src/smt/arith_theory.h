@@ -141,7 +141,6 @@ class ArithTheory : public LinearTheory {
                  const QNumber& c, bool integral) const;
     void conflict_from_simplex(std::vector<sat::Lit>& clause);
     bool branch();
-    bool has_both_bounds(int var) const;
     // Some Int variable is fractional and bounded on both sides.
     bool has_bounded_fractional() const;
     // Counts one more split of the check; false, the check given up, past the budget or when

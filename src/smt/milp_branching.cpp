@@ -55,7 +55,7 @@ void MilpSearch::collect_fractional() {
 
 bool MilpSearch::has_both_bounds(int var) const {
     int s = var_of_[static_cast<std::size_t>(var)];
-    return simplex_.bounds().has_lower(s) && simplex_.bounds().has_upper(s);
+    return simplex_.bounds().is_boxed(s);
 }
 
 // A primal heuristic: every Int variable fixed at its relaxation value rounded (to the nearest

@@ -59,9 +59,8 @@ class BoundTrail {
     const BoundRecord& upper(int v) const { return records_[upper_[v]]; }
     const DeltaRational& lower_value(int v) const { return lower(v).value; }
     const DeltaRational& upper_value(int v) const { return upper(v).value; }
-    bool is_fixed(int v) const {
-        return has_lower(v) && has_upper(v) && lower_value(v) == upper_value(v);
-    }
+    bool is_boxed(int v) const { return has_lower(v) && has_upper(v); }
+    bool is_fixed(int v) const { return is_boxed(v) && lower_value(v) == upper_value(v); }
 
     // Appends a record for var's lower or upper bound, makes it current and returns it for the
     // caller to fill in (`value`, `reason`, caller fields).
