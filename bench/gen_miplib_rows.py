@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes MIPLIB problems with binary columns as QF_LRA scripts with Boolean structure.
 
-usage: gen_miplib_rows.py [--out DIR] [MPS.bz2 ...]
+usage: gen_miplib_rows.py [--out DIR] [--shuffle SEED] [MPS.bz2 ...]
 
 Every column is a Real variable within its bounds; a binary column's integrality is the
 disjunction (or (= x 0) (= x 1)), so the SAT search carries it; every row is an atom. The
@@ -10,10 +10,15 @@ integral for these problems) or  objective <= optimum - 1 (unsat: every objectiv
 integral, so no 0/1 point lies strictly between). Only problems whose integer columns are all
 binary, whose other columns are absent and whose objective coefficients are integers are written
 (default: ../shared/data/miplib3's p0033, enigma, lseu, stein27, mod008).
+
+--shuffle SEED permutes the columns (their names and declaration order), the entries of every
+row and the order of the assertions, and writes NAME_STATUS_shSEED.smt2: the same problem, so
+that a comparison over several seeds does not rest on one lucky order of the search.
 """
 import argparse
 import bz2
 import pathlib
+import random
 from fractions import Fraction
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -79,10 +84,15 @@ def linear(coeffs, names):
     return parts[0] if len(parts) == 1 else "(+ " + " ".join(parts) + ")" if parts else "0.0"
 
 
-def script(rows, objective, rhs, bounds, integer, order, bound, status):
+def script(rows, objective, rhs, bounds, integer, order, bound, status, rng=None):
+    if rng:
+        order = rng.sample(order, len(order))
+        rows = {n: (sense, dict(rng.sample(list(coeffs.items()), len(coeffs))))
+                for n, (sense, coeffs) in rows.items()}
     names = {col: f"x{i}" for i, col in enumerate(order)}
-    out = [f"(set-info :status {status})", "(set-logic QF_LRA)"]
-    out += [f"(declare-fun {names[c]} () Real)" for c in order]
+    head = [f"(set-info :status {status})", "(set-logic QF_LRA)"]
+    head += [f"(declare-fun {names[c]} () Real)" for c in order]
+    out = []
     for c in order:
         lo, hi = bounds[c]
         if c in integer and lo == 0 and hi == 1:
@@ -98,13 +108,16 @@ def script(rows, objective, rhs, bounds, integer, order, bound, status):
             continue
         out.append(f"(assert ({ops[sense]} {linear(coeffs, names)} {number(rhs.get(name, Fraction(0)))}))")
     out.append(f"(assert (<= {linear(rows[objective][1], names)} {number(Fraction(bound))}))")
-    out += ["(check-sat)", "(exit)"]
-    return "\n".join(out) + "\n"
+    if rng:
+        rng.shuffle(out)
+    return "\n".join(head + out + ["(check-sat)", "(exit)"]) + "\n"
 
 
 def main():
     p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     p.add_argument("--out", default=str(HERE / "data/miplib_rows"))
+    p.add_argument("--shuffle", type=int, metavar="SEED",
+                   help="permute columns, row entries and assertions with this seed")
     p.add_argument("files", nargs="*")
     args = p.parse_args()
     files = args.files or [MIPLIB / f"miplib3-{n}.mps.bz2" for n in OPTIMA]
@@ -119,8 +132,10 @@ def main():
             print(f"skipped {f.name}: not all binary with integral costs and a known optimum")
             continue
         for status, bound in (("sat", OPTIMA[name]), ("unsat", OPTIMA[name] - 1)):
-            path = out / f"{name}_{status}.smt2"
-            path.write_text(script(rows, objective, rhs, bounds, integer, order, bound, status))
+            suffix = "" if args.shuffle is None else f"_sh{args.shuffle}"
+            rng = None if args.shuffle is None else random.Random(f"{args.shuffle}-{name}")
+            path = out / f"{name}_{status}{suffix}.smt2"
+            path.write_text(script(rows, objective, rhs, bounds, integer, order, bound, status, rng))
             print(path)
 
 
