@@ -71,7 +71,8 @@ struct CnfShape {
     int vars, clauses;
     bool mixed;
     RestartPolicy restarts;
-    int chronological = 0;  // Options::chronological_distance; 1: after every longer backjump
+    int chronological = 0;        // Options::chronological_distance; 1: after every longer backjump
+    std::int64_t rephase = 5000;  // Options::rephase_interval; 1: at nearly every restart
 };
 
 // n+1 pigeons in n holes.
@@ -322,10 +323,11 @@ void expect_proof_follows(const Solver& s, Result r, int vars) {
 // that the solver otherwise drops), and a pigeonhole, whose proof outlives clause reductions.
 TEST(SatSolver, AnswersModelsAndProofsMatchBruteForce) {
     const CnfShape shapes[] = {
-        {5, 21, false, RestartPolicy::Luby},      {10, 43, false, RestartPolicy::Glucose},
-        {12, 51, false, RestartPolicy::Luby},     {12, 30, true, RestartPolicy::Glucose},
-        {8, 40, true, RestartPolicy::Luby},       {12, 51, false, RestartPolicy::Luby, 1},
-        {12, 30, true, RestartPolicy::Glucose, 1}};
+        {5, 21, false, RestartPolicy::Luby},         {10, 43, false, RestartPolicy::Glucose},
+        {12, 51, false, RestartPolicy::Luby},        {12, 30, true, RestartPolicy::Glucose},
+        {8, 40, true, RestartPolicy::Luby},          {12, 51, false, RestartPolicy::Luby, 1},
+        {12, 30, true, RestartPolicy::Glucose, 1},   {12, 51, false, RestartPolicy::Luby, 0, 1},
+        {12, 30, true, RestartPolicy::Glucose, 1, 1}};
     for (const CnfShape& shape : shapes) {
         for (unsigned seed = 0; seed < seeds(150); ++seed) {
             SCOPED_TRACE("seed " + std::to_string(seed) + ", vars " + std::to_string(shape.vars));
@@ -336,7 +338,8 @@ TEST(SatSolver, AnswersModelsAndProofsMatchBruteForce) {
                                    {.restarts = shape.restarts,
                                     .reduce_interval = 5,
                                     .chronological_distance = shape.chronological,
-                                    .record_proof = proof});
+                                    .record_proof = proof,
+                                    .rephase_interval = shape.rephase});
             Result r = s.solve();
             ASSERT_EQ(r == Result::Sat, brute_force(shape.vars, cnf));
             EXPECT_TRUE(r != Result::Sat || satisfies(model_of(s), cnf));
@@ -345,7 +348,8 @@ TEST(SatSolver, AnswersModelsAndProofsMatchBruteForce) {
     }
     int vars = 0;
     Cnf holes = pigeonhole(4, vars);
-    Solver s = make_solver(vars, holes, {.reduce_interval = 6, .record_proof = true});
+    Solver s = make_solver(vars, holes,
+                           {.reduce_interval = 6, .record_proof = true, .rephase_interval = 1});
     expect_proof_follows(s, s.solve(), vars);
 }
 

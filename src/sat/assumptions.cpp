@@ -100,6 +100,8 @@ void Solver::truncate_vars(Var first) {
     phase_.resize(first);
     target_.resize(first);
     target_size_ = 0;
+    best_.resize(first);
+    best_size_ = 0;
     first_.resize(first);
     seen_.resize(first);
     level_stamp_.resize(std::size_t{first} + 1);

@@ -7,6 +7,7 @@ namespace vorn::sat {
 
 Solver::Solver(Options options)
     : options_(options),
+      next_rephase_(static_cast<std::uint64_t>(options.rephase_interval)),
       restarts_(options.restarts),
       reduce_interval_(options.reduce_interval),
       next_reduce_(options.reduce_interval) {}
@@ -18,6 +19,7 @@ Var Solver::new_var() {
     activity_.push_back(0);
     phase_.push_back(true);
     target_.push_back(true);
+    best_.push_back(true);
     first_.push_back(false);
     seen_.push_back(0);
     level_stamp_.push_back(0);
@@ -124,6 +126,7 @@ Result Solver::search() {
             ++stats_.restarts;
             target_size_ = 0;
             backtrack(0);
+            if (options_.rephase_interval > 0 && stats_.conflicts >= next_rephase_) rephase();
             if (options_.model_phase) take_model_phases();
             continue;
         }
@@ -179,6 +182,7 @@ void Solver::resolve(CRef conflict) {
 // lets a shorter trail set the target again.
 void Solver::update_target() {
     std::size_t size = trail_lim_.empty() ? 0 : trail_lim_.back();
+    note_best(size);
     if (size <= target_size_) return;
     target_size_ = size;
     for (std::size_t i = 0; i < size; ++i)

@@ -12,11 +12,11 @@
 //
 // Search. Two watched literals per clause with a blocking literal; first-UIP conflict analysis
 // with recursive minimization (Sörensson, Biere 2009); VSIDS decisions from a binary heap with
-// phase saving and a target phase (a theory may choose the sign, and variables marked decide_first
-// come first), or from a DecisionGuide, which may end the search before every variable is assigned
-// (in turns with the activity order, Options::guide_turn); Luby or LBD-driven restarts; learned
-// clauses reduced by LBD (Audemard, Simon 2009). Between solve() calls the solver is at decision
-// level 0.
+// phase saving, a target phase and rephasing (a theory may choose the sign, and variables marked
+// decide_first come first), or from a DecisionGuide, which may end the search before every variable
+// is assigned (in turns with the activity order, Options::guide_turn); Luby or LBD-driven restarts;
+// learned clauses reduced by LBD (Audemard, Simon 2009). Between solve() calls the solver is at
+// decision level 0.
 //
 // Backjumps. A conflict undoes the levels above its learned clause's second-highest level, but
 // one that would undo more than Options::chronological_distance levels undoes the conflict's
@@ -89,6 +89,12 @@ struct Options {
     // At each restart every variable takes the phase it has in the last model (none before the
     // first Sat answer).
     bool model_phase = false;
+    // Conflicts before the first rephase; the k-th waits k times as long; 0: never. At the restart
+    // after it, every saved and target phase is reset, in turns, to the longest trail's signs
+    // since the last such reset, to all negative (the initial phase), to those signs again, and
+    // to all positive (Biere, Fleury 2020). Searches shorter than 5 000 conflicts never rephase;
+    // 1 000 cost the bmc family a quarter more conflicts (docs/performance.md).
+    std::int64_t rephase_interval = 5000;
     // With a DecisionGuide: conflicts of its first turn, after which activity decides for as
     // many, then the guide for twice as many, and so on (each change a restart); 0: the guide
     // decides throughout. Neither order wins on every fuzzer-like script (a guided search that
@@ -255,6 +261,13 @@ class Solver {
     std::vector<bool> target_;
     std::size_t target_size_ = 0;  // that trail's length
     void update_target();
+    // rephase.cpp: the signs of the longest trail since the last reset to them, and its length.
+    std::vector<bool> best_;
+    std::size_t best_size_ = 0;
+    std::uint64_t rephases_ = 0;
+    std::uint64_t next_rephase_;  // stats_.conflicts at which the next restart rephases
+    void note_best(std::size_t size);
+    void rephase();
 
     Restarts restarts_;
     std::uint64_t conflict_stop_ = 0;  // stats_.conflicts at which solve() gives up; 0: never
