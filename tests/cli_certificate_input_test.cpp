@@ -72,6 +72,10 @@ const LiftedCase kLifted[] = {
     {"a nested quotient and mod",
      "(assert (= (to_int (/ x 2)) 3))(assert (= (mod x 2) 1))(assert (< (abs (- x 5)) 1))",
      "(/ x 2)) 3)", "(/ x 2)) 2)"},
+    {"nested quotients of boxed variables bounded at level 0",
+     "(assert (<= (- 60) x 60))(assert (<= (- 60) y 60))(assert (or b (> (div (mod x 9) (- 2)) "
+     "(div y 7))))(assert (or (not b) (> (* 2 (div y 7)) 17)))(assert (> (div y 7) (- 1)))",
+     "7) (- 1)", "7) (- 2)"},
 };
 
 }  // namespace

@@ -222,6 +222,7 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
         propagate_rows(a.term.var, b.upper, implied);
         propagate_summands(a.term.var, b.upper, implied);
     }
+    bound_row_bounded_integers(implied);
     for (sat::Lit l : implied)
         implied_now_[l.var()] = 0;
 }

@@ -195,6 +195,11 @@ class ArithTheory : public LinearTheory {
     void imply_on_summand(int slack, bool slack_upper, std::size_t k, lra::DeltaRational bound,
                           const lra::BoundRecord& sb, std::vector<sat::Lit>& implied);
     void propagate_summands(int var, bool upper, std::vector<sat::Lit>& implied);
+    void explain_by_summands(RowReason& reason, int slack, bool slack_upper, std::size_t k,
+                             const lra::BoundRecord& sb);
+    // level_zero_bounds.cpp
+    void bound_row_bounded_integers(std::vector<sat::Lit>& implied);
+    bool bound_from_row(int slack, int var, bool upper, std::vector<sat::Lit>& implied);
     // summand_room.cpp
     // Propagation to the summands from the row's room alone; false when it has none kept (the
     // full pass is due).

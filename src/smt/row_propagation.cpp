@@ -199,27 +199,36 @@ void ArithTheory::imply_on_summand(int slack, bool slack_upper, std::size_t k,
     bound /= ek.coeff;
     bool upper = slack_upper == (ek.coeff.sign() > 0);
     imply_atoms_on(ek.var, upper, bound, implied, [&](RowReason& reason) {
-        reason.slack = slack;
-        reason.summand = static_cast<int>(k);
-        reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
-        if (!record_) {
-            // Most implications are never explained: building each from all the summands was
-            // 13 % of a MaxSAT search.
-            reason.pending = true;
-            reason.slack_upper = slack_upper;
-            reason.bounds_then = simplex_.bounds().records().size();
-            return;
-        }
-        QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
-        reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
-        for (std::size_t j = 0; j < term.size(); ++j) {
-            if (j == k) continue;
-            const lra::BoundRecord& b = *summand_bounds_[j];
-            reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
-            QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
-            reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
-        }
+        explain_by_summands(reason, slack, slack_upper, k, sb);
     });
+}
+
+// The reason of a bound on summand k from the slack's bound `sb` and the other summands' bounds
+// in summand_bounds_.
+void ArithTheory::explain_by_summands(RowReason& reason, int slack, bool slack_upper, std::size_t k,
+                                      const lra::BoundRecord& sb) {
+    const auto& term = simplex_.slack_term(slack);
+    const auto& ek = term[k];
+    reason.slack = slack;
+    reason.summand = static_cast<int>(k);
+    reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(sb.reason)));
+    if (!record_) {
+        // Most implications are never explained: building each from all the summands was
+        // 13 % of a MaxSAT search.
+        reason.pending = true;
+        reason.slack_upper = slack_upper;
+        reason.bounds_then = simplex_.bounds().records().size();
+        return;
+    }
+    QNumber magnitude = ek.coeff.sign() > 0 ? ek.coeff : -ek.coeff;
+    reason.multipliers.push_back(QNumber(1) / (magnitude * sb.caller_scale));
+    for (std::size_t j = 0; j < term.size(); ++j) {
+        if (j == k) continue;
+        const lra::BoundRecord& b = *summand_bounds_[j];
+        reason.lits.push_back(sat::Lit::from_code(static_cast<std::uint32_t>(b.reason)));
+        QNumber aj = term[j].coeff.sign() > 0 ? term[j].coeff : -term[j].coeff;
+        reason.multipliers.push_back(aj / (magnitude * b.caller_scale));
+    }
 }
 
 // The other summands' bounds when the implication was made: each summand's bound record then is
