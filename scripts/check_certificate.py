@@ -1808,6 +1808,9 @@ def check_input(path, items, bound=None):
 
 def main():
     args, options = sys.argv[1:], {}
+    if "-h" in args or "--help" in args:
+        print(__doc__.split("\n\n")[1].strip())
+        return 0
     for option in ("--input", "--objective-bound"):
         if option in args:
             k = args.index(option)

@@ -76,6 +76,9 @@ const LiftedCase kLifted[] = {
      "(assert (<= (- 60) x 60))(assert (<= (- 60) y 60))(assert (or b (> (div (mod x 9) (- 2)) "
      "(div y 7))))(assert (or (not b) (> (* 2 (div y 7)) 17)))(assert (> (div y 7) (- 1)))",
      "7) (- 1)", "7) (- 2)"},
+    {"the same quotient twice, cancelled under another",
+     "(assert (or (> (mod (+ (div x 4) (* (- 1) (div x 4))) 2) x) (< x 0)))(assert (>= x 0))",
+     "(>= x 0)", "(>= x (- 1))"},
 };
 
 }  // namespace

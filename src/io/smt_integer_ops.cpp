@@ -17,6 +17,17 @@ namespace {
     throw ParseError(pos, message);
 }
 
+std::string quotient_key(const smt::LinearExpr& dividend, const QNumber& divisor) {
+    std::string key = divisor.to_string();
+    for (const auto& e : dividend.entries()) {
+        key += ' ';
+        key += std::to_string(e.var);
+        key += ':';
+        key += e.coeff.to_string();
+    }
+    return key;
+}
+
 }  // namespace
 
 void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
@@ -26,7 +37,18 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
         result.expr.set_constant(q);
         return;
     }
+    std::string key = quotient_key(dividend, divisor);
+    if (auto known = quotients_.find(key); known != quotients_.end()) {
+        const SharedQuotient& s = known->second;
+        if (s.var <= problem_.variables.size() && problem_.variables.name(s.var) == s.name &&
+            dag_.lifted_index(s.var) >= 0) {
+            result.expr.set_variable(s.var);
+            return;
+        }
+        quotients_.erase(known);
+    }
     int q = problem_.variables.add("div@" + std::to_string(++lifted_names_), smt::Sort::Int, pos);
+    quotients_.emplace(std::move(key), SharedQuotient{q, std::string(problem_.variables.name(q))});
     std::uint32_t dividend_term = problem_.add_term(dividend);
     scratch_.set_constant(divisor);
     std::uint32_t divisor_term = problem_.add_term(scratch_);

@@ -32,6 +32,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -323,6 +324,14 @@ class TermEvaluator {
         bool lifted;
     };
     std::vector<ByZero> by_zero_;
+    // Quotients by their dividend and divisor (quotient_key): the same div or mod written twice
+    // is one variable, so that its copies cancel as the certificate checker reads them. One
+    // whose variable a pop took, or whose command was dropped, is stale.
+    struct SharedQuotient {
+        int var;
+        std::string name;
+    };
+    std::unordered_map<std::string, SharedQuotient> quotients_;
     // The symbols read as their definition by equality, with their variables (as_declared).
     std::vector<std::pair<std::uint32_t, int>> by_equality_;
 };
