@@ -354,11 +354,13 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
                 return QNumber((point / (v == 0 ? 1 : v == 1 ? 9 : 81)) % 9 - kBox);
             });
         struct Config {
-            bool cuts, relax, phase;
+            bool cuts, relax, phase, tableau = true;
         };
-        for (Config c : {Config{true, true, false}, {false, true, true}, {false, false, false}}) {
+        for (Config c : {Config{true, true, false}, {false, true, true}, {false, false, false},
+                         {false, true, true, false}}) {
             SCOPED_TRACE("seed " + std::to_string(seed) + (c.cuts ? ", cuts" : ", no cuts") +
-                         (c.relax ? ", relaxed" : "") + (c.phase ? ", theory phase" : ""));
+                         (c.relax ? ", relaxed" : "") + (c.phase ? ", theory phase" : "") +
+                         (c.tableau ? ", tableau rows" : ""));
             Problem p(NameSyntax::SmtLib);
             for (const char* name : {"x1", "x2", "x3"})
                 p.variables.add(name, Sort::Int, {});
@@ -385,6 +387,7 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
                                              .cuts = c.cuts,
                                              .relax_explanations = c.relax,
                                              .theory_phase = c.phase,
+                                             .tableau_propagation = c.tableau,
                                              .certify = true});
             Decision d = context.check({});
             cuts += d.stats.cuts;

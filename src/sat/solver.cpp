@@ -104,9 +104,13 @@ Result Solver::search() {
     for (;;) {
         if (!ok_) return Result::Unsat;
         CRef conflict = propagate_with_theory();
-        if (ok_ && conflict == kNoClause && theory_ && !theory_->check(false, theory_clause_)) {
-            conflict = theory_conflict(theory_clause_);
-            if (conflict == kNoClause && ok_) continue;  // a unit lemma, yet to propagate
+        if (ok_ && conflict == kNoClause && theory_) {
+            if (!theory_->check(false, theory_clause_)) {
+                conflict = theory_conflict(theory_clause_);
+                if (conflict == kNoClause && ok_) continue;  // a unit lemma, yet to propagate
+            } else if (theory_->wants_propagate()) {
+                continue;
+            }
         }
         if (!ok_) return Result::Unsat;
         if (conflict != kNoClause) {

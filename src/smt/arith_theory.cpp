@@ -200,6 +200,8 @@ bool ArithTheory::implies(bool upper, const lra::DeltaRational& b, bool r_upper,
 
 void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
     if (conflict_) return;
+    if (sweep_due_) sweep_tableau(implied);
+    tableau_budget_ = kTableauRows;
     for (; propagated_ < assigned_.size(); ++propagated_) {
         sat::Lit lit = assigned_[propagated_];
         const Atom& a = atom_data_[atom_of_[lit.var()]];
@@ -221,6 +223,7 @@ void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
         }
         propagate_rows(a.term.var, b.upper, implied);
         propagate_summands(a.term.var, b.upper, implied);
+        propagate_tableau(a.term.var, b.upper, implied);
     }
     bound_row_bounded_integers(implied);
     for (sat::Lit l : implied)
@@ -266,6 +269,10 @@ bool ArithTheory::check(bool full, std::vector<sat::Lit>& conflict) {
     if (r == lra::Result::Unknown) {  // stopped: the search stops right after, never with Sat
         gave_up_ = true;
         return true;
+    }
+    if (tableau_rows_ && simplex_.stats().pivots != pivots_swept_) {
+        pivots_swept_ = simplex_.stats().pivots;
+        sweep_due_ = true;
     }
     if (!full) return true;
     LatticeStep lattice = lattice_split();

@@ -86,6 +86,7 @@ class ArithTheory : public LinearTheory {
     void set_cuts(bool on) override { cuts_ = on; }
     void set_relax_explanations(bool on) override { relax_ = on; }
     void set_theory_phase(bool on) override { theory_phase_ = on; }
+    void set_tableau_propagation(bool on) override { tableau_rows_ = on; }
     void set_box_after(std::uint64_t splits) override { box_after_ = splits; }
     void prefer_model_phase(sat::Var var) override;
     DecideStats stats() const override;
@@ -98,6 +99,7 @@ class ArithTheory : public LinearTheory {
     void explain(sat::Lit lit, std::vector<sat::Lit>& clause) override;
     bool check(bool full, std::vector<sat::Lit>& conflict) override;
     bool phase(sat::Var v, bool saved) override;
+    bool wants_propagate() const override { return sweep_due_; }
 
   private:
     // One reading of an atom: the bound asserted for the literal, in the caller's terms, and
@@ -128,6 +130,8 @@ class ArithTheory : public LinearTheory {
         bool pending = false;
         bool slack_upper = false;
         std::size_t bounds_then = 0;
+        // A tableau row's (slack −1): the lits' weights for relaxation, as the row is gone by then.
+        std::vector<QNumber> weights;
     };
 
     // The simplex bound of a level-0 fact that names no literal (see bound_reason).
@@ -200,6 +204,11 @@ class ArithTheory : public LinearTheory {
     // level_zero_bounds.cpp
     void bound_row_bounded_integers(std::vector<sat::Lit>& implied);
     bool bound_from_row(int slack, int var, bool upper, std::vector<sat::Lit>& implied);
+    // tableau_propagation.cpp
+    void propagate_tableau(int var, bool upper, std::vector<sat::Lit>& implied);
+    void propagate_tableau_row(const la::Equation& row, bool max_side,
+                               std::vector<sat::Lit>& implied);
+    void sweep_tableau(std::vector<sat::Lit>& implied);
     // summand_room.cpp
     // Propagation to the summands from the row's room alone; false when it has none kept (the
     // full pass is due).
@@ -283,6 +292,18 @@ class ArithTheory : public LinearTheory {
         std::vector<std::uint32_t> next_open;
     };
     static constexpr std::size_t kRoomRowSize = 16;  // shorter rows just take the pass
+    // Tableau rows (tableau_propagation.cpp): on (tableau_rows_), rows longer than
+    // kTableauRowSize skipped, at most kTableauRows rows looked at per propagate() call.
+    static constexpr std::size_t kTableauRowSize = 64;
+    static constexpr std::size_t kTableauRows = 200;
+    bool tableau_rows_ = true;
+    bool sweep_due_ = false;                        // a check pivoted since the last sweep
+    std::uint64_t pivots_swept_ = 0;                // the simplex's pivot count at the last sweep
+    static constexpr std::size_t kSweepRows = 400;  // rows looked at after a check
+    std::vector<int> swept_;                        // rows of this sweep (basic variables)
+    std::vector<char> swept_mark_;                  // by basic variable: in swept_
+    std::size_t tableau_budget_ = 0;
+    std::vector<const lra::BoundRecord*> row_bounds_;
     std::vector<SummandRoom> rooms_;
     std::vector<std::uint32_t> valid_rooms_;  // indices into rooms_
     // Explanation relaxation: on (relax_), the literals replaced so far, scratch.

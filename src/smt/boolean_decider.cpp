@@ -36,6 +36,7 @@ BooleanDecider::BooleanDecider(const Problem& problem, const DecideOptions& opti
     theory_->set_cuts(options.cuts);
     theory_->set_relax_explanations(options.relax_explanations);
     theory_->set_theory_phase(options.theory_phase);
+    theory_->set_tableau_propagation(options.tableau_propagation);
     theory_->set_box_after(options.box_after);
     sat_.set_theory(theory_.get());
 }
@@ -50,6 +51,7 @@ void BooleanDecider::set_options(const DecideOptions& options) {
     theory_->set_cuts(options.cuts);
     theory_->set_relax_explanations(options.relax_explanations);
     theory_->set_theory_phase(options.theory_phase);
+    theory_->set_tableau_propagation(options.tableau_propagation);
     theory_->set_box_after(options.box_after);
 }
 

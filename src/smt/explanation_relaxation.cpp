@@ -66,11 +66,12 @@ void ArithTheory::relax_explanation(std::span<sat::Lit> lits, std::span<const QN
 // The weights of a row reason's literals and its excess with the implied literal `lit` negated.
 // From the row: the implied bound is on the slack, the literals' on the summands in term order
 // (weights |aⱼ|). To a summand xₖ: the slack's literal first (1/|aₖ|), then the other summands'
-// (|aⱼ|/|aₖ|).
+// (|aⱼ|/|aₖ|). From a tableau row: the weights kept with the reason.
 void ArithTheory::relax_row_reason(sat::Lit lit, RowReason& reason) {
-    const auto& term = simplex_.slack_term(reason.slack);
     weights_.clear();
-    if (reason.summand < 0) {
+    if (reason.slack < 0) {
+        weights_ = reason.weights;
+    } else if (const auto& term = simplex_.slack_term(reason.slack); reason.summand < 0) {
         for (const auto& e : term)
             weights_.push_back(e.coeff.sign() > 0 ? e.coeff : -e.coeff);
     } else {

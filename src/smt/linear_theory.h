@@ -68,6 +68,7 @@ class LinearTheory : public sat::Theory {
     virtual void set_cuts(bool /*on*/) {}
     virtual void set_relax_explanations(bool /*on*/) {}
     virtual void set_theory_phase(bool /*on*/) {}
+    virtual void set_tableau_propagation(bool /*on*/) {}
     virtual void set_box_after(std::uint64_t /*splits*/) {}
     virtual DecideStats stats() const = 0;
 

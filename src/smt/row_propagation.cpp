@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "arith_theory.h"
+#include "imply_atoms.h"
 
 namespace vorn::smt {
 
@@ -65,25 +66,6 @@ bool ArithTheory::implied_bound(int slack, bool upper, lra::DeltaRational& bound
     return true;
 }
 
-template <class Explain>
-void ArithTheory::imply_atoms_on(int var, bool upper, const lra::DeltaRational& bound,
-                                 std::vector<sat::Lit>& implied, Explain explain) {
-    for (std::uint32_t other : atoms_on_[var]) {
-        const Atom& o = atom_data_[other];
-        sat::Var ov = atoms_[other].var;
-        if (!o.alive || value_[ov] != 0) continue;
-        for (int side = 0; side < 2; ++side) {
-            const Reading& r = o.reading[side];
-            if (!implies(upper, bound, r.upper, r.value)) continue;
-            if (implied_now_[ov]) break;
-            explain(new_row_reason(ov));
-            implied_now_[ov] = 1;
-            implied.push_back(sat::Lit(ov, side == 1));
-            break;
-        }
-    }
-}
-
 // A new bound on `var` (an upper one when `upper`) moves one side of each slack over it: the
 // upper side where its coefficient's sign agrees, the lower one otherwise.
 void ArithTheory::propagate_rows(int var, bool upper, std::vector<sat::Lit>& implied) {
@@ -115,6 +97,7 @@ ArithTheory::RowReason& ArithTheory::new_row_reason(sat::Var v) {
     RowReason& reason = row_reasons_[row_reasons_used_++];
     reason.lits.clear();
     reason.multipliers.clear();
+    reason.weights.clear();
     reason.slack = 0;
     reason.summand = -1;
     reason.pending = false;

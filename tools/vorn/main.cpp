@@ -276,6 +276,9 @@ int run(int argc, char** argv) {
     check_cmd->add_flag("!--no-theory-phase", args.check.decide.theory_phase,
                         "decide atoms by their saved phase, not by the theory's current "
                         "assignment (for comparison)");
+    check_cmd->add_flag("!--no-tableau-propagation", args.check.decide.tableau_propagation,
+                        "propagate bounds along the terms' definitions only, not along the "
+                        "current tableau's rows (for comparison)");
     check_cmd
         ->add_option("--box-after", args.check.decide.box_after,
                      "Problems over Int variables with Boolean structure: splits of a check after "

@@ -236,6 +236,9 @@ class Simplex {
 
     const SimplexStats& stats() const { return stats_; }
     const la::Tableau& tableau() const { return *tableau_; }
+    // The variables that left the basis in the last check() that searched (those until a switch
+    // to Bland's rule): the rows that hold them now are the ones its pivots rewrote.
+    std::span<const int> left_basis() const { return left_; }
 
     // --- Checkers (run by check() in debug builds; tests call them too) ---
 

@@ -43,6 +43,9 @@ class Theory {
     virtual bool check(bool full, std::vector<Lit>& conflict) = 0;
     // The sign to decide `v` with, given the saved one (true: negative).
     virtual bool phase(Var /*v*/, bool saved) { return saved; }
+    // After a consistent check(false): propagate() has more to give (the check changed what the
+    // theory can derive), so the solver propagates again before it decides.
+    virtual bool wants_propagate() const { return false; }
 };
 
 }  // namespace vorn::sat

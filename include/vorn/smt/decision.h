@@ -77,6 +77,9 @@ struct DecideOptions {
     // the difference graph's potential) instead of its saved phase; atoms the search made itself
     // (branches, cuts, splits) keep the phase they were given.
     bool theory_phase = true;
+    // The arithmetic theory propagates bounds along the rows of the current simplex tableau, not
+    // only along the terms' definitions (src/smt/tableau_propagation.cpp).
+    bool tableau_propagation = true;
     // At each restart the Boolean variables take the phases of the last model again
     // (solution-phase saving): a search for a better model stays near the best one so far.
     bool model_phase = false;
