@@ -356,7 +356,9 @@ TEST(ClauseCertificate, IntegerCutsAgainstEnumeration) {
         struct Config {
             bool cuts, relax, phase, tableau = true;
         };
-        for (Config c : {Config{true, true, false}, {false, true, true}, {false, false, false},
+        for (Config c : {Config{true, true, false},
+                         {false, true, true},
+                         {false, false, false},
                          {false, true, true, false}}) {
             SCOPED_TRACE("seed " + std::to_string(seed) + (c.cuts ? ", cuts" : ", no cuts") +
                          (c.relax ? ", relaxed" : "") + (c.phase ? ", theory phase" : "") +
