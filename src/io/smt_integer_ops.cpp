@@ -40,8 +40,7 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     std::string key = quotient_key(dividend, divisor);
     if (auto known = quotients_.find(key); known != quotients_.end()) {
         const SharedQuotient& s = known->second;
-        if (s.var <= problem_.variables.size() && problem_.variables.name(s.var) == s.name &&
-            dag_.lifted_index(s.var) >= 0) {
+        if (!stale(s.var, s.name, true)) {
             result.expr.set_variable(s.var);
             return;
         }
@@ -65,11 +64,13 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     result.expr.set_variable(q);
 }
 
+bool TermEvaluator::stale(int var, const std::string& name, bool lifted) const {
+    return var > static_cast<int>(problem_.variables.size()) ||
+           problem_.variables.name(var) != name || (lifted && dag_.lifted_index(var) < 0);
+}
+
 void TermEvaluator::by_zero(Value& result, Known op, bool real, smt::SourcePos pos) {
-    std::erase_if(by_zero_, [&](const ByZero& e) {
-        return e.value > problem_.variables.size() || problem_.variables.name(e.value) != e.name ||
-               (e.lifted && dag_.lifted_index(e.value) < 0);
-    });
+    std::erase_if(by_zero_, [&](const ByZero& e) { return stale(e.value, e.name, e.lifted); });
     Value value;
     value.expr.set_variable(problem_.variables.add("by0@" + std::to_string(++lifted_names_),
                                                    real ? smt::Sort::Real : smt::Sort::Int, pos));

@@ -255,6 +255,9 @@ class TermEvaluator {
     // each is a function of t alone, a fresh variable equal to the value of every earlier
     // application of `op` whose argument equals t (nested ites; O(earlier applications)).
     void by_zero(Value& result, Known op, bool real, smt::SourcePos pos);
+    // Whether a variable the reader made (named `name`; `lifted`: with a lifted definition) is
+    // gone: a pop took it, or its command was dropped.
+    bool stale(int var, const std::string& name, bool lifted) const;
     // (ite c then otherwise) between terms: a fresh variable, into `result`.
     void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                   const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
