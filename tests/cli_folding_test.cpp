@@ -183,3 +183,24 @@ TEST(CliFolding, ConjunctionsOverLiftedItesAreCertifiedWithTheirDefinitions) {
     EXPECT_EQ(answers(run.out), "unsat") << run.err;
     EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
 }
+
+TEST(CliFolding, AnIteWrittenTwiceIsOneVariableInEverySum) {
+    // Six rows need one of five (ite b 1 0) each, five columns take one each: with each ite one
+    // variable in its row and its column, the simplex refutes the sums before any decision;
+    // as two, the search met a pigeonhole.
+    std::string script;
+    auto cell = [](int r, int c) { return "b" + std::to_string(r) + std::to_string(c); };
+    for (int r = 0; r < 6; ++r)
+        for (int c = 0; c < 5; ++c)
+            script += "(declare-const " + cell(r, c) + " Bool)";
+    for (int line = 0; line < 11; ++line) {
+        script += line < 6 ? "(assert (>= (+" : "(assert (<= (+";
+        for (int k = 0; k < (line < 6 ? 5 : 6); ++k)
+            script += " (ite " + (line < 6 ? cell(line, k) : cell(k, line - 6)) + " 1 0)";
+        script += ") 1))";
+    }
+    auto input = vorn::test::temp_file("rows_columns.smt2", script + "(check-sat)");
+    auto run = run_tool("check --conflict-limit 1 --certificate " + input);
+    EXPECT_EQ(answers(run.out), "unsat") << run.err;
+    EXPECT_TRUE(vorn::test::certificate_checks(run.out, input));
+}

@@ -17,18 +17,28 @@ namespace {
     throw ParseError(pos, message);
 }
 
-std::string quotient_key(const smt::LinearExpr& dividend, const QNumber& divisor) {
-    std::string key = divisor.to_string();
-    for (const auto& e : dividend.entries()) {
+}  // namespace
+
+void TermEvaluator::append_key(std::string& key, const smt::LinearExpr& term) {
+    for (const auto& e : term.entries()) {
         key += ' ';
         key += std::to_string(e.var);
         key += ':';
         key += e.coeff.to_string();
     }
-    return key;
 }
 
-}  // namespace
+int TermEvaluator::shared(const std::string& key) {
+    auto known = shared_.find(key);
+    if (known == shared_.end()) return 0;
+    if (!stale(known->second.var, known->second.name, true)) return known->second.var;
+    shared_.erase(known);
+    return 0;
+}
+
+void TermEvaluator::share(std::string key, int var) {
+    shared_.emplace(std::move(key), SharedVar{var, std::string(problem_.variables.name(var))});
+}
 
 void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
                              smt::SourcePos pos) {
@@ -37,17 +47,14 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
         result.expr.set_constant(q);
         return;
     }
-    std::string key = quotient_key(dividend, divisor);
-    if (auto known = quotients_.find(key); known != quotients_.end()) {
-        const SharedQuotient& s = known->second;
-        if (!stale(s.var, s.name, true)) {
-            result.expr.set_variable(s.var);
-            return;
-        }
-        quotients_.erase(known);
+    std::string key = "div " + divisor.to_string();
+    append_key(key, dividend);
+    if (int known = shared(key)) {
+        result.expr.set_variable(known);
+        return;
     }
     int q = problem_.variables.add("div@" + std::to_string(++lifted_names_), smt::Sort::Int, pos);
-    quotients_.emplace(std::move(key), SharedQuotient{q, std::string(problem_.variables.name(q))});
+    share(std::move(key), q);
     std::uint32_t dividend_term = problem_.add_term(dividend);
     scratch_.set_constant(divisor);
     std::uint32_t divisor_term = problem_.add_term(scratch_);

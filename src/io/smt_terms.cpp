@@ -622,8 +622,22 @@ const smt::LinearExpr& TermEvaluator::penalty(FormulaRef condition, const QNumbe
 
 void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                              const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos) {
+    // A Bool variable is a new node at every use: it is keyed by its variable.
+    const smt::FormulaNode& c = dag_[condition];
+    std::string key = c.kind == smt::FormulaNode::Var
+                          ? "ite b" + std::to_string(c.first) + ((condition & 1) != 0 ? "!" : "")
+                          : "ite f" + std::to_string(condition);
+    key += real ? " real" : " int";
+    append_key(key, then);
+    key += " |";
+    append_key(key, otherwise);
+    if (int known = shared(key)) {
+        result.expr.set_variable(known);
+        return;
+    }
     int v = problem_.variables.add("ite@" + std::to_string(++lifted_names_),
                                    real ? smt::Sort::Real : smt::Sort::Int, pos);
+    share(std::move(key), v);
     std::uint32_t then_term = problem_.add_term(then);
     std::uint32_t otherwise_term = problem_.add_term(otherwise);
     FormulaId branches[2];

@@ -258,7 +258,13 @@ class TermEvaluator {
     // Whether a variable the reader made (named `name`; `lifted`: with a lifted definition) is
     // gone: a pop took it, or its command was dropped.
     bool stale(int var, const std::string& name, bool lifted) const;
-    // (ite c then otherwise) between terms: a fresh variable, into `result`.
+    // Appends `term` to a key of `shared_`.
+    static void append_key(std::string& key, const smt::LinearExpr& term);
+    // The variable made for `key` and still live, else 0 (a stale one is forgotten).
+    int shared(const std::string& key);
+    void share(std::string key, int var);
+    // (ite c then otherwise) between terms into `result`: the variable of the same ite written
+    // before, else a fresh one with its definition.
     void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                   const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
     // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
@@ -327,14 +333,16 @@ class TermEvaluator {
         bool lifted;
     };
     std::vector<ByZero> by_zero_;
-    // Quotients by their dividend and divisor (quotient_key): the same div or mod written twice
-    // is one variable, so that its copies cancel as the certificate checker reads them. One
-    // whose variable a pop took, or whose command was dropped, is stale.
-    struct SharedQuotient {
+    // Quotients by their dividend and divisor, term ites by their condition and branches: the
+    // same div, mod or ite written twice is one variable, so that its copies cancel as the
+    // certificate checker reads them, and the simplex sees one variable in every sum that holds
+    // it (a cardinality constraint's ites, in its row and its column sums). One whose variable
+    // a pop took, or whose command was dropped, is stale.
+    struct SharedVar {
         int var;
         std::string name;
     };
-    std::unordered_map<std::string, SharedQuotient> quotients_;
+    std::unordered_map<std::string, SharedVar> shared_;
     // The symbols read as their definition by equality, with their variables (as_declared).
     std::vector<std::pair<std::uint32_t, int>> by_equality_;
 };
