@@ -147,6 +147,9 @@ TEST(UnboundedInt, MixedRowsDecided) {
          ") (* (- 2) (div x0 (- 7))))) (= (mod (abs (mod (abs x1) (- 9))) (- 7)) (+ (* (- 3) (mod "
          "(div x1 3) (- 1))) (* 2 (div x0 (- 7))) (* 3 (div x1 3))))))(check-sat)",
          "unsat", "--bb-limit 60"},
+        {"the same abs twice is one variable, so one quotient",
+         "(assert (distinct (div (abs (- x0 x1)) 3) (div (abs (- x0 x1)) 3)))(check-sat)", "unsat",
+         "--conflict-limit 1"},
         // Pure Int: after 2 splits the search goes on inside the box of its 8 atoms,
         // B = 14·104^17, and ends in 12; the unsat proof that --verify checks names the box.
         {"an unsat check ended inside the box",

@@ -17,18 +17,16 @@ namespace {
     throw ParseError(pos, message);
 }
 
-std::string quotient_key(const smt::LinearExpr& dividend, const QNumber& divisor) {
-    std::string key = divisor.to_string();
-    for (const auto& e : dividend.entries()) {
-        key += ' ';
-        key += std::to_string(e.var);
-        key += ':';
-        key += e.coeff.to_string();
-    }
-    return key;
-}
-
 }  // namespace
+
+void TermEvaluator::append_key(std::string& key, const smt::LinearExpr& e) {
+    for (const auto& entry : e.entries()) {
+        key += ' ';
+        key += std::to_string(entry.var);
+        key += ':';
+        key += entry.coeff.to_string();
+    }
+}
 
 void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, const QNumber& divisor,
                              smt::SourcePos pos) {
@@ -37,9 +35,10 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
         result.expr.set_constant(q);
         return;
     }
-    std::string key = quotient_key(dividend, divisor);
+    std::string key = divisor.to_string();
+    append_key(key, dividend);
     if (auto known = quotients_.find(key); known != quotients_.end()) {
-        const SharedQuotient& s = known->second;
+        const SharedLifted& s = known->second;
         if (!stale(s.var, s.name, true)) {
             result.expr.set_variable(s.var);
             return;
@@ -47,7 +46,7 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
         quotients_.erase(known);
     }
     int q = problem_.variables.add("div@" + std::to_string(++lifted_names_), smt::Sort::Int, pos);
-    quotients_.emplace(std::move(key), SharedQuotient{q, std::string(problem_.variables.name(q))});
+    quotients_.emplace(std::move(key), SharedLifted{q, std::string(problem_.variables.name(q))});
     std::uint32_t dividend_term = problem_.add_term(dividend);
     scratch_.set_constant(divisor);
     std::uint32_t divisor_term = problem_.add_term(scratch_);
@@ -162,7 +161,7 @@ void TermEvaluator::finish_integer_op(const Frame& f) {
                 new_atom(smt::Relation::Ge, problem_.add_term(result.expr), 1, pos);
             negated_.clear();
             negated_.add(result.expr, QNumber(-1));
-            lift_ite(result, nonnegative, result.expr, negated_, result.real, pos);
+            shared_ite(result, nonnegative, result.expr, negated_, result.real, pos);
             break;
         }
         case Known::ToInt:

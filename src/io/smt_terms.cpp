@@ -601,7 +601,7 @@ void TermEvaluator::finish_ite(const Frame& f) {
     if (condition <= 1 || smt::same_expr(then.expr, otherwise.expr)) {  // the branch itself
         result.expr.swap(values_[f.base + (condition == 1 ? 2 : 1)].expr);
     } else {
-        lift_ite(result, condition, then.expr, otherwise.expr, real, pos);
+        shared_ite(result, condition, then.expr, otherwise.expr, real, pos);
     }
     result.is_formula = false;
     result.real = real;
@@ -638,6 +638,25 @@ void TermEvaluator::lift_ite(Value& result, FormulaId condition, const smt::Line
     dag_.lift({v, condition, then_term, otherwise_term, definition});
     ite_values_.lifted(v, definition, condition, then, otherwise);
     result.expr.set_variable(v);
+}
+
+void TermEvaluator::shared_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
+                               const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos) {
+    std::string key = std::to_string(condition) + (real ? " r" : " i");
+    append_key(key, then);
+    key += " |";
+    append_key(key, otherwise);
+    if (auto known = ites_.find(key); known != ites_.end()) {
+        const SharedLifted& s = known->second;
+        if (!stale(s.var, s.name, true)) {
+            result.expr.set_variable(s.var);
+            return;
+        }
+        ites_.erase(known);
+    }
+    lift_ite(result, condition, then, otherwise, real, pos);
+    int v = result.expr.entries().front().var;
+    ites_.emplace(std::move(key), SharedLifted{v, std::string(problem_.variables.name(v))});
 }
 
 // A name is a definition from where its term ends: later terms of the same command may use it.

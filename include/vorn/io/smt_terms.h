@@ -261,6 +261,11 @@ class TermEvaluator {
     // (ite c then otherwise) between terms: a fresh variable, into `result`.
     void lift_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                   const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
+    // The same, the variable of an equal ite made before when there is one (ites_).
+    void shared_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
+                    const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
+    // Appends the entries of `e` to a sharing key.
+    static void append_key(std::string& key, const smt::LinearExpr& e);
     // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
     void outside(Value& value, const std::string& what, smt::SourcePos pos);
     // True (and the result set) when an argument of `f` is unsupported.
@@ -328,13 +333,16 @@ class TermEvaluator {
     };
     std::vector<ByZero> by_zero_;
     // Quotients by their dividend and divisor (quotient_key): the same div or mod written twice
-    // is one variable, so that its copies cancel as the certificate checker reads them. One
-    // whose variable a pop took, or whose command was dropped, is stale.
-    struct SharedQuotient {
+    // is one variable, so that its copies cancel as the certificate checker reads them. Term
+    // ites (abs among them) by their condition and branches: one variable too, so that the
+    // quotients over it are shared as well. One whose variable a pop took, or whose command was
+    // dropped, is stale.
+    struct SharedLifted {
         int var;
         std::string name;
     };
-    std::unordered_map<std::string, SharedQuotient> quotients_;
+    std::unordered_map<std::string, SharedLifted> quotients_;
+    std::unordered_map<std::string, SharedLifted> ites_;
     // The symbols read as their definition by equality, with their variables (as_declared).
     std::vector<std::pair<std::uint32_t, int>> by_equality_;
 };
