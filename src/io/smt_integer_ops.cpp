@@ -37,14 +37,7 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     }
     std::string key = divisor.to_string();
     append_key(key, dividend);
-    if (auto known = quotients_.find(key); known != quotients_.end()) {
-        const SharedLifted& s = known->second;
-        if (!stale(s.var, s.name, true)) {
-            result.expr.set_variable(s.var);
-            return;
-        }
-        quotients_.erase(known);
-    }
+    if (reuse_lifted(quotients_, key, result)) return;
     int q = problem_.variables.add("div@" + std::to_string(++lifted_names_), smt::Sort::Int, pos);
     quotients_.emplace(std::move(key), SharedLifted{q, std::string(problem_.variables.name(q))});
     std::uint32_t dividend_term = problem_.add_term(dividend);
@@ -61,6 +54,19 @@ void TermEvaluator::quotient(Value& result, const smt::LinearExpr& dividend, con
     dag_.lift({q, 0, dividend_term, divisor_term, new_node(FormulaNode::And, bounds, pos),
                smt::LiftedIte::Quotient});
     result.expr.set_variable(q);
+}
+
+bool TermEvaluator::reuse_lifted(std::unordered_map<std::string, SharedLifted>& made,
+                                 const std::string& key, Value& result) {
+    auto known = made.find(key);
+    if (known == made.end()) return false;
+    const SharedLifted& s = known->second;
+    if (stale(s.var, s.name, true)) {
+        made.erase(known);
+        return false;
+    }
+    result.expr.set_variable(s.var);
+    return true;
 }
 
 bool TermEvaluator::stale(int var, const std::string& name, bool lifted) const {

@@ -646,14 +646,7 @@ void TermEvaluator::shared_ite(Value& result, FormulaId condition, const smt::Li
     append_key(key, then);
     key += " |";
     append_key(key, otherwise);
-    if (auto known = ites_.find(key); known != ites_.end()) {
-        const SharedLifted& s = known->second;
-        if (!stale(s.var, s.name, true)) {
-            result.expr.set_variable(s.var);
-            return;
-        }
-        ites_.erase(known);
-    }
+    if (reuse_lifted(ites_, key, result)) return;
     lift_ite(result, condition, then, otherwise, real, pos);
     int v = result.expr.entries().front().var;
     ites_.emplace(std::move(key), SharedLifted{v, std::string(problem_.variables.name(v))});

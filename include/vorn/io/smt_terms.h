@@ -264,6 +264,10 @@ class TermEvaluator {
     // The same, the variable of an equal ite made before when there is one (ites_).
     void shared_ite(Value& result, FormulaId condition, const smt::LinearExpr& then,
                     const smt::LinearExpr& otherwise, bool real, smt::SourcePos pos);
+    struct SharedLifted;
+    // The variable made before under `key` into `result`, when it is not stale (else forgotten).
+    bool reuse_lifted(std::unordered_map<std::string, SharedLifted>& made, const std::string& key,
+                      Value& result);
     // Appends the entries of `e` to a sharing key.
     static void append_key(std::string& key, const smt::LinearExpr& e);
     // Fails in a strict evaluator; otherwise the value of a construct outside the fragment.
