@@ -137,6 +137,19 @@ TEST(UnboundedInt, MixedRowsDecided) {
          "))))) (< (to_int (+ (+ (* 2 r1) 0) (to_real (+ (* 2 x3) (* (- 1) x0) (* 6 x2) 0)))) 112)"
          "))(check-sat)",
          "sat", "--bb-limit 50"},
+        // Quotients of abs terms, bounded only through rows: branched on (19 nodes), not split
+        // on as unbounded (49, and 129 before the same abs was one variable).
+        {"quotients of abs terms branched on, not split on",
+         "(assert (<= (- 60) x0 60))(assert (<= (- 60) x1 60))(assert (not (and (= (abs x1) (div x0"
+         " (- 7))) (> (mod (abs x1) (- 9)) (- 3)))))(assert (>= (mod (div x1 3) (- 1)) (abs (mod (ab"
+         "s x1) (- 9)))))(assert (ite (> (div (mod (abs x1) (- 7)) 3) (div (abs (mod (abs x1) (- 9)"
+         ")) 8)) (= (div (mod (div x0 (- 7)) (- 7)) (- 2)) (+ (div (mod (abs x1) (- 7)) 3) (* 2 x1"
+         ") (* (- 2) (div x0 (- 7))))) (= (mod (abs (mod (abs x1) (- 9))) (- 7)) (+ (* (- 3) (mod "
+         "(div x1 3) (- 1))) (* 2 (div x0 (- 7))) (* 3 (div x1 3))))))(check-sat)",
+         "unsat", "--bb-limit 30"},
+        {"the same abs twice is one variable, so one quotient",
+         "(assert (distinct (div (abs (- x0 x1)) 3) (div (abs (- x0 x1)) 3)))(check-sat)", "unsat",
+         "--conflict-limit 1"},
         // Pure Int: after 2 splits the search goes on inside the box of its 8 atoms,
         // B = 14·104^17, and ends in 12; the unsat proof that --verify checks names the box.
         {"an unsat check ended inside the box",

@@ -147,6 +147,9 @@ class ArithTheory : public LinearTheory {
     bool branch();
     // Some Int variable is fractional and bounded on both sides.
     bool has_bounded_fractional() const;
+    // row_bounded.cpp: boxed, or bounded through boxed rows, at the current vertex
+    void mark_row_bounded();
+    bool is_row_bounded(int var) const;
     // Counts one more split of the check; false, the check given up, past the budget or when
     // the check is due for its box.
     bool take_split();
@@ -314,9 +317,11 @@ class ArithTheory : public LinearTheory {
     std::vector<QNumber> weights_;
     std::vector<std::size_t> order_;
 
-    std::uint64_t limit_ = 0;      // branches per check, 0: no limit
-    std::uint64_t used_ = 0;       // branches in this check
-    std::size_t next_branch_ = 0;  // where the next scan of integer_vars_ starts
+    std::uint64_t limit_ = 0;        // branches per check, 0: no limit
+    std::uint64_t used_ = 0;         // branches in this check
+    std::size_t next_branch_ = 0;    // where the next scan of integer_vars_ starts
+    std::vector<char> row_bounded_;  // by simplex variable, at the last full check
+    std::vector<int> boxed_slacks_;  // scratch of mark_row_bounded
     std::uint64_t branches_ = 0;
     bool gave_up_ = false;
     // The box (docs/integers.md, "Termination"): a check gives up after box_after_ splits (0:
