@@ -201,7 +201,7 @@ bool ArithTheory::implies(bool upper, const lra::DeltaRational& b, bool r_upper,
 void ArithTheory::propagate(std::vector<sat::Lit>& implied) {
     if (conflict_) return;
     if (sweep_due_) sweep_tableau(implied);
-    tableau_budget_ = kTableauRows;
+    tableau_budget_ = tableau_budget(kTableauRows, kTableauRowsShare);
     for (; propagated_ < assigned_.size(); ++propagated_) {
         sat::Lit lit = assigned_[propagated_];
         const Atom& a = atom_data_[atom_of_[lit.var()]];

@@ -212,6 +212,7 @@ class ArithTheory : public LinearTheory {
     void propagate_tableau_row(const la::Equation& row, bool max_side,
                                std::vector<sat::Lit>& implied);
     void sweep_tableau(std::vector<sat::Lit>& implied);
+    std::size_t tableau_budget(std::size_t least, std::size_t share) const;
     // summand_room.cpp
     // Propagation to the summands from the row's room alone; false when it has none kept (the
     // full pass is due).
@@ -296,13 +297,16 @@ class ArithTheory : public LinearTheory {
     };
     static constexpr std::size_t kRoomRowSize = 16;  // shorter rows just take the pass
     // Tableau rows (tableau_propagation.cpp): on (tableau_rows_), rows longer than
-    // kTableauRowSize skipped, at most kTableauRows rows looked at per propagate() call.
+    // kTableauRowSize skipped, at most kTableauRows rows, or half the tableau's when more,
+    // looked at per propagate() call; after a check that pivoted, kSweepRows rows, or as many
+    // as the tableau has when more (tableau_budget()).
     static constexpr std::size_t kTableauRowSize = 64;
     static constexpr std::size_t kTableauRows = 200;
+    static constexpr std::size_t kTableauRowsShare = 2;  // the divisor of the tableau's rows
     bool tableau_rows_ = true;
     bool sweep_due_ = false;                        // a check pivoted since the last sweep
     std::uint64_t pivots_swept_ = 0;                // the simplex's pivot count at the last sweep
-    static constexpr std::size_t kSweepRows = 400;  // rows looked at after a check
+    static constexpr std::size_t kSweepRows = 400;  // rows looked at after a check, at least
     std::vector<int> swept_;                        // rows of this sweep (basic variables)
     std::vector<char> swept_mark_;                  // by basic variable: in swept_
     std::size_t tableau_budget_ = 0;
