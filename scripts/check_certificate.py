@@ -350,6 +350,58 @@ def check_lemma(atoms, sorts, lits, mults, bounds):
         raise ValueError("the combination is no contradiction")
 
 
+def check_hall(atoms, sorts, defines, lits, words):
+    """A pigeonhole lemma 'hall A B N:C ...': the terms xN + C (Int xN, each its own, C an
+    integer), more of them than the integers of [A, B]; the negations of the literals bound each
+    term into [A, B]; and for each two terms some positive literal is an 'and' definition whose
+    operands are atoms that all hold when the two terms are equal. Whenever the bounds hold, two
+    terms are equal (pigeonhole), and that literal is true."""
+    lo, hi = Fraction(words[0]), Fraction(words[1])
+    terms = [(int(v), Fraction(c)) for v, c in (w.split(":") for w in words[2:])]
+    vs = [v for v, _ in terms]
+    if lo.denominator != 1 or hi.denominator != 1 or len(terms) < 2 or len(terms) <= hi - lo + 1:
+        raise ValueError("pigeonhole: no more terms than integers in [%s, %s]" % (lo, hi))
+    if len(set(vs)) != len(vs) or any(sorts.get(v) != "Int" or c.denominator != 1
+                                      for v, c in terms):
+        raise ValueError("pigeonhole: a term is no Int variable of its own plus an integer")
+    low, high = {}, {}
+    for lit in lits:
+        if abs(lit) not in atoms or len(atoms[abs(lit)][2]) != 1:
+            continue
+        _, _, ints, cs, upper, _ = negated_bound(atoms, sorts, lit)
+        (v, a), = ints.items()
+        if sorts[v] != "Int":
+            continue
+        if upper == (a > 0):  # x <= a·cs
+            high[v] = min(high.get(v, a * cs), a * cs)
+        else:
+            low[v] = max(low.get(v, a * cs), a * cs)
+    for v, c in terms:
+        if v not in low or v not in high or low[v] + c < lo or high[v] + c > hi:
+            raise ValueError("pigeonhole: the clause does not bound variable %d into [%s, %s]"
+                             % (v, lo, hi))
+    ands = {v: ls for v, op, ls in defines if op == "and" and ls}
+    equal = set()
+    for lit in lits:
+        pairs = set()
+        for o in ands.get(lit, [None]):
+            rel, c, t = atoms.get(abs(o or 0), (None, 0, {}))
+            (x, a), (y, b) = (list(t.items()) + [(0, 0), (0, 0)])[:2]
+            if len(t) != 2 or a != -b or x not in vs or y not in vs:
+                pairs.add(None)
+                continue
+            value = a * (terms[vs.index(y)][1] - terms[vs.index(x)][1])  # at x + cx = y + cy
+            holds = value <= c if rel == "<=" else value >= c
+            pairs.add(frozenset((x, y)) if holds == (o > 0) else None)
+        if len(pairs) == 1 and None not in pairs:
+            equal |= pairs
+    for i, v in enumerate(vs):
+        for w in vs[i + 1:]:
+            if frozenset((v, w)) not in equal:
+                raise ValueError("pigeonhole: no literal holds when variables %d and %d meet"
+                                 % (v, w))
+
+
 def read_clauses(lines):
     """A clause proof's lines: sorts and atoms by variable, definitions [(var, op, literals)],
     Bool variables {var: name}, selectors, the assumptions and the steps."""
@@ -381,9 +433,14 @@ def read_clauses(lines):
         elif words[0] == "assume":
             p["assume"] = literals(words[1:])
         elif words[0] in ("input", "learned", "lemma"):
-            at = words.index("farkas") if words[0] == "lemma" else len(words)
-            # The multipliers as text: only check_clauses reads them.
-            p["steps"].append((words[0], literals(words[1:at]), words[at + 1 :]))
+            at = len(words)
+            if words[0] == "lemma":
+                at = next((k for k, w in enumerate(words) if w in ("farkas", "hall")), None)
+                if at is None:
+                    raise ValueError("a lemma without 'farkas' or 'hall'")
+            # The justification as text ('farkas' and the multipliers, or 'hall' and its
+            # interval and terms): only check_clauses reads it.
+            p["steps"].append((words[0], literals(words[1:at]), words[at:]))
         else:
             raise ValueError("unknown line: " + line)
     return p
@@ -401,8 +458,10 @@ def check_clauses(lines):
     units, bounds = UnitPropagation(), {}
     for number, (kind, clause, mults) in enumerate(steps):
         try:
-            if kind == "lemma":
-                check_lemma(atoms, sorts, clause, [ratio(m) for m in mults], bounds)
+            if kind == "lemma" and mults[0] == "hall":
+                check_hall(atoms, sorts, p["defines"], clause, mults[1:])
+            elif kind == "lemma":
+                check_lemma(atoms, sorts, clause, [ratio(m) for m in mults[1:]], bounds)
             elif kind == "learned" and not units.implied(clause):
                 raise ValueError("does not follow by unit propagation")
         except ValueError as e:

@@ -3,6 +3,7 @@
 // random formulas whose every unsat certificate both checkers accept and whose definitions are
 // the ones the encoding's clauses state; random integer problems decided with and without Gomory
 // cuts, relaxed explanations and the theory's phase and without, against enumeration.
+// Pigeonhole lemmas (ClauseProof::Hall) among the hand-made proofs.
 
 #include <gtest/gtest.h>
 
@@ -118,6 +119,24 @@ ClauseProof mixed_box_proof(const QNumber& b) {
     return p;
 }
 
+// Pigeonhole: x and z + 1 (x 1, z 4) both in [0, 0] by atoms 1-4, so they are equal, the `and` 7
+// of 5: x - z <= 1 and 6: x - z >= 1, which the input clause -5 -6 forbids.
+ClauseProof hall_proof() {
+    using DK = ClauseProof::Definition::Kind;
+    ClauseProof p;
+    p.atoms = {{1, Relation::Ge, {{1, 1}}, 0},          {2, Relation::Le, {{1, 1}}, 0},
+               {3, Relation::Ge, {{4, 1}}, -1},         {4, Relation::Le, {{4, 1}}, -1},
+               {5, Relation::Le, {{1, 1}, {4, -1}}, 1}, {6, Relation::Ge, {{1, 1}, {4, -1}}, 1}};
+    p.definitions = {{7, DK::And, {5, 6}, 0}};
+    p.steps = {{K::Input, {1}, {}},      {K::Input, {2}, {}},
+               {K::Input, {3}, {}},      {K::Input, {4}, {}},
+               {K::Input, {-5, -6}, {}}, {K::Input, {-7, 5}, {}},
+               {K::Input, {-7, 6}, {}},  {K::Lemma, {-1, -2, -3, -4, 7}, {}},
+               {K::Learned, {-7}, {}},   {K::Learned, {}, {}}};
+    p.steps[7].hall = ClauseProof::Hall{0, 0, {{1, 0}, {4, 1}}};
+    return p;
+}
+
 TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
     struct Case {
         const char* what;
@@ -165,6 +184,18 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         {"a box guard that is a level", [](auto& p) { p = box_proof(4096);
              p.definitions = {{4, ClauseProof::Definition::Kind::Select, {}, 1}}; },
          "no variable of its own"},
+        {"pigeonhole", [](auto& p) { p = hall_proof(); }, ""},
+        {"pigeonhole over a Real", [](auto& p) { p = hall_proof(); }, "is no Int variable", false},
+        {"pigeonhole with room", [](auto& p) { p = hall_proof(); p.steps[7].hall->high = 1; },
+         "no more terms than integers"},
+        {"pigeonhole, a bound missing", [](auto& p) { p = hall_proof();
+             p.steps[7].clause.erase(p.steps[7].clause.begin() + 2); }, "does not bound x4"},
+        {"pigeonhole, an offset wrong", [](auto& p) { p = hall_proof();
+             p.steps[7].hall->terms[1].offset = 0; }, "does not bound x4"},
+        {"pigeonhole, a pair's atom off", [](auto& p) { p = hall_proof(); p.atoms[5].constant = 2; },
+         "no literal of the clause holds when x1 and x4"},
+        {"pigeonhole, a pair missing", [](auto& p) { p = hall_proof();
+             p.steps[7].clause.pop_back(); }, "no literal of the clause holds"},
         // clang-format on
     };
     for (const Case& c : cases) {
@@ -172,6 +203,7 @@ TEST(ClauseCertificate, BothCheckersJudgeSpoiledProofs) {
         problem.variables.add("x", c.x_int ? Sort::Int : Sort::Real, {});
         problem.variables.add("y", Sort::Real, {});
         problem.variables.add("b", Sort::Bool, {});
+        problem.variables.add("z", Sort::Int, {});
         ClauseProof proof = hand_proof();
         c.spoil(proof);
         std::string fault = check_proof(problem, proof);
@@ -546,3 +578,68 @@ TEST(ClauseCertificate, LatticeAlternativesAgainstConstruction) {
 }
 
 }  // namespace
+
+// Distincts of 3-5 terms x + c, c in -1..1, x in a random range of 1-4 integers, asserted or
+// under a disjunction whose other side the bounds make false: the answer must be enumeration's,
+// and every refutation (pigeonhole lemmas among them) must check.
+TEST(ClauseCertificate, DistinctAgainstEnumeration) {
+    std::string all;
+    unsigned hall = 0;
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        std::mt19937 rng(seed);
+        auto pick = [&](int lo, int hi) { return lo + static_cast<int>(rng() % (hi - lo + 1)); };
+        int n = pick(3, 5);
+        std::vector<int> offset(n), low(n), high(n);
+        Problem p(NameSyntax::SmtLib);
+        for (int i = 0; i < n; ++i) {
+            p.variables.add("x" + std::to_string(i), Sort::Int, {});
+            offset[i] = pick(-1, 1), low[i] = pick(-1, 1), high[i] = low[i] + pick(0, 3);
+        }
+        auto term = [&](int var, int coeff, int c) {
+            LinearExpr t;
+            t.add_entry(var, coeff);
+            t.add_entry(0, c);
+            return p.add_term(t);
+        };
+        std::uint32_t first = term(1, 1, offset[0]);
+        for (int i = 1; i < n; ++i)
+            term(i + 1, 1, offset[i]);
+        Atom distinct{Relation::Distinct, first, static_cast<std::uint32_t>(n), {}};
+        Encoder e(p);
+        bool boolean = seed % 2 == 0;
+        if (boolean)
+            e.assert_true(e.disjunction(std::vector<Literal>{
+                e.atom(distinct), e.compare(Relation::Ge, term(1, 1, -high[0] - 1))}));
+        else
+            p.atoms.push_back(distinct);
+        for (int i = 0; i < n; ++i) {  // low <= x (as -x + low <= 0), x <= high
+            p.atoms.push_back({Relation::Le, term(i + 1, -1, low[i]), 1, {}});
+            p.atoms.push_back({Relation::Le, term(i + 1, 1, -high[i]), 1, {}});
+        }
+        bool expected = false;
+        std::vector<int> x(low);
+        for (bool more = true; more && !expected;) {
+            std::set<int> values;
+            for (int i = 0; i < n; ++i)
+                values.insert(x[i] + offset[i]);
+            expected = static_cast<int>(values.size()) == n;
+            more = false;
+            for (int i = 0; i < n && !more; ++i)
+                if (x[i] < high[i])
+                    ++x[i], more = true;
+                else
+                    x[i] = low[i];
+        }
+        Context context(p, DecideOptions{.certify = true});
+        Decision d = context.check();
+        ASSERT_EQ(d.result, expected ? vorn::lra::Result::Sat : vorn::lra::Result::Unsat)
+            << "seed " << seed;
+        if (expected) continue;
+        for (const auto& step : d.clause_proof.steps)
+            hall += step.hall ? 1 : 0;
+        ASSERT_EQ(check_proof(p, d.clause_proof), "") << "seed " << seed;
+        all += certificate(p, d.clause_proof);
+    }
+    EXPECT_GT(hall, 20u);
+    EXPECT_TRUE(certificate_checks(all));
+}

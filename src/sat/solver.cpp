@@ -34,11 +34,26 @@ Var Solver::new_var() {
 }
 
 bool Solver::add_clause(std::span<const Lit> lits) {
+    std::span<const Lit> innermost(activation_);
+    return add_recorded(lits, innermost.last(innermost.empty() ? 0 : 1), ProofStep::Kind::Input);
+}
+
+bool Solver::add_valid(std::span<const Lit> lits) {
+    return add_recorded(lits, {}, ProofStep::Kind::Lemma);
+}
+
+bool Solver::add_implied(std::span<const Lit> lits) {
+    return add_recorded(lits, activation_, ProofStep::Kind::Learned);
+}
+
+bool Solver::add_recorded(std::span<const Lit> lits, std::span<const Lit> levels,
+                          ProofStep::Kind kind) {
     if (!ok_) return false;
     assert(level() == 0);
     std::vector<Lit> clause(lits.begin(), lits.end());
-    if (!activation_.empty()) clause.push_back(~activation_.back());
-    record(ProofStep::Kind::Input, clause);
+    for (Lit a : levels)
+        clause.push_back(~a);
+    record(kind, clause);
     std::sort(clause.begin(), clause.end());
     // Facts of level 0 are permanent (see solver.h), so literals they decide can go.
     std::size_t kept = 0;

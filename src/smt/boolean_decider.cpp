@@ -89,37 +89,48 @@ sat::Lit BooleanDecider::atom_literal(std::span<const LinearExpr::Entry> term, R
     return sat::Lit(v, false);
 }
 
-// t ⋈ 0 as units over bound atoms; a disequality t ≠ 0 as the clause t < 0 ∨ t > 0.
+// t ⋈ 0 as units over bound atoms; a disequality t ≠ 0 as the clause t < 0 ∨ t > 0. Bounds on
+// one Int variable and distincts of offset terms are kept for add_hall_lemmas.
 void BooleanDecider::enter_asserted(const Atom& atom) {
-    auto unit = [&](sat::Lit lit) { sat_.add_clause({lit}); };
+    auto unit = [&](sat::Lit lit, Relation states) {
+        sat_.add_clause({lit});
+        if (auto b = integer_bound(problem_, atom.first_term, states))
+            asserted_bounds_.push_back({atoms_, *b, lit});
+    };
     auto split = [&](std::span<const LinearExpr::Entry> term) {
         sat::Lit le = atom_literal(term, Relation::Le, true);
         sat::Lit ge = atom_literal(term, Relation::Ge, true);
         sat_.add_clause({~le, ~ge});
+        return std::pair{le, ge};
     };
     std::span<const LinearExpr::Entry> term = problem_.term(atom.first_term);
     switch (atom.relation) {
         case Relation::Le:
         case Relation::Ge:
-            return unit(atom_literal(term, atom.relation, true));
+            return unit(atom_literal(term, atom.relation, true), atom.relation);
         case Relation::Lt:
-            return unit(~atom_literal(term, Relation::Ge, true));
+            return unit(~atom_literal(term, Relation::Ge, true), Relation::Lt);
         case Relation::Gt:
-            return unit(~atom_literal(term, Relation::Le, true));
+            return unit(~atom_literal(term, Relation::Le, true), Relation::Gt);
         case Relation::Eq:
-            unit(atom_literal(term, Relation::Le, true));
-            return unit(atom_literal(term, Relation::Ge, true));
+            unit(atom_literal(term, Relation::Le, true), Relation::Le);
+            return unit(atom_literal(term, Relation::Ge, true), Relation::Ge);
         case Relation::Ne:
-            return split(term);
-        case Relation::Distinct:
+            split(term);
+            return;
+        case Relation::Distinct: {
+            auto terms = offset_terms(problem_, atom);
+            AssertedDistinct d{atoms_, terms ? std::move(*terms) : std::vector<OffsetTerm>{}, {}};
             for (std::uint32_t a = 0; a < atom.terms; ++a)
                 for (std::uint32_t b = a + 1; b < atom.terms; ++b) {
                     LinearExpr::Entries diff;
                     QNumber c = problem_.disequality(atom, a, b, diff);
                     diff.insert(diff.begin(), {0, -c});
-                    split(diff);
+                    d.pairs.push_back(split(diff));
                 }
+            if (!d.terms.empty()) asserted_distincts_.push_back(std::move(d));
             return;
+        }
     }
 }
 
@@ -191,10 +202,79 @@ void BooleanDecider::pop(std::size_t n) {
     prop_of_.resize(std::min(prop_of_.size(), sat_.num_vars()));
     atoms_ = level.atoms;
     clauses_ = level.clauses;
+    std::erase_if(asserted_bounds_, [&](const AssertedBound& b) { return b.atom >= atoms_; });
+    std::erase_if(asserted_distincts_, [&](const AssertedDistinct& d) { return d.atom >= atoms_; });
+    hall_checked_ = {static_cast<std::size_t>(-1), 0};  // the same counts may hold others
+}
+
+// For each distinct with an overfull interval under the asserted bounds, the lemma
+// ¬(bounds of its members) ∨ ⋁ (two members equal), so that the search needs no pigeonhole
+// refutation of the pairwise disequalities: a conflict as soon as the bounds hold.
+void BooleanDecider::add_hall_lemmas() {
+    const auto& structure = problem_.boolean.distincts();
+    std::pair<std::size_t, std::size_t> entered{atoms_, prop_var_.size()};
+    if (hall_checked_ == entered || (asserted_distincts_.empty() && structure.empty())) return;
+    hall_checked_ = entered;
+    for (const AssertedDistinct& d : asserted_distincts_)
+        add_hall_lemma(d.terms, [&](std::size_t k) { return equality_literal(d.pairs[k]); });
+    for (const BooleanStructure::DistinctPairs& d : structure) {
+        if (std::any_of(d.equal.begin(), d.equal.end(),
+                        [&](Literal l) { return l.prop() >= prop_var_.size(); }))
+            continue;
+        if (auto terms = offset_terms(problem_, {Relation::Distinct, d.first_term, d.terms, {}}))
+            add_hall_lemma(*terms, [&](std::size_t k) { return sat_literal(d.equal[k]); });
+    }
+}
+
+template <class Equal>
+void BooleanDecider::add_hall_lemma(std::span<const OffsetTerm> terms, Equal equal) {
+    std::vector<TermRange> ranges(terms.size());
+    std::vector<std::pair<const AssertedBound*, const AssertedBound*>> used(terms.size());
+    for (const AssertedBound& b : asserted_bounds_)
+        for (std::size_t i = 0; i < terms.size(); ++i) {
+            if (terms[i].var != b.bound.var) continue;
+            QNumber v = b.bound.value + terms[i].offset;
+            std::optional<QNumber>& end = b.bound.upper ? ranges[i].high : ranges[i].low;
+            if (end && (b.bound.upper ? v >= *end : v <= *end)) continue;
+            end = v;
+            (b.bound.upper ? used[i].second : used[i].first) = &b;
+        }
+    std::optional<HallInterval> hall = overfull_interval(ranges);
+    if (!hall) return;
+    std::vector<sat::Lit> clause;
+    ClauseProof::Hall why{hall->low, hall->high, {}};
+    for (std::size_t m : hall->members) {
+        clause.push_back(~used[m].first->lit);
+        clause.push_back(~used[m].second->lit);
+        why.terms.push_back({terms[m].var, terms[m].offset});
+    }
+    std::size_t n = terms.size();
+    for (std::size_t i = 0; i < hall->members.size(); ++i)
+        for (std::size_t j = i + 1; j < hall->members.size(); ++j) {
+            std::size_t a = std::min(hall->members[i], hall->members[j]);
+            std::size_t b = std::max(hall->members[i], hall->members[j]);
+            // Pairs (a, b) come row by row: the rows before a hold a·n − a(a+1)/2 of them.
+            clause.push_back(equal(a * n - a * (a + 1) / 2 + (b - a - 1)));
+        }
+    if (options_.certify) hall_steps_.emplace_back(sat_.proof().size(), std::move(why));
+    sat_.add_valid(clause);
+}
+
+sat::Lit BooleanDecider::equality_literal(std::pair<sat::Lit, sat::Lit> halves) {
+    sat::Lit e(sat_.new_var(), false);
+    define(e, ClauseProof::Definition::Kind::And, {halves.first, halves.second});
+    sat_.add_clause({~e, halves.first});
+    sat_.add_clause({~e, halves.second});
+    // The distinct's clause ¬(t ≤ u) ∨ ¬(t ≥ u) refutes e at once: a unit, so that the lemma
+    // propagates without a search deciding each e first.
+    sat::Lit not_e[] = {~e};
+    sat_.add_implied(not_e);
+    return e;
 }
 
 Decision BooleanDecider::check(std::span<const Literal> assumptions) {
     enter();
+    add_hall_lemmas();
     // Where term ites are lifted, most of the structure is their definitions, which matter only
     // where an atom over their variable does: decisions follow the asserted formulas' needs.
     // Elsewhere (disjunctive scheduling, 3-CNF) activity alone decides: that order was measured
@@ -317,7 +397,9 @@ ClauseProof BooleanDecider::proof() const {
         p.definitions.push_back(std::move(d));
     }
     std::size_t lemma = 0;
-    for (const sat::ProofStep& step : sat_.proof()) {
+    auto hall = hall_steps_.begin();
+    for (std::size_t i = 0; i < sat_.proof().size(); ++i) {
+        const sat::ProofStep& step = sat_.proof()[i];
         ClauseProof::Step s;
         for (sat::Lit l : step.clause)
             s.clause.push_back(dimacs(l));
@@ -330,6 +412,10 @@ ClauseProof BooleanDecider::proof() const {
                 break;
             case sat::ProofStep::Kind::Lemma: {
                 s.kind = ClauseProof::Kind::Lemma;
+                if (hall != hall_steps_.end() && hall->first == i) {
+                    s.hall = (hall++)->second;
+                    break;
+                }
                 const TheoryLemma& l = theory_->lemmas()[lemma++];
                 // The solver reorders a lemma's literals; the multipliers follow them.
                 for (sat::Lit lit : step.clause) {

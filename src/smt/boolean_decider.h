@@ -27,6 +27,7 @@
 #include "vorn/smt/decision.h"
 #include "vorn/smt/problem.h"
 
+#include "hall_interval.h"
 #include "justification.h"
 #include "linear_theory.h"
 
@@ -79,6 +80,15 @@ class BooleanDecider {
     void define(sat::Lit lit, ClauseProof::Definition::Kind kind,
                 std::initializer_list<sat::Lit> operands, int index = 0);
     ClauseProof proof() const;
+    // The pigeonhole lemmas of the distincts (asserted, or of the Boolean structure) under the
+    // asserted bounds, once per new atoms or propositions (hall_interval.h).
+    void add_hall_lemmas();
+    // The lemma of one distinct, when its terms have an overfull interval; `equal(a, b)` the
+    // literal of the equality of its terms a < b.
+    template <class Equal>
+    void add_hall_lemma(std::span<const OffsetTerm> terms, Equal equal);
+    // The literal of a new definition: the `and` of the two halves of a pair's equality.
+    sat::Lit equality_literal(std::pair<sat::Lit, sat::Lit> halves);
     // The rest of a check that gave up for its box (LinearTheory::wants_box), inside the box.
     sat::Result solve_in_box(std::vector<sat::Lit>& assumptions);
 
@@ -94,6 +104,23 @@ class BooleanDecider {
     std::vector<ClauseProof::Definition> made_;  // constants, their wrappers, level selectors
     std::vector<ClauseProof::Box> boxes_;
     std::vector<sat::Lit> box_bounds_;  // of the current check's box
+    // Asserted atoms for the pigeonhole lemmas: bounds on one Int variable with their unit
+    // literal, and the distincts with the halves t ≤ u, t ≥ u of each pair's equality.
+    struct AssertedBound {
+        std::size_t atom;
+        IntegerBound bound;
+        sat::Lit lit;
+    };
+    struct AssertedDistinct {
+        std::size_t atom;
+        std::vector<OffsetTerm> terms;
+        std::vector<std::pair<sat::Lit, sat::Lit>> pairs;  // (a, b), a < b, row by row
+    };
+    std::vector<AssertedBound> asserted_bounds_;
+    std::vector<AssertedDistinct> asserted_distincts_;
+    // Atoms and propositions entered at the last add_hall_lemmas.
+    std::pair<std::size_t, std::size_t> hall_checked_{0, 0};
+    std::vector<std::pair<std::size_t, ClauseProof::Hall>> hall_steps_;  // by SAT proof step
     std::vector<Literal> failed_;
     std::vector<sat::Lit> clause_;
     LinearExpr::Entries scratch_;

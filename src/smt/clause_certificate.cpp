@@ -20,6 +20,7 @@
 #include "vorn/smt/problem_text.h"
 
 #include "certificate_lines.h"
+#include "hall_lemma_check.h"
 
 namespace vorn::smt {
 
@@ -377,7 +378,10 @@ std::string ClauseChecker::run() {
             clause_.push_back(c);
         }
         if (step.kind == Kind::Lemma)
-            if (std::string bad = lemma(step); !bad.empty()) return which + ": " + bad;
+            if (std::string bad =
+                    step.hall ? check_hall_lemma(p_, proof_, step, atom_of_) : lemma(step);
+                !bad.empty())
+                return which + ": " + bad;
         if (step.kind == Kind::Learned && !units_.implied(clause_))
             return which + ": does not follow by unit propagation";
         units_.add_clause(clause_);
@@ -438,7 +442,11 @@ void print_certificate(std::ostream& out, const Problem& problem, const ClausePr
     for (const ClauseProof::Step& step : proof.steps) {
         out << kind_word(step.kind);
         write_literals(out, step.clause);
-        if (step.kind == Kind::Lemma) {
+        if (step.hall) {
+            out << " hall " << step.hall->low.to_string() << ' ' << step.hall->high.to_string();
+            for (const ClauseProof::OffsetTerm& t : step.hall->terms)
+                out << ' ' << t.var << ':' << t.offset.to_string();
+        } else if (step.kind == Kind::Lemma) {
             out << " farkas";
             for (const QNumber& m : step.farkas)
                 out << ' ' << m.to_string();

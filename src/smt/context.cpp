@@ -9,6 +9,7 @@
 #include "boolean_decider.h"
 #include "decider.h"
 #include "difference_theory.h"
+#include "hall_interval.h"
 #include "integer_system.h"
 
 namespace vorn::smt {
@@ -206,7 +207,10 @@ Decision Context::State::check(std::span<const Literal> assumptions) {
     if (difference) difference = still_difference();
     bool clause_proof = options.certify && options.clause_proof;
     bool has_structure = !problem.boolean.empty() || !assumptions.empty() || clause_proof;
-    if ((!boolean && has_structure) || (boolean && uses_difference && !difference))
+    // A conjunction whose distinct an overfull interval refutes: the Boolean search answers it
+    // by one pigeonhole lemma (BooleanDecider::add_hall_lemmas), the disequality splits never.
+    if ((!boolean && (has_structure || hall_refutes(problem))) ||
+        (boolean && uses_difference && !difference))
         to_boolean(difference);
     lattice_answered = false;
     if (boolean && !clause_proof && problem.atoms.size() != lattice_checked) {

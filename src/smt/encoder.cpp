@@ -124,6 +124,15 @@ Literal Encoder::distinct(std::uint32_t first, std::uint32_t count) {
                 diff.add_entry(e.var, -e.coeff);
             pairs.push_back(compare(Relation::Ne, problem_.add_term(diff)));
         }
+    const auto& known = problem_.boolean.distincts();
+    if (std::none_of(pairs.begin(), pairs.end(), [&](Literal l) { return constant_value(l); }) &&
+        std::none_of(known.begin(), known.end(),
+                     [&](const auto& d) { return d.first_term == first && d.terms == count; })) {
+        BooleanStructure::DistinctPairs d{first, count, {}};
+        for (Literal l : pairs)
+            d.equal.push_back(~l);
+        problem_.boolean.add_distinct(std::move(d));
+    }
     return conjunction(pairs);
 }
 

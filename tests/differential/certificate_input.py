@@ -10,7 +10,8 @@ output against the mutated input. Clause proofs are spoiled too, and must be rej
 their own input: a definition's connective changed, an input clause turned into its negation.
 
 Every other script is a wide one (gen_smt.generate): div, mod, abs, to_int, ites written
-twice, folding-prone atoms and operands.
+twice, folding-prone atoms and operands. Every third seed adds a pigeonhole script
+(bench/gen_pigeonhole.py), whose refutation is a pigeonhole lemma over the input's bounds.
 
 Usage: certificate_input.py VORN [SEEDS]; exit status 0 when every expectation holds."""
 
@@ -21,9 +22,11 @@ import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path[:0] = [HERE, os.path.join(HERE, "..", "..", "scripts")]
+sys.path[:0] = [HERE, os.path.join(HERE, "..", "..", "scripts"),
+                os.path.join(HERE, "..", "..", "bench")]
 import check_certificate as checker  # noqa: E402
 import gen_lp  # noqa: E402
+import gen_pigeonhole  # noqa: E402
 import gen_smt  # noqa: E402
 
 VORN = sys.argv[1]
@@ -182,7 +185,7 @@ def without(out, var):
 
 def main():
     seeds = int(sys.argv[2]) if len(sys.argv) > 2 else 40
-    failures, counts = [], {}
+    failures, counts, ran = [], {}, 0
     for seed in range(seeds):
         rng = random.Random(seed)
         script = gen_smt.generate(rng, wide=seed % 2 == 0)  # every other one wide
@@ -191,6 +194,11 @@ def main():
             lp = gen_lp.generate(rng, fmt)
             cases.append((fmt, gen_lp.render(lp, True, True), "." + fmt, ["optimize", "--model"]))
         cases.append(("cnf", random_cnf(rng), ".cnf", ["check", "--model"]))
+        if seed % 3 == 0:
+            shape = rng.choice(["hole", "perm", "offset", "mixed", "or"])
+            cases.append(("smt", gen_pigeonhole.generate(shape, rng.randint(4, 7), seed), ".smt2",
+                          ["check"]))
+        ran += len(cases)
         for family, text, ext, args in cases:
             args = args + ["--certificate"]
             path, out = run(args, text, ext)
@@ -231,7 +239,7 @@ def main():
         print("%-20s %3d that change an answer or spoil a proof" % (key, counts[key]))
     for f in failures:
         print("FAIL", f)
-    print("%d passed, %d failed" % (sum(counts.values()) + 4 * seeds - len(failures),
+    print("%d passed, %d failed" % (sum(counts.values()) + ran - len(failures),
                                     len(failures)))
     return 1 if failures else 0
 

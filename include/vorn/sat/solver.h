@@ -141,6 +141,15 @@ class Solver {
         return add_clause({lits.begin(), lits.size()});
     }
 
+    // A clause valid in the theory, added between searches: recorded as a Lemma step and kept
+    // like an added clause, but without the activation literal of the push level (it holds on
+    // every level).
+    bool add_valid(std::span<const Lit> lits);
+    // A clause that follows by unit propagation from the clauses so far, under the activation
+    // literals of every open level (the caller knows why): recorded as a Learned step, with
+    // those literals negated, and kept like an added clause.
+    bool add_implied(std::span<const Lit> lits);
+
     // A theory lemma added during the search, from Theory::check: valid in the theory, recorded
     // as a Lemma step and kept for good (a learned clause that reduction spares). Its first two
     // literals must be unassigned (they are watched), e.g. atoms the theory has just made.
@@ -200,6 +209,8 @@ class Solver {
     void take_model_phases();
     CRef attach(std::span<const Lit> lits, bool learned, bool lemma, std::uint32_t lbd);
     void record(ProofStep::Kind kind, std::span<const Lit> clause);
+    // `lits` with the negations of `levels` (activation literals), recorded as `kind` and kept.
+    bool add_recorded(std::span<const Lit> lits, std::span<const Lit> levels, ProofStep::Kind kind);
     void set_unsat();
     // assumptions.cpp: gives back the variables from `first` on (their clauses are gone).
     void truncate_vars(Var first);

@@ -111,8 +111,22 @@ class BooleanStructure {
     void require(Literal definition) { required_.push_back(definition); }
     const std::vector<Literal>& required() const { return required_; }
 
+    // A distinct of `terms` terms from `first_term` on, encoded as a conjunction of negated
+    // equalities whose literals `equal` lists pair by pair ((a, b), a < b, row by row): the
+    // pigeonhole lemmas of the search name them (smt/hall_interval.h).
+    struct DistinctPairs {
+        std::uint32_t first_term, terms;
+        std::vector<Literal> equal;
+    };
+    void add_distinct(DistinctPairs d) { distincts_.push_back(std::move(d)); }
+    const std::vector<DistinctPairs>& distincts() const { return distincts_; }
+
     // Forgets the propositions from `propositions` on and the clauses from `clauses` on.
     void truncate(std::uint32_t propositions, std::size_t clauses) {
+        std::erase_if(distincts_, [&](const DistinctPairs& d) {
+            return std::any_of(d.equal.begin(), d.equal.end(),
+                               [&](Literal l) { return l.prop() >= propositions; });
+        });
         std::erase_if(variables_, [&](const VariableDefinition& d) {
             return d.definition.prop() >= propositions;
         });
@@ -142,6 +156,7 @@ class BooleanStructure {
     std::vector<Literal> gate_operands_;
     std::vector<VariableDefinition> variables_;
     std::vector<Literal> required_;
+    std::vector<DistinctPairs> distincts_;
 };
 
 }  // namespace vorn::smt

@@ -12,6 +12,9 @@
 //            combined with the Farkas multipliers `farkas` (one per literal, 0 for one not
 //            used), add up to a contradiction (docs/certificates.md); Int atoms rounded;
 //   Learned: a clause that follows from the earlier ones by unit propagation (RUP).
+// A Lemma may instead be justified by pigeonhole (`hall`): the negations of its literals bound
+// more Int terms x + c into [low, high] than it has integers, and its positive literals include,
+// for each two of the terms, a definition (an `and` of atoms) that holds when they are equal.
 // The proof ends with a Learned clause made of negated assumptions only.
 //
 // What the other variables stand for (Definition), so that a checker reading the input can tell
@@ -21,6 +24,7 @@
 // the guard of a box of solutions (Box).
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "vorn/smt/linear_expr.h"
@@ -51,10 +55,19 @@ struct ClauseProof {
         QNumber bound;
     };
     enum class Kind : std::uint8_t { Input, Lemma, Learned };
+    struct OffsetTerm {
+        int var;  // an Int variable of the problem
+        QNumber offset;
+    };
+    struct Hall {
+        QNumber low, high;
+        std::vector<OffsetTerm> terms;  // var + offset, more of them than high − low + 1
+    };
     struct Step {
         Kind kind;
         std::vector<std::int64_t> clause;
-        std::vector<QNumber> farkas;  // Lemma: by clause position
+        std::vector<QNumber> farkas;              // Lemma: by clause position
+        std::optional<Hall> hall = std::nullopt;  // Lemma: by pigeonhole instead (no multipliers)
     };
 
     std::vector<AtomDefinition> atoms;
