@@ -80,6 +80,7 @@ void Problem::reserve(std::size_t atoms_expected, std::size_t entries) {
 
 void Problem::truncate_terms(std::uint32_t n) {
     if (n >= term_count()) return;
+    boolean.forget_distincts_over(n);
     entries_.resize(term_begin_[n]);
     term_begin_.resize(n + 1);
 }

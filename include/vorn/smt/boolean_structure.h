@@ -120,6 +120,12 @@ class BooleanStructure {
     };
     void add_distinct(DistinctPairs d) { distincts_.push_back(std::move(d)); }
     const std::vector<DistinctPairs>& distincts() const { return distincts_; }
+    // Forgets the distincts over terms from `first_gone` on: their indices are reused after a
+    // pop, while the pair literals, shared with older atoms, may outlive them.
+    void forget_distincts_over(std::uint32_t first_gone) {
+        std::erase_if(distincts_,
+                      [&](const DistinctPairs& d) { return d.first_term + d.terms > first_gone; });
+    }
 
     // Forgets the propositions from `propositions` on and the clauses from `clauses` on.
     void truncate(std::uint32_t propositions, std::size_t clauses) {
